@@ -1,0 +1,48 @@
+# The options that all of this project's own code is compiled with: link to CompilerOptions.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+add_library(CompilerOptions INTERFACE)
+target_link_libraries(CompilerOptions INTERFACE Threads::Threads)
+target_compile_definitions(CompilerOptions INTERFACE
+  UNICODE _UNICODE STRICT NOMINMAX WIN32_LEAN_AND_MEAN
+  WINVER=0x0A00 _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000008)
+target_compile_options(CompilerOptions INTERFACE
+  -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual -Wcast-align
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wimplicit-fallthrough -Wnull-dereference
+  -Wdouble-promotion -Wunused
+  -ffunction-sections -fdata-sections
+  # Recorded failures name source files: as they are named here, not as they lie on the machine that builds.
+  -ffile-prefix-map=${CMAKE_BINARY_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+target_link_options(CompilerOptions INTERFACE -Wl,--gc-sections)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(CompilerOptions INTERFACE
+    -Wshadow-all -Wunreachable-code-aggressive -Wcomma -Wrange-loop-analysis -Wmissing-prototypes
+    -Wmissing-variable-declarations -Wnewline-eof)
+  # Debug information as Windows' debuggers read it: a .pdb beside the program, nothing in it.
+  target_compile_options(CompilerOptions INTERFACE $<$<CONFIG:Release>:-g> $<$<CONFIG:Release>:-gcodeview>)
+endif()
+
+if(VELMORA_SANITIZE)
+  # There is no sanitizer runtime for this target: undefined behaviour stops the program where it happens.
+  target_compile_options(CompilerOptions INTERFACE -fsanitize=undefined -fsanitize-trap=undefined)
+  target_compile_definitions(CompilerOptions INTERFACE _GLIBCXX_ASSERTIONS)
+endif()
+if(VELMORA_COVERAGE)
+  target_compile_options(CompilerOptions INTERFACE --coverage)
+  target_link_options(CompilerOptions INTERFACE --coverage)
+endif()
+
+# Makes a program of the release build lie stripped at the top of the build folder, with its debug information beside it.
+function(ship_program target)
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_link_options(${target} PRIVATE
+      $<$<CONFIG:Release>:-s> $<$<CONFIG:Release>:-Wl,--pdb=${CMAKE_BINARY_DIR}/${target}.pdb>
+      $<$<CONFIG:Release>:-Wl,-Xlink=-pdbaltpath:${target}.pdb>)
+  endif()
+endfunction()

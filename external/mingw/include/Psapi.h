@@ -1,0 +1,2 @@
+// The name by which others include it.
+#include <psapi.h>

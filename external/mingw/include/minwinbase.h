@@ -1,0 +1,9 @@
+// The compiler's own header and what its version check leaves out.
+#include_next <minwinbase.h>
+
+#if defined(__cplusplus) && !defined(VELMORA_MINWINBASE_ADDITIONS)
+#define VELMORA_MINWINBASE_ADDITIONS
+#if _WIN32_WINNT < 0x0A000002
+inline constexpr FILE_INFO_BY_HANDLE_CLASS FileDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
+#endif
+#endif

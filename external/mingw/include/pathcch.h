@@ -1,0 +1,24 @@
+// The compiler's own header, which may not be included twice, and the options of its functions.
+#ifndef VELMORA_PATHCCH_ADDITIONS
+#define VELMORA_PATHCCH_ADDITIONS
+
+#include_next <pathcch.h>
+
+#ifdef __cplusplus
+#undef PATHCCH_ALLOW_LONG_PATHS
+
+enum PATHCCH_OPTIONS : unsigned long
+{
+    PATHCCH_NONE = 0x00,
+    PATHCCH_ALLOW_LONG_PATHS = 0x01,
+    PATHCCH_FORCE_ENABLE_LONG_NAME_PROCESS = 0x02,
+    PATHCCH_FORCE_DISABLE_LONG_NAME_PROCESS = 0x04,
+    PATHCCH_DO_NOT_NORMALIZE_SEGMENTS = 0x08,
+    PATHCCH_ENSURE_IS_EXTENDED_LENGTH_PATH = 0x10,
+    PATHCCH_ENSURE_TRAILING_SLASH = 0x20,
+    PATHCCH_CANONICALIZE_SLASHES = 0x40,
+};
+DEFINE_ENUM_FLAG_OPERATORS(PATHCCH_OPTIONS)
+#endif
+
+#endif

@@ -1,0 +1,147 @@
+// Owners of Windows' handles and memory: each closes or frees what it holds when it goes out of scope.
+#pragma once
+
+#include "result_macros.h"
+
+#include <combaseapi.h>
+#include <oleauto.h>
+#include <winsvc.h>
+
+#include <cstddef>
+#include <utility>
+
+namespace wil
+{
+
+namespace details
+{
+
+// Which values stand for "holds nothing": the first is the one that an empty owner has.
+template <class Pointer>
+struct NullIsEmpty
+{
+    static constexpr bool c_takesNull = true;
+    static Pointer Empty() noexcept { return Pointer{}; }
+    static bool IsEmpty(Pointer value) noexcept { return value == Pointer{}; }
+};
+
+struct NullOrInvalidIsEmpty : NullIsEmpty<HANDLE>
+{
+    static bool IsEmpty(HANDLE value) noexcept { return value == nullptr || value == INVALID_HANDLE_VALUE; }
+};
+
+struct InvalidOrNullIsEmpty : NullOrInvalidIsEmpty
+{
+    static constexpr bool c_takesNull = false;
+    static HANDLE Empty() noexcept { return INVALID_HANDLE_VALUE; }
+};
+
+} // namespace details
+
+// Holds one value of which nobody else knows, and calls the function with it at the end. Moved, never copied.
+template <class Pointer, class CloseFunction, CloseFunction c_close, class EmptyPolicy>
+class unique_any_t
+{
+public:
+    using pointer = Pointer;
+
+    // Empty.
+    unique_any_t() noexcept = default;
+    explicit(false) unique_any_t(std::nullptr_t) noexcept
+        requires EmptyPolicy::c_takesNull
+    {}
+
+    // Takes the value over.
+    explicit unique_any_t(Pointer value) noexcept : m_value(value) {}
+    unique_any_t(unique_any_t&& other) noexcept : m_value(other.release()) {}
+    unique_any_t(const unique_any_t&) = delete;
+
+    unique_any_t& operator=(unique_any_t&& other) noexcept
+    {
+        if (this != std::addressof(other))
+        {
+            reset(other.release());
+        }
+        return *this;
+    }
+    unique_any_t& operator=(std::nullptr_t) noexcept
+        requires EmptyPolicy::c_takesNull
+    {
+        reset();
+        return *this;
+    }
+    unique_any_t& operator=(const unique_any_t&) = delete;
+
+    ~unique_any_t() { reset(); }
+
+    // The value, still owned.
+    Pointer get() const noexcept { return m_value; }
+
+    bool is_valid() const noexcept { return !EmptyPolicy::IsEmpty(m_value); }
+    explicit operator bool() const noexcept { return is_valid(); }
+
+    // The value, now the caller's to close.
+    [[nodiscard]] Pointer release() noexcept { return std::exchange(m_value, EmptyPolicy::Empty()); }
+
+    // Closes what is held and takes over another value. The last error stays as it was.
+    void reset(Pointer value = EmptyPolicy::Empty()) noexcept
+    {
+        if (is_valid())
+        {
+            const DWORD lastError = GetLastError();
+            c_close(m_value);
+            SetLastError(lastError);
+        }
+        m_value = value;
+    }
+
+    // Where the value lies, as it is: for a function that changes it.
+    Pointer* addressof() noexcept { return &m_value; }
+
+    // Closes what is held and gives the place for a new value: for a function that brings one.
+    Pointer* put() noexcept
+    {
+        reset();
+        return &m_value;
+    }
+    Pointer* operator&() noexcept { return put(); }
+
+    void swap(unique_any_t& other) noexcept { std::swap(m_value, other.m_value); }
+
+    friend void swap(unique_any_t& left, unique_any_t& right) noexcept { left.swap(right); }
+    friend bool operator==(const unique_any_t& left, const unique_any_t& right) noexcept
+    {
+        return left.m_value == right.m_value;
+    }
+    friend bool operator==(const unique_any_t& owner, std::nullptr_t) noexcept
+        requires EmptyPolicy::c_takesNull
+    {
+        return !owner;
+    }
+
+private:
+    Pointer m_value = EmptyPolicy::Empty();
+};
+
+// The usual owner: null stands for nothing.
+template <class Pointer, class CloseFunction, CloseFunction c_close>
+using unique_any = unique_any_t<Pointer, CloseFunction, c_close, details::NullIsEmpty<Pointer>>;
+
+template <class CloseFunction, CloseFunction c_close>
+using unique_any_handle_null = unique_any_t<HANDLE, CloseFunction, c_close, details::NullOrInvalidIsEmpty>;
+template <class CloseFunction, CloseFunction c_close>
+using unique_any_handle_invalid = unique_any_t<HANDLE, CloseFunction, c_close, details::InvalidOrNullIsEmpty>;
+
+using unique_handle = unique_any_handle_null<decltype(&::CloseHandle), ::CloseHandle>;
+using unique_hfile = unique_any_handle_invalid<decltype(&::CloseHandle), ::CloseHandle>;
+using unique_hfind = unique_any_handle_invalid<decltype(&::FindClose), ::FindClose>;
+using unique_tool_help_snapshot = unique_hfile;
+// INVALID_HANDLE_VALUE is a process too: the calling one.
+using unique_process_handle = unique_any<HANDLE, decltype(&::CloseHandle), ::CloseHandle>;
+using unique_hkey = unique_any<HKEY, decltype(&::RegCloseKey), ::RegCloseKey>;
+using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), ::CloseServiceHandle>;
+using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;
+using unique_hlocal_string = unique_any<PWSTR, decltype(&::LocalFree), ::LocalFree>;
+using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
+
+} // namespace wil

@@ -1,0 +1,140 @@
+#include "Installer/Common.h"
+
+#include "Installer/Retry.h"
+
+#include <shlobj.h>
+
+#include <wil/filesystem.h>
+#include <wil/resource.h>
+#include <wil/result.h>
+
+#include <array>
+#include <limits>
+#include <optional>
+
+namespace Installer
+{
+
+namespace
+{
+
+constexpr wchar_t c_uninstallerFolder[] = L"Velmora\\Uninstaller\\";
+constexpr wchar_t c_defaultTempFolder[] = L"C:\\Windows\\Temp\\";
+constexpr wchar_t c_defaultProgramFiles[] = L"C:\\Program Files\\";
+constexpr DWORD c_userDefaultLanguage = 0x400;
+constexpr wchar_t c_defaultProgramData[] = L"C:\\ProgramData\\";
+
+std::optional<std::wstring> GetTempFolder()
+{
+    const DWORD needed = GetTempPathW(0, nullptr);
+    if (needed == 0)
+    {
+        return std::nullopt;
+    }
+    std::wstring folder(needed, L'\0');
+    const DWORD length = GetTempPathW(needed, folder.data());
+    // A folder that has become longer since the first call is not in the buffer.
+    if (length == 0 || length >= needed)
+    {
+        return std::nullopt;
+    }
+    folder.resize(length);
+    return folder;
+}
+
+std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
+{
+    wil::unique_cotaskmem_string folder;
+    if (FAILED(SHGetKnownFolderPath(id, 0, nullptr, folder.put())))
+    {
+        return fallback;
+    }
+    return std::wstring(folder.get()) + L"\\";
+}
+
+// The length of a text for a Windows function that counts with int; 0 for a text that is too long to be counted.
+template <class Character>
+int GetLength(std::basic_string_view<Character> text)
+{
+    return text.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max()) ? static_cast<int>(text.size()) : 0;
+}
+
+// The recursive removal guards everything below the folder that it is given, but goes wherever the folder's own name
+// leads. Anybody may create folders below ProgramData, so anybody could lead an elevated process away with a link.
+bool IsLink(std::wstring path)
+{
+    // Behind a separator the name could already stand for the link's target.
+    path.erase(path.find_last_not_of(L"\\/") + 1);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+} // namespace
+
+std::wstring GetUninstallerTempFolder()
+{
+    const std::wstring folder = GetTempFolder().value_or(c_defaultTempFolder) + c_uninstallerFolder;
+    Retry(c_tenTimes, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
+    return folder;
+}
+
+std::wstring GetProgramFilesFolder()
+{
+    return GetKnownFolder(FOLDERID_ProgramFiles, c_defaultProgramFiles);
+}
+
+std::wstring GetProgramDataFolder()
+{
+    return GetKnownFolder(FOLDERID_ProgramData, c_defaultProgramData);
+}
+
+// The conversions themselves replace what is not valid; whether the text is valid is asked with the first call.
+std::wstring Utf8ToWide(std::string_view text)
+{
+    const int textLength = GetLength(text);
+    const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), textLength, nullptr, 0);
+    std::wstring wide(static_cast<std::size_t>(length), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), textLength, wide.data(), length);
+    return wide;
+}
+
+std::string WideToUtf8(std::wstring_view text)
+{
+    const int textLength = GetLength(text);
+    const int length =
+        WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), textLength, nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), textLength, utf8.data(), length, nullptr, nullptr);
+    return utf8;
+}
+
+HRESULT RemoveFolder(const std::wstring& path) noexcept
+try
+{
+    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsLink(path));
+    const HRESULT result =
+        wil::RemoveDirectoryRecursiveNoThrow(path.c_str(), wil::RemoveDirectoryOptions::None, INVALID_HANDLE_VALUE);
+    return result == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ? S_OK : result;
+}
+CATCH_RETURN()
+
+HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept
+{
+    return Retry(c_tenTimes, [&] { return RemoveFolder(path); });
+}
+
+bool FolderExists(const std::wstring& path) noexcept
+{
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+std::wstring GetSystemMessage(HRESULT result)
+{
+    std::array<wchar_t, 256> text{};
+    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, static_cast<DWORD>(result),
+                   c_userDefaultLanguage, text.data(), static_cast<DWORD>(text.size()), nullptr);
+    return text.data();
+}
+
+} // namespace Installer

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+// Folders of the machine, conversions of text, and the deletion of folder trees.
+namespace Installer
+{
+
+// The uninstaller's own folder below the temporary folder, ending in a backslash. Makes sure that it exists: up to ten
+// tries, a second apart; a folder that cannot be created is returned all the same. Never fails.
+std::wstring GetUninstallerTempFolder();
+
+// "C:\Program Files\" or wherever it is on this machine; ends in a backslash. Never fails.
+std::wstring GetProgramFilesFolder();
+
+// "C:\ProgramData\" or wherever it is on this machine; ends in a backslash. Never fails.
+std::wstring GetProgramDataFolder();
+
+// UTF-8 to UTF-16 and back. Zero characters are kept. Text that is not valid gives an empty string.
+std::wstring Utf8ToWide(std::string_view text);
+std::string WideToUtf8(std::wstring_view text);
+
+// Removes a folder with everything in it, in one attempt. Links below it are removed, never followed. Returns S_OK when
+// the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED) when the path itself is a
+// link (nothing is touched then), and otherwise the failure of the removal.
+HRESULT RemoveFolder(const std::wstring& path) noexcept;
+
+// RemoveFolder, up to ten times with a second's pause after every failure. Returns the last result.
+HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept;
+
+// Whether the path names a folder (or a link to one) that can be seen.
+bool FolderExists(const std::wstring& path) noexcept;
+
+// The system's own text for a failure, in the user's language, as FormatMessageW gives it (line break included); empty
+// when the system has none.
+std::wstring GetSystemMessage(HRESULT result);
+
+} // namespace Installer

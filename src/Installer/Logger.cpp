@@ -1,0 +1,131 @@
+#include "Installer/Logger.h"
+
+#include "Installer/Common.h"
+
+#include <windows.h>
+
+#include <sentry.h>
+
+#include <wil/resource.h>
+#include <wil/result.h>
+
+#include <string>
+
+namespace Installer
+{
+
+namespace
+{
+
+constexpr std::wstring_view c_infoTag = L"|INFO|:    ";
+constexpr std::wstring_view c_warningTag = L"|WARNING|: ";
+constexpr std::wstring_view c_errorTag = L"|ERROR|:   ";
+
+std::wstring BuildLogPath()
+{
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    std::wstring path = GetUninstallerTempFolder() + L"Uninstaller";
+    for (const WORD number : {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond})
+    {
+        path += L'_' + std::to_wstring(number);
+    }
+    return path + L".log";
+}
+
+void WriteToConsole(const std::wstring& line)
+{
+    DWORD written = 0;
+    WriteConsoleW(GetStdHandle(STD_OUTPUT_HANDLE), line.c_str(), static_cast<DWORD>(line.size()), &written, nullptr);
+}
+
+// The line as UTF-8. Names of files need not be valid UTF-16, and a line about one must not get lost: what is not valid
+// is replaced.
+std::string EncodeLine(const std::wstring& line)
+{
+    const int length =
+        WideCharToMultiByte(CP_UTF8, 0, line.c_str(), static_cast<int>(line.size()), nullptr, 0, nullptr, nullptr);
+    std::string bytes(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, line.c_str(), static_cast<int>(line.size()), bytes.data(), length, nullptr,
+                        nullptr);
+    return bytes;
+}
+
+// Opened and closed for every line, so that the line is on disk when the program goes on, whatever becomes of it.
+void AppendToFile(const std::wstring& path, const std::wstring& line)
+{
+    const wil::unique_hfile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                             nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file)
+    {
+        const std::string bytes = EncodeLine(line);
+        DWORD written = 0;
+        WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    }
+}
+
+void AddBreadcrumb(const std::wstring& message)
+{
+    sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, WideToUtf8(message).c_str()));
+}
+
+void CaptureEvent(sentry_level_t level, const std::wstring& message)
+{
+    sentry_capture_event(sentry_value_new_message_event(level, "logger", WideToUtf8(message).c_str()));
+}
+
+} // namespace
+
+Logger::Logger() : m_logPath(BuildLogPath()) {}
+
+void Logger::Info(const std::wstring& message) noexcept
+try
+{
+    WriteLine(c_infoTag, message);
+    AddBreadcrumb(message);
+}
+CATCH_LOG()
+
+void Logger::Warning(const std::wstring& message, bool capture) noexcept
+try
+{
+    WriteLine(c_warningTag, message);
+    if (capture)
+    {
+        CaptureEvent(SENTRY_LEVEL_WARNING, message);
+    }
+    else
+    {
+        AddBreadcrumb(L"Warning:" + message);
+    }
+}
+CATCH_LOG()
+
+void Logger::Error(const std::wstring& message, bool capture) noexcept
+try
+{
+    WriteLine(c_errorTag, message);
+    if (capture)
+    {
+        CaptureEvent(SENTRY_LEVEL_ERROR, message);
+    }
+    else
+    {
+        AddBreadcrumb(L"Error:" + message);
+    }
+}
+CATCH_LOG()
+
+void Logger::WriteLine(std::wstring_view tag, const std::wstring& message) noexcept
+try
+{
+    std::wstring line(tag);
+    line += message;
+    std::erase(line, L'\n');
+    line += L'\n';
+    WriteToConsole(line);
+    AppendToFile(m_logPath, line);
+}
+CATCH_LOG()
+
+} // namespace Installer

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Installer
+{
+
+// The log of one run. Every report becomes one line on the process's console (if it has one), in the log file, and in
+// the crash reporter: as a breadcrumb or, where the caller asks for it with `capture`, as an event that is sent.
+// No report ever fails: what cannot be written is left out. Used from one thread only.
+class Logger
+{
+public:
+    // Names the log file after the local time: Uninstaller_<year>_<month>_<day>_<hour>_<minute>_<second>.log in the
+    // uninstaller's temporary folder. It comes into being with the first line.
+    Logger();
+
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+
+    void Info(const std::wstring& message) noexcept;
+    void Warning(const std::wstring& message, bool capture) noexcept;
+    void Error(const std::wstring& message, bool capture) noexcept;
+
+    // The full path of the log file.
+    std::wstring LogPath() const { return m_logPath; }
+
+private:
+    void WriteLine(std::wstring_view tag, const std::wstring& message) noexcept;
+
+    std::wstring m_logPath;
+};
+
+} // namespace Installer

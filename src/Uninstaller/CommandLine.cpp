@@ -1,0 +1,66 @@
+#include "Uninstaller/CommandLine.h"
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <wil/resource.h>
+
+#include <string>
+#include <string_view>
+
+namespace Uninstaller
+{
+
+namespace
+{
+
+using Installer::RunType;
+
+constexpr struct
+{
+    std::string_view name;
+    RunType runType;
+} c_switches[] = {
+    {"-v", RunType::Verbose}, {"--verbose", RunType::Verbose}, {"-s", RunType::Silent}, {"--silent", RunType::Silent},
+    {"-g", RunType::Gui},     {"--gui", RunType::Gui},
+};
+
+using unique_arguments = wil::unique_any<PWSTR*, decltype(&::LocalFree), ::LocalFree>;
+
+// The argument in the system's 8-bit code page, which is what it is compared in. Characters that the code page does not
+// have do not turn into similar ones: a switch with a typographic dash is not that switch.
+std::string Narrow(const wchar_t* argument)
+{
+    const int length = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, argument, -1, nullptr, 0, nullptr, nullptr);
+    std::string text(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, argument, -1, text.data(), length, nullptr, nullptr);
+    if (!text.empty())
+    {
+        text.pop_back(); // the final zero, which the length includes
+    }
+    return text;
+}
+
+} // namespace
+
+CommandLine ParseCommandLine()
+{
+    int count = 0;
+    const unique_arguments arguments(CommandLineToArgvW(GetCommandLineW(), &count));
+    if (count < 2)
+    {
+        return {};
+    }
+    const std::string argument = Narrow(arguments.get()[1]);
+    for (const auto& known : c_switches)
+    {
+        if (argument == known.name)
+        {
+            return {known.runType, false};
+        }
+    }
+    return {RunType::Verbose, true};
+}
+
+} // namespace Uninstaller

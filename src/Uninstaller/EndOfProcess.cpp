@@ -1,0 +1,25 @@
+#include "Uninstaller/EndOfProcess.h"
+
+#include "Installer/Common.h"
+#include "Uninstaller/CrashReporting.h"
+
+#include <windows.h>
+
+namespace Uninstaller
+{
+
+void finishProcess(const std::wstring& logPath, const std::wstring& fileToDeleteAtReboot, bool deleteLog)
+{
+    if (!fileToDeleteAtReboot.empty())
+    {
+        MoveFileExW(fileToDeleteAtReboot.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+    }
+    if (deleteLog)
+    {
+        DeleteFileW(logPath.c_str());
+    }
+    CloseCrashReporting();
+    Installer::RemoveFolder(GetCrashReportFolder());
+}
+
+} // namespace Uninstaller

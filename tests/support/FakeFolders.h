@@ -1,0 +1,85 @@
+#pragma once
+
+#include "support/ImportTableFake.h"
+#include "support/TestFolder.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <cwchar>
+#include <string>
+
+namespace Testing
+{
+
+// The machine's well-known folders, moved below a folder of the test's own.
+class FakeFolders
+{
+public:
+    explicit FakeFolders(const TestFolder& root) : m_root(root)
+    {
+        for (const wchar_t* const name : {L"Temp", L"Program Files", L"ProgramData", L"Desktop", L"Programs"})
+        {
+            root.AddFolder(name);
+        }
+    }
+
+    // Below the root; the temporary folder ends in a backslash, as Windows gives it.
+    std::wstring Temp() const { return m_root / L"Temp\\"; }
+    std::wstring ProgramFiles() const { return m_root / L"Program Files"; }
+    std::wstring ProgramData() const { return m_root / L"ProgramData"; }
+    std::wstring PublicDesktop() const { return m_root / L"Desktop"; }
+    std::wstring CommonPrograms() const { return m_root / L"Programs"; }
+
+    // What the calls return next.
+    HRESULT knownFolderResult = S_OK;
+    bool tempPathFails = false;
+
+private:
+    std::wstring Find(const KNOWNFOLDERID& id) const
+    {
+        if (id == FOLDERID_ProgramFiles)
+        {
+            return ProgramFiles();
+        }
+        if (id == FOLDERID_ProgramData)
+        {
+            return ProgramData();
+        }
+        if (id == FOLDERID_PublicDesktop)
+        {
+            return PublicDesktop();
+        }
+        return id == FOLDERID_CommonPrograms ? CommonPrograms() : std::wstring();
+    }
+
+    const TestFolder& m_root;
+    Fake<&SHGetKnownFolderPath> m_knownFolder = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token,
+                                                       PWSTR* path) -> HRESULT {
+        const std::wstring folder = Find(id);
+        if (folder.empty() || flags != 0 || token != nullptr || FAILED(knownFolderResult))
+        {
+            *path = nullptr;
+            return FAILED(knownFolderResult) ? knownFolderResult : E_INVALIDARG;
+        }
+        *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
+        std::wmemcpy(*path, folder.c_str(), folder.size() + 1);
+        return S_OK;
+    };
+    Fake<&GetTempPathW> m_tempPath = [this](DWORD size, LPWSTR path) -> DWORD {
+        const std::wstring folder = Temp();
+        if (tempPathFails)
+        {
+            return 0;
+        }
+        if (size <= folder.size())
+        {
+            return static_cast<DWORD>(folder.size() + 1);
+        }
+        std::wmemcpy(path, folder.c_str(), folder.size() + 1);
+        return static_cast<DWORD>(folder.size());
+    };
+};
+
+} // namespace Testing

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <functional>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+// Replaces Windows functions in a test program by patching the program's own import address table: the production code
+// calls Windows directly and needs no seam for it. Works the same on every Windows.
+namespace Testing
+{
+
+// Where this program keeps the address of the imported function `name`. Throws std::logic_error when the program does
+// not import it. The linker does not align these places.
+void* ImportSlot(std::string_view name);
+
+// Read and write the address that an import slot holds.
+void* GetImportSlot(const void* slot);
+void SetImportSlot(void* slot, void* function);
+
+namespace Details
+{
+
+template <auto Function>
+consteval auto NameOf()
+{
+    constexpr std::string_view text = __PRETTY_FUNCTION__;
+    constexpr auto begin = text.find_first_not_of('&', text.find("Function = ") + 11);
+    constexpr auto length = text.find_first_of(";]", begin) - begin;
+    std::array<char, length + 1> name{};
+    text.copy(name.data(), length, begin);
+    return name;
+}
+
+} // namespace Details
+
+// While a Fake<&SomeFunction> lives, the program's calls of that function go to its body:
+//     Fake<&Sleep> sleep = [&](DWORD milliseconds) { sleeps.push_back(milliseconds); };
+// A later fake of the same function hides an earlier one until it goes. Real() calls Windows.
+template <auto Function, class Type = decltype(Function)>
+class Fake;
+
+template <auto Function, class Result, class... Arguments>
+class Fake<Function, Result(WINAPI*)(Arguments...)>
+{
+public:
+    template <class Body>
+        requires std::is_invocable_r_v<Result, Body&, Arguments...>
+    explicit(false) Fake(Body body) : m_body(std::move(body)),
+                                      m_outer(std::exchange(s_current, this))
+    {
+        if (!m_outer)
+        {
+            s_real = reinterpret_cast<Pointer>(GetImportSlot(Slot()));
+            SetImportSlot(Slot(), reinterpret_cast<void*>(&Call));
+        }
+    }
+
+    Fake(const Fake&) = delete;
+    Fake& operator=(const Fake&) = delete;
+
+    ~Fake()
+    {
+        if (!m_outer)
+        {
+            SetImportSlot(Slot(), reinterpret_cast<void*>(s_real));
+        }
+        s_current = m_outer;
+    }
+
+    static Result Real(Arguments... arguments) { return s_real(arguments...); }
+
+private:
+    using Pointer = Result(WINAPI*)(Arguments...);
+
+    static Result WINAPI Call(Arguments... arguments) { return s_current->m_body(arguments...); }
+
+    static void* Slot()
+    {
+        static void* const slot = ImportSlot(Details::NameOf<Function>().data());
+        return slot;
+    }
+
+    std::function<Result(Arguments...)> m_body;
+    Fake* m_outer;
+    static constinit inline Fake* s_current = nullptr;
+    static constinit inline Pointer s_real = nullptr;
+};
+
+} // namespace Testing

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "support/ImportTableFake.h"
+
+#include <functional>
+#include <map>
+#include <vector>
+
+namespace Testing
+{
+
+// Time that passes only while the code under test sleeps. No threads while it lives: the C++ runtime sleeps too.
+class VirtualClock
+{
+public:
+    // Milliseconds since the clock was made.
+    ULONGLONG Now() const { return m_now; }
+
+    // Every pause that was made, in milliseconds, in order.
+    const std::vector<DWORD>& Sleeps() const { return m_sleeps; }
+
+    // Lets something happen at a time, during the sleep that reaches it.
+    void At(ULONGLONG time, std::function<void()> event) { m_events.emplace(time, std::move(event)); }
+
+private:
+    void Pass(DWORD milliseconds)
+    {
+        m_sleeps.push_back(milliseconds);
+        const ULONGLONG end = m_now + milliseconds;
+        while (!m_events.empty() && m_events.begin()->first <= end)
+        {
+            auto event = m_events.extract(m_events.begin());
+            m_now = event.key();
+            event.mapped()();
+        }
+        m_now = end;
+    }
+
+    ULONGLONG m_now = 0;
+    std::vector<DWORD> m_sleeps;
+    std::multimap<ULONGLONG, std::function<void()>> m_events;
+    Fake<&::Sleep> m_sleep = [this](DWORD milliseconds) { Pass(milliseconds); };
+};
+
+} // namespace Testing

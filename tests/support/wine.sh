@@ -1,0 +1,60 @@
+# Sourced by the scripts that run Windows programs: where Wine is, and the prefixes (Windows installations) it works in.
+# shellcheck shell=bash
+
+wine_folder="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)/build/wine"
+wine=/usr/lib/wine/wine64
+wineserver=/usr/lib/wine/wineserver64
+export WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES="mscoree=;mshtml=;winedbg.exe=d;winemenubuilder.exe=d"
+export WINEARCH=win64
+unset WINEPREFIX
+
+# Makes the prefix that all others are copied from, unless it is there already: build/wine/ready.
+# Everything in it is a real folder (Wine makes links into the home folder), so nothing outside can be deleted from it.
+make_ready_prefix() {
+    local prefix="$wine_folder/ready"
+    mkdir -p "$wine_folder"
+    (
+        flock 9
+        [ ! -e "$prefix/complete" ] || exit 0
+        local new="$wine_folder/ready.new"
+        rm -rf "$new" "$prefix"
+        export WINEPREFIX="$new"
+        env -u DISPLAY "$wine" wineboot -i >"$wine_folder/wineboot.log" 2>&1 </dev/null
+        # Without a window manager Wine would wait for one at every window that closes.
+        env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
+        "$wineserver" -w
+        find "$new/drive_c/users" -type l | while IFS= read -r link; do
+            rm "$link"
+            mkdir "$link"
+        done
+        rm -f "$new/dosdevices/z:"
+        touch "$new/complete"
+        mv "$new" "$prefix"
+    ) 9>"$wine_folder/lock"
+    [ -e "$prefix/complete" ]
+}
+
+# copy_prefix NAME: makes build/wine/NAME from the ready prefix. Windows' own files are shared, all else is copied.
+copy_prefix() {
+    local copy="$wine_folder/$1"
+    rm -rf "$copy"
+    mkdir -p "$copy/drive_c"
+    cp -a "$wine_folder/ready/"*.reg "$wine_folder/ready/dosdevices" "$copy/"
+    [ ! -e "$wine_folder/ready/.update-timestamp" ] || cp -a "$wine_folder/ready/.update-timestamp" "$copy/"
+    cp -al "$wine_folder/ready/drive_c/windows" "$copy/drive_c/"
+    find "$wine_folder/ready/drive_c" -mindepth 1 -maxdepth 1 ! -name windows -exec cp -a {} "$copy/drive_c/" \;
+}
+
+# run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code.
+# The output goes through a file: Wine's background processes keep a pipe open and the reader waiting.
+run_in_prefix() {
+    export WINEPREFIX="$wine_folder/$1"
+    shift
+    local output status=0
+    output=$(mktemp)
+    "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
+    cat "$output"
+    rm -f "$output"
+    return "$status"
+}

@@ -1,0 +1,122 @@
+#include "Uninstaller/CommandLine.h"
+
+#include "support/ImportTableFake.h"
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+using Installer::RunType;
+using Uninstaller::CommandLine;
+using namespace Testing;
+
+CommandLine Parse(std::wstring arguments)
+{
+    std::wstring line = L"\"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe\"" + std::move(arguments);
+    Fake<&GetCommandLineW> commandLine = [&] { return line.data(); };
+    return Uninstaller::ParseCommandLine();
+}
+
+void ExpectRun(const std::wstring& arguments, RunType runType)
+{
+    const CommandLine commandLine = Parse(arguments);
+    EXPECT_EQ(commandLine.runType, runType);
+    EXPECT_FALSE(commandLine.help);
+}
+
+void ExpectHelp(const std::wstring& arguments)
+{
+    const CommandLine commandLine = Parse(arguments);
+    EXPECT_EQ(commandLine.runType, RunType::Verbose);
+    EXPECT_TRUE(commandLine.help);
+}
+
+TEST(CommandLineTest, no_argument_is_a_GUI_run)
+{
+    ExpectRun(L"", RunType::Gui);
+    ExpectRun(L"   ", RunType::Gui);
+}
+
+TEST(CommandLineTest, the_switches_choose_the_run_type)
+{
+    ExpectRun(L" -v", RunType::Verbose);
+    ExpectRun(L" --verbose", RunType::Verbose);
+    ExpectRun(L" -s", RunType::Silent);
+    ExpectRun(L" --silent", RunType::Silent);
+    ExpectRun(L" -g", RunType::Gui);
+    ExpectRun(L" --gui", RunType::Gui);
+    ExpectRun(L" \"-s\"", RunType::Silent);
+}
+
+TEST(CommandLineTest, only_the_first_argument_counts)
+{
+    ExpectRun(L" -s -v --help", RunType::Silent);
+    ExpectRun(L" -g nonsense", RunType::Gui);
+    ExpectHelp(L" nonsense -s");
+}
+
+TEST(CommandLineTest, anything_else_asks_for_the_help)
+{
+    for (const wchar_t* const arguments :
+         {L" -h", L" --help", L" -S", L" --Silent", L" --SILENT", L" -s1", L" --silen", L" s", L" /s", L" -s-",
+          L" \"\"", L" \" -s\"", L" \"-s \"", L" \u2212s", L" \u00e4", L" \u65e5\u672c", L" -s\u0301"})
+    {
+        ExpectHelp(arguments);
+    }
+    ExpectHelp(L" " + std::wstring(30'000, L'x'));
+}
+
+TEST(CommandLineTest, a_command_line_that_cannot_be_taken_apart_is_a_GUI_run)
+{
+    Fake<&CommandLineToArgvW> failing = [](LPCWSTR, int*) -> LPWSTR* { return nullptr; };
+
+    ExpectRun(L" -s", RunType::Gui);
+}
+
+TEST(CommandLineTest, the_list_of_arguments_is_freed)
+{
+    unsigned freed = 0;
+    Fake<&LocalFree> free = [&](HLOCAL memory) {
+        ++freed;
+        return decltype(free)::Real(memory);
+    };
+
+    ExpectRun(L" -s", RunType::Silent);
+
+    EXPECT_EQ(freed, 1U);
+}
+
+TEST(CommandLineTest, the_argument_is_compared_in_the_8_bit_code_page)
+{
+    std::vector<UINT> codePages;
+    Fake<&WideCharToMultiByte> convert = [&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size,
+                                             LPCCH replacement, LPBOOL used) {
+        codePages.push_back(page);
+        return decltype(convert)::Real(page, flags, text, length, out, size, replacement, used);
+    };
+
+    ExpectRun(L" -s", RunType::Silent);
+
+    EXPECT_EQ(codePages, std::vector<UINT>(2, CP_ACP));
+}
+
+TEST(CommandLineTest, the_help_has_four_lines)
+{
+    const std::vector<std::wstring> lines(std::begin(Uninstaller::c_helpLines), std::end(Uninstaller::c_helpLines));
+
+    EXPECT_EQ(lines, (std::vector<std::wstring>{L"-v  | --verbose            | Detailed uninstaller logging",
+                                                L"-s  | --silent             | Don't show a status GUI",
+                                                L"-g  | --gui                | Show a status GUI (default)",
+                                                L"-h  | --help               | Display this help screen"}));
+}
+
+} // namespace

@@ -1,0 +1,61 @@
+#include "support/ImportTableFake.h"
+
+#include "support/VirtualClock.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace Testing;
+
+TEST(ImportTableFakeTest, replaces_a_function_while_it_lives)
+{
+    {
+        Fake<&GetCurrentProcessId> fake = []() -> DWORD { return 42; };
+        EXPECT_EQ(GetCurrentProcessId(), 42U);
+        EXPECT_NE(decltype(fake)::Real(), 42U);
+    }
+    EXPECT_NE(GetCurrentProcessId(), 42U);
+}
+
+TEST(ImportTableFakeTest, a_later_one_hides_an_earlier_one)
+{
+    Fake<&GetCurrentProcessId> outer = []() -> DWORD { return 1; };
+    {
+        Fake<&GetCurrentProcessId> inner = []() -> DWORD { return 2; };
+        EXPECT_EQ(GetCurrentProcessId(), 2U);
+    }
+    EXPECT_EQ(GetCurrentProcessId(), 1U);
+}
+
+TEST(ImportTableFakeTest, refuses_a_function_that_the_program_does_not_import)
+{
+    EXPECT_THROW(ImportSlot("NoSuchFunctionAnywhere"), std::logic_error);
+}
+
+TEST(VirtualClockTest, passes_while_the_code_sleeps_and_lets_things_happen)
+{
+    VirtualClock clock;
+    std::string happened;
+    clock.At(1500, [&] { happened += "b at " + std::to_string(clock.Now()); });
+    clock.At(1000, [&] { happened += "a, "; });
+
+    Sleep(999);
+    EXPECT_EQ(happened, "");
+    Sleep(1);
+    EXPECT_EQ(happened, "a, ");
+    Sleep(5000);
+
+    EXPECT_EQ(happened, "a, b at 1500");
+    EXPECT_EQ(clock.Now(), 6000U);
+    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{999, 1, 5000}));
+}
+
+} // namespace

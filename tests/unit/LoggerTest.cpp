@@ -1,0 +1,304 @@
+#include "Installer/Logger.h"
+
+#include "support/FakeFolders.h"
+#include "support/TestFolder.h"
+#include "support/VirtualClock.h"
+
+#include <windows.h>
+
+#include <sentry.h>
+#include <sentry_testing.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace Installer;
+using namespace Testing;
+using SentryTesting::Breadcrumb;
+
+class LoggerTest : public testing::Test
+{
+protected:
+    LoggerTest() { sentry_init(sentry_options_new()); }
+    ~LoggerTest() override
+    {
+        SentryTesting::Forget();
+        EXPECT_EQ(SentryTesting::LivingObjects(), 0);
+    }
+
+    std::wstring LogFile() const { return folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log"; }
+    std::string LogText() const { return ReadFileText(LogFile()); }
+
+    SYSTEMTIME now{.wYear = 2026,
+                   .wMonth = 3,
+                   .wDayOfWeek = 6,
+                   .wDay = 7,
+                   .wHour = 9,
+                   .wMinute = 5,
+                   .wSecond = 12,
+                   .wMilliseconds = 345};
+    VirtualClock clock;
+    TestFolder root;
+    FakeFolders folders{root};
+    std::vector<std::wstring> console;
+    Fake<&GetLocalTime> localTime = [this](LPSYSTEMTIME time) { *time = now; };
+    Fake<&GetStdHandle> standardHandle = [](DWORD kind) -> HANDLE {
+        EXPECT_EQ(kind, STD_OUTPUT_HANDLE);
+        return reinterpret_cast<HANDLE>(0x77);
+    };
+    Fake<&WriteConsoleW> writeConsole = [this](HANDLE handle, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
+        EXPECT_EQ(handle, reinterpret_cast<HANDLE>(0x77));
+        console.emplace_back(static_cast<const wchar_t*>(text), length);
+        return FALSE; // there is no console
+    };
+};
+
+TEST_F(LoggerTest, is_named_after_the_local_time_without_padding)
+{
+    EXPECT_EQ(Logger().LogPath(), LogFile());
+
+    now = {.wYear = 2027,
+           .wMonth = 1,
+           .wDayOfWeek = 5,
+           .wDay = 1,
+           .wHour = 0,
+           .wMinute = 0,
+           .wSecond = 0,
+           .wMilliseconds = 999};
+    EXPECT_EQ(Logger().LogPath(), folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2027_1_1_0_0_0.log");
+
+    now = {.wYear = 2026,
+           .wMonth = 12,
+           .wDayOfWeek = 5,
+           .wDay = 31,
+           .wHour = 23,
+           .wMinute = 59,
+           .wSecond = 58,
+           .wMilliseconds = 0};
+    EXPECT_EQ(Logger().LogPath(), folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2026_12_31_23_59_58.log");
+}
+
+TEST_F(LoggerTest, makes_its_folder_but_no_file_before_the_first_line)
+{
+    Logger logger;
+
+    EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
+    EXPECT_FALSE(Exists(LogFile()));
+    EXPECT_TRUE(console.empty());
+}
+
+TEST_F(LoggerTest, tags_are_eleven_characters_wide)
+{
+    Logger logger;
+
+    logger.Info(L"one");
+    logger.Warning(L"two", false);
+    logger.Error(L"three", false);
+    logger.Warning(L"four", true);
+    logger.Error(L"five", true);
+
+    EXPECT_EQ(LogText(), "|INFO|:    one\n"
+                         "|WARNING|: two\n"
+                         "|ERROR|:   three\n"
+                         "|WARNING|: four\n"
+                         "|ERROR|:   five\n");
+}
+
+TEST_F(LoggerTest, writes_every_line_to_the_console_too_whether_or_not_there_is_one)
+{
+    Logger logger;
+
+    logger.Info(L"one");
+    logger.Warning(L"two\nlines", false);
+    logger.Error(L"\u20ac", true);
+
+    EXPECT_EQ(console,
+              (std::vector<std::wstring>{L"|INFO|:    one\n", L"|WARNING|: twolines\n", L"|ERROR|:   \u20ac\n"}));
+}
+
+TEST_F(LoggerTest, writes_one_line_for_a_message_of_several)
+{
+    Logger logger;
+
+    logger.Info(L"a\nb");
+    logger.Info(L"\n\na\r\nb\r\n\n");
+    logger.Info(L"");
+
+    EXPECT_EQ(LogText(), "|INFO|:    ab\n"
+                         "|INFO|:    a\rb\r\n"
+                         "|INFO|:    \n");
+}
+
+TEST_F(LoggerTest, writes_UTF_8)
+{
+    Logger logger;
+
+    logger.Info(L"\u00e9 \u0416 \u65e5 \U0001f600");
+
+    EXPECT_EQ(LogText(), "|INFO|:    \xc3\xa9 \xd0\x96 \xe6\x97\xa5 \xf0\x9f\x98\x80\n");
+}
+
+TEST_F(LoggerTest, keeps_a_line_about_a_name_that_is_no_valid_text)
+{
+    Logger logger;
+
+    logger.Info(L"before \xd800 after");
+
+    EXPECT_EQ(LogText(), "|INFO|:    before \xef\xbf\xbd after\n");
+}
+
+TEST_F(LoggerTest, appends_to_a_file_that_is_there)
+{
+    root.AddFile(L"Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log", "earlier\n");
+
+    Logger().Info(L"later");
+
+    EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\n");
+}
+
+TEST_F(LoggerTest, writes_each_line_at_once_with_one_write_and_closes_the_file)
+{
+    unsigned writes = 0;
+    Fake<&WriteFile> writeFile = [&](HANDLE file, LPCVOID data, DWORD size, LPDWORD written, LPOVERLAPPED overlapped) {
+        ++writes;
+        return decltype(writeFile)::Real(file, data, size, written, overlapped);
+    };
+    Logger logger;
+
+    logger.Info(L"one");
+    EXPECT_EQ(LogText(), "|INFO|:    one\n");
+    logger.Info(L"two");
+
+    EXPECT_EQ(writes, 2U);
+    EXPECT_EQ(DeleteFileW(LogFile().c_str()), TRUE); // nobody has it open
+}
+
+TEST_F(LoggerTest, opens_the_file_for_appending_and_lets_others_read_and_write)
+{
+    std::vector<std::pair<DWORD, DWORD>> opened;
+    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
+                                        DWORD disposition, DWORD flags, HANDLE pattern) {
+        EXPECT_EQ(path, LogFile());
+        EXPECT_EQ(disposition, static_cast<DWORD>(OPEN_ALWAYS));
+        opened.emplace_back(access, sharing);
+        return decltype(createFile)::Real(path, access, sharing, security, disposition, flags, pattern);
+    };
+
+    Logger().Info(L"one");
+
+    EXPECT_EQ(opened, (decltype(opened){{FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE}}));
+}
+
+TEST_F(LoggerTest, a_reader_that_holds_the_file_open_stops_nothing)
+{
+    Logger logger;
+    logger.Info(L"one");
+    const HANDLE reader = CreateFileW(LogFile().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, 0, nullptr);
+
+    logger.Info(L"two");
+
+    CloseHandle(reader);
+    EXPECT_EQ(LogText(), "|INFO|:    one\n|INFO|:    two\n");
+}
+
+TEST_F(LoggerTest, a_file_that_cannot_be_opened_is_left_out)
+{
+    root.AddFolder(L"Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log");
+    Logger logger;
+
+    logger.Info(L"one");
+
+    EXPECT_EQ(console.size(), 1U);
+    EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 1U);
+}
+
+TEST_F(LoggerTest, a_file_that_cannot_be_written_is_left_out)
+{
+    Fake<&WriteFile> writeFile = [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) -> BOOL { return FALSE; };
+    Logger logger;
+
+    logger.Error(L"one", false);
+
+    EXPECT_EQ(LogText(), "");
+    EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 1U);
+}
+
+TEST_F(LoggerTest, a_log_folder_that_cannot_be_made_is_left_out)
+{
+    root.AddFile(L"Temp\\Velmora");
+    Logger logger;
+
+    logger.Info(L"one");
+
+    EXPECT_EQ(logger.LogPath(), LogFile());
+    EXPECT_EQ(console.size(), 1U);
+}
+
+TEST_F(LoggerTest, leaves_breadcrumbs_without_a_type)
+{
+    Logger logger;
+
+    logger.Info(L"one\ntwo");
+    logger.Warning(L"\u20ac", false);
+    logger.Error(L"three", false);
+
+    const auto run = SentryTesting::CurrentRun();
+    EXPECT_EQ(run.breadcrumbs,
+              (std::vector<Breadcrumb>{{"", "one\ntwo"}, {"", "Warning:\xe2\x82\xac"}, {"", "Error:three"}}));
+    EXPECT_TRUE(run.events.empty());
+}
+
+TEST_F(LoggerTest, captures_events_where_it_is_asked_to)
+{
+    Logger logger;
+
+    logger.Warning(L"one\n", true);
+    logger.Error(L"\u20ac", true);
+
+    const auto run = SentryTesting::CurrentRun();
+    ASSERT_EQ(run.events.size(), 2U);
+    EXPECT_EQ(run.events[0].level, SENTRY_LEVEL_WARNING);
+    EXPECT_EQ(run.events[0].logger, "logger");
+    EXPECT_EQ(run.events[0].message, "one\n");
+    EXPECT_EQ(run.events[1].level, SENTRY_LEVEL_ERROR);
+    EXPECT_EQ(run.events[1].logger, "logger");
+    EXPECT_EQ(run.events[1].message, "\xe2\x82\xac");
+    EXPECT_TRUE(run.breadcrumbs.empty());
+}
+
+TEST_F(LoggerTest, works_without_a_crash_reporter)
+{
+    sentry_close();
+    Logger logger;
+
+    logger.Info(L"one");
+    logger.Error(L"two", true);
+
+    EXPECT_EQ(LogText(), "|INFO|:    one\n|ERROR|:   two\n");
+}
+
+TEST_F(LoggerTest, writes_the_console_then_the_file_then_the_breadcrumb)
+{
+    std::vector<std::string> order;
+    Fake<&WriteConsoleW> toConsole = [&](HANDLE, const void*, DWORD, LPDWORD, LPVOID) -> BOOL {
+        order.emplace_back("console");
+        return TRUE;
+    };
+    Fake<&WriteFile> toFile = [&](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) -> BOOL {
+        order.emplace_back("file, breadcrumbs " + std::to_string(SentryTesting::CurrentRun().breadcrumbs.size()));
+        return TRUE;
+    };
+
+    Logger().Info(L"one");
+
+    EXPECT_EQ(order, (std::vector<std::string>{"console", "file, breadcrumbs 0"}));
+    EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 1U);
+}
+
+} // namespace

@@ -1,0 +1,300 @@
+#include "Uninstaller/Sequence.h"
+
+#include "support/FakeFolders.h"
+#include "support/FakeRegistry.h"
+#include "support/TestFolder.h"
+#include "support/VirtualClock.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace Uninstaller;
+using namespace Testing;
+using namespace std::string_literals;
+using Lines = std::vector<std::string>;
+
+constexpr wchar_t c_environment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+constexpr wchar_t c_entry[] = L"%USERPROFILE%\\AppData\\Local\\Vel Mora\\lib";
+
+// The log of a run in which everything is there and goes.
+const Lines c_fullLog{
+    "|INFO|:    Velmora will leave user directories as-is.",
+    "|INFO|:    Deleting desktop shortcut...",
+    "|INFO|:    Deleting start menu shortcut...",
+    "|INFO|:    Removing from path...",
+    "|INFO|:    Removing startup entry...",
+    "|INFO|:    Deregistering application from system...",
+    "|INFO|:    Removing uninstall entry...",
+    "|INFO|:    Deleting installation folder...",
+    "|INFO|:    Deleting OrvaneAuthService folders...",
+    "|INFO|:    Deleting VelmoraUpdater folder...",
+    "|INFO|:    Uninstall Complete!",
+};
+
+const std::string c_partial = "|ERROR|:   Velmora did not fully uninstall. Please check the logs for more information.";
+
+// A machine with the product on it: its registry in memory, its folders below a folder of the test's own.
+class SequenceTest : public testing::Test
+{
+protected:
+    SequenceTest()
+    {
+        root.AddFile(L"Desktop\\Velmora.lnk");
+        root.AddFile(L"Programs\\Velmora.lnk");
+        root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
+        root.AddFile(L"Program Files\\Velmora2\\bystander");
+        root.AddFile(L"Program Files\\OrvaneAuthService\\service.exe");
+        root.AddFile(L"ProgramData\\OrvaneAuthService\\data");
+        root.AddFile(L"ProgramData\\VelmoraUpdater\\data");
+        root.AddFile(L"ProgramData\\Other\\bystander");
+        registry.SetString(c_environment, L"PATH", L"C:\\A;"s + c_entry + L";C:\\B");
+        registry.SetString(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run", L"Velmora", L"x");
+        registry.SetString(L"SOFTWARE\\RegisteredApplications", L"Velmora", L"x");
+        registry.AddKey(L"SOFTWARE\\Velmora");
+        registry.AddKey(L"SOFTWARE\\Velmora\\Capabilities");
+        registry.AddKey(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora");
+    }
+
+    ExitCode Run(bool removeUserSettings = false)
+    {
+        return UninstallProduct({.logger = logger,
+                                 .installFolder = installFolder,
+                                 .ownPath = L"C:\\own.exe",
+                                 .removeUserSettings = removeUserSettings});
+    }
+
+    // Ends the text of a failure with the reason that the fake system gives.
+    static std::string Failed(const std::string& line) { return line + " Reason: <80070005>"; }
+
+    // What the log of a full run becomes when lines are put in, each before the one that follows it.
+    static Lines WithLine(const std::string& line, const std::string& before, bool partial)
+    {
+        Lines lines = c_fullLog;
+        lines.insert(std::ranges::find(lines, before), line);
+        if (partial)
+        {
+            lines.push_back(c_partial);
+        }
+        return lines;
+    }
+
+    // The log as it stood when it was last seen: it is deleted by a run that was successful.
+    Lines LogLines() const { return log; }
+
+    VirtualClock clock;
+    TestFolder root;
+    FakeFolders folders{root};
+    FakeRegistry registry;
+    std::wstring installFolder = folders.ProgramFiles() + L"\\Velmora\\";
+    Lines log;
+    std::vector<std::wstring> scheduled;
+    Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
+    Fake<&SendMessageTimeoutW> send = [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, PDWORD_PTR) -> LRESULT { return 1; };
+    Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        scheduled.emplace_back(from);
+        return TRUE;
+    };
+    Fake<&WriteConsoleW> console = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
+        const std::wstring line(static_cast<const wchar_t*>(text), length - 1);
+        log.emplace_back(line.begin(), line.end());
+        return TRUE;
+    };
+    Fake<&FormatMessageW> format = [](DWORD, LPCVOID, DWORD code, DWORD, LPWSTR text, DWORD, va_list*) -> DWORD {
+        return static_cast<DWORD>(swprintf(text, 256, L"<%lx>", code));
+    };
+    Installer::Logger logger;
+};
+
+TEST_F(SequenceTest, removes_everything_in_its_order_and_nothing_else)
+{
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(LogLines(), c_fullLog);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200});
+    for (const wchar_t* const gone :
+         {L"Desktop\\Velmora.lnk", L"Programs\\Velmora.lnk", L"Program Files\\Velmora",
+          L"Program Files\\OrvaneAuthService", L"ProgramData\\OrvaneAuthService", L"ProgramData\\VelmoraUpdater"})
+    {
+        EXPECT_FALSE(Exists(root / gone));
+    }
+    EXPECT_TRUE(Exists(root / L"Program Files\\Velmora2\\bystander"));
+    EXPECT_TRUE(Exists(root / L"ProgramData\\Other\\bystander"));
+    EXPECT_EQ(registry.FindString(c_environment, L"PATH"), L"C:\\A;C:\\B;");
+    EXPECT_FALSE(registry.FindValue(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run", L"Velmora"));
+    EXPECT_FALSE(registry.FindValue(L"SOFTWARE\\RegisteredApplications", L"Velmora"));
+    EXPECT_TRUE(registry.HasKey(L"SOFTWARE\\Velmora"));
+    EXPECT_FALSE(registry.HasKey(L"SOFTWARE\\Velmora\\Capabilities"));
+    EXPECT_FALSE(registry.HasKey(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora"));
+}
+
+TEST_F(SequenceTest, a_full_success_deletes_the_log_and_schedules_the_program)
+{
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_FALSE(Exists(logger.LogPath()));
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
+}
+
+TEST_F(SequenceTest, a_partial_success_keeps_the_log_and_schedules_the_program)
+{
+    SetFileAttributesW((root / L"Desktop\\Velmora.lnk").c_str(), FILE_ATTRIBUTE_READONLY);
+
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(Exists(logger.LogPath()));
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
+}
+
+TEST_F(SequenceTest, the_settings_go_when_the_user_wants_it)
+{
+    EXPECT_EQ(Run(true), EXIT_NO_ERROR);
+
+    EXPECT_EQ(LogLines().at(0), "|INFO|:    Velmora will attempt to delete user data directories.");
+    EXPECT_FALSE(registry.HasKey(L"SOFTWARE\\Velmora"));
+}
+
+TEST_F(SequenceTest, a_machine_without_the_product_is_a_full_success)
+{
+    RemoveTestFolder(installFolder);
+    RemoveTestFolder(folders.ProgramFiles() + L"\\OrvaneAuthService");
+    RemoveTestFolder(folders.ProgramData());
+    DeleteFileW((root / L"Desktop\\Velmora.lnk").c_str());
+    DeleteFileW((root / L"Programs\\Velmora.lnk").c_str());
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    Lines expected = c_fullLog;
+    std::erase(expected, "|INFO|:    Deleting installation folder...");
+    EXPECT_EQ(LogLines(), expected);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200});
+}
+
+TEST_F(SequenceTest, a_file_in_the_place_of_the_installation_folder_is_left_alone)
+{
+    RemoveTestFolder(installFolder);
+    root.AddFile(L"Program Files\\Velmora");
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_TRUE(Exists(root / L"Program Files\\Velmora"));
+}
+
+// One operation of the list that fails for good while all others succeed.
+struct FailingStep
+{
+    const char* name;
+    std::function<void(const TestFolder& root, FakeRegistry& registry)> arrange;
+    std::string line;    // the whole of it, less the folder and the reason
+    std::wstring folder; // that the line names, below the test's own
+    std::string before;  // the line that follows
+    bool partial;
+    unsigned seconds; // of pauses
+};
+
+void PrintTo(const FailingStep& step, std::ostream* stream)
+{
+    *stream << step.name;
+}
+
+void MakeReadOnly(const std::wstring& path)
+{
+    SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY);
+}
+
+class FailingStepTest : public SequenceTest, public testing::WithParamInterface<FailingStep>
+{
+};
+
+TEST_P(FailingStepTest, is_reported_and_does_not_keep_the_others_from_being_done)
+{
+    const FailingStep& step = GetParam();
+    step.arrange(root, registry);
+
+    EXPECT_EQ(Run(), step.partial ? EXIT_ERROR_PARTIAL_UNINSTALL : EXIT_NO_ERROR);
+
+    std::string line = step.line;
+    if (!step.folder.empty())
+    {
+        const std::wstring folder = root / step.folder;
+        line += " (" + std::string(folder.begin(), folder.end()) + ")";
+    }
+    EXPECT_EQ(LogLines(), WithLine(Failed(line), step.before, step.partial));
+    std::vector<DWORD> sleeps(step.seconds, 1000);
+    sleeps.insert(sleeps.begin(), 200);
+    EXPECT_EQ(clock.Sleeps(), sleeps);
+}
+
+const FailingStep c_failingSteps[] = {
+    {"desktop_shortcut", [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Desktop\\Velmora.lnk"); },
+     "|ERROR|:   Unable to delete desktop shortcut.", L"", "|INFO|:    Deleting start menu shortcut...", true, 10},
+    {"start_menu_shortcut",
+     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Programs\\Velmora.lnk"); },
+     "|ERROR|:   Unable to delete start menu shortcut.", L"", "|INFO|:    Removing from path...", true, 10},
+    {"path",
+     [](const TestFolder&, FakeRegistry& registry) {
+         registry.FailCall("open SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment f003f",
+                           ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to remove from path.", L"", "|INFO|:    Removing startup entry...", true, 9},
+    {"startup_entry",
+     [](const TestFolder&, FakeRegistry& registry) {
+         registry.FailCall("delete SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run Velmora", ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to remove startup entry.", L"", "|INFO|:    Deregistering application from system...", true,
+     10},
+    {"registration",
+     [](const TestFolder&, FakeRegistry& registry) {
+         registry.FailCall("delete tree SOFTWARE\\Classes\\velmora", ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to deregister application from system.", L"", "|INFO|:    Removing uninstall entry...", true,
+     10},
+    {"uninstall_entry",
+     [](const TestFolder&, FakeRegistry& registry) {
+         registry.FailCall("delete tree SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora",
+                           ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to remove uninstall entry.", L"", "|INFO|:    Deleting installation folder...", true, 10},
+    {"installation_folder",
+     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Program Files\\Velmora\\Velmora.exe"); },
+     "|ERROR|:   Unable to delete installation folder", L"Program Files\\Velmora\\",
+     "|INFO|:    Deleting OrvaneAuthService folders...", true, 10},
+    {"service_program_folder",
+     [](const TestFolder& root, FakeRegistry&) {
+         MakeReadOnly(root / L"Program Files\\OrvaneAuthService\\service.exe");
+     },
+     "|WARNING|: Unable to delete PF OrvaneAuthService folder", L"Program Files\\OrvaneAuthService",
+     "|INFO|:    Deleting VelmoraUpdater folder...", false, 9},
+    {"service_data_folder",
+     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"ProgramData\\OrvaneAuthService\\data"); },
+     "|WARNING|: Unable to delete PD OrvaneAuthService folder", L"ProgramData\\OrvaneAuthService",
+     "|INFO|:    Deleting VelmoraUpdater folder...", false, 9},
+    {"updater_folder",
+     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"ProgramData\\VelmoraUpdater\\data"); },
+     "|WARNING|: Unable to delete VelmoraUpdater folder", L"ProgramData\\VelmoraUpdater",
+     "|INFO|:    Uninstall Complete!", false, 9},
+};
+
+INSTANTIATE_TEST_SUITE_P(SequenceTest, FailingStepTest, testing::ValuesIn(c_failingSteps),
+                         [](const auto& step) { return std::string(step.param.name); });
+
+TEST_F(SequenceTest, an_operation_that_succeeds_at_a_later_attempt_is_no_failure)
+{
+    registry.FailCall("open SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment 20019",
+                      ERROR_ACCESS_DENIED, 9);
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(LogLines(), c_fullLog);
+    EXPECT_EQ(clock.Sleeps().size(), 10U);
+}
+
+} // namespace

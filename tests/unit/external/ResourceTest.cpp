@@ -1,0 +1,231 @@
+#include "support/ImportTableFake.h"
+
+#include <windows.h>
+
+#include <oleauto.h>
+#include <winsvc.h>
+
+#include <gmock/gmock.h>
+#include <wil/resource.h>
+
+#include <concepts>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+using namespace Testing;
+
+namespace
+{
+
+HANDLE ToHandle(INT_PTR number)
+{
+    return reinterpret_cast<HANDLE>(number);
+}
+
+// The handles that are closed while this lives; closing spoils the last error.
+class ClosedHandles
+{
+public:
+    std::vector<HANDLE> closed;
+
+private:
+    Fake<&CloseHandle> m_close = [this](HANDLE handle) {
+        closed.push_back(handle);
+        SetLastError(ERROR_BAD_COMMAND);
+        return TRUE;
+    };
+};
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+} // namespace
+
+TEST(UniqueHandle, closes_its_handle_once_at_the_end)
+{
+    const ClosedHandles handles;
+    {
+        const wil::unique_handle handle(ToHandle(8));
+        EXPECT_TRUE(handle);
+        EXPECT_TRUE(handle.is_valid());
+        EXPECT_EQ(handle.get(), ToHandle(8));
+        EXPECT_THAT(handles.closed, IsEmpty());
+    }
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(8)));
+}
+
+TEST(UniqueHandle, closes_nothing_when_empty)
+{
+    const ClosedHandles handles;
+    {
+        const wil::unique_handle none;
+        const wil::unique_handle null(nullptr);
+        const wil::unique_handle invalid(INVALID_HANDLE_VALUE);
+        EXPECT_EQ(none.get(), nullptr);
+        EXPECT_FALSE(none);
+        EXPECT_FALSE(null.is_valid());
+        EXPECT_FALSE(invalid);
+        EXPECT_TRUE(none == nullptr);
+    }
+    EXPECT_THAT(handles.closed, IsEmpty());
+}
+
+TEST(UniqueHandle, is_moved_and_never_copied)
+{
+    static_assert(!std::copyable<wil::unique_handle>);
+    static_assert(!std::is_convertible_v<HANDLE, wil::unique_handle>);
+    const ClosedHandles handles;
+    {
+        wil::unique_handle first(ToHandle(8));
+        wil::unique_handle second(std::move(first));
+        EXPECT_FALSE(first);
+        wil::unique_handle third(ToHandle(12));
+        third = std::move(second);
+        EXPECT_THAT(handles.closed, ElementsAre(ToHandle(12)));
+        EXPECT_EQ(third.get(), ToHandle(8));
+    }
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(12), ToHandle(8)));
+}
+
+TEST(UniqueHandle, survives_being_moved_to_itself)
+{
+    const ClosedHandles handles;
+    wil::unique_handle handle(ToHandle(8));
+    wil::unique_handle& same = handle;
+    handle = std::move(same);
+    EXPECT_EQ(handle.release(), ToHandle(8));
+    EXPECT_THAT(handles.closed, IsEmpty());
+}
+
+TEST(UniqueHandle, reset_closes_and_takes_another_and_keeps_the_last_error)
+{
+    const ClosedHandles handles;
+    wil::unique_handle handle(ToHandle(8));
+    SetLastError(ERROR_ACCESS_DENIED);
+    handle.reset(ToHandle(12));
+    EXPECT_EQ(GetLastError(), 5U);
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(8)));
+    handle.reset();
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(8), ToHandle(12)));
+    EXPECT_FALSE(handle);
+    handle.reset(ToHandle(16));
+    handle = nullptr;
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(8), ToHandle(12), ToHandle(16)));
+}
+
+TEST(UniqueHandle, release_hands_the_handle_over)
+{
+    const ClosedHandles handles;
+    wil::unique_handle handle(ToHandle(8));
+    EXPECT_EQ(handle.release(), ToHandle(8));
+    EXPECT_FALSE(handle);
+    EXPECT_THAT(handles.closed, IsEmpty());
+}
+
+TEST(UniqueHandle, put_and_its_address_close_first_and_addressof_does_not)
+{
+    const ClosedHandles handles;
+    wil::unique_handle handle(ToHandle(8));
+    *handle.addressof() = ToHandle(12);
+    EXPECT_THAT(handles.closed, IsEmpty());
+    *handle.put() = ToHandle(16);
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(12)));
+    EXPECT_EQ(*&handle, nullptr);
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(12), ToHandle(16)));
+}
+
+TEST(UniqueHandle, swaps_without_closing)
+{
+    const ClosedHandles handles;
+    wil::unique_handle first(ToHandle(8));
+    wil::unique_handle second(ToHandle(12));
+    first.swap(second);
+    swap(first, second);
+    first.swap(second);
+    EXPECT_EQ(first.release(), ToHandle(12));
+    EXPECT_EQ(second.release(), ToHandle(8));
+    EXPECT_THAT(handles.closed, IsEmpty());
+}
+
+TEST(UniqueHfile, is_empty_as_an_invalid_handle)
+{
+    const ClosedHandles handles;
+    {
+        wil::unique_hfile file;
+        EXPECT_EQ(file.get(), INVALID_HANDLE_VALUE);
+        EXPECT_FALSE(file);
+        EXPECT_FALSE(wil::unique_hfile(ToHandle(0)));
+        file.reset(ToHandle(8));
+        EXPECT_TRUE(file);
+        EXPECT_EQ(file.release(), ToHandle(8));
+        EXPECT_EQ(file.get(), INVALID_HANDLE_VALUE);
+        static_assert(std::is_same_v<wil::unique_tool_help_snapshot, wil::unique_hfile>);
+    }
+    EXPECT_THAT(handles.closed, IsEmpty());
+}
+
+TEST(UniqueProcessHandle, takes_the_handle_of_the_calling_process)
+{
+    const ClosedHandles handles;
+    EXPECT_FALSE(wil::unique_process_handle());
+    EXPECT_TRUE(wil::unique_process_handle(GetCurrentProcess()));
+    EXPECT_THAT(handles.closed, ElementsAre(GetCurrentProcess()));
+}
+
+TEST(UniqueHfind, ends_a_search)
+{
+    std::vector<HANDLE> closed;
+    const Fake<&FindClose> close = [&](HANDLE search) {
+        closed.push_back(search);
+        return TRUE;
+    };
+    wil::unique_hfind(ToHandle(8)).reset();
+    wil::unique_hfind().reset();
+    EXPECT_THAT(closed, ElementsAre(ToHandle(8)));
+}
+
+TEST(UniqueHkey, closes_a_key)
+{
+    std::vector<HKEY> closed;
+    const Fake<&RegCloseKey> close = [&](HKEY key) {
+        closed.push_back(key);
+        return ERROR_SUCCESS;
+    };
+    {
+        wil::unique_hkey key;
+        EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, nullptr, 0, KEY_READ, &key), ERROR_SUCCESS);
+        EXPECT_TRUE(key);
+    }
+    EXPECT_EQ(closed.size(), 1U);
+}
+
+TEST(UniqueSchandle, closes_a_service_handle)
+{
+    std::vector<SC_HANDLE> closed;
+    const Fake<&CloseServiceHandle> close = [&](SC_HANDLE handle) {
+        closed.push_back(handle);
+        return TRUE;
+    };
+    const auto handle = reinterpret_cast<SC_HANDLE>(INT_PTR{8});
+    wil::unique_schandle(handle).reset();
+    EXPECT_THAT(closed, ElementsAre(handle));
+}
+
+TEST(UniqueStrings, are_freed_by_what_they_come_from)
+{
+    std::vector<const void*> freed;
+    const Fake<&CoTaskMemFree> freeTask = [&](void* memory) { freed.push_back(memory); };
+    const Fake<&LocalFree> freeLocal = [&](HLOCAL memory) {
+        freed.push_back(memory);
+        return nullptr;
+    };
+    const Fake<&SysFreeString> freeBstr = [&](BSTR memory) { freed.push_back(memory); };
+    wchar_t task[] = L"t";
+    wchar_t local[] = L"l";
+    wchar_t bstr[] = L"b";
+    EXPECT_STREQ(wil::unique_cotaskmem_string(task).get(), L"t");
+    EXPECT_STREQ(wil::unique_hlocal_string(local).get(), L"l");
+    EXPECT_STREQ(wil::unique_bstr(bstr).get(), L"b");
+    EXPECT_THAT(freed, ElementsAre(task, local, bstr));
+}

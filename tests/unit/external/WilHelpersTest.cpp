@@ -1,0 +1,91 @@
+#include "support/ImportTableFake.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <wil/stl.h>
+#include <wil/token_helpers.h>
+#include <wil/win32_helpers.h>
+
+#include <algorithm>
+#include <string>
+
+using namespace Testing;
+
+TEST(GetModuleFileName, gives_the_full_path_of_the_program)
+{
+    EXPECT_THAT(wil::GetModuleFileNameW<std::wstring>(), testing::EndsWith(L"\\UnitTests.exe"));
+}
+
+TEST(GetModuleFileName, grows_its_buffer_until_the_path_fits)
+{
+    const std::wstring path(5000, L'x');
+    const auto module = reinterpret_cast<HMODULE>(INT_PTR{8});
+    const Fake<&GetModuleFileNameW> name = [&](HMODULE asked, wchar_t* buffer, DWORD size) -> DWORD {
+        EXPECT_EQ(asked, module);
+        const auto length = std::min(path.size(), size_t{size});
+        path.copy(buffer, length);
+        if (length == path.size() && length < size)
+        {
+            buffer[length] = L'\0';
+            return static_cast<DWORD>(length);
+        }
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return size;
+    };
+    EXPECT_EQ(wil::GetModuleFileNameW<std::wstring>(module), path);
+}
+
+TEST(GetModuleFileName, throws_the_last_error)
+{
+    const Fake<&GetModuleFileNameW> name = [](HMODULE, wchar_t*, DWORD) -> DWORD {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return 0;
+    };
+    EXPECT_THROW(
+        try { wil::GetModuleFileNameW<std::wstring>(); } catch (const wil::ResultException& exception) {
+            EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+            throw;
+        },
+        wil::ResultException);
+}
+
+TEST(GetTokenInformation, asks_the_token_for_what_the_type_names)
+{
+    const auto token = reinterpret_cast<HANDLE>(INT_PTR{8});
+    const Fake<&GetTokenInformation> information = [&](HANDLE asked, TOKEN_INFORMATION_CLASS kind, void* answer,
+                                                       DWORD size, DWORD*) {
+        EXPECT_EQ(asked, token);
+        EXPECT_EQ(kind, TokenElevation);
+        EXPECT_EQ(size, sizeof(TOKEN_ELEVATION));
+        static_cast<TOKEN_ELEVATION*>(answer)->TokenIsElevated = 3;
+        return TRUE;
+    };
+    EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION>(token).TokenIsElevated, 3U);
+}
+
+TEST(GetTokenInformation, asks_the_effective_token_of_the_thread_by_default)
+{
+    const Fake<&GetTokenInformation> information = [&](HANDLE asked, TOKEN_INFORMATION_CLASS kind, void* answer, DWORD,
+                                                       DWORD*) {
+        EXPECT_EQ(asked, GetCurrentThreadEffectiveToken());
+        EXPECT_EQ(kind, TokenElevationType);
+        *static_cast<TOKEN_ELEVATION_TYPE*>(answer) = TokenElevationTypeLimited;
+        return TRUE;
+    };
+    EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION_TYPE>(), TokenElevationTypeLimited);
+}
+
+TEST(GetTokenInformation, throws_the_last_error)
+{
+    const Fake<&GetTokenInformation> information = [](HANDLE, TOKEN_INFORMATION_CLASS, void*, DWORD, DWORD*) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    };
+    EXPECT_THROW(
+        try { wil::get_token_information<TOKEN_ELEVATION>(nullptr); } catch (const wil::ResultException& exception) {
+            EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+            throw;
+        },
+        wil::ResultException);
+}
