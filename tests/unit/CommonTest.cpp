@@ -3,6 +3,7 @@
 #include "support/DirectoryLink.h"
 #include "support/FailureLog.h"
 #include "support/FakeFolders.h"
+#include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 #include "unit/external/LinksAsOnWindows.h"
@@ -324,6 +325,19 @@ TEST_F(DeleteFolderTest, RemoveFolder_removes_a_link_inside_without_following_it
 
     EXPECT_FALSE(Exists(root / L"folder"));
     EXPECT_TRUE(Exists(root / L"target\\precious.txt"));
+}
+
+TEST_F(DeleteFolderTest, RemoveFolder_does_not_throw_when_memory_runs_out)
+{
+    const std::wstring folder = root.AddFolder(L"a folder with a name that is longer than what a string holds itself");
+    HRESULT result = S_OK;
+    {
+        const OutOfMemory outOfMemory;
+        result = RemoveFolder(folder);
+    }
+
+    EXPECT_EQ(result, E_OUTOFMEMORY);
+    EXPECT_TRUE(Exists(folder));
 }
 
 TEST_F(DeleteFolderTest, FolderExists_tells_folders_from_files_and_from_nothing)

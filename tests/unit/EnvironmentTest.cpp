@@ -2,10 +2,12 @@
 
 #include "support/FailureLog.h"
 #include "support/FakeRegistry.h"
+#include "support/OutOfMemory.h"
 #include "support/VirtualClock.h"
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -372,6 +374,45 @@ TEST_F(EnvironmentTest, RemoveFromMachinePath_tells_nobody_when_the_value_cannot
 
     EXPECT_TRUE(broadcasts.empty());
     EXPECT_TRUE(failures.Contains("Environment", HRESULT_FROM_WIN32(ERROR_WRITE_PROTECT)));
+}
+
+// The fake registry needs memory too, so only what comes after it can run out of it.
+TEST_F(EnvironmentTest, nothing_is_thrown_or_written_when_memory_runs_out)
+{
+    std::optional<OutOfMemory> outOfMemory;
+    Fake<&RegOpenKeyExW> open = [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY key) -> LSTATUS {
+        *key = reinterpret_cast<HKEY>(1);
+        return ERROR_SUCCESS;
+    };
+    Fake<&RegCloseKey> justClose = [](HKEY) -> LSTATUS { return ERROR_SUCCESS; };
+    Fake<&RegQueryValueExW> query = [&](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE data, LPDWORD size) -> LSTATUS {
+        if (data == nullptr)
+        {
+            *size = 2000;
+            outOfMemory.emplace();
+        }
+        return ERROR_SUCCESS;
+    };
+    std::wstring path;
+
+    const HRESULT readResult = ReadMachinePath(path);
+    outOfMemory.reset();
+    EXPECT_EQ(readResult, E_OUTOFMEMORY);
+
+    // The path is read whole, and memory runs out at the copy of the entry.
+    const std::wstring entry(2000, L'x');
+    Fake<&RegQueryValueExW> lastQuery = [&](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD size) -> LSTATUS {
+        *size = 0;
+        return ERROR_SUCCESS;
+    };
+    Fake<&RegCloseKey> close = [&](HKEY) -> LSTATUS {
+        outOfMemory.emplace();
+        return ERROR_SUCCESS;
+    };
+    const HRESULT removeResult = RemoveFromMachinePath(entry);
+    outOfMemory.reset();
+    EXPECT_EQ(removeResult, E_OUTOFMEMORY);
+    EXPECT_TRUE(broadcasts.empty());
 }
 
 TEST_F(EnvironmentTest, RemoveFromMachinePath_compares_whole_segments_with_the_target)

@@ -2,6 +2,7 @@
 
 #include "support/FailureLog.h"
 #include "support/FakeFolders.h"
+#include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -154,6 +155,14 @@ TEST_F(ShortcutsTest, BuildShortcutPath_appends_the_name)
     EXPECT_EQ(BuildShortcutPath(L"C:\\Users\\Public\\Desktop", path), S_OK);
 
     EXPECT_EQ(path, L"C:\\Users\\Public\\Desktop\\Velmora.lnk");
+}
+
+TEST_F(ShortcutsTest, BuildShortcutPath_fails_only_when_memory_runs_out)
+{
+    std::wstring path;
+    const OutOfMemory outOfMemory;
+
+    EXPECT_EQ(BuildShortcutPath(L"C:\\Users\\Public\\Desktop", path), E_OUTOFMEMORY);
 }
 
 TEST_F(ShortcutsTest, DeleteShortcutFile_makes_one_attempt)

@@ -29,15 +29,14 @@
 #define VELMORA_INTRIN_ADDITIONS
 
 #ifdef __cplusplus
-extern "C"
-{
+extern "C" {
 #endif
 
-    static inline __attribute__((noreturn, always_inline, unused)) void __fastfail(unsigned int code)
-    {
-        __asm__ volatile("int $0x29" : : "c"(code) : "memory");
-        __builtin_unreachable();
-    }
+static inline __attribute__((noreturn, always_inline, unused)) void __fastfail(unsigned int code)
+{
+    __asm__ volatile("int $0x29" : : "c"(code) : "memory");
+    __builtin_unreachable();
+}
 
 #ifdef __cplusplus
 }

@@ -28,6 +28,20 @@
 #ifndef ERROR_REPARSE_POINT_ENCOUNTERED
 #define ERROR_REPARSE_POINT_ENCOUNTERED __MSABI_LONG(4395)
 #endif
+// The compiler's own is a macro that evaluates its argument twice, which is then called twice when it is a call.
+#ifdef __cplusplus
+#undef HRESULT_FROM_WIN32
+extern "C++" {
+template <class Error>
+constexpr HRESULT HRESULT_FROM_WIN32(Error error) noexcept
+{
+    return static_cast<HRESULT>(error) <= 0
+               ? static_cast<HRESULT>(error)
+               : static_cast<HRESULT>((static_cast<unsigned long>(error) & 0xFFFFUL) | 0x80070000UL);
+}
+}
+#endif
+
 #ifndef E_NOT_SET
 #define E_NOT_SET HRESULT_FROM_WIN32(ERROR_NOT_FOUND)
 #endif

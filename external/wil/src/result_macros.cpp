@@ -238,8 +238,7 @@ DWORD ReportLastError(FailureType type, const Place& place) noexcept
 
 void ReportLastErrorAndThrow(const Place& place)
 {
-    const DWORD error = LastErrorOfFailure();
-    ReportAndThrow(place, HRESULT_FROM_WIN32(error));
+    ReportAndThrow(place, HRESULT_FROM_WIN32(LastErrorOfFailure()));
 }
 
 HRESULT ReportCaughtException(FailureType type, const Place& place) noexcept

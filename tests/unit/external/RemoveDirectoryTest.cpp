@@ -53,6 +53,26 @@ wil::unique_hfile OpenForReading(const std::wstring& path)
 
 } // namespace
 
+TEST_F(RemoveDirectoryTest, removes_a_tree_with_its_root)
+{
+    folder.AddFile(L"tree\\a");
+    folder.AddFile(L"tree\\sub\\b");
+    folder.AddFile(L"tree\\sub\\deeper\\c");
+    folder.AddFolder(L"tree\\empty\\sub");
+    folder.AddFile(L"beside");
+    EXPECT_EQ(Remove(L"tree"), S_OK);
+    EXPECT_FALSE(Exists(folder / L"tree"));
+    EXPECT_TRUE(Exists(folder / L"beside"));
+}
+
+TEST_F(RemoveDirectoryTest, empties_a_tree_and_keeps_its_root)
+{
+    folder.AddFile(L"tree\\sub\\file");
+    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::KeepRootDirectory), S_OK);
+    EXPECT_TRUE(Exists(folder / L"tree"));
+    EXPECT_FALSE(Exists(folder / L"tree\\sub"));
+}
+
 TEST_F(RemoveDirectoryTest, takes_a_path_in_every_form)
 {
     const std::wstring path = folder / L"tree";

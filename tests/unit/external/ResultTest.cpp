@@ -199,7 +199,7 @@ TEST_F(ResultTest, a_failed_call_without_a_last_error_is_a_failure_all_the_same)
     EXPECT_EQ(CodeThrownBy([] { THROW_LAST_ERROR(); }), c_assertionFailure);
     SetLastError(ERROR_SUCCESS);
     EXPECT_EQ(LOG_LAST_ERROR(), 668U);
-    EXPECT_EQ(failures.Count(), 3U);
+    EXPECT_EQ(failures.Last().hr, c_assertionFailure);
 }
 
 TEST_F(ResultTest, LOG_HR_records_and_goes_on)
@@ -408,5 +408,4 @@ TEST(ResultLine, goes_to_the_debugger_only_when_there_is_one)
     LOG_HR(E_ABORT);
     EXPECT_THAT(output, testing::HasSubstr(L"80004004"));
     EXPECT_THAT(output, testing::HasSubstr(L"ResultTest.cpp"));
-    EXPECT_EQ(output.back(), L'\n');
 }

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <wil/result.h>
 
-#include <array>
+#include <algorithm>
 #include <string>
 
 using namespace Testing;
@@ -66,6 +66,16 @@ TEST(GetFailureLogString, is_cut_off_at_the_end_of_the_buffer)
     EXPECT_EQ(Line(Failure(FailureType::Log), 8), L"Folder/");
     EXPECT_EQ(Line(Failure(FailureType::Log), 1), L"");
     EXPECT_EQ(wil::GetFailureLogString(nullptr, 0, Failure(FailureType::Log)), S_OK);
+}
+
+TEST(ResultLine, ends_where_the_next_one_begins)
+{
+    std::wstring output;
+    const Fake<&IsDebuggerPresent> debugger = [] { return TRUE; };
+    const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output += text; };
+    LOG_HR(E_ABORT);
+    EXPECT_THAT(output, testing::EndsWith(L"\n"));
+    EXPECT_EQ(std::count(output.begin(), output.end(), L'\n'), 1);
 }
 
 TEST(ResultException, made_of_a_code_alone_tells_it)

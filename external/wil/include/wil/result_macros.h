@@ -113,8 +113,7 @@ inline HRESULT ReturnWin32(const Place& place, DWORD error) noexcept
 
 inline HRESULT ReturnLastError(const Place& place) noexcept
 {
-    const DWORD error = ReportLastError(FailureType::Return, place);
-    return HRESULT_FROM_WIN32(error); // a macro, which may evaluate its argument twice
+    return HRESULT_FROM_WIN32(ReportLastError(FailureType::Return, place));
 }
 
 inline HRESULT LogHr(const Place& place, HRESULT hr) noexcept
