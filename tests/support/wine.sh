@@ -16,7 +16,8 @@ make_ready_prefix() {
     mkdir -p "$wine_folder"
     (
         flock 9
-        [ ! -e "$prefix/complete" ] || exit 0
+        # Another user's would not do: Wine would link its own user's folders to the home folder.
+        if [ -e "$prefix/complete" ] && [ -O "$prefix" ]; then exit 0; fi
         local new="$wine_folder/ready.new"
         rm -rf "$new" "$prefix"
         export WINEPREFIX="$new"

@@ -83,6 +83,14 @@ TEST_F(LoggerTest, is_named_after_the_local_time_without_padding)
     EXPECT_EQ(Logger().LogPath(), folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2026_12_31_23_59_58.log");
 }
 
+TEST_F(LoggerTest, takes_the_time_before_it_waits_for_its_folder)
+{
+    root.AddFile(L"Temp\\Velmora");
+    clock.At(500, [this] { now.wYear = 2027; });
+
+    EXPECT_EQ(Logger().LogPath(), LogFile());
+}
+
 TEST_F(LoggerTest, makes_its_folder_but_no_file_before_the_first_line)
 {
     Logger logger;

@@ -1,0 +1,206 @@
+#include "EndToEndTest.h"
+
+#include "support/Names.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+
+namespace Testing
+{
+namespace
+{
+constexpr std::wstring_view c_programName = L"Velmora.Uninstaller.exe";
+constexpr std::wstring_view c_pendingRenames =
+    LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager : PendingFileRenameOperations)";
+
+// The keys that the program makes when they are missing, because it opens them so.
+constexpr std::array<std::wstring_view, 3> c_keysMadeByOpening{
+    LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Run)",
+    LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)",
+    LR"(HKLM\SOFTWARE\RegisteredApplications)"};
+
+std::wstring BuiltProgram()
+{
+    std::wstring path(32'768, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    // Wine cuts the prefix off the name of a program that lies on no drive.
+    if (path.starts_with(L"unix\\"))
+    {
+        path.insert(0, L"\\\\?\\");
+    }
+    return path.substr(0, path.rfind(L'\\') + 1) + std::wstring(c_programName);
+}
+
+// Adds the file to those that Windows deletes at its next start, in the form in which it keeps them.
+void AddPendingDeletion(MachineState& state, const std::wstring& path)
+{
+    StateEntry entry{.kind = StateEntry::Kind::Value, .detail = REG_MULTI_SZ, .data = {}};
+    if (const StateEntry* present = state.Find(c_pendingRenames))
+    {
+        entry = *present;
+        entry.data.resize(entry.data.size() - sizeof(wchar_t));
+    }
+    // A source, an empty target, and the end of the list.
+    const std::wstring text = L"\\??\\" + path + std::wstring(3, L'\0');
+    const auto size = entry.data.size();
+    entry.data.resize(size + text.size() * sizeof(wchar_t));
+    std::memcpy(entry.data.data() + size, text.data(), text.size() * sizeof(wchar_t));
+    state.Set(c_pendingRenames, entry);
+}
+
+std::vector<std::string> SplitLines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::size_t begin = 0;
+    for (auto end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin))
+    {
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    if (begin < text.size())
+    {
+        lines.push_back(text.substr(begin) + " (without a line feed)");
+    }
+    return lines;
+}
+
+// The name of a log that was begun at that moment.
+std::wstring LogNameAt(std::chrono::system_clock::time_point moment)
+{
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(moment);
+    std::tm local{};
+    localtime_s(&local, &seconds);
+    std::wstring name = L"Uninstaller";
+    for (const int number :
+         {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec})
+    {
+        name += L"_" + std::to_wstring(number);
+    }
+    return name + L".log";
+}
+
+std::string JoinLines(const std::vector<std::string>& lines)
+{
+    constexpr std::size_t c_most = 60;
+    std::string text;
+    for (const std::string& line :
+         std::vector(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(lines.size(), c_most))))
+    {
+        text += "  " + line + "\n";
+    }
+    return text + (lines.size() > c_most ? "  … " + std::to_string(lines.size() - c_most) + " more\n" : "");
+}
+} // namespace
+
+EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
+{
+    if (!CopyFileW(BuiltProgram().c_str(), m_program.c_str(), FALSE))
+    {
+        ThrowWindowsError("Cannot copy " + ToUtf8(BuiltProgram()) + " to " + ToUtf8(m_program), GetLastError());
+    }
+}
+
+EndToEndTest::~EndToEndTest()
+{
+    if (HasFailure())
+    {
+        std::cout << "Exit code of the program: " << m_result.exitCode << "\nIts log:\n"
+                  << JoinLines(SplitLines(m_result.log));
+    }
+    try
+    {
+        RemoveSample();
+        WriteMachinePath(m_pathAtStart);
+        RemoveTree(m_program);
+        RemoveTree(TemporaryFolder() + L"Velmora");
+    }
+    catch (const std::exception& exception)
+    {
+        ADD_FAILURE() << exception.what();
+    }
+}
+
+void EndToEndTest::Run(const std::wstring& arguments, RunOptions options)
+{
+    m_before = MachineState::Capture(m_furtherDrives);
+    m_started = std::chrono::system_clock::now();
+    m_result = RunProgram(m_program, arguments, options);
+    m_after = MachineState::Capture(m_furtherDrives);
+}
+
+MachineState EndToEndTest::DeclaredState() const
+{
+    MachineState state = DeclaredStateWithoutLogFolder();
+    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
+}
+
+MachineState EndToEndTest::DeclaredStateWithoutLogFolder() const
+{
+    MachineState state = AfterUninstall(m_before, false);
+    for (const std::wstring_view key : c_keysMadeByOpening)
+    {
+        state.AddWithParents(key, StateEntry::Kind::Key);
+    }
+    AddPendingDeletion(state, m_program);
+    return state;
+}
+
+MachineState EndToEndTest::UntouchedState() const
+{
+    MachineState state = m_before;
+    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
+}
+
+void EndToEndTest::ExpectFullSuccess(const ExpectedLog& log) const
+{
+    ExpectFullSuccess(log, DeclaredState());
+}
+
+void EndToEndTest::ExpectFullSuccess(const ExpectedLog& log, const MachineState& state) const
+{
+    EXPECT_EQ(m_result.exitCode, c_fullSuccess);
+    ExpectLog(log);
+    ExpectState(state);
+}
+
+void EndToEndTest::ExpectPartialUninstall(const ExpectedLog& log, const MachineState& state) const
+{
+    EXPECT_EQ(m_result.exitCode, c_partialUninstall);
+    ExpectLog(log);
+    const StateEntry* keptLog = m_after.Find(m_result.logPath);
+    ASSERT_NE(keptLog, nullptr) << "The log was not kept.";
+    EXPECT_EQ(keptLog->size, m_result.log.size());
+    MachineState withLog = state;
+    withLog.CopyWithParents(m_result.logPath, m_after);
+    ExpectState(withLog);
+}
+
+void EndToEndTest::ExpectState(const MachineState& expected) const
+{
+    const std::vector<std::string> differences = Compare(expected, m_after);
+    EXPECT_TRUE(differences.empty()) << "The state is not the one that is declared. Compared with that one:\n"
+                                     << JoinLines(differences);
+}
+
+void EndToEndTest::ExpectLog(const ExpectedLog& log) const
+{
+    EXPECT_EQ(SplitLines(ReplaceAll(m_result.log, "(" + std::to_string(m_result.processId) + ")", "(<pid>)")),
+              log.Lines());
+    const std::wstring name = m_result.logPath.substr(m_result.logPath.rfind(L'\\') + 1);
+    std::vector<std::string> possible;
+    for (auto moment = m_started; moment <= m_started + m_result.duration + std::chrono::seconds(1);
+         moment += std::chrono::seconds(1))
+    {
+        possible.push_back(ToUtf8(LogNameAt(moment)));
+    }
+    EXPECT_TRUE(std::ranges::find(possible, ToUtf8(name)) != possible.end())
+        << "The log is named " << ToUtf8(name) << ", not " << possible.front() << " or a little later.";
+}
+} // namespace Testing

@@ -1,0 +1,61 @@
+// The lines that a silent run writes, in their order: the one place in the end-to-end tests that holds them.
+#pragma once
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Testing
+{
+// The steps of a run that show up in the log.
+enum class Step
+{
+    DesktopShortcut,
+    StartMenuShortcut,
+    MachinePath,
+    StartupEntry,
+    Registration,
+    UninstallEntry,
+    InstallFolder,
+    AuthServiceProgramFolder,
+    AuthServiceDataFolder,
+    UpdaterFolder
+};
+
+class ExpectedLog
+{
+public:
+    // The log of a run that finds the sample's own install record and in which everything succeeds.
+    ExpectedLog();
+
+    // The run finds another record, or none that can be used.
+    ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
+    ExpectedLog& FindsNoRecord();
+
+    // The step is not taken, so nothing is said about it.
+    ExpectedLog& LeavesOut(Step step);
+
+    // A step that makes the run a partial one fails with this result. The folder steps name the folder.
+    ExpectedLog& Fails(Step step, unsigned long result, std::wstring_view folder = {});
+
+    // A step that only warns fails with this result.
+    ExpectedLog& Warns(Step step, unsigned long result, std::wstring_view folder);
+
+    // The lines without their line feeds. The process ID is "<pid>".
+    std::vector<std::string> Lines() const;
+
+private:
+    struct Failure
+    {
+        Step step;
+        bool isError;
+        unsigned long result;
+        std::wstring folder;
+    };
+
+    std::vector<std::string> m_record;
+    std::set<Step> m_leftOut;
+    std::vector<Failure> m_failures;
+};
+} // namespace Testing

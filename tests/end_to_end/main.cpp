@@ -1,0 +1,35 @@
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+namespace
+{
+bool IsWine()
+{
+    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
+    return library != nullptr && GetProcAddress(library, "wine_get_version") != nullptr;
+}
+
+bool IsAllowedHere()
+{
+    wchar_t answer[2]{};
+    return IsWine() ||
+           (GetEnvironmentVariableW(L"VELMORA_ALLOW_DESTRUCTIVE_TESTS", answer, 2) == 1 && answer[0] == L'1');
+}
+} // namespace
+
+// The test program's entry point.
+int wmain(int count, wchar_t** arguments)
+{
+    SetConsoleOutputCP(CP_UTF8);
+    ::testing::InitGoogleTest(&count, arguments);
+    if (!GTEST_FLAG_GET(list_tests) && !IsAllowedHere())
+    {
+        std::puts("These tests install and uninstall on the machine they run on, and change its registry and PATH.\n"
+                  "On a machine that may be changed, set VELMORA_ALLOW_DESTRUCTIVE_TESTS=1 and start them again.");
+        return 1;
+    }
+    return RUN_ALL_TESTS();
+}

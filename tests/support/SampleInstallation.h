@@ -1,0 +1,130 @@
+// A complete sample installation of the product, with neighbours of every kind that an uninstall must not touch.
+// It is declared once, in tables, each row with what becomes of it; laying it down, showing it, removing it and the
+// state that is expected after an uninstall all follow from those tables.
+#pragma once
+
+#include "support/MachineState.h"
+
+#include <ostream>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Testing
+{
+// What becomes of an item in an uninstall.
+enum class Fate
+{
+    Removed,
+    // Removed together with the user's settings, kept with them.
+    RemovedWithSettings,
+    // Not the product's, or not to be touched.
+    Stays
+};
+
+// What belongs together: a test can leave a group out.
+enum class Group
+{
+    InstallFolder,
+    ServiceFolders,
+    Shortcuts,
+    MachinePath,
+    StartupEntry,
+    Registration,
+    UninstallEntry,
+    Settings,
+    UserFolders,
+    Bystanders
+};
+
+// Every group, in the order of the list.
+const std::vector<Group>& AllGroups();
+
+// A group's name for a person.
+std::string_view NameOf(Group group);
+inline void PrintTo(Group group, std::ostream* stream)
+{
+    *stream << NameOf(group);
+}
+
+// One declared item: a tree of files, a shortcut, a registry key with all below it, a registry value or an entry of the
+// machine's PATH.
+struct SampleItem
+{
+    Group group;
+    Fate fate;
+    // What it is, for a person.
+    std::string what;
+    // Its path as MachineState has it. For an entry of PATH: the path of the value.
+    std::wstring path;
+    // The entry of PATH; empty for everything else.
+    std::wstring pathEntry;
+};
+
+// Everything that is declared, with the folders of this machine filled in.
+std::vector<SampleItem> SampleItems();
+
+// Whether an item is on the machine now.
+bool IsThere(const SampleItem& item);
+
+// Number of files below an item's folder, and their size in bytes.
+struct TreeSize
+{
+    std::size_t files = 0;
+    std::uint64_t bytes = 0;
+};
+TreeSize MeasureTree(const std::wstring& folder);
+
+// Replaces "<ProgramFiles>" and the other names of folders in a declared path by this machine's own.
+// Known: ProgramFiles, ProgramData, PublicDesktop, CommonPrograms, UserDesktop, UserPrograms, LocalAppData, Downloads.
+std::wstring Expand(std::wstring_view text);
+
+// The installation folder, without a backslash at its end.
+std::wstring InstallFolder();
+
+// The program's own entry in the machine's PATH, as it is written there.
+inline constexpr std::wstring_view c_pathEntry = LR"(%USERPROFILE%\AppData\Local\Vel Mora\lib)";
+
+// The value that holds the machine's PATH, as MachineState names it.
+inline constexpr std::wstring_view c_machinePathValue =
+    LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment : PATH)";
+
+// Lays the installation and its bystanders down, except for the groups left out.
+void LayDownSample(const std::set<Group>& leftOut = {});
+
+// Removes everything that LayDownSample makes, bystanders too, as far as it is there.
+void RemoveSample();
+
+// Removes a tree of files, read-only ones too. Links in it are removed, never followed.
+void RemoveTree(const std::wstring& folder);
+
+// Writes one file and the folders above it. Paths may be longer than 260 characters.
+void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes = 0);
+
+// A registry value as it is stored; no bytes when there is none.
+struct RawValue
+{
+    DWORD type = REG_EXPAND_SZ;
+    std::vector<std::byte> data{};
+};
+
+// The machine's PATH.
+RawValue ReadMachinePath();
+
+// Sets the machine's PATH to any type and bytes; takes the value away when there are none.
+void WriteMachinePath(const RawValue& value);
+
+// Sets one value under a key named as MachineState names it; the key is made when it is missing.
+void WriteValue(std::wstring_view key, const wchar_t* name, DWORD type, const std::vector<std::byte>& data);
+
+// Takes a value away; a missing one is none the worse.
+void RemoveValue(std::wstring_view key, const wchar_t* name);
+
+// What the declarations make of a state when the product is uninstalled: only that, not what the run itself leaves
+// behind. The installation is looked for in the folder given.
+MachineState AfterUninstall(const MachineState& before, bool removeUserSettings);
+
+// The state's PATH without the last occurrence of the product's entry, as the uninstaller writes it.
+void RemovePathEntry(MachineState& state);
+} // namespace Testing

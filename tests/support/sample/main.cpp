@@ -1,0 +1,245 @@
+// The sample product as a program: lays the sample installation down, shows what is left of it, removes it, and runs
+// the uninstaller while showing its log.
+#include "support/MachineState.h"
+#include "support/Names.h"
+#include "support/Owners.h"
+#include "support/RunProgram.h"
+#include "support/SampleInstallation.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Testing
+{
+namespace
+{
+constexpr int c_failed = 1;
+constexpr int c_wrongUse = 64;
+
+constexpr std::string_view c_help = R"(Velmora.Sample.exe: a sample installation of Velmora to uninstall
+
+  install --yes              lays the sample installation down, with bystanders that must survive;
+                             without --yes it only says what it would lay down
+  show                       what of it is there
+  remove                     removes everything that install makes, bystanders too
+  uninstall PROGRAM ARGS...  runs the uninstaller, shows its log as it is written, returns its exit code
+)";
+
+void Print(std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+bool IsElevated()
+{
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+    {
+        return false;
+    }
+    const UniqueHandle owned(token);
+    TOKEN_ELEVATION elevation{};
+    DWORD size = 0;
+    return GetTokenInformation(token, TokenElevation, &elevation, sizeof(elevation), &size) &&
+           elevation.TokenIsElevated != 0;
+}
+
+std::string Padded(std::string text, std::size_t width)
+{
+    text.resize(std::max(text.size(), width), ' ');
+    return text;
+}
+
+// The place of an item for a person.
+std::string PlaceOf(const SampleItem& item)
+{
+    return ToUtf8(item.pathEntry.empty() ? item.path : L"PATH: " + item.pathEntry);
+}
+
+std::string SizeOf(const SampleItem& item)
+{
+    const bool isFolder = item.pathEntry.empty() && !item.path.starts_with(L"HK") && !item.path.ends_with(L".lnk");
+    if (!isFolder || !IsThere(item))
+    {
+        return {};
+    }
+    const TreeSize size = MeasureTree(item.path);
+    return " (" + std::to_string(size.files) + (size.files == 1 ? " file, " : " files, ") +
+           std::to_string((size.bytes + 1023) / 1024) + " KB)";
+}
+
+// Prints a group's items: those for which wanted is true in full, the others as a number.
+void ShowGroup(Group group, const std::vector<SampleItem>& items, const std::function<bool(const SampleItem&)>& wanted)
+{
+    std::size_t count = 0;
+    std::string lines;
+    for (const SampleItem& item : items)
+    {
+        if (item.group == group && wanted(item))
+        {
+            ++count;
+            lines += "    " + Padded(item.what, 52) + "  " + PlaceOf(item) + SizeOf(item) + "\n";
+        }
+    }
+    if (count > 0)
+    {
+        Print("  " + std::string(NameOf(group)) + "\n" + lines);
+    }
+}
+
+void Show()
+{
+    const std::vector<SampleItem> items = SampleItems();
+    std::size_t ours = 0;
+    std::size_t oursThere = 0;
+    std::size_t bystanders = 0;
+    std::size_t bystandersThere = 0;
+    for (const SampleItem& item : items)
+    {
+        const std::size_t there = IsThere(item) ? 1 : 0;
+        (item.group == Group::Bystanders ? bystanders : ours) += 1;
+        (item.group == Group::Bystanders ? bystandersThere : oursThere) += there;
+    }
+    Print("Velmora's own: " + std::to_string(oursThere) + " of " + std::to_string(ours) + " are there.\n");
+    for (const Group group : AllGroups())
+    {
+        if (group != Group::Bystanders)
+        {
+            ShowGroup(group, items, IsThere);
+        }
+    }
+    Print("Bystanders, which no uninstall may touch: " + std::to_string(bystandersThere) + " of " +
+          std::to_string(bystanders) + " are there.\n");
+    if (bystandersThere > 0 && bystandersThere < bystanders)
+    {
+        Print("  Missing:\n");
+        ShowGroup(Group::Bystanders, items, [](const SampleItem& item) { return !IsThere(item); });
+    }
+}
+
+int Install(bool agreed)
+{
+    if (!agreed)
+    {
+        Print("This would lay down on this machine:\n");
+        const std::vector<SampleItem> items = SampleItems();
+        for (const Group group : AllGroups())
+        {
+            ShowGroup(group, items, [](const SampleItem&) { return true; });
+        }
+        Print("What is there under these names would be overwritten, and \"remove\" would delete it.\n"
+              "To do it, say: Velmora.Sample.exe install --yes\n");
+        return c_wrongUse;
+    }
+    LayDownSample();
+    return 0;
+}
+
+// Prints the log's whole lines as they come.
+class LogPrinter
+{
+public:
+    void operator()(const std::string& log)
+    {
+        for (auto end = log.find('\n', m_printed); end != std::string::npos; end = log.find('\n', m_printed))
+        {
+            Print("  " + ReplaceAll(log.substr(m_printed, end - m_printed), "\r", "") + "\n");
+            m_printed = end + 1;
+        }
+    }
+
+private:
+    std::size_t m_printed = 0;
+};
+
+std::wstring FullPath(const wchar_t* path)
+{
+    std::wstring full(32'768, L'\0');
+    full.resize(GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr));
+    return full;
+}
+
+int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments)
+{
+    std::wstring commandLine;
+    for (const wchar_t* argument : arguments)
+    {
+        commandLine += (commandLine.empty() ? L"" : L" ") + std::wstring(argument);
+    }
+    LogPrinter printer;
+    RunOptions options;
+    options.whileRunning = std::ref(printer);
+    options.limit = std::chrono::hours(1);
+    const RunResult result = RunProgram(program, commandLine, options);
+    printer(result.log);
+    if (!result.logPath.empty())
+    {
+        const bool kept = GetFileAttributesW(result.logPath.c_str()) != INVALID_FILE_ATTRIBUTES;
+        Print(kept ? "The log was kept: " + ToUtf8(result.logPath) + "\n"
+                   : "The log was deleted by the uninstaller.\n");
+    }
+    Print("Exit code: " + std::to_string(result.exitCode) + "\n");
+    return static_cast<int>(result.exitCode);
+}
+
+int Run(std::span<wchar_t* const> arguments)
+{
+    const std::wstring_view command = arguments.empty() ? std::wstring_view{} : arguments.front();
+    if (command != L"install" && command != L"show" && command != L"remove" && command != L"uninstall")
+    {
+        Print(c_help);
+        return command.empty() || command == L"--help" || command == L"-h" ? 0 : c_wrongUse;
+    }
+    if (!IsElevated())
+    {
+        Print("Please start this program as an administrator: it works on what is installed for all users.\n");
+        return c_failed;
+    }
+    if (command == L"install")
+    {
+        return Install(arguments.size() > 1 && std::wstring_view(arguments[1]) == L"--yes");
+    }
+    if (command == L"uninstall")
+    {
+        if (arguments.size() < 2)
+        {
+            Print(c_help);
+            return c_wrongUse;
+        }
+        return Uninstall(FullPath(arguments[1]), arguments.subspan(2));
+    }
+    if (command == L"remove")
+    {
+        RemoveSample();
+    }
+    else
+    {
+        Show();
+    }
+    return 0;
+}
+} // namespace
+} // namespace Testing
+
+// The program's entry point.
+int wmain(int count, wchar_t** arguments)
+{
+    SetConsoleOutputCP(CP_UTF8);
+    try
+    {
+        return Testing::Run(std::span<wchar_t* const>(arguments, static_cast<std::size_t>(count)).subspan(1));
+    }
+    catch (const std::exception& exception)
+    {
+        std::fprintf(stderr, "%s\n", exception.what());
+        return Testing::c_failed;
+    }
+}
