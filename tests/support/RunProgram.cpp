@@ -12,8 +12,9 @@ namespace Testing
 {
 namespace
 {
-// How long to wait for the program's end before the log is looked at again.
-constexpr DWORD c_lookEvery = 5;
+// How many milliseconds to wait for the program's end before the log is looked at again: a run that only shows the help
+// deletes its log as soon as it is written.
+constexpr DWORD c_lookEvery = 1;
 
 // This process's environment with some variables set to other values, as CreateProcessW takes it.
 std::wstring EnvironmentWith(const std::vector<std::pair<std::wstring, std::wstring>>& changes)

@@ -50,11 +50,10 @@ copy_prefix() {
 # run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code.
 # The output goes through a file: Wine's background processes keep a pipe open and the reader waiting.
 run_in_prefix() {
-    export WINEPREFIX="$wine_folder/$1"
+    local prefix="$wine_folder/$1" output status=0
     shift
-    local output status=0
     output=$(mktemp)
-    "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
+    WINEPREFIX="$prefix" "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
     cat "$output"
     rm -f "$output"
     return "$status"

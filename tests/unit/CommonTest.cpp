@@ -314,6 +314,24 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_whichever_way_its_name_ends
     EXPECT_TRUE(Exists(root / L"target\\precious.txt"));
 }
 
+TEST_F(DeleteFolderTest, RemoveFolder_looks_at_the_name_itself_before_anything_is_opened)
+{
+    std::vector<std::wstring> asked;
+    Fake<&GetFileAttributesW> attributes = [&](LPCWSTR path) -> DWORD {
+        asked.emplace_back(path);
+        return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+    };
+    Fake<&CreateFileW> create = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
+        ADD_FAILURE() << "the link is opened";
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+
+    EXPECT_EQ(RemoveFolder(L"C:\\folder\\link\\//"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
+
+    EXPECT_EQ(asked, std::vector<std::wstring>{L"C:\\folder\\link"});
+}
+
 TEST_F(DeleteFolderTest, RemoveFolder_removes_a_link_inside_without_following_it)
 {
     root.AddFile(L"target\\precious.txt");
