@@ -19,14 +19,14 @@ constexpr std::wstring_view c_extendedUncPrefix = L"\\\\?\\UNC\\";
 constexpr std::wstring_view c_separators = L"\\/";
 
 // How much of a directory is listed in one call.
-constexpr size_t c_listingBytes = 64 * 1024;
+constexpr size_t c_listingBytes = size_t{64} * 1024;
 
 // Where the share's name ends in "server\share\...", from `begin` on.
 size_t EndOfShare(std::wstring_view path, size_t begin)
 {
     const size_t server = path.find_first_of(c_separators, begin);
-    const size_t share = server == path.npos ? server : path.find_first_of(c_separators, server + 1);
-    return share == path.npos ? path.size() : share + 1;
+    const size_t share = server == std::wstring_view::npos ? server : path.find_first_of(c_separators, server + 1);
+    return share == std::wstring_view::npos ? path.size() : share + 1;
 }
 
 // The length of the part of a path that is no directory of its own: a drive, a share.
@@ -47,22 +47,23 @@ size_t RootLength(std::wstring_view path)
         length += 2;
     }
     const size_t end = path.find_first_not_of(c_separators, length);
-    return end == path.npos ? path.size() : end;
+    return end == std::wstring_view::npos ? path.size() : end;
 }
 
 void TrimTrailingSeparators(std::wstring& path)
 {
     const size_t end = path.find_last_not_of(c_separators);
-    path.resize(std::max(RootLength(path), end == path.npos ? 0 : end + 1));
+    path.resize(std::max(RootLength(path), end == std::wstring_view::npos ? 0 : end + 1));
 }
 
 // The length of the path of the directory that a path's last name lies in; 0 when that is no directory of its own.
 size_t ParentLength(std::wstring_view path)
 {
     const size_t nameEnd = path.find_last_not_of(c_separators);
-    const size_t separator = nameEnd == path.npos ? nameEnd : path.find_last_of(c_separators, nameEnd);
-    const size_t parentEnd = separator == path.npos ? separator : path.find_last_not_of(c_separators, separator);
-    return parentEnd == path.npos || parentEnd < RootLength(path) ? 0 : parentEnd + 1;
+    const size_t separator = nameEnd == std::wstring_view::npos ? nameEnd : path.find_last_of(c_separators, nameEnd);
+    const size_t parentEnd =
+        separator == std::wstring_view::npos ? separator : path.find_last_not_of(c_separators, separator);
+    return parentEnd == std::wstring_view::npos || parentEnd < RootLength(path) ? 0 : parentEnd + 1;
 }
 
 // A path as it is understood beyond MAX_PATH and whatever the names below it end with. One that is extended already is
@@ -152,7 +153,7 @@ private:
     };
 
     DWORD Open(Directory& directory) const;
-    DWORD ReadInformation(Directory& directory) const;
+    static DWORD ReadInformation(Directory& directory);
     static bool IsPlace(const Directory& directory, DWORD attributesOfPath);
     HRESULT OpenRoot(HANDLE handle, Directory& root) const;
 
@@ -212,7 +213,7 @@ DWORD TreeRemoval::Open(Directory& directory) const
     return ReadInformation(directory);
 }
 
-DWORD TreeRemoval::ReadInformation(Directory& directory) const
+DWORD TreeRemoval::ReadInformation(Directory& directory)
 {
     return GetFileInformationByHandleEx(directory.handle.get(), FileAttributeTagInfo, &directory.info,
                                         sizeof(directory.info))
@@ -360,7 +361,7 @@ void TreeRemoval::RemoveNextSubdirectory()
 // Removes the innermost directory, if all that lay in it is gone, and goes back to the one above it.
 void TreeRemoval::Leave()
 {
-    Level level = std::move(m_levels.back());
+    const Level level = std::move(m_levels.back());
     m_levels.pop_back();
     m_path.resize(level.pathLength);
     const bool isKept = m_levels.empty() && WI_IsFlagSet(m_options, RemoveDirectoryOptions::KeepRootDirectory);

@@ -99,7 +99,7 @@ void Notify(const FailureInfo& failure) noexcept
     }
     if (IsDebuggerPresent())
     {
-        std::array<wchar_t, c_lineCapacity> line;
+        std::array<wchar_t, c_lineCapacity> line{};
         GetFailureLogString(line.data(), line.size() - 1, failure);
         const size_t length = std::wcslen(line.data());
         line[length] = L'\n';

@@ -10,6 +10,7 @@
 #include <wil/filesystem.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -91,11 +92,10 @@ TEST_F(RemoveDirectoryTest, takes_a_path_in_every_form)
 TEST_F(RemoveDirectoryTest, takes_a_relative_path)
 {
     folder.AddFile(L"tree\\sub\\file");
-    std::wstring before(MAX_PATH, L'\0');
-    before.resize(GetCurrentDirectoryW(MAX_PATH, before.data()));
     SetCurrentDirectoryW(folder.Path().c_str());
     EXPECT_EQ(RemoveDirectoryRecursiveNoThrow(L"tree"), S_OK);
-    SetCurrentDirectoryW(before.c_str());
+    // Back to where it was is no way under Wine when that is no folder of a drive.
+    SetCurrentDirectoryW((folder / L"..").c_str());
     EXPECT_FALSE(Exists(folder / L"tree"));
 }
 
@@ -352,6 +352,32 @@ TEST_F(RemoveDirectoryTest, removes_a_read_only_file_only_when_it_shall_and_is_t
     EXPECT_EQ(changes, 0);
     EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::RemoveReadOnly), S_OK);
     EXPECT_EQ(changes, 1);
+}
+
+TEST_F(RemoveDirectoryTest, RemoveReadOnly_gives_a_file_that_is_nothing_but_read_only_no_attribute_at_all)
+{
+    AddReadOnlyFile(L"tree\\read-only");
+    const Fake<&GetFileInformationByHandleEx> inform = [](HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, void* answer,
+                                                          DWORD size) {
+        const BOOL result = Fake<&GetFileInformationByHandleEx>::Real(handle, kind, answer, size);
+        for (auto* entry = kind == FileFullDirectoryRestartInfo ? static_cast<std::byte*>(answer) : nullptr; entry;)
+        {
+            auto& info = *static_cast<FILE_FULL_DIR_INFO*>(static_cast<void*>(entry));
+            if ((info.FileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
+            {
+                info.FileAttributes = FILE_ATTRIBUTE_READONLY;
+            }
+            entry = info.NextEntryOffset != 0 ? entry + info.NextEntryOffset : nullptr;
+        }
+        return result;
+    };
+    DWORD given = 0;
+    const Fake<&SetFileAttributesW> attributes = [&](const wchar_t* path, DWORD value) {
+        given = value;
+        return Fake<&SetFileAttributesW>::Real(path, value);
+    };
+    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::RemoveReadOnly), S_OK);
+    EXPECT_EQ(given, DWORD{FILE_ATTRIBUTE_NORMAL});
 }
 
 TEST_F(RemoveDirectoryTest, RemoveReadOnly_leaves_a_file_that_is_denied_for_another_reason)

@@ -60,6 +60,29 @@ TEST_F(CreateDirectoryDeep, returns_the_code_of_the_creation_that_failed)
     EXPECT_EQ(tried.size(), 3U);
 }
 
+TEST_F(CreateDirectoryDeep, goes_up_only_for_a_missing_parent)
+{
+    int calls = 0;
+    const Fake<&CreateDirectoryW> create = [&](const wchar_t*, SECURITY_ATTRIBUTES*) {
+        ++calls;
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    };
+    EXPECT_EQ(wil::CreateDirectoryDeepNoThrow(L"X:\\a\\b\\c"), E_ACCESSDENIED);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(CreateDirectoryDeep, gives_up_when_the_parent_vanishes_again)
+{
+    int calls = 0;
+    const Fake<&CreateDirectoryW> create = [&](const wchar_t* path, SECURITY_ATTRIBUTES*) -> BOOL {
+        SetLastError(++calls > 20 ? ERROR_TIMEOUT : ERROR_PATH_NOT_FOUND);
+        return std::wstring(path).find(L"\\c") == std::wstring::npos;
+    };
+    EXPECT_EQ(wil::CreateDirectoryDeepNoThrow(L"X:\\a\\b\\c"), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(calls, 3);
+}
+
 TEST_F(RemoveDirectoryRecursive, removes_a_directory_with_its_files)
 {
     folder.AddFile(L"tree\\a");
