@@ -26,11 +26,11 @@ TestFolder::TestFolder()
     std::array<wchar_t, MAX_PATH + 1> temp{};
     // The prefix of the programs that tests run is the folder of the machine itself, not one that a test has replaced.
     GetEnvironmentVariableW(L"TEMP", temp.data(), static_cast<DWORD>(temp.size()));
-    // What an earlier run has left behind must not be in the way.
+    // Neither a test that runs beside this one nor what an earlier one has left behind must be in the way.
     LARGE_INTEGER now{};
     QueryPerformanceCounter(&now);
-    m_path = std::wstring(temp.data()) + L"\\Velmora.Tests." + std::to_wstring(now.QuadPart) + L"." +
-             std::to_wstring(++s_count) + L"\\";
+    m_path = std::wstring(temp.data()) + L"\\Velmora.Tests." + std::to_wstring(GetCurrentProcessId()) + L"." +
+             std::to_wstring(now.QuadPart) + L"." + std::to_wstring(++s_count) + L"\\";
     if (CreateDirectoryW(m_path.c_str(), nullptr) == FALSE)
     {
         throw std::runtime_error("cannot create " + Narrow(m_path));

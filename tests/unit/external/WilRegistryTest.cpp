@@ -21,9 +21,9 @@ class GetValueString : public testing::Test
 protected:
     GetValueString()
     {
-        RegCreateKeyExW(HKEY_CURRENT_USER, c_key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+        RegCreateKeyExW(HKEY_CURRENT_USER, keyName.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
     }
-    ~GetValueString() override { RegDeleteTreeW(HKEY_CURRENT_USER, c_key); }
+    ~GetValueString() override { RegDeleteTreeW(HKEY_CURRENT_USER, keyName.c_str()); }
 
     // Writes exactly these characters, with no terminator but those among them.
     void Write(const std::wstring& text, DWORD type = REG_SZ, size_t cutBytes = 0)
@@ -46,7 +46,8 @@ protected:
         }
     }
 
-    static constexpr wchar_t c_key[] = L"Software\\Velmora.Tests.GetValueString";
+    // Other tests run beside this one.
+    const std::wstring keyName = L"Software\\Velmora.Tests." + std::to_wstring(GetCurrentProcessId());
     wil::unique_hkey key;
 };
 
@@ -62,7 +63,7 @@ TEST_F(GetValueString, reads_a_text)
 {
     Write(Terminated(L"C:\\Program Files\\"));
     EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"C:\\Program Files\\");
-    EXPECT_EQ(wil::reg::get_value_string(HKEY_CURRENT_USER, c_key, L"value"), L"C:\\Program Files\\");
+    EXPECT_EQ(wil::reg::get_value_string(HKEY_CURRENT_USER, keyName.c_str(), L"value"), L"C:\\Program Files\\");
 }
 
 TEST_F(GetValueString, reads_a_text_of_any_length)
