@@ -25,6 +25,14 @@ void operator delete(void* memory) noexcept
     std::free(memory);
 }
 
+// Not every compiler declares this one by itself.
+void operator delete(void* memory, std::size_t size) noexcept;
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
 namespace Testing
 {
 
