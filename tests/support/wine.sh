@@ -37,23 +37,32 @@ make_ready_prefix() {
 }
 
 # copy_prefix NAME: makes build/wine/NAME from the ready prefix. Windows' own files are shared, all else is copied.
+# It appears under its name when it is complete.
 copy_prefix() {
-    local copy="$wine_folder/$1"
-    rm -rf "$copy"
+    local copy="$wine_folder/$1.new"
+    rm -rf "$copy" "${wine_folder:?}/$1"
     mkdir -p "$copy/drive_c"
     cp -a "$wine_folder/ready/"*.reg "$wine_folder/ready/dosdevices" "$copy/"
     [ ! -e "$wine_folder/ready/.update-timestamp" ] || cp -a "$wine_folder/ready/.update-timestamp" "$copy/"
     cp -al "$wine_folder/ready/drive_c/windows" "$copy/drive_c/"
     find "$wine_folder/ready/drive_c" -mindepth 1 -maxdepth 1 ! -name windows -exec cp -a {} "$copy/drive_c/" \;
+    mv "$copy" "$wine_folder/$1"
 }
 
 # run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code.
 # The output goes through a file: Wine's background processes keep a pipe open and the reader waiting.
+# A test program says something before it does anything: when one fails without a word, it was Wine that did not start
+# it, and that gets a second try.
 run_in_prefix() {
     local prefix="$wine_folder/$1" output status=0
     shift
     output=$(mktemp)
     WINEPREFIX="$prefix" "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
+    if [ "$status" != 0 ] && [ ! -s "$output" ]; then
+        echo "Wine ended with $status without having started the program: trying it again."
+        status=0
+        WINEPREFIX="$prefix" "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
+    fi
     cat "$output"
     rm -f "$output"
     return "$status"
