@@ -2,6 +2,8 @@
 # (-D NAME=VALUE); the defaults lead nowhere.
 set(VELMORA_SUPPORT_EMAIL "support@velmora.example" CACHE STRING "Support e-mail address, named in messages")
 set(VELMORA_DOWNLOAD_SITE "https://velmora.example/download" CACHE STRING "Where the latest version can be downloaded")
+set(VELMORA_SUPPORT_SITE "https://velmora.example/support"
+  CACHE STRING "Where users find help, named in the confirmation")
 set(VELMORA_CRASH_REPORT_DSN "https://0123456789abcdef0123456789abcdef@crash.velmora.example/1234567890123456"
   CACHE STRING "Where crash reports go")
 

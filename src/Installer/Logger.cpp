@@ -1,15 +1,21 @@
 #include "Installer/Logger.h"
 
 #include "Installer/Common.h"
+#include "Installer/ShellHelpers.h"
 
 #include <windows.h>
 
 #include <sentry.h>
+#include <strsafe.h>
 
 #include <wil/resource.h>
 #include <wil/result.h>
 
+#include <array>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace Installer
 {
@@ -74,9 +80,73 @@ void CaptureEvent(sentry_level_t level, const std::wstring& message)
     sentry_capture_event(sentry_value_new_message_event(level, "logger", WideToUtf8(message).c_str()));
 }
 
+// What Windows answers about a path when there is nothing there.
+bool MeansAbsence(DWORD error)
+{
+    switch (error)
+    {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_BAD_NETPATH:
+    case ERROR_NETNAME_DELETED:
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_PATHNAME:
+    case ERROR_DIRECTORY:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool FileExists(const std::wstring& path)
+{
+    if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
+    {
+        return true;
+    }
+    const DWORD error = GetLastError();
+    if (!MeansAbsence(error))
+    {
+        throw std::filesystem::filesystem_error("exists", path,
+                                                std::error_code(static_cast<int>(error), std::system_category()));
+    }
+    return false;
+}
+
+// The C runtime starts whatever command processor the environment names, and the user's part of the environment is not
+// to decide what runs elevated.
+void WaitForKey()
+{
+    std::array<wchar_t, MAX_PATH> processor{};
+    GetSystemDirectoryW(processor.data(), static_cast<UINT>(processor.size()));
+    StringCchCatW(processor.data(), processor.size(), L"\\cmd.exe");
+    _wputenv_s(L"COMSPEC", processor.data());
+    std::system("PAUSE");
+}
+
 } // namespace
 
-Logger::Logger() : m_logPath(BuildLogPath()) {}
+Logger::Logger(RunType runType) : m_runType(runType), m_logPath(BuildLogPath())
+{
+    if (m_runType == RunType::Verbose)
+    {
+        AllocConsole();
+        m_pauseOnClose = true;
+    }
+}
+
+Logger::~Logger()
+{
+    if (m_runType != RunType::Verbose)
+    {
+        return;
+    }
+    if (m_pauseOnClose)
+    {
+        WaitForKey();
+    }
+    FreeConsole();
+}
 
 void Logger::Info(const std::wstring& message) noexcept
 try
@@ -115,6 +185,29 @@ try
     }
 }
 CATCH_LOG()
+
+void Logger::OpenLog()
+{
+    Info(L"Requested to open log...");
+    if (m_runType != RunType::Gui)
+    {
+        Info(L"Not running as GUI, ignoring...");
+        return;
+    }
+    if (!FileExists(m_logPath))
+    {
+        Info(L"Log file does not exist, ignoring...");
+        return;
+    }
+    try
+    {
+        ShellExecuteFromExplorer(m_logPath);
+    }
+    catch (const std::exception& exception)
+    {
+        Warning(L"ShellExecuteFromExplorer failed: " + Utf8ToWide(exception.what()), false);
+    }
+}
 
 void Logger::WriteLine(std::wstring_view tag, const std::wstring& message) noexcept
 try

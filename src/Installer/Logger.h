@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Installer/RunType.h"
+
 #include <string>
 #include <string_view>
 
@@ -13,8 +15,11 @@ class Logger
 {
 public:
     // Names the log file after the local time: Uninstaller_<year>_<month>_<day>_<hour>_<minute>_<second>.log in the
-    // uninstaller's temporary folder. It comes into being with the first line.
-    Logger();
+    // uninstaller's temporary folder. It comes into being with the first line. A verbose run gets a console.
+    explicit Logger(RunType runType);
+
+    // Lets the console of a verbose run go, as a rule not before the user has pressed a key. The file stays.
+    ~Logger();
 
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
@@ -23,13 +28,22 @@ public:
     void Warning(const std::wstring& message, bool capture) noexcept;
     void Error(const std::wstring& message, bool capture) noexcept;
 
+    // Shows the log to the desktop's user, in GUI runs only. A log that cannot be shown is a warning in it. Throws
+    // std::filesystem::filesystem_error when the file system cannot tell whether there is a log.
+    void OpenLog();
+
+    // Lets the console go without waiting for a key: for a run that another process goes on with.
+    void ClearPauseOnClose() noexcept { m_pauseOnClose = false; }
+
     // The full path of the log file.
     std::wstring LogPath() const { return m_logPath; }
 
 private:
     void WriteLine(std::wstring_view tag, const std::wstring& message) noexcept;
 
+    RunType m_runType;
     std::wstring m_logPath;
+    bool m_pauseOnClose = false;
 };
 
 } // namespace Installer

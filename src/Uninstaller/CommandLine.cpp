@@ -52,15 +52,16 @@ CommandLine ParseCommandLine()
     {
         return {};
     }
-    const std::string argument = Narrow(arguments.get()[1]);
+    const wchar_t* const argument = arguments.get()[1];
+    const std::string narrow = Narrow(argument);
     for (const auto& known : c_switches)
     {
-        if (argument == known.name)
+        if (narrow == known.name)
         {
-            return {known.runType, false};
+            return {known.runType, false, argument};
         }
     }
-    return {RunType::Verbose, true};
+    return {RunType::Verbose, true, argument};
 }
 
 } // namespace Uninstaller

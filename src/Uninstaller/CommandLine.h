@@ -2,6 +2,8 @@
 
 #include "Installer/RunType.h"
 
+#include <string>
+
 namespace Uninstaller
 {
 
@@ -10,6 +12,7 @@ struct CommandLine
 {
     Installer::RunType runType = Installer::RunType::Gui;
     bool help = false;
+    std::wstring argument; // as it was given; empty when there was none
 };
 
 // Reads this process's command line. No argument is a GUI run; anything that is not a known switch asks for the help.

@@ -5,10 +5,12 @@
 #include "Installer/Registry.h"
 #include "Installer/Retry.h"
 #include "Installer/Shortcuts.h"
+#include "Uninstaller/Confirmation.h"
 #include "Uninstaller/EndOfProcess.h"
 
 #include <windows.h>
 
+#include <optional>
 #include <type_traits>
 
 namespace Uninstaller
@@ -21,10 +23,17 @@ using namespace Installer;
 
 constexpr DWORD c_pauseBeforeStartMilliseconds = 200;
 
+// What the steps work on.
+struct Removal
+{
+    const std::wstring& installFolder;
+    bool removeUserSettings;
+};
+
 // The entry as the installer wrote it: the reference is part of the text and is not expanded.
 constexpr wchar_t c_pathEntry[] = L"%USERPROFILE%\\AppData\\Local\\Vel Mora\\lib";
 
-// What a failed step means for the result of the run.
+// What a failed step means for the result of the removal.
 enum class Failure
 {
     MakesPartial, // logged as an error; the run ends with EXIT_ERROR_PARTIAL_UNINSTALL
@@ -33,11 +42,11 @@ enum class Failure
 
 // Lets an operation of the library stand in the list below, whichever of its arguments it takes.
 template <auto Operation>
-HRESULT Do(const UninstallRun& run, const std::wstring& folder)
+HRESULT Do(const Removal& removal, const std::wstring& folder)
 {
-    if constexpr (std::is_invocable_v<decltype(Operation), const UninstallRun&>)
+    if constexpr (std::is_invocable_v<decltype(Operation), const Removal&>)
     {
-        return Operation(run);
+        return Operation(removal);
     }
     else if constexpr (std::is_invocable_v<decltype(Operation), const std::wstring&>)
     {
@@ -49,43 +58,43 @@ HRESULT Do(const UninstallRun& run, const std::wstring& folder)
     }
 }
 
-HRESULT DoNothing(const UninstallRun&)
+HRESULT DoNothing(const Removal&)
 {
     return S_OK;
 }
 
-HRESULT RemovePathEntry(const UninstallRun&)
+HRESULT RemovePathEntry(const Removal&)
 {
     return RemoveFromMachinePath(c_pathEntry);
 }
 
-HRESULT Deregister(const UninstallRun& run)
+HRESULT Deregister(const Removal& removal)
 {
-    return DeregisterApplication(run.removeUserSettings);
+    return DeregisterApplication(removal.removeUserSettings);
 }
 
 // What an operation works on, where it is a folder: the failure names it.
-std::wstring NoFolder(const UninstallRun&)
+std::wstring NoFolder(const Removal&)
 {
     return {};
 }
 
-std::wstring InstallFolder(const UninstallRun& run)
+std::wstring InstallFolder(const Removal& removal)
 {
-    return run.installFolder;
+    return removal.installFolder;
 }
 
-std::wstring AuthServiceProgramFolder(const UninstallRun&)
+std::wstring AuthServiceProgramFolder(const Removal&)
 {
     return GetProgramFilesFolder() + L"OrvaneAuthService";
 }
 
-std::wstring AuthServiceDataFolder(const UninstallRun&)
+std::wstring AuthServiceDataFolder(const Removal&)
 {
     return GetProgramDataFolder() + L"OrvaneAuthService";
 }
 
-std::wstring UpdaterDataFolder(const UninstallRun&)
+std::wstring UpdaterDataFolder(const Removal&)
 {
     return GetProgramDataFolder() + L"VelmoraUpdater";
 }
@@ -104,11 +113,11 @@ bool IfFolderExists(const std::wstring& folder)
 struct Step
 {
     const wchar_t* shown = nullptr; // logged before the step; null for nothing
-    HRESULT (*operation)(const UninstallRun& run, const std::wstring& folder) = Do<DoNothing>;
+    HRESULT (*operation)(const Removal& removal, const std::wstring& folder) = Do<DoNothing>;
     RetryPolicy retry = c_once;       // on top of what the operation does by itself
     const wchar_t* failureText = L""; // logged when it fails; the folder and the system's reason follow
     Failure failure = Failure::MakesPartial;
-    std::wstring (*folder)(const UninstallRun& run) = NoFolder;
+    std::wstring (*folder)(const Removal& removal) = NoFolder;
     bool (*applies)(const std::wstring& folder) = Always;
 };
 
@@ -160,50 +169,85 @@ std::wstring DescribeFailure(const Step& step, const std::wstring& folder, HRESU
 }
 
 // Does one step. Returns whether the result of the run is still a full one.
-bool DoStep(const Step& step, const UninstallRun& run)
+bool DoStep(const Step& step, const Removal& removal, Logger& logger)
 {
-    const std::wstring folder = step.folder(run);
+    const std::wstring folder = step.folder(removal);
     if (!step.applies(folder))
     {
         return true;
     }
     if (step.shown != nullptr)
     {
-        run.logger.Info(step.shown);
+        logger.Info(step.shown);
     }
-    const HRESULT result = Retry(step.retry, [&] { return step.operation(run, folder); });
+    const HRESULT result = Retry(step.retry, [&] { return step.operation(removal, folder); });
     if (result == S_OK)
     {
         return true;
     }
     if (step.failure == Failure::Warns)
     {
-        run.logger.Warning(DescribeFailure(step, folder, result), false);
+        logger.Warning(DescribeFailure(step, folder, result), false);
         return true;
     }
-    run.logger.Error(DescribeFailure(step, folder, result), false);
+    logger.Error(DescribeFailure(step, folder, result), false);
     return false;
 }
 
-} // namespace
-
-ExitCode UninstallProduct(const UninstallRun& run)
+// Returns whether the settings are to go too, or nothing when the run is to end with `code`.
+std::optional<bool> Confirm(const RunContext& run, const std::wstring& ownPath, ExitCode& code)
 {
     Sleep(c_pauseBeforeStartMilliseconds);
-    run.logger.Info(run.removeUserSettings ? L"Velmora will attempt to delete user data directories."
+    switch (run.runType == RunType::Silent ? Answer::Uninstall : AskForConfirmation(run))
+    {
+    case Answer::Uninstall:
+        return false;
+    case Answer::UninstallAndSettings:
+        return true;
+    case Answer::Cancel:
+        code = EXIT_NO_ERROR;
+        finishProcess(run.logger.LogPath(), ownPath, true);
+        return std::nullopt;
+    case Answer::Unknown:
+        break;
+    }
+    code = EXIT_ERROR_PERMISSION_DIALOG_FAIL;
+    finishProcess(run.logger.LogPath(), ownPath, false);
+    return std::nullopt;
+}
+
+// Returns whether nothing is left.
+bool RemoveEverything(const Removal& removal, Logger& logger)
+{
+    logger.Info(removal.removeUserSettings ? L"Velmora will attempt to delete user data directories."
                                            : L"Velmora will leave user directories as-is.");
     bool complete = true;
     for (const Step& step : c_steps)
     {
-        complete = DoStep(step, run) && complete;
+        complete = DoStep(step, removal, logger) && complete;
     }
+    return complete;
+}
 
-    if (!complete)
+} // namespace
+
+ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
+{
+    ExitCode code{};
+    const std::optional<bool> removeUserSettings = Confirm(run, ownPath, code);
+    if (!removeUserSettings)
     {
-        run.logger.Error(L"Velmora did not fully uninstall. Please check the logs for more information.", false);
+        return code;
     }
-    finishProcess(run.logger.LogPath(), run.ownPath, complete);
-    return complete ? EXIT_NO_ERROR : EXIT_ERROR_PARTIAL_UNINSTALL;
+    if (RemoveEverything({installFolder, *removeUserSettings}, run.logger))
+    {
+        finishProcess(run.logger.LogPath(), ownPath, true);
+        return EXIT_NO_ERROR;
+    }
+    run.logger.Error(L"Velmora did not fully uninstall. Please check the logs for more information.", false);
+    run.logger.OpenLog();
+    finishProcess(run.logger.LogPath(), ownPath, false);
+    return EXIT_ERROR_PARTIAL_UNINSTALL;
 }
 
 } // namespace Uninstaller

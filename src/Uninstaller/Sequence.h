@@ -1,25 +1,18 @@
 #pragma once
 
-#include "Installer/Logger.h"
 #include "Uninstaller/ExitCode.h"
+#include "Uninstaller/RunContext.h"
 
 #include <string>
 
 namespace Uninstaller
 {
 
-// What one run knows about itself.
-struct UninstallRun
-{
-    Installer::Logger& logger;
-    std::wstring installFolder;      // ends in a backslash
-    std::wstring ownPath;            // of the running executable
-    bool removeUserSettings = false; // the user asked for it
-};
-
-// Removes the product, one step after another, and ends the run (finishProcess). A step that fails is logged and does
-// not keep the later ones from being done. Returns EXIT_NO_ERROR when all of it is gone, otherwise
-// EXIT_ERROR_PARTIAL_UNINSTALL.
-ExitCode UninstallProduct(const UninstallRun& run);
+// Asks for confirmation (except in silent runs), removes the product from `installFolder` (which ends in a backslash)
+// and from everywhere else, one step after another, and ends the run (finishProcess with `ownPath`, the running
+// executable). A step that fails is logged and does not keep the later ones from being done. Returns EXIT_NO_ERROR when
+// all of it is gone or the user cancelled, EXIT_ERROR_PARTIAL_UNINSTALL when something is left, and
+// EXIT_ERROR_PERMISSION_DIALOG_FAIL when the confirmation gave an answer that it does not have.
+ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath);
 
 } // namespace Uninstaller

@@ -4,14 +4,19 @@
 #include "Uninstaller/EndOfProcess.h"
 #include "Uninstaller/ExitCode.h"
 #include "Uninstaller/Preconditions.h"
+#include "Uninstaller/Relocation.h"
+#include "Uninstaller/RunContext.h"
 #include "Uninstaller/Sequence.h"
 
 #include <windows.h>
 
+#include <wil/resource.h>
 #include <wil/stl.h>
 #include <wil/win32_helpers.h>
 #include <winrt/base.h>
 
+#include <array>
+#include <cstdlib>
 #include <string>
 
 namespace Uninstaller
@@ -44,11 +49,20 @@ int ShowHelp(Installer::Logger& logger)
     return EXIT_NO_ERROR;
 }
 
-int RefuseWithoutConfirmation(Installer::Logger& logger)
+// Whoever starts the program by a double-click in the installation folder makes that its current folder, which its
+// console and the copy in the temporary folder would inherit, and a folder that is a process's current one cannot be
+// removed.
+void LeaveCurrentFolder()
 {
-    logger.Error(L"This build cannot ask for confirmation. Use -s to uninstall without being asked.", false);
-    finishProcess(logger.LogPath(), {}, false);
-    return EXIT_ERROR_PERMISSION_DIALOG_FAIL;
+    std::array<wchar_t, MAX_PATH> folder{};
+    GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
+    SetCurrentDirectoryW(folder.data());
+}
+
+// The C runtime tells of a program that ends by an exception in a message box, which nobody may be there to close.
+void TellNobodyOfAbnormalEnd()
+{
+    _set_error_mode(_OUT_TO_STDERR);
 }
 
 } // namespace
@@ -61,9 +75,11 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 
     StartCrashReporting();
     SetThreadDescription(GetCurrentThread(), L"uninstaller_thread");
+    TellNobodyOfAbnormalEnd();
+    LeaveCurrentFolder();
     const CommandLine commandLine = ParseCommandLine();
 
-    Installer::Logger logger;
+    Installer::Logger logger(commandLine.runType);
     logger.Info(L"Running the Velmora uninstaller (" + std::to_wstring(GetCurrentProcessId()) + L")...");
     logger.Info(std::wstring(L"Requested run type of ") + NameOf(commandLine.runType));
     if (commandLine.help)
@@ -71,16 +87,29 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
         return ShowHelp(logger);
     }
 
-    // Nothing is removed without being asked for: only a silent run goes without the confirmation.
-    if (commandLine.runType != Installer::RunType::Silent)
+    const RunContext run{.logger = logger, .runType = commandLine.runType};
+    if (const auto end = CheckWindowsVersion(run))
     {
-        return RefuseWithoutConfirmation(logger);
+        return *end;
+    }
+    winrt::init_apartment();
+    if (const auto end = CheckElevation(run))
+    {
+        return *end;
+    }
+    wil::unique_handle mutex;
+    if (const auto end = CheckSingleInstance(run, mutex))
+    {
+        return *end;
     }
 
-    winrt::init_apartment();
-    return UninstallProduct({
-        .logger = logger,
-        .installFolder = FindInstallFolder(logger),
-        .ownPath = wil::GetModuleFileNameW<std::wstring>(),
-    });
+    const std::wstring installFolder = FindInstallFolder(logger);
+    const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
+    if (IsInside(ownPath, installFolder))
+    {
+        return Relocate(run, ownPath, commandLine.argument, mutex);
+    }
+    const ExitCode code = UninstallProduct(run, installFolder, ownPath);
+    ReleaseSingleInstance(mutex);
+    return code;
 }

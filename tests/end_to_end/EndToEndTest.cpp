@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <ctime>
 #include <iostream>
 
 namespace Testing
@@ -36,23 +35,6 @@ std::wstring BuiltProgram()
     return path.substr(0, path.rfind(L'\\') + 1) + std::wstring(c_programName);
 }
 
-// Adds the file to those that Windows deletes at its next start, in the form in which it keeps them.
-void AddPendingDeletion(MachineState& state, const std::wstring& path)
-{
-    StateEntry entry{.kind = StateEntry::Kind::Value, .detail = REG_MULTI_SZ, .data = {}};
-    if (const StateEntry* present = state.Find(c_pendingRenames))
-    {
-        entry = *present;
-        entry.data.resize(entry.data.size() - sizeof(wchar_t));
-    }
-    // A source, an empty target, and the end of the list.
-    const std::wstring text = L"\\??\\" + path + std::wstring(3, L'\0');
-    const auto size = entry.data.size();
-    entry.data.resize(size + text.size() * sizeof(wchar_t));
-    std::memcpy(entry.data.data() + size, text.data(), text.size() * sizeof(wchar_t));
-    state.Set(c_pendingRenames, entry);
-}
-
 std::vector<std::string> SplitLines(const std::string& text)
 {
     std::vector<std::string> lines;
@@ -67,21 +49,6 @@ std::vector<std::string> SplitLines(const std::string& text)
         lines.push_back(text.substr(begin) + " (without a line feed)");
     }
     return lines;
-}
-
-// The name of a log that was begun at that moment.
-std::wstring LogNameAt(std::chrono::system_clock::time_point moment)
-{
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(moment);
-    std::tm local{};
-    localtime_s(&local, &seconds);
-    std::wstring name = L"Uninstaller";
-    for (const int number :
-         {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec})
-    {
-        name += L"_" + std::to_wstring(number);
-    }
-    return name + L".log";
 }
 
 std::string JoinLines(const std::vector<std::string>& lines)
@@ -127,34 +94,103 @@ EndToEndTest::~EndToEndTest()
 
 void EndToEndTest::Run(const std::wstring& arguments, RunOptions options)
 {
+    RunAt(m_program, arguments, options);
+}
+
+void EndToEndTest::RunInstalled(const std::wstring& arguments, RunOptions options)
+{
+    if (!CopyFileW(m_program.c_str(), InstalledProgram().c_str(), FALSE))
+    {
+        ThrowWindowsError("Cannot copy the program to " + ToUtf8(InstalledProgram()), GetLastError());
+    }
+    RunAt(InstalledProgram(), arguments, options);
+}
+
+void EndToEndTest::RunAt(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
+{
     m_before = MachineState::Capture(m_furtherDrives);
     m_started = std::chrono::system_clock::now();
-    m_result = RunProgram(m_program, arguments, options);
+    m_result = RunProgram(program, arguments, options);
     m_after = MachineState::Capture(m_furtherDrives);
+    EXPECT_EQ(m_result.dialogsAnswered, options.answers.size());
 }
 
-MachineState EndToEndTest::DeclaredState() const
+std::wstring EndToEndTest::InstalledProgram()
 {
-    MachineState state = DeclaredStateWithoutLogFolder();
-    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
-    return state;
+    return InstallFolder() + L"\\" + std::wstring(c_programName);
 }
 
-MachineState EndToEndTest::DeclaredStateWithoutLogFolder() const
+std::wstring EndToEndTest::RelocatedCopy(const std::wstring& temporaryFolder)
 {
-    MachineState state = AfterUninstall(m_before, false);
+    return LogFolderIn(temporaryFolder) + std::wstring(c_programName);
+}
+
+MachineState EndToEndTest::StateAfter(const std::wstring& program, bool removeUserSettings) const
+{
+    MachineState state = AfterUninstall(m_before, removeUserSettings);
     for (const std::wstring_view key : c_keysMadeByOpening)
     {
         state.AddWithParents(key, StateEntry::Kind::Key);
     }
-    AddPendingDeletion(state, m_program);
+    AddPendingDeletion(state, program);
     return state;
+}
+
+MachineState EndToEndTest::DeclaredState(bool removeUserSettings) const
+{
+    MachineState state = DeclaredStateWithoutLogFolder(removeUserSettings);
+    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
+}
+
+MachineState EndToEndTest::DeclaredStateWithoutLogFolder(bool removeUserSettings) const
+{
+    return StateAfter(m_program, removeUserSettings);
+}
+
+MachineState EndToEndTest::RelocatedState(const std::wstring& temporaryFolder) const
+{
+    const std::wstring copy = RelocatedCopy(temporaryFolder);
+    MachineState state = StateAfter(copy, false);
+    // A copy is the same file at another place.
+    state.AddWithParents(temporaryFolder + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    state.Set(copy, *m_before.Find(InstalledProgram()));
+    // With logs of the same second there is one, which the copy deletes.
+    if (!m_result.earlierLogPath.empty())
+    {
+        state.CopyWithParents(m_result.earlierLogPath, m_after);
+    }
+    return state;
+}
+
+void EndToEndTest::AddPendingDeletion(MachineState& state, const std::wstring& path)
+{
+    // In the form in which Windows keeps them.
+    StateEntry entry{.kind = StateEntry::Kind::Value, .detail = REG_MULTI_SZ, .data = {}};
+    if (const StateEntry* present = state.Find(c_pendingRenames))
+    {
+        entry = *present;
+        entry.data.resize(entry.data.size() - sizeof(wchar_t));
+    }
+    // A source, an empty target, and the end of the list.
+    const std::wstring text = L"\\??\\" + path + std::wstring(3, L'\0');
+    const auto size = entry.data.size();
+    entry.data.resize(size + text.size() * sizeof(wchar_t));
+    std::memcpy(entry.data.data() + size, text.data(), text.size() * sizeof(wchar_t));
+    state.Set(c_pendingRenames, entry);
 }
 
 MachineState EndToEndTest::UntouchedState() const
 {
     MachineState state = m_before;
     state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
+}
+
+MachineState EndToEndTest::CancelledState() const
+{
+    MachineState state = UntouchedState();
+    AddPendingDeletion(state, m_program);
     return state;
 }
 
@@ -165,21 +201,62 @@ void EndToEndTest::ExpectFullSuccess(const ExpectedLog& log) const
 
 void EndToEndTest::ExpectFullSuccess(const ExpectedLog& log, const MachineState& state) const
 {
-    EXPECT_EQ(m_result.exitCode, c_fullSuccess);
-    ExpectLog(log);
-    ExpectState(state);
+    ExpectEnd(c_fullSuccess, log.Lines(), state, false);
 }
 
 void EndToEndTest::ExpectPartialUninstall(const ExpectedLog& log, const MachineState& state) const
 {
-    EXPECT_EQ(m_result.exitCode, c_partialUninstall);
-    ExpectLog(log);
+    ExpectEnd(c_partialUninstall, log.Lines(), state, true);
+}
+
+void EndToEndTest::ExpectEnd(unsigned long exitCode, const std::vector<std::string>& lines, const MachineState& state,
+                             bool keepsLog) const
+{
+    EXPECT_EQ(m_result.exitCode, exitCode);
+    EXPECT_FALSE(m_result.copy) << "There was a copy.";
+    EXPECT_EQ(LogLines(), lines);
+    ExpectLogName();
+    MachineState withLog = state;
+    if (keepsLog)
+    {
+        ExpectKeptLog(withLog);
+    }
+    ExpectState(withLog);
+}
+
+void EndToEndTest::ExpectRelocatedEnd(unsigned long exitCode, const std::vector<std::string>& lines,
+                                      const std::vector<std::string>& copyLines, const MachineState& state) const
+{
+    EXPECT_EQ(m_result.exitCode, c_fullSuccess);
+    ASSERT_TRUE(m_result.copy) << "There was no copy.";
+    EXPECT_EQ(m_result.copy->exitCode, exitCode);
+    EXPECT_TRUE(m_result.endedBeforeCopy) << "The first process waited for its copy.";
+    std::vector<std::string> all = lines;
+    all.insert(all.end(), copyLines.begin(), copyLines.end());
+    std::vector<std::string> found = LogLines();
+    if (m_result.earlierLogPath.empty())
+    {
+        // Two processes of the same second share their log: what each of them writes last and first may be mixed.
+        std::ranges::sort(all);
+        std::ranges::sort(found);
+    }
+    EXPECT_EQ(found, all);
+    ExpectLogName();
+    MachineState withLog = state;
+    if (exitCode != c_fullSuccess)
+    {
+        ExpectKeptLog(withLog);
+    }
+    ExpectState(withLog);
+}
+
+void EndToEndTest::ExpectKeptLog(MachineState& state) const
+{
     const StateEntry* keptLog = m_after.Find(m_result.logPath);
     ASSERT_NE(keptLog, nullptr) << "The log was not kept.";
-    EXPECT_EQ(keptLog->size, m_result.log.size());
-    MachineState withLog = state;
-    withLog.CopyWithParents(m_result.logPath, m_after);
-    ExpectState(withLog);
+    EXPECT_EQ(keptLog->size + (m_result.earlierLogPath.empty() ? 0 : m_after.Find(m_result.earlierLogPath)->size),
+              m_result.log.size());
+    state.CopyWithParents(m_result.logPath, m_after);
 }
 
 void EndToEndTest::ExpectState(const MachineState& expected) const
@@ -189,10 +266,18 @@ void EndToEndTest::ExpectState(const MachineState& expected) const
                                      << JoinLines(differences);
 }
 
-void EndToEndTest::ExpectLog(const ExpectedLog& log) const
+std::vector<std::string> EndToEndTest::LogLines() const
 {
-    EXPECT_EQ(SplitLines(ReplaceAll(m_result.log, "(" + std::to_string(m_result.processId) + ")", "(<pid>)")),
-              log.Lines());
+    std::string log = ReplaceAll(m_result.log, "(" + std::to_string(m_result.processId) + ")", "(<pid>)");
+    if (m_result.copy)
+    {
+        log = ReplaceAll(log, "(" + std::to_string(m_result.copy->id) + ")", "(<pid>)");
+    }
+    return SplitLines(log);
+}
+
+void EndToEndTest::ExpectLogName() const
+{
     const std::wstring name = m_result.logPath.substr(m_result.logPath.rfind(L'\\') + 1);
     std::vector<std::string> possible;
     for (auto moment = m_started; moment <= m_started + m_result.duration + std::chrono::seconds(1);

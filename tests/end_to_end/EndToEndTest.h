@@ -16,6 +16,11 @@ namespace Testing
 {
 // The exit codes of a run.
 inline constexpr unsigned long c_fullSuccess = 0;
+inline constexpr unsigned long c_windowsTooOld = 2;
+inline constexpr unsigned long c_notElevated = 9;
+inline constexpr unsigned long c_alreadyRunning = 10;
+inline constexpr unsigned long c_copyFailed = 16;
+inline constexpr unsigned long c_startFailed = 17;
 inline constexpr unsigned long c_partialUninstall = 18;
 
 class EndToEndTest : public ::testing::Test
@@ -27,15 +32,35 @@ protected:
     // Starts the program from the user's downloads, waits for its end, and takes the machine's state before and after.
     void Run(const std::wstring& arguments = L"-s", RunOptions options = {});
 
+    // Puts the program into the installation folder and starts it there.
+    void RunInstalled(const std::wstring& arguments = L"-s", RunOptions options = {});
+
+    // Where the program is that RunInstalled starts, and the copy that it goes on as.
+    static std::wstring InstalledProgram();
+    static std::wstring RelocatedCopy(const std::wstring& temporaryFolder = TemporaryFolder());
+
     // The state that the last run must have led to when it removed what is declared, and left behind what every run
     // does.
-    MachineState DeclaredState() const;
+    MachineState DeclaredState(bool removeUserSettings = false) const;
+
+    // The same for a run that went on as its copy: that is left instead, with the log of the first process.
+    MachineState RelocatedState(const std::wstring& temporaryFolder = TemporaryFolder()) const;
 
     // The same for a run that could not make its log's folder where it usually is.
-    MachineState DeclaredStateWithoutLogFolder() const;
+    MachineState DeclaredStateWithoutLogFolder(bool removeUserSettings = false) const;
 
     // The state that a run must have led to that removed nothing at all.
     MachineState UntouchedState() const;
+
+    // The same for a run that the user cancelled: the program is scheduled for deletion all the same.
+    MachineState CancelledState() const;
+
+    // Adds to a state the file that Windows is to delete at its next start; and a file as it was after the last run.
+    static void AddPendingDeletion(MachineState& state, const std::wstring& path);
+    void CopyAfter(MachineState& state, const std::wstring& path) const { state.CopyWithParents(path, m_after); }
+
+    // The program that Run starts.
+    const std::wstring& ProgramPath() const { return m_program; }
 
     // The run ended in full success: exit code 0, the log as expected and then deleted, the state as expected.
     void ExpectFullSuccess(const ExpectedLog& log = {}) const;
@@ -43,6 +68,15 @@ protected:
 
     // The run ended with exit code 18, and its log was kept.
     void ExpectPartialUninstall(const ExpectedLog& log, const MachineState& state) const;
+
+    // The run ended with that exit code and log. The log was kept, and is part of the state that is expected, or not.
+    void ExpectEnd(unsigned long exitCode, const std::vector<std::string>& lines, const MachineState& state,
+                   bool keepsLog) const;
+
+    // The run went on as its copy, which ended with that exit code; these are the lines of the two. The state is
+    // expected to hold the log of the first process.
+    void ExpectRelocatedEnd(unsigned long exitCode, const std::vector<std::string>& lines,
+                            const std::vector<std::string>& copyLines, const MachineState& state) const;
 
     // Only the state is compared.
     void ExpectState(const MachineState& expected) const;
@@ -55,7 +89,11 @@ protected:
     void WatchDrive(wchar_t letter) { m_furtherDrives += letter; }
 
 private:
-    void ExpectLog(const ExpectedLog& log) const;
+    std::vector<std::string> LogLines() const;
+    void ExpectLogName() const;
+    void ExpectKeptLog(MachineState& state) const;
+    MachineState StateAfter(const std::wstring& program, bool removeUserSettings) const;
+    void RunAt(const std::wstring& program, const std::wstring& arguments, const RunOptions& options);
 
     std::wstring m_program;
     std::wstring m_furtherDrives;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace Testing
 {
@@ -40,7 +41,134 @@ std::string Info(std::string_view message)
 {
     return std::string(c_info) + std::string(message);
 }
+
+std::string Error(std::string_view message)
+{
+    return std::string(c_error) + std::string(message);
+}
+
+std::vector<std::string> Start(std::string_view runType)
+{
+    return {Info("Running the Velmora uninstaller (<pid>)..."), Info("Requested run type of " + std::string(runType))};
+}
+
+std::vector<std::string> Append(std::vector<std::string> lines, const std::vector<std::string>& more)
+{
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+std::vector<std::string> CheckVersion(std::string_view runType)
+{
+    return Append(Start(runType), {Info("Checking to sure we are running on Windows 10.0.19041 or higher...")});
+}
+
+std::vector<std::string> CheckElevation(std::string_view runType)
+{
+    return Append(CheckVersion(runType), {Info("Checking to see if elevated...")});
+}
+
+std::string FoundRecord(std::wstring_view location, std::string_view version)
+{
+    return Info("Found Velmora install entry at '" + ToUtf8(location) + "', version " + std::string(version) + ".");
+}
+
+std::vector<std::string> BeginRelocation(std::string_view runType)
+{
+    return Append(CheckElevation(runType),
+                  {FoundRecord(InstallFolder() + L"\\", "2.8.1.2171"),
+                   Info("Uninstaller is running inside installation directory. Copying to temporary location so we can "
+                        "continue...")});
+}
+
+std::string StartText(std::wstring_view copy, std::string_view argument)
+{
+    return "\"" + ToUtf8(copy) + "\" process (with args of \"" + std::string(argument) + "\")";
+}
+
+// What a request to open the log leaves there: nothing of it is shown except in GUI runs.
+std::vector<std::string> OpenLog(std::string_view runType)
+{
+    std::vector<std::string> lines{Info("Requested to open log...")};
+    if (runType != "Gui")
+    {
+        lines.push_back(Info("Not running as GUI, ignoring..."));
+    }
+    return lines;
+}
 } // namespace
+
+std::vector<std::string> HelpLog()
+{
+    return Append(Start("Verbose"), {Info("-v  | --verbose            | Detailed uninstaller logging"),
+                                     Info("-s  | --silent             | Don't show a status GUI"),
+                                     Info("-g  | --gui                | Show a status GUI (default)"),
+                                     Info("-h  | --help               | Display this help screen")});
+}
+
+std::vector<std::string> TooOldWindowsLog(std::string_view runType)
+{
+    return Append(CheckVersion(runType),
+                  {Error("You need at least Windows 10 20H1 - May 2020 Update (10.0.19041) to continue.")});
+}
+
+std::vector<std::string> NotElevatedLog(std::string_view runType)
+{
+    return Append(CheckElevation(runType),
+                  {Error("Please run the Velmora installer/uninstaller as an administrator to continue.")});
+}
+
+std::vector<std::string> SecondInstanceLog(std::string_view runType)
+{
+    return Append(CheckElevation(runType),
+                  {Error("Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure "
+                         "no other instances are open and try again. If this fails to fix the problem, restart your "
+                         "device.")});
+}
+
+std::vector<std::string> CancelledLog(std::string_view runType)
+{
+    return Append(CheckElevation(runType),
+                  {FoundRecord(InstallFolder() + L"\\", "2.8.1.2171"), Info("User canceled the uninstaller.")});
+}
+
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument)
+{
+    return Append(BeginRelocation(runType),
+                  {Info("Starting " + StartText(copy, argument)),
+                   Info("This process will now exit (without waiting for user feedback)"), Info("----------")});
+}
+
+std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_view reason)
+{
+    return Append(Append(BeginRelocation(runType),
+                         {Error("Unable to copy the Velmora Uninstaller to temporary directory. Please restart your "
+                                "system and try again. Reason: " +
+                                std::string(reason) + ".")}),
+                  OpenLog(runType));
+}
+
+std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
+                                        std::string_view reason)
+{
+    return Append(
+        Append(BeginRelocation(runType), {Info("Starting " + StartText(copy, argument)),
+                                          Error("Uninstaller was unable to start " + StartText(copy, argument) +
+                                                "! Reason: " + std::string(reason))}),
+        OpenLog(runType));
+}
+
+ExpectedLog& ExpectedLog::Runs(std::string_view type)
+{
+    m_runType = type;
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::RemovesSettings()
+{
+    m_removesSettings = true;
+    return *this;
+}
 
 ExpectedLog::ExpectedLog()
 {
@@ -49,8 +177,7 @@ ExpectedLog::ExpectedLog()
 
 ExpectedLog& ExpectedLog::FindsRecord(std::wstring_view location, std::string_view version)
 {
-    m_record = {
-        Info("Found Velmora install entry at '" + ToUtf8(location) + "', version " + std::string(version) + ".")};
+    m_record = {FoundRecord(location, version)};
     return *this;
 }
 
@@ -82,10 +209,9 @@ ExpectedLog& ExpectedLog::Warns(Step step, unsigned long result, std::wstring_vi
 
 std::vector<std::string> ExpectedLog::Lines() const
 {
-    std::vector<std::string> lines{Info("Running the Velmora uninstaller (<pid>)..."),
-                                   Info("Requested run type of Silent")};
-    lines.insert(lines.end(), m_record.begin(), m_record.end());
-    lines.push_back(Info("Velmora will leave user directories as-is."));
+    std::vector<std::string> lines = Append(CheckElevation(m_runType), m_record);
+    lines.push_back(Info(m_removesSettings ? "Velmora will attempt to delete user data directories."
+                                           : "Velmora will leave user directories as-is."));
     for (const StepRow& row : c_steps)
     {
         if (!row.shown.empty() && !m_leftOut.contains(row.step))
@@ -105,8 +231,8 @@ std::vector<std::string> ExpectedLog::Lines() const
     lines.push_back(Info("Uninstall Complete!"));
     if (std::ranges::any_of(m_failures, &Failure::isError))
     {
-        lines.push_back(std::string(c_error) +
-                        "Velmora did not fully uninstall. Please check the logs for more information.");
+        lines.push_back(Error("Velmora did not fully uninstall. Please check the logs for more information."));
+        return Append(std::move(lines), OpenLog(m_runType));
     }
     return lines;
 }

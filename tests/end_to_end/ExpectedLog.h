@@ -1,4 +1,4 @@
-// The lines that a silent run writes, in their order: the one place in the end-to-end tests that holds them.
+// The lines that a run writes, in their order: the one place in the end-to-end tests that holds them.
 #pragma once
 
 #include <set>
@@ -23,11 +23,31 @@ enum class Step
     UpdaterFolder
 };
 
+// The lines of runs that do not get to uninstalling. The process ID is "<pid>" in all of them.
+std::vector<std::string> HelpLog();
+std::vector<std::string> TooOldWindowsLog(std::string_view runType);
+std::vector<std::string> NotElevatedLog(std::string_view runType);
+std::vector<std::string> SecondInstanceLog(std::string_view runType);
+std::vector<std::string> CancelledLog(std::string_view runType);
+
+// The lines of a run that goes on as its copy, which is started with that argument; or cannot be copied or started, for
+// a reason in numbers.
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument);
+std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_view reason);
+std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
+                                        std::string_view reason);
+
 class ExpectedLog
 {
 public:
-    // The log of a run that finds the sample's own install record and in which everything succeeds.
+    // The log of a silent run that finds the sample's own install record and in which everything succeeds.
     ExpectedLog();
+
+    // A run of another type: "Gui" or "Verbose".
+    ExpectedLog& Runs(std::string_view type);
+
+    // The user wants the settings to go too.
+    ExpectedLog& RemovesSettings();
 
     // The run finds another record, or none that can be used.
     ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
@@ -54,6 +74,8 @@ private:
         std::wstring folder;
     };
 
+    std::string m_runType = "Silent";
+    bool m_removesSettings = false;
     std::vector<std::string> m_record;
     std::set<Step> m_leftOut;
     std::vector<Failure> m_failures;

@@ -1,26 +1,221 @@
-// Switches that do not uninstall.
+// The switches other than the silent one: consoles, the confirmation, and the help.
 #include "EndToEndTest.h"
+#include "support/Names.h"
 
+#include <windows.h>
+
+#include <algorithm>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Testing
 {
 namespace
 {
-class HelpTest : public EndToEndTest, public ::testing::WithParamInterface<const char*>
+constexpr int c_yes = IDYES;
+constexpr int c_removeSettings = 1;
+constexpr std::wstring_view c_confirmation = L"Velmora";
+
+// The user confirms, with or without the settings, or does not.
+std::vector<DialogAnswer> Answer(std::optional<int> button, std::optional<int> radioButton = {})
+{
+    return {{.title = std::wstring(c_confirmation), .button = button, .radioButton = radioButton}};
+}
+
+// Lines as a console of that width shows them.
+std::vector<std::wstring> Wrap(const std::vector<std::string>& lines, std::size_t width)
+{
+    std::vector<std::wstring> wrapped;
+    for (const std::string& line : lines)
+    {
+        std::wstring rest(line.begin(), line.end());
+        for (; rest.size() > width; rest.erase(0, width))
+        {
+            wrapped.push_back(rest.substr(0, width));
+            wrapped.back().erase(wrapped.back().find_last_not_of(L' ') + 1);
+        }
+        wrapped.push_back(rest);
+    }
+    return wrapped;
+}
+
+class OtherSwitchesTest : public EndToEndTest
+{
+protected:
+    // The console showed every line of the log, and then asked for a key.
+    void ExpectConsole(std::vector<std::string> lines) const
+    {
+        std::vector<std::wstring> console = Result().console;
+        ASSERT_FALSE(console.empty()) << "There was no console, or it did not wait for a key.";
+        console.erase(std::ranges::find_if(console, [](const auto& line) { return line.starts_with(L"Press any"); }),
+                      console.end());
+        for (std::string& line : lines)
+        {
+            line = ReplaceAll(line, "<pid>", std::to_string(Result().processId));
+        }
+        EXPECT_EQ(console, Wrap(lines, 80));
+    }
+};
+
+class HelpTest : public OtherSwitchesTest, public ::testing::WithParamInterface<const wchar_t*>
 {
 };
 
-TEST_P(HelpTest, The_help_removes_nothing)
+TEST_P(HelpTest, Is_shown_in_a_console_and_nothing_is_removed)
 {
     LayDownSample();
-    const std::string_view arguments = GetParam();
-    Run(std::wstring(arguments.begin(), arguments.end()));
-    EXPECT_EQ(Result().exitCode, c_fullSuccess);
-    ExpectState(UntouchedState());
+    Run(GetParam(), {.hasShortLog = true, .hasConsole = true});
+    ExpectEnd(c_fullSuccess, HelpLog(), UntouchedState(), false);
+    ExpectConsole(HelpLog());
 }
 
-INSTANTIATE_TEST_SUITE_P(Switch, HelpTest, ::testing::Values("-h", "--help", "-S", "--SILENT", "/s", "-s-"));
+INSTANTIATE_TEST_SUITE_P(Switch, HelpTest,
+                         ::testing::Values(L"-h", L"--help", L"-S", L"--SILENT", L"/s", L"-s-", L"\"\"", L"-h -s",
+                                           L"\u2013s", L"\u00e9\u0416\u65e5\U0001f600"));
+
+TEST_F(OtherSwitchesTest, A_very_long_argument_shows_the_help)
+{
+    LayDownSample();
+    Run(L'-' + std::wstring(30'000, L's'), {.hasShortLog = true, .hasConsole = true});
+    ExpectEnd(c_fullSuccess, HelpLog(), UntouchedState(), false);
+}
+
+TEST_F(OtherSwitchesTest, Only_the_first_argument_counts)
+{
+    LayDownSample();
+    Run(L"-s -h");
+    ExpectFullSuccess();
+}
+
+TEST_F(OtherSwitchesTest, The_long_form_of_silent_is_the_same)
+{
+    LayDownSample();
+    Run(L"--silent");
+    ExpectFullSuccess();
+}
+
+// A switch, and the run type that it is logged as.
+struct AskingRun
+{
+    const wchar_t* arguments;
+    const char* type;
+};
+
+void PrintTo(const AskingRun& run, std::ostream* stream)
+{
+    *stream << '"' << ToUtf8(run.arguments) << '"';
+}
+
+class AskingRunTest : public OtherSwitchesTest, public ::testing::WithParamInterface<AskingRun>
+{
+protected:
+    void RunAnswered(const std::vector<DialogAnswer>& answers)
+    {
+        LayDownSample();
+        Run(GetParam().arguments, {.answers = answers, .hasConsole = GetParam().type == std::string_view("Verbose")});
+    }
+};
+
+TEST_P(AskingRunTest, A_yes_keeps_the_settings)
+{
+    RunAnswered(Answer(c_yes));
+    const ExpectedLog log = ExpectedLog().Runs(GetParam().type);
+    ExpectFullSuccess(log);
+    if (GetParam().type == std::string_view("Verbose"))
+    {
+        ExpectConsole(log.Lines());
+    }
+    else
+    {
+        EXPECT_TRUE(Result().console.empty());
+    }
+}
+
+TEST_P(AskingRunTest, A_no_removes_nothing)
+{
+    RunAnswered(Answer(IDNO, c_removeSettings));
+    ExpectEnd(c_fullSuccess, CancelledLog(GetParam().type), CancelledState(), false);
+}
+
+INSTANTIATE_TEST_SUITE_P(Switch, AskingRunTest,
+                         ::testing::Values(AskingRun{L"", "Gui"}, AskingRun{L"-g", "Gui"}, AskingRun{L"--gui", "Gui"},
+                                           AskingRun{L"-v", "Verbose"}, AskingRun{L"--verbose", "Verbose"}));
+
+TEST_F(OtherSwitchesTest, A_cancel_removes_nothing)
+{
+    LayDownSample();
+    Run(L"", {.answers = Answer(IDCANCEL)});
+    ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
+}
+
+TEST_F(OtherSwitchesTest, A_closed_confirmation_removes_nothing)
+{
+    LayDownSample();
+    Run(L"", {.answers = Answer({})});
+    ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
+}
+
+// The program that opens logs: it notes what it is given.
+class LogViewer
+{
+public:
+    LogViewer()
+    {
+        // A command processor is there on every Windows.
+        WriteValue(c_extension, L"", REG_SZ, TextValue(REG_SZ, L"Velmora.Tests.Log").data);
+        WriteValue(c_command, L"", REG_SZ,
+                   TextValue(REG_SZ, LR"(C:\windows\system32\cmd.exe /c echo "%1">")" + m_note + L"\"").data);
+    }
+
+    ~LogViewer()
+    {
+        DeleteFileW(m_note.c_str());
+        RemoveValue(c_extension, L"");
+        RemoveValue(c_command, L"");
+    }
+    LogViewer(const LogViewer&) = delete;
+    LogViewer& operator=(const LogViewer&) = delete;
+
+    // What it was given, in quotes; nothing when it was not started in time.
+    std::string Opened() const
+    {
+        for (int look = 0; look < 500; ++look)
+        {
+            const std::string text = ReadText(m_note);
+            if (text.ends_with('\n'))
+            {
+                return text.substr(0, text.find_first_of("\r\n"));
+            }
+            Sleep(20);
+        }
+        return {};
+    }
+
+private:
+    static constexpr std::wstring_view c_extension = LR"(HKLM\SOFTWARE\Classes\.log)";
+    static constexpr std::wstring_view c_command = LR"(HKLM\SOFTWARE\Classes\Velmora.Tests.Log\shell\open\command)";
+
+    // Where the state of the machine is not looked at: it is written whenever the viewer gets to it.
+    std::wstring m_note = LR"(C:\windows\Temp\Velmora.Tests.opened.txt)";
+};
+
+TEST_F(OtherSwitchesTest, A_log_that_tells_of_failures_is_shown_to_the_user)
+{
+    LayDownSample();
+    const LogViewer viewer;
+    const std::wstring kept = InstallFolder() + L"\\read-only.txt";
+    WriteTestFile(kept, 10, FILE_ATTRIBUTE_READONLY);
+    Run(L"", {.answers = Answer(c_yes)});
+    MachineState state = DeclaredState();
+    state.CopyWithParents(kept, Before());
+    ExpectPartialUninstall(ExpectedLog().Runs("Gui").Fails(
+                               Step::InstallFolder, static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)),
+                               InstallFolder() + L"\\"),
+                           state);
+    EXPECT_EQ(viewer.Opened(), '"' + ToUtf8(Result().logPath) + '"');
+}
 } // namespace
 } // namespace Testing

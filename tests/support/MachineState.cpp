@@ -299,6 +299,7 @@ const std::vector<PlaceLeftOut>& MachineState::LeftOut()
         {LR"(HKLM\SOFTWARE\Wow6432Node\Classes)", "the same keys as HKLM\\SOFTWARE\\Classes\\Wow6432Node"},
         {LR"(HKLM\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\App Paths)",
          "the same keys as those without Wow6432Node: Windows shares them"},
+        {LR"(HKCU\Software\Wine\Temporary System Parameters)", "where Wine keeps what a session has asked it"},
     };
     return places;
 }

@@ -1,12 +1,18 @@
 #include "support/RunProgram.h"
 
+#include "support/Console.h"
 #include "support/Names.h"
 
 #include <windows.h>
 
+#include <tlhelp32.h>
+
 #include <algorithm>
 #include <array>
+#include <ctime>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace Testing
 {
@@ -45,6 +51,20 @@ std::wstring LogFolderIn(const std::wstring& temporaryFolder)
     return temporaryFolder + L"Velmora\\Uninstaller\\";
 }
 
+std::wstring LogNameAt(std::chrono::system_clock::time_point moment)
+{
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(moment);
+    std::tm local{};
+    localtime_s(&local, &seconds);
+    std::wstring name = L"Uninstaller";
+    for (const int number :
+         {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec})
+    {
+        name += L"_" + std::to_wstring(number);
+    }
+    return name + L".log";
+}
+
 std::wstring TemporaryFolder()
 {
     std::array<wchar_t, MAX_PATH + 1> folder{};
@@ -55,6 +75,32 @@ std::wstring TemporaryFolder()
 LogFollower::LogFollower(std::wstring folder) : m_folder(std::move(folder))
 {
     FindNewLogs(true);
+}
+
+LogFollower::~LogFollower()
+{
+    for (const std::wstring& path : m_held)
+    {
+        const bool isWritten =
+            std::ranges::any_of(m_logs, [&](const Log& log) { return log.path == path && !log.text.empty(); });
+        if (!isWritten)
+        {
+            DeleteFileW(path.c_str());
+        }
+    }
+}
+
+void LogFollower::HoldComingLogs()
+{
+    CreateDirectoryW(m_folder.substr(0, m_folder.find_last_of(L'\\', m_folder.size() - 2)).c_str(), nullptr);
+    CreateDirectoryW(m_folder.c_str(), nullptr);
+    const auto now = std::chrono::system_clock::now();
+    for (int second = 0; second < 30; ++second)
+    {
+        m_held.push_back(m_folder + LogNameAt(now + std::chrono::seconds(second)));
+        OwnFile(CreateFileW(m_held.back().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    }
+    FindNewLogs(false);
 }
 
 void LogFollower::FindNewLogs(bool fromTheirEnd)
@@ -108,60 +154,194 @@ std::string LogFollower::Text() const
     return text;
 }
 
-std::vector<std::wstring> LogFollower::Paths() const
+std::vector<const LogFollower::Log*> LogFollower::Written() const
 {
-    std::vector<std::wstring> paths;
+    std::vector<const Log*> written;
     for (const Log& log : m_logs)
     {
         if (!log.text.empty())
         {
-            paths.push_back(log.path);
+            written.push_back(&log);
         }
     }
-    return paths;
+    return written;
 }
 
-RunResult RunProgram(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
+namespace
 {
-    LogFollower follower(options.logFolder);
+// The running child of a process with the same file name, with the right to wait for it; nothing when there is none.
+std::pair<UniqueHandle, DWORD> FindCopy(DWORD parent, const std::wstring& name)
+{
+    const UniqueHandle snapshot = OwnFile(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more; more = Process32NextW(snapshot.get(), &entry))
+    {
+        if (entry.th32ParentProcessID == parent && SameName(entry.szExeFile, name))
+        {
+            return {UniqueHandle(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE,
+                                             entry.th32ProcessID)),
+                    entry.th32ProcessID};
+        }
+    }
+    return {};
+}
+
+bool HasEnded(const UniqueHandle& process, DWORD milliseconds = 0)
+{
+    return WaitForSingleObject(process.get(), milliseconds) != WAIT_TIMEOUT;
+}
+
+// When it ended, in units of 100 ns.
+ULONGLONG EndOf(const UniqueHandle& process)
+{
+    FILETIME created{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetProcessTimes(process.get(), &created, &ended, &kernel, &user);
+    return ULARGE_INTEGER{.LowPart = ended.dwLowDateTime, .HighPart = ended.dwHighDateTime}.QuadPart;
+}
+
+DWORD ExitCodeOf(const UniqueHandle& process)
+{
+    DWORD code = 0;
+    GetExitCodeProcess(process.get(), &code);
+    return code;
+}
+
+// Starts it as the desktop does: in its own folder, without a console and without standard handles.
+PROCESS_INFORMATION Start(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
+{
     std::wstring commandLine = L'"' + program + L'"' + (arguments.empty() ? L"" : L" ") + arguments;
     const std::wstring folder = program.substr(0, program.rfind(L'\\') + 1);
     std::wstring environment = EnvironmentWith(options.environment);
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started{};
-    const auto startTime = std::chrono::steady_clock::now();
-    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT,
-                        environment.data(), folder.c_str(), &startup, &started))
+    constexpr std::array<DWORD, 3> c_standard{STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    std::array<HANDLE, 3> own{};
+    for (std::size_t index = 0; index < own.size(); ++index)
     {
-        ThrowWindowsError("Cannot start " + ToUtf8(program), GetLastError());
+        own[index] = GetStdHandle(c_standard[index]);
+        SetStdHandle(c_standard[index], nullptr);
     }
+    const DWORD flags = CREATE_UNICODE_ENVIRONMENT | DETACHED_PROCESS;
+    const BOOL ok = options.token != nullptr
+                        ? CreateProcessAsUserW(options.token, program.c_str(), commandLine.data(), nullptr, nullptr,
+                                               FALSE, flags, environment.data(), folder.c_str(), &startup, &started)
+                        : CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, flags,
+                                         environment.data(), folder.c_str(), &startup, &started);
+    const DWORD error = GetLastError();
+    for (std::size_t index = 0; index < own.size(); ++index)
+    {
+        SetStdHandle(c_standard[index], own[index]);
+    }
+    if (!ok)
+    {
+        ThrowWindowsError("Cannot start " + ToUtf8(program), error);
+    }
+    return started;
+}
+
+// A user at the console: reads it until a key is asked for, and then presses one.
+class ConsoleUser
+{
+public:
+    void Look(DWORD processId, std::vector<std::wstring>& seen)
+    {
+        if (!m_console || !m_console->IsAttached())
+        {
+            m_console.reset();
+            m_console.emplace(processId);
+        }
+        if (!m_console->IsAttached() || m_hasPressed)
+        {
+            return;
+        }
+        const std::vector<std::wstring> lines = m_console->Lines();
+        if (std::ranges::any_of(lines, [](const auto& line) { return line.starts_with(L"Press any key"); }))
+        {
+            seen = lines;
+            m_console->PressKey();
+            m_hasPressed = true;
+        }
+    }
+
+private:
+    std::optional<OtherConsole> m_console;
+    bool m_hasPressed = false;
+};
+} // namespace
+
+RunResult RunProgram(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
+{
+    LogFollower follower(options.logFolder);
+    if (options.hasShortLog)
+    {
+        follower.HoldComingLogs();
+    }
+    RunResult result;
+    const auto startTime = std::chrono::steady_clock::now();
+    const PROCESS_INFORMATION started = Start(program, arguments, options);
     const UniqueHandle process(started.hProcess);
     const UniqueHandle thread(started.hThread);
+    result.processId = started.dwProcessId;
 
-    while (WaitForSingleObject(process.get(), c_lookEvery) == WAIT_TIMEOUT)
+    UniqueHandle copy;
+    std::optional<ConsoleUser> user;
+    if (options.hasConsole)
     {
+        user.emplace();
+    }
+    bool hasEnded = false;
+    while (!hasEnded || (copy && !HasEnded(copy, c_lookEvery)))
+    {
+        hasEnded = HasEnded(process, hasEnded ? 0 : c_lookEvery);
         follower.Read();
+        // It starts the copy as the last thing, so the copy lives when it has ended.
+        if (!copy && follower.Text().find("Starting \"") != std::string::npos)
+        {
+            auto [found, id] = FindCopy(result.processId, program.substr(program.rfind(L'\\') + 1));
+            if (found)
+            {
+                copy = std::move(found);
+                result.copy = EndedProcess{.id = id};
+            }
+        }
         if (options.whileRunning)
         {
             options.whileRunning(follower.Text());
         }
+        if (result.dialogsAnswered < options.answers.size() && AnswerDialog(options.answers[result.dialogsAnswered]))
+        {
+            ++result.dialogsAnswered;
+        }
+        if (user)
+        {
+            user->Look(copy ? result.copy->id : result.processId, result.console);
+        }
         if (std::chrono::steady_clock::now() - startTime > options.limit)
         {
             TerminateProcess(process.get(), 1);
+            TerminateProcess(copy.get(), 1);
             throw std::runtime_error(ToUtf8(program) + " did not end in time; its log until then:\n" + follower.Text());
         }
     }
     follower.Read();
 
-    RunResult result{.log = follower.Text(), .logPath = {}, .processId = started.dwProcessId};
     result.duration =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
-    GetExitCodeProcess(process.get(), &result.exitCode);
-    if (const std::vector<std::wstring> paths = follower.Paths(); !paths.empty())
+    result.log = follower.Text();
+    result.exitCode = ExitCodeOf(process);
+    if (copy)
     {
-        result.logPath = paths.back();
+        result.copy->exitCode = ExitCodeOf(copy);
+        result.endedBeforeCopy = EndOf(process) < EndOf(copy);
     }
+    const auto logs = follower.Written();
+    result.logPath = logs.empty() ? L"" : logs.back()->path;
+    result.earlierLogPath = logs.size() < 2 ? L"" : logs.front()->path;
     return result;
 }
 } // namespace Testing

@@ -1,10 +1,12 @@
 // Runs the built uninstaller as anybody would, and reads what it writes to its log while it writes it.
 #pragma once
 
+#include "support/Dialogs.h"
 #include "support/Owners.h"
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +15,9 @@ namespace Testing
 {
 // The folder of the uninstaller's logs below a temporary folder that ends in a backslash.
 std::wstring LogFolderIn(const std::wstring& temporaryFolder);
+
+// The name of a log that was begun at that moment.
+std::wstring LogNameAt(std::chrono::system_clock::time_point moment);
 
 // This process's temporary folder; it ends in a backslash.
 std::wstring TemporaryFolder();
@@ -24,16 +29,20 @@ class LogFollower
 public:
     explicit LogFollower(std::wstring folder);
 
+    ~LogFollower();
+    LogFollower(const LogFollower&) = delete;
+    LogFollower& operator=(const LogFollower&) = delete;
+
+    // Makes the logs of the coming half minute, empty, so that one that is deleted at once is not missed: it is held
+    // open before it is written. Those that stay empty go in the end.
+    void HoldComingLogs();
+
     // Takes in what has been written since the last call.
     void Read();
 
     // All that has been read so far, one log after the other.
     std::string Text() const;
 
-    // The full paths of the logs seen, in the order in which they appeared.
-    std::vector<std::wstring> Paths() const;
-
-private:
     struct Log
     {
         std::wstring path;
@@ -41,10 +50,15 @@ private:
         std::string text;
     };
 
+    // The logs in which something was written since then, in the order in which they appeared.
+    std::vector<const Log*> Written() const;
+
+private:
     void FindNewLogs(bool fromTheirEnd);
 
     std::wstring m_folder;
     std::vector<Log> m_logs;
+    std::vector<std::wstring> m_held;
 };
 
 struct RunOptions
@@ -55,22 +69,47 @@ struct RunOptions
     std::wstring logFolder = LogFolderIn(TemporaryFolder());
     // Called again and again while the program runs, with all that is in the log by then.
     std::function<void(const std::string& log)> whileRunning{};
+    // The dialogs that come, one after the other, and their answers.
+    std::vector<DialogAnswer> answers{};
+    // The program deletes its log as soon as it is written.
+    bool hasShortLog = false;
+    // The program is to have a console, in which a key is pressed when it asks for one.
+    bool hasConsole = false;
+    // The token that it runs with instead of this process's.
+    HANDLE token = nullptr;
     // When the program has not ended by then, it is ended, and the run counts as failed.
     std::chrono::milliseconds limit = std::chrono::seconds(90);
+};
+
+// A process that has ended.
+struct EndedProcess
+{
+    DWORD id = 0;
+    DWORD exitCode = 0;
 };
 
 struct RunResult
 {
     DWORD exitCode = 0;
-    // The log as it was written.
+    // The log as it was written, of a relocated copy too.
     std::string log;
-    // The path of the log, whether it is still there or not; empty when none was written.
+    // The path of the log, whether it is still there or not; empty when none was written. The last one of several.
     std::wstring logPath;
+    // The path of the log before, when there were two.
+    std::wstring earlierLogPath;
     DWORD processId = 0;
+    // The copy that the program went on as.
+    std::optional<EndedProcess> copy;
+    // Whether the program had ended before its copy.
+    bool endedBeforeCopy = false;
+    // What stood in the console when a key was asked for.
+    std::vector<std::wstring> console;
+    std::size_t dialogsAnswered = 0;
     std::chrono::milliseconds duration{};
 };
 
-// Starts a program, follows its log, waits for its end and takes the exit code from the process.
+// Starts a program as the desktop does, in its own folder, follows its log, answers what it asks, waits for its end and
+// for that of the copy that it may go on as, and takes the exit codes from the processes.
 // Throws std::runtime_error when it cannot be started or does not end in time.
 RunResult RunProgram(const std::wstring& program, const std::wstring& arguments, const RunOptions& options = {});
 } // namespace Testing

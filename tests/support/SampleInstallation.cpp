@@ -913,6 +913,21 @@ void RemoveTree(const std::wstring& folder)
     }
 }
 
+std::string ReadText(const std::wstring& path)
+{
+    const UniqueHandle file =
+        OwnFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                            OPEN_EXISTING, 0, nullptr));
+    std::string text;
+    std::array<char, 4096> buffer{};
+    DWORD read = 0;
+    while (file && ReadFile(file.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr) && read > 0)
+    {
+        text.append(buffer.data(), read);
+    }
+    return text;
+}
+
 void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes)
 {
     MakeFolder(ParentOf(path));

@@ -102,6 +102,9 @@ void RemoveTree(const std::wstring& folder);
 // Writes one file and the folders above it. Paths may be longer than 260 characters.
 void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes = 0);
 
+// The bytes of a file; nothing when it cannot be read.
+std::string ReadText(const std::wstring& path);
+
 // A registry value as it is stored; no bytes when there is none.
 struct RawValue
 {

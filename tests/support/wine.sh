@@ -17,11 +17,17 @@ make_ready_prefix() {
     (
         flock 9
         # Another user's would not do: Wine would link its own user's folders to the home folder.
-        if [ -e "$prefix/complete" ] && [ -O "$prefix" ]; then exit 0; fi
+        if [ "$prefix/complete" -nt "${BASH_SOURCE[0]}" ] && [ -O "$prefix" ]; then exit 0; fi
         local new="$wine_folder/ready.new"
         rm -rf "$new" "$prefix"
         export WINEPREFIX="$new"
         env -u DISPLAY "$wine" wineboot -i >"$wine_folder/wineboot.log" 2>&1 </dev/null
+        # A Windows 10 of 2022: Wine knows that of 2019, and the program needs that of 2020.
+        env -u DISPLAY "$wine" winecfg -v win10 >/dev/null 2>&1 </dev/null
+        for value in CurrentBuild CurrentBuildNumber; do
+            env -u DISPLAY "$wine" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion' /v "$value" /d 19045 /f \
+                >/dev/null 2>&1 </dev/null
+        done
         # Without a window manager Wine would wait for one at every window that closes.
         env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
         "$wineserver" -w

@@ -57,6 +57,14 @@ TEST(CommandLineTest, the_switches_choose_the_run_type)
     ExpectRun(L" \"-s\"", RunType::Silent);
 }
 
+TEST(CommandLineTest, the_argument_is_kept_as_it_was_given)
+{
+    EXPECT_EQ(Parse(L"").argument, L"");
+    EXPECT_EQ(Parse(L" --silent -v").argument, L"--silent");
+    EXPECT_EQ(Parse(L" \"-s\"").argument, L"-s");
+    EXPECT_EQ(Parse(L" /\u00e9").argument, L"/\u00e9");
+}
+
 TEST(CommandLineTest, only_the_first_argument_counts)
 {
     ExpectRun(L" -s -v --help", RunType::Silent);

@@ -1,6 +1,7 @@
 #include "Installer/Logger.h"
 
 #include "support/FakeFolders.h"
+#include "support/OpenedFiles.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -11,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -60,7 +63,7 @@ protected:
 
 TEST_F(LoggerTest, is_named_after_the_local_time_without_padding)
 {
-    EXPECT_EQ(Logger().LogPath(), LogFile());
+    EXPECT_EQ(Logger(RunType::Silent).LogPath(), LogFile());
 
     now = {.wYear = 2027,
            .wMonth = 1,
@@ -70,7 +73,8 @@ TEST_F(LoggerTest, is_named_after_the_local_time_without_padding)
            .wMinute = 0,
            .wSecond = 0,
            .wMilliseconds = 999};
-    EXPECT_EQ(Logger().LogPath(), folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2027_1_1_0_0_0.log");
+    EXPECT_EQ(Logger(RunType::Silent).LogPath(),
+              folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2027_1_1_0_0_0.log");
 
     now = {.wYear = 2026,
            .wMonth = 12,
@@ -80,7 +84,8 @@ TEST_F(LoggerTest, is_named_after_the_local_time_without_padding)
            .wMinute = 59,
            .wSecond = 58,
            .wMilliseconds = 0};
-    EXPECT_EQ(Logger().LogPath(), folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2026_12_31_23_59_58.log");
+    EXPECT_EQ(Logger(RunType::Silent).LogPath(),
+              folders.Temp() + L"Velmora\\Uninstaller\\Uninstaller_2026_12_31_23_59_58.log");
 }
 
 TEST_F(LoggerTest, takes_the_time_before_it_waits_for_its_folder)
@@ -88,12 +93,12 @@ TEST_F(LoggerTest, takes_the_time_before_it_waits_for_its_folder)
     root.AddFile(L"Temp\\Velmora");
     clock.At(500, [this] { now.wYear = 2027; });
 
-    EXPECT_EQ(Logger().LogPath(), LogFile());
+    EXPECT_EQ(Logger(RunType::Silent).LogPath(), LogFile());
 }
 
 TEST_F(LoggerTest, makes_its_folder_but_no_file_before_the_first_line)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
     EXPECT_FALSE(Exists(LogFile()));
@@ -102,7 +107,7 @@ TEST_F(LoggerTest, makes_its_folder_but_no_file_before_the_first_line)
 
 TEST_F(LoggerTest, tags_are_eleven_characters_wide)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
     logger.Warning(L"two", false);
@@ -119,7 +124,7 @@ TEST_F(LoggerTest, tags_are_eleven_characters_wide)
 
 TEST_F(LoggerTest, writes_every_line_to_the_console_too_whether_or_not_there_is_one)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
     logger.Warning(L"two\nlines", false);
@@ -131,7 +136,7 @@ TEST_F(LoggerTest, writes_every_line_to_the_console_too_whether_or_not_there_is_
 
 TEST_F(LoggerTest, writes_one_line_for_a_message_of_several)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"a\nb");
     logger.Info(L"\n\na\r\nb\r\n\n");
@@ -144,7 +149,7 @@ TEST_F(LoggerTest, writes_one_line_for_a_message_of_several)
 
 TEST_F(LoggerTest, writes_UTF_8)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"\u00e9 \u0416 \u65e5 \U0001f600");
 
@@ -153,7 +158,7 @@ TEST_F(LoggerTest, writes_UTF_8)
 
 TEST_F(LoggerTest, keeps_a_line_about_a_name_that_is_no_valid_text)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"before \xd800 after");
 
@@ -164,7 +169,7 @@ TEST_F(LoggerTest, appends_to_a_file_that_is_there)
 {
     root.AddFile(L"Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log", "earlier\n");
 
-    Logger().Info(L"later");
+    Logger(RunType::Silent).Info(L"later");
 
     EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\n");
 }
@@ -176,7 +181,7 @@ TEST_F(LoggerTest, writes_each_line_at_once_with_one_write_and_closes_the_file)
         ++writes;
         return decltype(writeFile)::Real(file, data, size, written, overlapped);
     };
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
     EXPECT_EQ(LogText(), "|INFO|:    one\n");
@@ -197,14 +202,14 @@ TEST_F(LoggerTest, opens_the_file_for_appending_and_lets_others_read_and_write)
         return decltype(createFile)::Real(path, access, sharing, security, disposition, flags, pattern);
     };
 
-    Logger().Info(L"one");
+    Logger(RunType::Silent).Info(L"one");
 
     EXPECT_EQ(opened, (decltype(opened){{FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE}}));
 }
 
 TEST_F(LoggerTest, a_reader_that_holds_the_file_open_stops_nothing)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
     logger.Info(L"one");
     const HANDLE reader = CreateFileW(LogFile().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                       OPEN_EXISTING, 0, nullptr);
@@ -218,7 +223,7 @@ TEST_F(LoggerTest, a_reader_that_holds_the_file_open_stops_nothing)
 TEST_F(LoggerTest, a_file_that_cannot_be_opened_is_left_out)
 {
     root.AddFolder(L"Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log");
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
 
@@ -229,7 +234,7 @@ TEST_F(LoggerTest, a_file_that_cannot_be_opened_is_left_out)
 TEST_F(LoggerTest, a_file_that_cannot_be_written_is_left_out)
 {
     Fake<&WriteFile> writeFile = [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) -> BOOL { return FALSE; };
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Error(L"one", false);
 
@@ -240,7 +245,7 @@ TEST_F(LoggerTest, a_file_that_cannot_be_written_is_left_out)
 TEST_F(LoggerTest, a_log_folder_that_cannot_be_made_is_left_out)
 {
     root.AddFile(L"Temp\\Velmora");
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
 
@@ -250,7 +255,7 @@ TEST_F(LoggerTest, a_log_folder_that_cannot_be_made_is_left_out)
 
 TEST_F(LoggerTest, leaves_breadcrumbs_without_a_type)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one\ntwo");
     logger.Warning(L"\u20ac", false);
@@ -264,7 +269,7 @@ TEST_F(LoggerTest, leaves_breadcrumbs_without_a_type)
 
 TEST_F(LoggerTest, captures_events_where_it_is_asked_to)
 {
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Warning(L"one\n", true);
     logger.Error(L"\u20ac", true);
@@ -283,7 +288,7 @@ TEST_F(LoggerTest, captures_events_where_it_is_asked_to)
 TEST_F(LoggerTest, works_without_a_crash_reporter)
 {
     sentry_close();
-    Logger logger;
+    Logger logger(RunType::Silent);
 
     logger.Info(L"one");
     logger.Error(L"two", true);
@@ -303,10 +308,158 @@ TEST_F(LoggerTest, writes_the_console_then_the_file_then_the_breadcrumb)
         return TRUE;
     };
 
-    Logger().Info(L"one");
+    Logger(RunType::Silent).Info(L"one");
 
     EXPECT_EQ(order, (std::vector<std::string>{"console", "file, breadcrumbs 0"}));
     EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 1U);
+}
+
+// The console of a run, and what the command processor is asked for.
+class LoggerConsoleTest : public LoggerTest
+{
+protected:
+    std::vector<std::string> calls;
+    Fake<&AllocConsole> allocConsole = [this]() -> BOOL {
+        calls.emplace_back("alloc");
+        return FALSE; // its result does not matter
+    };
+    Fake<&FreeConsole> freeConsole = [this]() -> BOOL {
+        calls.emplace_back("free");
+        return FALSE;
+    };
+    Fake<&system> runCommand = [this](const char* command) {
+        calls.push_back(command + (L" by " + std::wstring(_wgetenv(L"COMSPEC")) == SystemCommandProcessor()
+                                       ? std::string(" by the system's processor")
+                                       : std::string(" by somebody's processor")));
+        return 0;
+    };
+
+private:
+    static std::wstring SystemCommandProcessor()
+    {
+        std::wstring folder(MAX_PATH, L'\0');
+        folder.resize(GetSystemDirectoryW(folder.data(), MAX_PATH));
+        return L" by " + folder + L"\\cmd.exe";
+    }
+};
+
+TEST_F(LoggerConsoleTest, a_verbose_run_has_one_and_waits_for_a_key_before_it_goes)
+{
+    _wputenv_s(L"COMSPEC", L"C:\\Users\\Mallory\\cmd.exe");
+    {
+        Logger logger(RunType::Verbose);
+        EXPECT_EQ(calls, std::vector<std::string>{"alloc"});
+        EXPECT_FALSE(Exists(LogFile()));
+
+        logger.Info(L"one");
+        EXPECT_EQ(console, std::vector<std::wstring>{L"|INFO|:    one\n"});
+        EXPECT_EQ(calls.size(), 1U);
+    }
+    EXPECT_EQ(calls, (std::vector<std::string>{"alloc", "PAUSE by the system's processor", "free"}));
+    EXPECT_TRUE(Exists(LogFile()));
+}
+
+TEST_F(LoggerConsoleTest, a_verbose_run_that_another_process_goes_on_with_does_not_wait)
+{
+    {
+        Logger logger(RunType::Verbose);
+        logger.ClearPauseOnClose();
+    }
+    EXPECT_EQ(calls, (std::vector<std::string>{"alloc", "free"}));
+}
+
+TEST_F(LoggerConsoleTest, other_runs_have_none)
+{
+    for (const RunType runType : {RunType::Gui, RunType::Silent})
+    {
+        Logger logger(runType);
+        logger.Info(L"one");
+    }
+    EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(LoggerTest, OpenLog_shows_the_log_of_a_GUI_run)
+{
+    OpenedFiles opened;
+    Logger logger(RunType::Gui);
+
+    logger.OpenLog();
+
+    EXPECT_EQ(opened.All(), std::vector<std::wstring>{LogFile()});
+    EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n");
+}
+
+TEST_F(LoggerTest, OpenLog_shows_nothing_in_other_runs)
+{
+    OpenedFiles opened;
+    Fake<&AllocConsole> allocConsole = []() -> BOOL { return TRUE; };
+    Fake<&FreeConsole> freeConsole = []() -> BOOL { return TRUE; };
+    for (const RunType runType : {RunType::Verbose, RunType::Silent})
+    {
+        Logger logger(runType);
+        logger.ClearPauseOnClose();
+
+        logger.OpenLog();
+
+        EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n|INFO|:    Not running as GUI, ignoring...\n");
+        DeleteFileW(LogFile().c_str());
+    }
+    EXPECT_TRUE(opened.All().empty());
+}
+
+TEST_F(LoggerTest, OpenLog_ignores_a_log_that_is_not_there_whatever_Windows_calls_that)
+{
+    OpenedFiles opened;
+    for (const DWORD error : {2UL, 3UL, 53UL, 64UL, 123UL, 161UL, 267UL})
+    {
+        Fake<&GetFileAttributesW> attributes = [&](LPCWSTR path) -> DWORD {
+            EXPECT_EQ(path, LogFile());
+            SetLastError(error);
+            return INVALID_FILE_ATTRIBUTES;
+        };
+        Logger logger(RunType::Gui);
+
+        logger.OpenLog();
+
+        EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n|INFO|:    Log file does not exist, ignoring...\n");
+        DeleteFileW(LogFile().c_str());
+    }
+    EXPECT_TRUE(opened.All().empty());
+}
+
+TEST_F(LoggerTest, OpenLog_throws_when_the_file_system_cannot_tell)
+{
+    Fake<&GetFileAttributesW> attributes = [](LPCWSTR) -> DWORD {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_FILE_ATTRIBUTES;
+    };
+    Logger logger(RunType::Gui);
+
+    try
+    {
+        logger.OpenLog();
+        FAIL() << "nothing was thrown";
+    }
+    catch (const std::filesystem::filesystem_error& error)
+    {
+        EXPECT_EQ(error.code().value(), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(error.path1().native(), LogFile());
+        EXPECT_NE(std::string(error.what()).find("exists"), std::string::npos);
+    }
+}
+
+TEST_F(LoggerTest, OpenLog_warns_when_the_log_cannot_be_shown)
+{
+    OpenedFiles opened;
+    opened.result = 32;
+    Logger logger(RunType::Gui);
+
+    logger.OpenLog();
+
+    const std::string start = "|INFO|:    Requested to open log...\n|WARNING|: ShellExecuteFromExplorer failed: ";
+    EXPECT_EQ(LogText().substr(0, start.size()), start);
+    EXPECT_NE(LogText().find("80070483"), std::string::npos); // no program is associated with it
+    EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
 }
 
 } // namespace

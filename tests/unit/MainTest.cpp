@@ -1,14 +1,19 @@
 #include "Uninstaller/ExitCode.h"
 #include "support/FakeFolders.h"
 #include "support/FakeRegistry.h"
+#include "support/LoggedLines.h"
+#include "support/OpenHandles.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
 #include <windows.h>
 
+#include <commctrl.h>
 #include <sentry_testing.h>
 
 #include <gtest/gtest.h>
+#include <wil/result.h>
+#include <winrt/base.h>
 
 #include <string>
 #include <vector>
@@ -17,12 +22,17 @@ namespace
 {
 
 using namespace Testing;
+using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 // The entry point of the program, on a machine without the product.
 class MainTest : public testing::Test
 {
 protected:
+    MainTest()
+    {
+        registry.SetString(L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment", L"PATH", L"C:\\A");
+    }
     ~MainTest() override { SentryTesting::Forget(); }
 
     int Run(const std::wstring& argument)
@@ -31,14 +41,35 @@ protected:
         return wWinMain(nullptr, nullptr, nullptr, 0);
     }
 
+    static std::wstring OwnPath()
+    {
+        std::wstring own(500, L'\0');
+        own.resize(GetModuleFileNameW(nullptr, own.data(), 500));
+        return own;
+    }
+    static std::wstring OwnFolder() { return OwnPath().substr(0, OwnPath().rfind(L'\\') + 1); }
+
+    void InstallTo(const std::wstring& folder)
+    {
+        const std::wstring key = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora";
+        registry.SetString(key, L"InstallLocation", folder);
+        registry.SetString(key, L"DisplayVersion", L"2.8.1.2171");
+    }
+
     VirtualClock clock;
     TestFolder root;
     FakeFolders folders{root};
     FakeRegistry registry;
+    LoggedLines log;
+    OpenHandles handles;
     std::wstring commandLine;
-    Lines log;
-    std::vector<std::string> order;
+    Lines order;
     std::vector<std::wstring> scheduled;
+    BOOL isNewEnough = TRUE;
+    DWORD elevation = 1;
+    DWORD mutexError = ERROR_SUCCESS;
+    HANDLE mutex = nullptr;
+    HRESULT comResult = S_OK;
     Fake<&GetCommandLineW> getCommandLine = [this] {
         order.emplace_back(SentryTesting::CurrentRun().isStarted ? "command line" : "command line too early");
         return commandLine.data();
@@ -50,73 +81,128 @@ protected:
         return S_OK;
     };
     Fake<&GetCurrentProcessId> processId = []() -> DWORD { return 4711; };
+    Fake<&VerifyVersionInfoW> verifyVersion = [this](LPOSVERSIONINFOEXW, DWORD, DWORDLONG) -> BOOL {
+        order.emplace_back("version");
+        return isNewEnough;
+    };
     Fake<&CoInitializeEx> initialize = [this](LPVOID reserved, DWORD kind) -> HRESULT {
         order.emplace_back("COM");
         EXPECT_EQ(reserved, nullptr);
         EXPECT_EQ(kind, static_cast<DWORD>(COINIT_MULTITHREADED));
-        return S_OK;
+        return comResult;
+    };
+    Fake<&GetTokenInformation> token = [this](HANDLE asked, TOKEN_INFORMATION_CLASS kind, LPVOID data, DWORD size,
+                                              PDWORD needed) -> BOOL {
+        if (kind != TokenElevation)
+        {
+            return decltype(token)::Real(asked, kind, data, size, needed);
+        }
+        order.emplace_back("elevation");
+        *static_cast<DWORD*>(data) = elevation;
+        *needed = size;
+        return TRUE;
+    };
+    Fake<&CreateMutexExW> createMutex = [this](LPSECURITY_ATTRIBUTES, LPCWSTR, DWORD, DWORD) -> HANDLE {
+        order.emplace_back("mutex");
+        mutex = handles.Make();
+        SetLastError(mutexError);
+        return mutex;
+    };
+    Fake<&SetCurrentDirectoryW> setCurrentFolder = [this](LPCWSTR folder) -> BOOL {
+        std::wstring system(MAX_PATH, L'\0');
+        system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
+        EXPECT_EQ(folder, system);
+        order.emplace_back("current folder");
+        return TRUE;
+    };
+    Fake<&_set_error_mode> setErrorMode = [this](int mode) {
+        EXPECT_EQ(mode, _OUT_TO_STDERR);
+        order.emplace_back("no message box");
+        return 0;
     };
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
+    Fake<&SendMessageTimeoutW> send = [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, PDWORD_PTR) -> LRESULT { return 1; };
     Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        EXPECT_TRUE(mutex == nullptr || handles.IsOpen(mutex)) << "the mutex was given away too early";
         scheduled.emplace_back(from);
         return TRUE;
     };
-    Fake<&WriteConsoleW> console = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
-        const std::wstring line(static_cast<const wchar_t*>(text), length - 1);
-        log.emplace_back(line.begin(), line.end());
+    Fake<&AllocConsole> allocConsole = [this]() -> BOOL {
+        order.emplace_back("console");
         return TRUE;
     };
+    Fake<&system> pause = [this](const char*) {
+        order.emplace_back(mutex != nullptr && handles.IsOpen(mutex) ? "pause with the mutex" : "pause");
+        return 0;
+    };
+    Fake<&FreeConsole> freeConsole = []() -> BOOL { return TRUE; };
 };
 
-TEST_F(MainTest, a_silent_run_starts_in_its_order)
+TEST_F(MainTest, a_silent_run_does_everything_in_its_order)
 {
-    registry.SetString(L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment", L"PATH", L"C:\\A");
-
     EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"thread", "command line", "COM"}));
-    ASSERT_GE(log.size(), 5U);
-    EXPECT_EQ(log[0], "|INFO|:    Running the Velmora uninstaller (4711)...");
-    EXPECT_EQ(log[1], "|INFO|:    Requested run type of Silent");
-    EXPECT_EQ(log[2], "|INFO|:    Did not find previous Velmora install entry. Will continue with assuming default "
-                      "install location.");
-    EXPECT_EQ(log[3], "|INFO|:    No previous Velmora install directory found, using default.");
-    EXPECT_EQ(log[4], "|INFO|:    Velmora will leave user directories as-is.");
-    EXPECT_EQ(log.back(), "|INFO|:    Uninstall Complete!");
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "version", "COM", "elevation",
+                            "mutex"}));
+    ASSERT_GE(log.All().size(), 7U);
+    EXPECT_EQ(Lines(log.All().begin(), log.All().begin() + 7),
+              (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Silent",
+                     "|INFO|:    Checking to sure we are running on Windows 10.0.19041 or higher...",
+                     "|INFO|:    Checking to see if elevated...",
+                     "|INFO|:    Did not find previous Velmora install entry. Will continue with assuming default "
+                     "install location.",
+                     "|INFO|:    No previous Velmora install directory found, using default.",
+                     "|INFO|:    Velmora will leave user directories as-is."}));
+    EXPECT_EQ(log.All().back(), "|INFO|:    Uninstall Complete!");
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{OwnPath()});
+    EXPECT_FALSE(handles.IsOpen(mutex));
     EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
 }
 
-TEST_F(MainTest, schedules_the_running_program)
+TEST_F(MainTest, a_mutex_that_cannot_be_closed_at_the_end_is_an_exception)
 {
-    registry.SetString(L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment", L"PATH", L"C:\\A");
-    std::wstring own(500, L'\0');
-    own.resize(GetModuleFileNameW(nullptr, own.data(), 500));
+    handles.closeError = ERROR_INVALID_HANDLE;
 
-    EXPECT_EQ(Run(L"--silent"), Uninstaller::EXIT_NO_ERROR);
+    EXPECT_THROW(Run(L"-s"), wil::ResultException);
 
-    EXPECT_EQ(scheduled, std::vector<std::wstring>{own});
+    EXPECT_EQ(log.All().back(), "|INFO|:    Uninstall Complete!");
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{OwnPath()});
 }
 
 TEST_F(MainTest, removes_from_the_folder_that_the_record_names)
 {
-    const std::wstring key = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora";
-    registry.SetString(key, L"InstallLocation", root / L"Elsewhere");
-    registry.SetString(key, L"DisplayVersion", L"2.8.1.2171");
+    InstallTo(root / L"Elsewhere");
     root.AddFile(L"Elsewhere\\Velmora.exe");
     root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
 
-    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL); // there is no PATH
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR);
 
     EXPECT_FALSE(Exists(root / L"Elsewhere"));
     EXPECT_TRUE(Exists(root / L"Program Files\\Velmora\\Velmora.exe"));
+}
+
+TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)
+{
+    Fake<&TaskDialogIndirect> confirm = [this](const TASKDIALOGCONFIG*, int* button, int*, BOOL*) -> HRESULT {
+        order.emplace_back("confirmation");
+        *button = IDYES;
+        return S_OK;
+    };
+
+    EXPECT_EQ(Run(L"-v"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "console", "version", "COM",
+                            "elevation", "mutex", "confirmation", "pause"}));
+    EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Verbose");
+    EXPECT_FALSE(handles.IsOpen(mutex));
 }
 
 TEST_F(MainTest, the_help_is_shown_and_nothing_else_is_done)
 {
     EXPECT_EQ(Run(L"--help"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"thread", "command line"}));
-    EXPECT_EQ(log,
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "console", "pause"}));
+    EXPECT_EQ(log.All(),
               (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Verbose",
                      "|INFO|:    -v  | --verbose            | Detailed uninstaller logging",
                      "|INFO|:    -s  | --silent             | Don't show a status GUI",
@@ -128,19 +214,160 @@ TEST_F(MainTest, the_help_is_shown_and_nothing_else_is_done)
     EXPECT_TRUE(clock.Sleeps().empty());
 }
 
-TEST_F(MainTest, nothing_is_removed_without_a_confirmation_that_only_silent_runs_go_without)
+TEST_F(MainTest, a_Windows_that_is_too_old_ends_the_run_before_anything_else)
 {
-    for (const wchar_t* const argument : {L"", L"-g", L"-v"})
+    isNewEnough = FALSE;
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_WINDOWS_VERSION);
+
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "version"}));
+    EXPECT_TRUE(registry.Calls().empty());
+}
+
+TEST_F(MainTest, COM_that_cannot_be_started_is_an_exception_of_the_projection)
+{
+    comResult = RPC_E_CHANGED_MODE;
+
+    EXPECT_THROW(Run(L"-s"), winrt::hresult_error);
+
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "version", "COM"}));
+}
+
+TEST_F(MainTest, a_process_that_is_not_elevated_ends_the_run_before_the_mutex)
+{
+    elevation = 0;
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_NOT_ELEVATED);
+
+    EXPECT_EQ(order,
+              (Lines{"thread", "no message box", "current folder", "command line", "version", "COM", "elevation"}));
+    EXPECT_TRUE(registry.Calls().empty());
+}
+
+TEST_F(MainTest, a_second_instance_ends_the_run_before_it_looks_for_the_product)
+{
+    mutexError = ERROR_ALREADY_EXISTS;
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_ALREADY_RUNNING);
+
+    EXPECT_EQ(order.back(), "mutex");
+    EXPECT_TRUE(registry.Calls().empty());
+    EXPECT_TRUE(scheduled.empty());
+    EXPECT_FALSE(handles.IsOpen(mutex));
+}
+
+TEST_F(MainTest, a_program_in_the_installation_folder_is_relocated)
+{
+    InstallTo(OwnFolder());
+    std::wstring copied;
+    std::wstring started;
+    Fake<&CopyFileExW> copy = [&](LPCWSTR from, LPCWSTR, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
+        copied = from;
+        return TRUE;
+    };
+    Fake<&CreateProcessW> start = [&](LPCWSTR, LPWSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+                                      LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION information) -> BOOL {
+        started = line;
+        EXPECT_EQ(order[2], "current folder");
+        *information = {handles.Make(), handles.Make(), 1, 2};
+        return TRUE;
+    };
+
+    EXPECT_EQ(Run(L"--silent more"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(copied, OwnPath());
+    EXPECT_EQ(started, L"\"" + folders.Temp() + L"Velmora\\Uninstaller\\Velmora.Uninstaller.exe\" --silent");
+    EXPECT_EQ(log.All().back(), "|INFO|:    ----------");
+    EXPECT_TRUE(Exists(OwnPath()));
+    EXPECT_TRUE(scheduled.empty());
+}
+
+// Runs of every kind, one after the other.
+class MainHandlesTest : public MainTest
+{
+protected:
+    // The open handles of this process. Every value is tried: not every Windows tells their number.
+    static unsigned Count()
     {
-        root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
-
-        EXPECT_EQ(Run(argument), Uninstaller::EXIT_ERROR_PERMISSION_DIALOG_FAIL);
-
-        EXPECT_TRUE(Exists(root / L"Program Files\\Velmora\\Velmora.exe"));
-        EXPECT_TRUE(registry.Calls().empty());
-        EXPECT_EQ(log.back(),
-                  "|ERROR|:   This build cannot ask for confirmation. Use -s to uninstall without being asked.");
+        constexpr INT_PTR c_last = 0x8000;
+        unsigned count = 0;
+        for (INT_PTR value = 4; value < c_last; value += 4)
+        {
+            DWORD flags = 0;
+            count += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+        }
+        return count;
     }
+
+    void RunAll()
+    {
+        const auto run = [this](const wchar_t* argument, int code) {
+            EXPECT_EQ(Run(argument), code);
+            SentryTesting::Forget();
+        };
+        run(L"-s", Uninstaller::EXIT_NO_ERROR);
+        run(L"-h", Uninstaller::EXIT_NO_ERROR);
+        run(L"-v", Uninstaller::EXIT_NO_ERROR);
+        isNewEnough = FALSE;
+        run(L"-s", Uninstaller::EXIT_ERROR_WINDOWS_VERSION);
+        isNewEnough = TRUE;
+        elevation = 0;
+        run(L"-s", Uninstaller::EXIT_ERROR_NOT_ELEVATED);
+        elevation = 1;
+        mutexError = ERROR_ALREADY_EXISTS;
+        run(L"-s", Uninstaller::EXIT_ERROR_ALREADY_RUNNING);
+        mutexError = ERROR_SUCCESS;
+        InstallTo(OwnFolder());
+        run(L"-s", Uninstaller::EXIT_NO_ERROR);
+        copyError = ERROR_SHARING_VIOLATION;
+        run(L"-s", Uninstaller::EXIT_ERROR_COPY_TO_TEMP);
+        copyError = ERROR_SUCCESS;
+        startError = ERROR_ACCESS_DENIED;
+        run(L"-s", Uninstaller::EXIT_ERROR_RUN_FROM_TEMP);
+        startError = ERROR_SUCCESS;
+        InstallTo(root / L"Elsewhere");
+        button = 42;
+        run(L"-v", Uninstaller::EXIT_ERROR_PERMISSION_DIALOG_FAIL);
+        button = IDNO;
+        SetFileAttributesW(root.AddFile(L"Elsewhere\\read-only").c_str(), FILE_ATTRIBUTE_READONLY);
+        run(L"-s", Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL);
+    }
+
+    int button = IDNO;
+    DWORD copyError = ERROR_SUCCESS;
+    DWORD startError = ERROR_SUCCESS;
+    Fake<&TaskDialogIndirect> confirm = [this](const TASKDIALOGCONFIG*, int* pressed, int*, BOOL*) -> HRESULT {
+        *pressed = button;
+        return S_OK;
+    };
+    Fake<&MoveFileExW> schedule = [](LPCWSTR, LPCWSTR, DWORD) -> BOOL { return TRUE; };
+    Fake<&CopyFileExW> copy = [this](LPCWSTR, LPCWSTR, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
+        SetLastError(copyError);
+        return copyError == ERROR_SUCCESS;
+    };
+    Fake<&CreateProcessW> start = [this](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+                                         LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION information) -> BOOL {
+        SetLastError(startError);
+        if (startError == ERROR_SUCCESS)
+        {
+            *information = {handles.Make(), handles.Make(), 1, 2};
+        }
+        return startError == ERROR_SUCCESS;
+    };
+};
+
+TEST_F(MainHandlesTest, no_run_leaves_a_handle_open)
+{
+    RunAll();
+    const unsigned before = Count();
+    EXPECT_GT(before, 0U);
+
+    for (int round = 0; round < 5; ++round)
+    {
+        RunAll();
+    }
+
+    EXPECT_EQ(Count(), before);
 }
 
 } // namespace

@@ -2,20 +2,305 @@
 
 #include "support/FakeFolders.h"
 #include "support/FakeRegistry.h"
+#include "support/LoggedLines.h"
+#include "support/OpenHandles.h"
+#include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
+#include <windows.h>
+
+#include <sentry_testing.h>
+
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace
 {
 
 using namespace Uninstaller;
 using namespace Testing;
+using Installer::RunType;
+using Lines = std::vector<std::string>;
 
-class FindInstallFolderTest : public testing::Test
+class PreconditionsTest : public testing::Test
+{
+protected:
+    PreconditionsTest() { sentry_init(sentry_options_new()); }
+    ~PreconditionsTest() override { SentryTesting::Forget(); }
+
+    // The run was ended by a check: with the line about it, which is not sent, the log kept and nothing scheduled.
+    void ExpectRefusal(ExitCode code, const std::string& checked) const
+    {
+        const std::wstring message = exitCodeMessage(code);
+        Lines lines{"|ERROR|:   " + std::string(message.begin(), message.end())};
+        if (!checked.empty())
+        {
+            lines.insert(lines.begin(), "|INFO|:    " + checked);
+        }
+        EXPECT_EQ(log.All(), lines);
+        EXPECT_TRUE(Exists(logger.LogPath()));
+        EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
+        EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
+        EXPECT_TRUE(scheduled.empty());
+    }
+
+    VirtualClock clock;
+    TestFolder root;
+    FakeFolders folders{root};
+    LoggedLines log;
+    std::vector<std::wstring> scheduled;
+    Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        scheduled.emplace_back(from);
+        return TRUE;
+    };
+    Installer::Logger logger{RunType::Silent};
+    RunContext run{.logger = logger, .runType = RunType::Silent};
+};
+
+// Windows' answer to a question about its version.
+class CheckWindowsVersionTest : public PreconditionsTest
+{
+protected:
+    BOOL isNewEnough = TRUE;
+    std::vector<std::pair<DWORD, BYTE>> conditions;
+    Fake<&VerSetConditionMask> setCondition = [this](ULONGLONG mask, DWORD part, BYTE condition) {
+        EXPECT_EQ(mask, conditions.size());
+        conditions.emplace_back(part, condition);
+        return mask + 1;
+    };
+    Fake<&VerifyVersionInfoW> verify = [this](LPOSVERSIONINFOEXW least, DWORD parts, DWORDLONG mask) {
+        OSVERSIONINFOEXW expected{};
+        expected.dwOSVersionInfoSize = 284;
+        expected.dwMajorVersion = 10;
+        expected.dwMinorVersion = 0;
+        expected.dwBuildNumber = 19041;
+        EXPECT_EQ(std::memcmp(least, &expected, sizeof(expected)), 0);
+        EXPECT_EQ(parts, 7U);
+        EXPECT_EQ(mask, 3U);
+        return isNewEnough;
+    };
+};
+
+TEST_F(CheckWindowsVersionTest, asks_for_10_0_19041_or_later)
+{
+    EXPECT_EQ(CheckWindowsVersion(run), std::nullopt);
+
+    EXPECT_EQ(log.All(), Lines{"|INFO|:    Checking to sure we are running on Windows 10.0.19041 or higher..."});
+    EXPECT_EQ(conditions, (decltype(conditions){{2, BYTE{3}}, {1, BYTE{3}}, {4, BYTE{3}}}));
+    EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+}
+
+TEST_F(CheckWindowsVersionTest, refuses_an_older_one)
+{
+    isNewEnough = FALSE;
+
+    EXPECT_EQ(CheckWindowsVersion(run), EXIT_ERROR_WINDOWS_VERSION);
+
+    ExpectRefusal(EXIT_ERROR_WINDOWS_VERSION, "Checking to sure we are running on Windows 10.0.19041 or higher...");
+}
+
+// A process whose token belongs to a user and is elevated or not.
+class CheckElevationTest : public PreconditionsTest
+{
+protected:
+    DWORD elevation = 1;
+    BOOL isLocalSystem = FALSE;
+    DWORD failure = ERROR_SUCCESS; // of the query for the user
+    std::vector<std::string> asked;
+    Fake<&GetTokenInformation> getTokenInformation = [this](HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID data,
+                                                            DWORD size, PDWORD needed) -> BOOL {
+        if (kind == TokenElevation)
+        {
+            EXPECT_EQ(token, GetCurrentThreadEffectiveToken());
+            asked.emplace_back("elevation");
+            *static_cast<DWORD*>(data) = elevation;
+            *needed = size;
+            return TRUE;
+        }
+        EXPECT_EQ(kind, TokenUser);
+        EXPECT_EQ(token, GetCurrentProcessToken());
+        *needed = sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE;
+        if (failure != ERROR_SUCCESS || size < *needed)
+        {
+            SetLastError(failure != ERROR_SUCCESS ? failure : ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        }
+        static_cast<TOKEN_USER*>(data)->User.Sid = sid;
+        asked.emplace_back("user");
+        return TRUE;
+    };
+    Fake<&IsWellKnownSid> isWellKnownSid = [this](PSID user, WELL_KNOWN_SID_TYPE kind) {
+        EXPECT_EQ(user, sid);
+        EXPECT_EQ(kind, static_cast<WELL_KNOWN_SID_TYPE>(22));
+        asked.emplace_back("Local System");
+        return isLocalSystem;
+    };
+    const PSID sid = this;
+    const Lines everything{"user", "Local System", "elevation"};
+};
+
+TEST_F(CheckElevationTest, lets_an_elevated_user_go_on)
+{
+    EXPECT_EQ(CheckElevation(run), std::nullopt);
+
+    EXPECT_EQ(asked, everything);
+    EXPECT_EQ(log.All(), Lines{"|INFO|:    Checking to see if elevated..."});
+}
+
+TEST_F(CheckElevationTest, lets_Local_System_go_on_and_asks_for_the_elevation_all_the_same)
+{
+    isLocalSystem = TRUE;
+    elevation = 0;
+
+    EXPECT_EQ(CheckElevation(run), std::nullopt);
+
+    EXPECT_EQ(asked, everything);
+}
+
+TEST_F(CheckElevationTest, refuses_anybody_else)
+{
+    elevation = 0;
+
+    EXPECT_EQ(CheckElevation(run), EXIT_ERROR_NOT_ELEVATED);
+
+    EXPECT_EQ(asked, everything);
+    ExpectRefusal(EXIT_ERROR_NOT_ELEVATED, "Checking to see if elevated...");
+}
+
+TEST_F(CheckElevationTest, throws_when_the_token_cannot_be_asked)
+{
+    failure = ERROR_ACCESS_DENIED;
+
+    try
+    {
+        CheckElevation(run);
+        FAIL() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+    }
+    EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+}
+
+TEST_F(CheckElevationTest, throws_when_there_is_no_memory_for_the_answer)
+{
+    std::optional<OutOfMemory> outOfMemory;
+    Fake<&GetTokenInformation> asking = [&](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD needed) -> BOOL {
+        *needed = 100;
+        outOfMemory.emplace();
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    };
+    HRESULT result = S_OK;
+
+    try
+    {
+        CheckElevation(run);
+    }
+    catch (const wil::ResultException& exception)
+    {
+        result = exception.GetErrorCode();
+    }
+    outOfMemory.reset();
+
+    EXPECT_EQ(result, E_OUTOFMEMORY);
+}
+
+// The mutex of the product's installers.
+class CheckSingleInstanceTest : public PreconditionsTest
+{
+protected:
+    void ExpectRefused()
+    {
+        EXPECT_EQ(CheckSingleInstance(run, mutex), EXIT_ERROR_ALREADY_RUNNING);
+        EXPECT_FALSE(mutex);
+        ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "");
+    }
+
+    OpenHandles handles;
+    DWORD error = ERROR_SUCCESS;
+    bool isDenied = false;
+    HANDLE made = nullptr;
+    Fake<&CreateMutexExW> createMutex = [this](LPSECURITY_ATTRIBUTES security, LPCWSTR name, DWORD flags,
+                                               DWORD access) -> HANDLE {
+        EXPECT_EQ(security, nullptr);
+        EXPECT_STREQ(name, L"Global\\Velmora_Installer_Mutex");
+        EXPECT_EQ(flags, 1U);
+        EXPECT_EQ(access, 0x1F0001U);
+        made = isDenied ? nullptr : handles.Make();
+        SetLastError(error);
+        return made;
+    };
+    wil::unique_handle mutex;
+};
+
+TEST_F(CheckSingleInstanceTest, takes_the_mutex)
+{
+    EXPECT_EQ(CheckSingleInstance(run, mutex), std::nullopt);
+
+    EXPECT_EQ(mutex.get(), made);
+    EXPECT_TRUE(handles.IsOpen(made));
+    EXPECT_TRUE(log.All().empty());
+
+    ReleaseSingleInstance(mutex);
+    EXPECT_FALSE(handles.IsOpen(made));
+    EXPECT_FALSE(mutex);
+}
+
+TEST_F(CheckSingleInstanceTest, refuses_while_another_one_has_it)
+{
+    error = ERROR_ALREADY_EXISTS;
+
+    ExpectRefused();
+}
+
+TEST_F(CheckSingleInstanceTest, refuses_when_it_cannot_be_had)
+{
+    isDenied = true;
+    error = ERROR_ACCESS_DENIED;
+
+    ExpectRefused();
+}
+
+TEST_F(CheckSingleInstanceTest, closes_the_handle_of_a_refused_run_last)
+{
+    error = ERROR_ALREADY_EXISTS;
+    bool wasOpen = false;
+    Fake<&GetTempPathW> temporaryFolder = [&](DWORD, LPWSTR) -> DWORD {
+        wasOpen = handles.IsOpen(made); // the end of crash reporting asks for its folder
+        return 0;
+    };
+
+    EXPECT_EQ(CheckSingleInstance(run, mutex), EXIT_ERROR_ALREADY_RUNNING);
+
+    EXPECT_TRUE(wasOpen);
+    EXPECT_FALSE(handles.IsOpen(made));
+}
+
+TEST_F(CheckSingleInstanceTest, a_handle_that_cannot_be_closed_is_an_exception)
+{
+    EXPECT_EQ(CheckSingleInstance(run, mutex), std::nullopt);
+    handles.closeError = ERROR_INVALID_HANDLE;
+
+    try
+    {
+        ReleaseSingleInstance(mutex);
+        FAIL() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+    }
+}
+
+class FindInstallFolderTest : public PreconditionsTest
 {
 protected:
     void AddEntry(const std::wstring& location, const std::wstring& version)
@@ -25,11 +310,7 @@ protected:
         registry.SetString(key, L"DisplayVersion", version);
     }
 
-    VirtualClock clock;
-    TestFolder root;
-    FakeFolders folders{root};
     FakeRegistry registry;
-    Installer::Logger logger;
 };
 
 TEST_F(FindInstallFolderTest, takes_the_folder_of_the_entry_and_logs_it_with_the_version)

@@ -2,10 +2,13 @@
 
 #include "support/FakeFolders.h"
 #include "support/FakeRegistry.h"
+#include "support/LoggedLines.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
 #include <windows.h>
+
+#include <commctrl.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +22,7 @@ namespace
 
 using namespace Uninstaller;
 using namespace Testing;
+using Installer::RunType;
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
@@ -40,7 +44,8 @@ const Lines c_fullLog{
     "|INFO|:    Uninstall Complete!",
 };
 
-const std::string c_partial = "|ERROR|:   Velmora did not fully uninstall. Please check the logs for more information.";
+const Lines c_partial{"|ERROR|:   Velmora did not fully uninstall. Please check the logs for more information.",
+                      "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring..."};
 
 // A machine with the product on it: its registry in memory, its folders below a folder of the test's own.
 class SequenceTest : public testing::Test
@@ -64,12 +69,26 @@ protected:
         registry.AddKey(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora");
     }
 
-    ExitCode Run(bool removeUserSettings = false)
+    ExitCode Run(RunType runType = RunType::Silent)
     {
-        return UninstallProduct({.logger = logger,
-                                 .installFolder = installFolder,
-                                 .ownPath = L"C:\\own.exe",
-                                 .removeUserSettings = removeUserSettings});
+        return UninstallProduct({.logger = logger, .runType = runType}, installFolder, L"C:\\own.exe");
+    }
+
+    // A run whose user answers the confirmation with that button and that choice.
+    ExitCode RunAnswered(int button, int choice)
+    {
+        unsigned dialogs = 0;
+        Fake<&TaskDialogIndirect> dialog = [&](const TASKDIALOGCONFIG*, int* pressed, int* chosen, BOOL*) -> HRESULT {
+            ++dialogs;
+            EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200});
+            EXPECT_TRUE(LogLines().empty());
+            *pressed = button;
+            *chosen = choice;
+            return S_OK;
+        };
+        const ExitCode code = Run(RunType::Verbose);
+        EXPECT_EQ(dialogs, 1U);
+        return code;
     }
 
     // Ends the text of a failure with the reason that the fake system gives.
@@ -82,20 +101,20 @@ protected:
         lines.insert(std::ranges::find(lines, before), line);
         if (partial)
         {
-            lines.push_back(c_partial);
+            lines.insert(lines.end(), c_partial.begin(), c_partial.end());
         }
         return lines;
     }
 
     // The log as it stood when it was last seen: it is deleted by a run that was successful.
-    Lines LogLines() const { return log; }
+    const Lines& LogLines() const { return log.All(); }
 
     VirtualClock clock;
     TestFolder root;
     FakeFolders folders{root};
     FakeRegistry registry;
     std::wstring installFolder = folders.ProgramFiles() + L"\\Velmora\\";
-    Lines log;
+    LoggedLines log;
     std::vector<std::wstring> scheduled;
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
     Fake<&SendMessageTimeoutW> send = [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, PDWORD_PTR) -> LRESULT { return 1; };
@@ -103,15 +122,10 @@ protected:
         scheduled.emplace_back(from);
         return TRUE;
     };
-    Fake<&WriteConsoleW> console = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
-        const std::wstring line(static_cast<const wchar_t*>(text), length - 1);
-        log.emplace_back(line.begin(), line.end());
-        return TRUE;
-    };
     Fake<&FormatMessageW> format = [](DWORD, LPCVOID, DWORD code, DWORD, LPWSTR text, DWORD, va_list*) -> DWORD {
         return static_cast<DWORD>(swprintf(text, 256, L"<%lx>", code));
     };
-    Installer::Logger logger;
+    Installer::Logger logger{RunType::Silent};
 };
 
 TEST_F(SequenceTest, removes_everything_in_its_order_and_nothing_else)
@@ -154,9 +168,50 @@ TEST_F(SequenceTest, a_partial_success_keeps_the_log_and_schedules_the_program)
     EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
 }
 
+TEST_F(SequenceTest, a_yes_removes_everything_but_the_settings)
+{
+    EXPECT_EQ(RunAnswered(IDYES, 0), EXIT_NO_ERROR);
+
+    EXPECT_EQ(LogLines(), c_fullLog);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200});
+    EXPECT_TRUE(registry.HasKey(L"SOFTWARE\\Velmora"));
+}
+
+TEST_F(SequenceTest, a_cancelled_run_removes_nothing_but_its_log)
+{
+    EXPECT_EQ(RunAnswered(IDNO, 1), EXIT_NO_ERROR);
+
+    EXPECT_EQ(LogLines(), Lines{"|INFO|:    User canceled the uninstaller."});
+    EXPECT_FALSE(Exists(logger.LogPath()));
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
+    EXPECT_TRUE(Exists(installFolder));
+    EXPECT_TRUE(registry.Calls().empty());
+}
+
+TEST_F(SequenceTest, an_answer_that_the_confirmation_does_not_have_removes_nothing)
+{
+    EXPECT_EQ(RunAnswered(42, 1), EXIT_ERROR_PERMISSION_DIALOG_FAIL);
+
+    EXPECT_EQ(LogLines(), Lines{"|ERROR|:   Unknown button event from task dialog, assuming yes for uninstall: 42"});
+    EXPECT_TRUE(Exists(logger.LogPath()));
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
+    EXPECT_TRUE(Exists(installFolder));
+    EXPECT_TRUE(registry.Calls().empty());
+}
+
+TEST_F(SequenceTest, a_silent_run_is_not_confirmed)
+{
+    Fake<&TaskDialogIndirect> dialog = [](const TASKDIALOGCONFIG*, int*, int*, BOOL*) -> HRESULT {
+        ADD_FAILURE() << "asked";
+        return E_FAIL;
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+}
+
 TEST_F(SequenceTest, the_settings_go_when_the_user_wants_it)
 {
-    EXPECT_EQ(Run(true), EXIT_NO_ERROR);
+    EXPECT_EQ(RunAnswered(IDYES, 1), EXIT_NO_ERROR);
 
     EXPECT_EQ(LogLines().at(0), "|INFO|:    Velmora will attempt to delete user data directories.");
     EXPECT_FALSE(registry.HasKey(L"SOFTWARE\\Velmora"));

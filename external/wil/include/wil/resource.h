@@ -8,6 +8,7 @@
 #include <winsvc.h>
 
 #include <cstddef>
+#include <memory>
 #include <utility>
 
 namespace wil
@@ -143,5 +144,90 @@ using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), :
 using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;
 using unique_hlocal_string = unique_any<PWSTR, decltype(&::LocalFree), ::LocalFree>;
 using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
+
+// Is a structure that one function prepares and another one empties at the end. Moved, never copied.
+template <class Structure, class CloseFunction, CloseFunction c_close, class InitFunction, InitFunction c_init>
+class unique_struct : public Structure
+{
+public:
+    // Prepared, and nothing more.
+    unique_struct() noexcept { c_init(this); }
+
+    // Takes over what the structure holds.
+    explicit unique_struct(const Structure& other) noexcept : Structure(other) {}
+    unique_struct(unique_struct&& other) noexcept : Structure(other.release()) {}
+    unique_struct(const unique_struct&) = delete;
+
+    unique_struct& operator=(unique_struct&& other) noexcept
+    {
+        if (this != std::addressof(other))
+        {
+            reset(other.release());
+        }
+        return *this;
+    }
+    unique_struct& operator=(const unique_struct&) = delete;
+
+    ~unique_struct() { Close(); }
+
+    // The structure as it is: for a function that changes it.
+    Structure* addressof() noexcept { return this; }
+
+    // Empties the structure and gives it prepared: for a function that fills it.
+    Structure* reset_and_addressof() noexcept
+    {
+        reset();
+        return this;
+    }
+
+    // What the structure holds, now the caller's to empty.
+    [[nodiscard]] Structure release() noexcept
+    {
+        const Structure value(*this);
+        c_init(this);
+        return value;
+    }
+
+    // Empties the structure; it then is as new, or takes over what another one holds.
+    void reset() noexcept
+    {
+        Close();
+        c_init(this);
+    }
+    void reset(const Structure& other) noexcept
+    {
+        Close();
+        Structure::operator=(other);
+    }
+    void reset(const unique_struct&) = delete;
+
+private:
+    // The last error stays as it was.
+    void Close() noexcept
+    {
+        const DWORD lastError = GetLastError();
+        c_close(this);
+        SetLastError(lastError);
+    }
+};
+
+using unique_variant =
+    unique_struct<VARIANT, decltype(&::VariantClear), ::VariantClear, decltype(&::VariantInit), ::VariantInit>;
+
+// A copy of a text as COM wants it. Throws ResultException with E_OUTOFMEMORY.
+inline unique_bstr make_bstr(PCWSTR source)
+{
+    unique_bstr text(::SysAllocString(source));
+    THROW_IF_NULL_ALLOC(text);
+    return text;
+}
+inline unique_variant make_variant_bstr(PCWSTR source)
+{
+    unique_bstr text = make_bstr(source);
+    unique_variant variant;
+    variant.vt = VT_BSTR;
+    variant.bstrVal = text.release();
+    return variant;
+}
 
 } // namespace wil

@@ -160,6 +160,15 @@ inline HRESULT ThrowIfFailed(const Place& place, HRESULT hr)
     return hr;
 }
 
+inline bool ThrowHrIf(const Place& place, HRESULT hr, bool condition)
+{
+    if (condition)
+    {
+        ReportAndThrow(place, hr);
+    }
+    return condition;
+}
+
 inline DWORD ThrowIfWin32Error(const Place& place, DWORD error)
 {
     ThrowIfFailed(place, HRESULT_FROM_WIN32(error));
@@ -274,6 +283,8 @@ auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Plac
 #define THROW_HR(hr) ::wil::details::ReportAndThrow(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
 #define THROW_LAST_ERROR() ::wil::details::ReportLastErrorAndThrow(WIL_DETAILS_PLACE(nullptr))
 #define THROW_IF_FAILED(hr) ::wil::details::ThrowIfFailed(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
+#define THROW_HR_IF(hr, condition)                                                                                     \
+    ::wil::details::ThrowHrIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_hresult(hr), ::wil::verify_bool(condition))
 #define THROW_IF_WIN32_ERROR(win32err)                                                                                 \
     ::wil::details::ThrowIfWin32Error(WIL_DETAILS_PLACE(#win32err), ::wil::verify_win32(win32err))
 #define THROW_IF_WIN32_BOOL_FALSE(win32BOOL)                                                                           \

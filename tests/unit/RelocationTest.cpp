@@ -1,0 +1,318 @@
+#include "Uninstaller/Relocation.h"
+
+#include "Uninstaller/CrashReporting.h"
+#include "support/FakeFolders.h"
+#include "support/LoggedLines.h"
+#include "support/OpenHandles.h"
+#include "support/OpenedFiles.h"
+#include "support/TestFolder.h"
+#include "support/VirtualClock.h"
+
+#include <windows.h>
+
+#include <sentry_testing.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace Uninstaller;
+using namespace Testing;
+using Installer::RunType;
+using Lines = std::vector<std::string>;
+
+TEST(IsInsideTest, a_program_in_the_folder_or_below_it_is_inside)
+{
+    for (const wchar_t* const folder : {L"C:\\Program Files\\Velmora\\", L"C:\\Program Files\\Velmora",
+                                        L"C:/Program Files/Velmora/", L"C:\\Program Files\\Velmora\\\\"})
+    {
+        EXPECT_TRUE(IsInside(L"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe", folder)) << folder;
+        EXPECT_TRUE(IsInside(L"C:\\Program Files\\Velmora\\tools\\bin\\u.exe", folder)) << folder;
+    }
+    EXPECT_TRUE(IsInside(L"D:\\u.exe", L"D:\\"));
+    EXPECT_TRUE(IsInside(L"\\\\server\\share\\Velmora\\u.exe", L"\\\\server\\share\\Velmora\\"));
+}
+
+TEST(IsInsideTest, everything_else_is_outside)
+{
+    const std::wstring folder = L"C:\\Program Files\\Velmora\\";
+    for (const wchar_t* const program : {
+             L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Velmora.Uninstaller.exe",
+             L"C:\\Program Files\\Velmora.Uninstaller.exe",
+             L"C:\\Program Files\\Velmora2\\u.exe",             // its name begins with the folder's
+             L"C:\\Program Files\\VELMORA\\u.exe",              // letter case counts
+             L"D:\\Program Files\\Velmora\\u.exe",              // another drive
+             L"\\\\?\\C:\\Program Files\\Velmora\\u.exe",       // another way to write it
+             L"C:\\Program Files\\Velmora",                     // the folder itself
+             L"C:\\Program Files\\Velmora\\",                   //
+             L"C:\\Program Files\\Velmora\\..\\Velmora\\u.exe", // steps are not resolved
+             L"C:\\Program Files\\Velmora\\.hidden\\u.exe",     // begins like a step out
+             L"u.exe",
+             L"",
+         })
+    {
+        EXPECT_FALSE(IsInside(program, folder)) << program;
+    }
+    EXPECT_FALSE(IsInside(L"C:\\u.exe", L"D:\\"));
+    EXPECT_FALSE(IsInside(L"\\\\server\\other\\Velmora\\u.exe", L"\\\\server\\share\\Velmora\\"));
+}
+
+// A copy and a start that Windows carries out as the test says.
+class RelocateTest : public testing::Test
+{
+protected:
+    RelocateTest() { StartCrashReporting(); }
+    ~RelocateTest() override { SentryTesting::Forget(); }
+
+    ExitCode Relocate(const std::wstring& argument = L"-s")
+    {
+        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui}, c_ownPath, argument, mutex);
+    }
+
+    static std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
+    std::wstring Target() const { return folders.Temp() + L"Velmora\\Uninstaller\\Velmora.Uninstaller.exe"; }
+    std::string StartLine(const std::string& argument = "-s") const
+    {
+        return "\"" + Narrow(Target()) + "\" process (with args of \"" + argument + "\")";
+    }
+
+    // The run ended with an error that was sent, the log shown to the user and kept.
+    void ExpectError(const std::string& message) const
+    {
+        const auto sent = SentryTesting::CurrentRun();
+        EXPECT_FALSE(sent.isStarted);
+        ASSERT_EQ(sent.events.size(), 1U);
+        EXPECT_EQ(sent.events[0].level, SENTRY_LEVEL_ERROR);
+        EXPECT_EQ(sent.events[0].message, message);
+        ASSERT_GE(log.All().size(), 2U);
+        EXPECT_EQ(log.All()[log.All().size() - 2], "|ERROR|:   " + message);
+        EXPECT_EQ(log.All().back(), "|INFO|:    Requested to open log...");
+        EXPECT_EQ(opened.All(), std::vector<std::wstring>{logger.LogPath()});
+        EXPECT_TRUE(Exists(logger.LogPath()));
+    }
+    static std::string CopyFailed(const std::string& reason)
+    {
+        return Narrow(copyToTempFailedMessage(std::wstring(reason.begin(), reason.end())));
+    }
+
+    static constexpr wchar_t c_ownPath[] = L"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe";
+    const std::string inside = "|INFO|:    Uninstaller is running inside installation directory. Copying to temporary "
+                               "location so we can continue...";
+
+    VirtualClock clock;
+    TestFolder root;
+    FakeFolders folders{root};
+    LoggedLines log;
+    OpenedFiles opened;
+    OpenHandles handles;
+    HANDLE heldMutex = handles.Make();
+    wil::unique_handle mutex{heldMutex};
+    std::vector<std::wstring> scheduled;
+    Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        scheduled.emplace_back(from);
+        return TRUE;
+    };
+
+    unsigned copies = 0;
+    std::function<DWORD(unsigned copy)> copyResult = [](unsigned) { return ERROR_SUCCESS; };
+    Fake<&CopyFileExW> copyFile = [this](LPCWSTR from, LPCWSTR to, LPPROGRESS_ROUTINE routine, LPVOID data,
+                                         LPBOOL cancel, DWORD flags) -> BOOL {
+        EXPECT_STREQ(from, c_ownPath);
+        EXPECT_EQ(to, Target());
+        EXPECT_EQ(routine, nullptr);
+        EXPECT_EQ(data, nullptr);
+        EXPECT_EQ(cancel, nullptr);
+        EXPECT_EQ(flags, 8U);
+        EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
+        EXPECT_TRUE(handles.IsOpen(heldMutex));
+        const DWORD result = copyResult(++copies);
+        SetLastError(result);
+        return copyFails || result != ERROR_SUCCESS ? FALSE : TRUE;
+    };
+    bool copyFails = false; // without an error, if there is none
+
+    unsigned starts = 0;
+    DWORD startResult = ERROR_SUCCESS;
+    std::optional<std::wstring> commandLine;
+    Fake<&CreateProcessW> createProcess = [this](LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES processSecurity,
+                                                 LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherits, DWORD flags,
+                                                 LPVOID environment, LPCWSTR folder, LPSTARTUPINFOW startup,
+                                                 LPPROCESS_INFORMATION information) -> BOOL {
+        ++starts;
+        EXPECT_EQ(program, Target());
+        commandLine = line == nullptr ? std::nullopt : std::optional<std::wstring>(line);
+        EXPECT_EQ(processSecurity, nullptr);
+        EXPECT_EQ(threadSecurity, nullptr);
+        EXPECT_FALSE(inherits);
+        EXPECT_EQ(flags, 0U);
+        EXPECT_EQ(environment, nullptr);
+        EXPECT_EQ(folder, nullptr);
+        STARTUPINFOW expected{};
+        expected.cb = 104;
+        EXPECT_EQ(std::memcmp(startup, &expected, sizeof(expected)), 0);
+        EXPECT_FALSE(handles.IsOpen(heldMutex)) << "the copy could not take the mutex";
+        EXPECT_EQ(log.All().back(), "|INFO|:    Starting " + StartLine(argumentInLog));
+        if (startResult != ERROR_SUCCESS)
+        {
+            SetLastError(startResult);
+            return FALSE;
+        }
+        *information = {handles.Make(), handles.Make(), 1, 2};
+        return TRUE;
+    };
+    std::string argumentInLog = "-s";
+    Installer::Logger logger{RunType::Gui};
+};
+
+TEST_F(RelocateTest, copies_the_program_and_starts_the_copy_with_the_same_argument)
+{
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(copies, 1U);
+    EXPECT_EQ(starts, 1U);
+    EXPECT_EQ(commandLine, L"\"" + Target() + L"\" -s");
+    EXPECT_EQ(log.All(), (Lines{inside, "|INFO|:    Starting " + StartLine(),
+                                "|INFO|:    This process will now exit (without waiting for user feedback)",
+                                "|INFO|:    ----------"}));
+    EXPECT_TRUE(clock.Sleeps().empty());
+    EXPECT_FALSE(mutex);
+}
+
+TEST_F(RelocateTest, without_an_argument_the_copy_gets_no_command_line)
+{
+    argumentInLog = "";
+
+    EXPECT_EQ(Relocate(L""), EXIT_NO_ERROR);
+
+    EXPECT_EQ(starts, 1U);
+    EXPECT_EQ(commandLine, std::nullopt);
+}
+
+TEST_F(RelocateTest, ends_crash_reporting_but_leaves_its_folder_and_the_log)
+{
+    root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
+
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
+    EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
+    EXPECT_TRUE(Exists(root / L"Temp\\Velmora\\Uninstaller\\Sentry\\report")); // the copy may be using it by now
+    EXPECT_TRUE(Exists(logger.LogPath()));
+    EXPECT_TRUE(scheduled.empty());
+    EXPECT_TRUE(opened.All().empty());
+}
+
+TEST_F(RelocateTest, a_started_copy_lets_the_console_go_without_a_key)
+{
+    std::vector<std::string> calls;
+    Fake<&AllocConsole> allocate = []() -> BOOL { return TRUE; };
+    Fake<&FreeConsole> release = [&]() -> BOOL {
+        calls.emplace_back("free");
+        return TRUE;
+    };
+    Fake<&system> pause = [&](const char*) {
+        calls.emplace_back("pause");
+        return 0;
+    };
+    {
+        Installer::Logger verbose(RunType::Verbose);
+        EXPECT_EQ(Uninstaller::Relocate({.logger = verbose, .runType = RunType::Verbose}, c_ownPath, L"-s", mutex),
+                  EXIT_NO_ERROR);
+    }
+    EXPECT_EQ(calls, Lines{"free"});
+}
+
+TEST_F(RelocateTest, a_copy_that_succeeds_at_a_later_attempt_is_no_failure)
+{
+    copyResult = [](unsigned copy) { return copy < 10 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS; };
+
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(copies, 10U);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>(9, 1000));
+    EXPECT_EQ(starts, 1U);
+}
+
+TEST_F(RelocateTest, a_copy_that_fails_ten_times_ends_the_run)
+{
+    copyResult = [](unsigned copy) { return copy < 10 ? ERROR_SHARING_VIOLATION : ERROR_ACCESS_DENIED; };
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_EQ(copies, 10U);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>(9, 1000));
+    EXPECT_EQ(starts, 0U);
+    ExpectError(CopyFailed("-2147024891"));
+    EXPECT_EQ(log.All().size(), 3U);
+    EXPECT_TRUE(scheduled.empty());
+    EXPECT_EQ(mutex.get(), heldMutex); // nobody takes over
+}
+
+TEST_F(RelocateTest, a_copy_that_fails_without_an_error_counts_as_made)
+{
+    copyFails = true;
+
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(copies, 1U);
+    EXPECT_EQ(starts, 1U);
+}
+
+TEST_F(RelocateTest, a_copy_that_cannot_be_started_ends_the_run_and_schedules_the_program)
+{
+    startResult = ERROR_FILE_NOT_FOUND;
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
+
+    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: -2147024894");
+    EXPECT_EQ(log.All().size(), 4U);
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{c_ownPath});
+    EXPECT_FALSE(mutex);
+}
+
+TEST_F(RelocateTest, a_start_that_fails_without_an_error_is_a_failure_all_the_same)
+{
+    Fake<&CreateProcessW> failing = [](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+                                       LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) -> BOOL {
+        SetLastError(ERROR_SUCCESS);
+        return FALSE;
+    };
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
+
+    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: 0");
+}
+
+TEST_F(RelocateTest, a_mutex_that_cannot_be_handed_over_counts_as_a_failed_copy)
+{
+    handles.closeError = ERROR_INVALID_HANDLE;
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_EQ(starts, 0U);
+    ASSERT_EQ(SentryTesting::CurrentRun().events.size(), 1U);
+    const std::string message = SentryTesting::CurrentRun().events[0].message;
+    EXPECT_NE(message.find("Reason: "), std::string::npos);
+    EXPECT_NE(message.find("80070006"), std::string::npos) << message;
+    ExpectError(message);
+    EXPECT_TRUE(scheduled.empty());
+}
+
+TEST_F(RelocateTest, so_does_any_other_exception_on_the_way)
+{
+    copyResult = [](unsigned) -> DWORD { throw std::bad_alloc(); };
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    ExpectError(CopyFailed(std::bad_alloc().what()));
+}
+
+} // namespace
