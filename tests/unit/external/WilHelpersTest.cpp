@@ -76,6 +76,37 @@ TEST(GetTokenInformation, asks_the_effective_token_of_the_thread_by_default)
     EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION_TYPE>(), TokenElevationTypeLimited);
 }
 
+TEST(GetTokenInformation, gives_an_answer_of_any_size_as_an_owned_pointer)
+{
+    const auto user = wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());
+
+    ASSERT_NE(user, nullptr);
+    EXPECT_TRUE(IsValidSid(user->User.Sid));
+}
+
+TEST(GetTokenInformation, throws_the_failure_of_either_query_for_such_an_answer)
+{
+    for (const bool isFirst : {true, false})
+    {
+        const Fake<&GetTokenInformation> query = [&](HANDLE, TOKEN_INFORMATION_CLASS, void* data, DWORD,
+                                                     DWORD* needed) -> BOOL {
+            *needed = 100;
+            SetLastError(data == nullptr && !isFirst ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
+            return FALSE;
+        };
+        HRESULT result = S_OK;
+        try
+        {
+            wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());
+        }
+        catch (const wil::ResultException& exception)
+        {
+            result = exception.GetErrorCode();
+        }
+        EXPECT_EQ(result, HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+    }
+}
+
 TEST(GetTokenInformation, throws_the_last_error)
 {
     const Fake<&GetTokenInformation> information = [](HANDLE, TOKEN_INFORMATION_CLASS, void*, DWORD, DWORD*) {

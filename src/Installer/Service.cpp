@@ -1,0 +1,173 @@
+#include "Installer/Service.h"
+
+#include "Installer/Common.h"
+#include "Installer/Logger.h"
+
+#include <winsvc.h>
+
+#include <wil/resource.h>
+#include <wil/result.h>
+
+#include <array>
+#include <exception>
+
+namespace Installer
+{
+
+namespace
+{
+
+// How a service is waited for.
+constexpr DWORD c_pollMilliseconds = 500;
+constexpr int c_pollsBeforeKill = 20; // since the request to stop, or since the last kill
+constexpr int c_maxKills = 3;         // one more, and the service is given up
+constexpr UINT c_killedExitCode = 0;
+
+// A process outlives its service a little, and keeps its files open until it ends.
+constexpr DWORD c_pauseAfterStopMilliseconds = 1000;
+
+// A service is gone only when nobody holds it open any more: time for others to let go of it.
+constexpr DWORD c_pauseAfterDeletionMilliseconds = 5000;
+
+// What the system's event log tells about the stop.
+constexpr DWORD c_stopReason =
+    SERVICE_STOP_REASON_FLAG_PLANNED | SERVICE_STOP_REASON_MAJOR_APPLICATION | SERVICE_STOP_REASON_MINOR_INSTALLATION;
+constexpr auto c_stopComment = std::to_array(L"Stopping to perform install/uninstall.");
+
+wil::unique_schandle ConnectToServiceManager()
+{
+    return wil::unique_schandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+}
+
+wil::unique_schandle OpenServiceFor(DWORD access, const wil::unique_schandle& manager, const std::wstring& name)
+{
+    return wil::unique_schandle(OpenServiceW(manager.get(), name.c_str(), access));
+}
+
+// FALSE with the last error set.
+BOOL QueryStatus(const wil::unique_schandle& service, SERVICE_STATUS_PROCESS& status)
+{
+    static_assert(sizeof(status) == 36);
+    DWORD needed = 0;
+    return QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof(status),
+                                &needed);
+}
+
+// FALSE with the last error set. The status that the control brings back is not used: the wait goes by what is queried.
+BOOL RequestStop(const wil::unique_schandle& service, const SERVICE_STATUS_PROCESS& status)
+{
+    auto comment = c_stopComment; // the structure does not take a constant
+    SERVICE_CONTROL_STATUS_REASON_PARAMSW parameters{
+        .dwReason = c_stopReason, .pszComment = comment.data(), .ServiceStatus = status};
+    return ControlServiceExW(service.get(), SERVICE_CONTROL_STOP, SERVICE_CONTROL_STATUS_REASON_INFO, &parameters);
+}
+
+HRESULT WaitUntilStopped(const wil::unique_schandle& service, SERVICE_STATUS_PROCESS status)
+{
+    int polls = 0;
+    int kills = 0;
+    while (status.dwCurrentState != SERVICE_STOPPED)
+    {
+        Sleep(c_pollMilliseconds);
+        RETURN_IF_WIN32_BOOL_FALSE(QueryStatus(service, status));
+        ++polls;
+        if (polls < c_pollsBeforeKill)
+        {
+            continue;
+        }
+        const wil::unique_process_handle process(OpenProcess(PROCESS_TERMINATE, FALSE, status.dwProcessId));
+        if (!process)
+        {
+            continue; // the next poll tries again
+        }
+        RETURN_IF_WIN32_BOOL_FALSE(TerminateProcess(process.get(), c_killedExitCode));
+        ++kills;
+        if (kills > c_maxKills)
+        {
+            return E_ABORT;
+        }
+        polls = 0;
+    }
+    Sleep(c_pauseAfterStopMilliseconds);
+    return S_OK;
+}
+
+} // namespace
+
+// Not noexcept, these three: what is thrown below them is for StopServices to log.
+
+bool ServiceExists(const std::wstring& name)
+{
+    const wil::unique_schandle manager = ConnectToServiceManager();
+    return manager && OpenServiceFor(SERVICE_QUERY_STATUS, manager, name);
+}
+
+HRESULT StopService(const std::wstring& name)
+{
+    const wil::unique_schandle manager = ConnectToServiceManager();
+    RETURN_LAST_ERROR_IF_NULL(manager);
+    const wil::unique_schandle service = OpenServiceFor(SERVICE_QUERY_STATUS | SERVICE_STOP, manager, name);
+    RETURN_LAST_ERROR_IF_NULL(service);
+
+    SERVICE_STATUS_PROCESS status{};
+    RETURN_IF_WIN32_BOOL_FALSE(QueryStatus(service, status));
+    if (status.dwCurrentState == SERVICE_STOPPED)
+    {
+        return S_OK;
+    }
+    if (status.dwCurrentState != SERVICE_STOP_PENDING)
+    {
+        RETURN_IF_WIN32_BOOL_FALSE(RequestStop(service, status));
+    }
+    return WaitUntilStopped(service, status);
+}
+
+HRESULT RemoveService(const std::wstring& name)
+{
+    const wil::unique_schandle manager = ConnectToServiceManager();
+    RETURN_LAST_ERROR_IF_NULL(manager);
+    const wil::unique_schandle service = OpenServiceFor(DELETE, manager, name);
+    if (!service)
+    {
+        return S_OK;
+    }
+    RETURN_IF_WIN32_BOOL_FALSE(DeleteService(service.get()));
+    Sleep(c_pauseAfterDeletionMilliseconds);
+    return S_OK;
+}
+
+namespace
+{
+
+// Every service that the product may have. The last one, too, is the name of a key, not the one that people see.
+constexpr const wchar_t* c_productServices[] = {c_authService, c_updaterService, L"Velmora Updater Service"};
+
+// Memory may have run out; then there is no line.
+void LogUnexpectedError(Logger& logger, const std::exception& exception) noexcept
+try
+{
+    logger.Error(L"[ClientHelper] Unexpected error while stopping services: " + Utf8ToWide(exception.what()), false);
+}
+CATCH_LOG()
+
+} // namespace
+
+HRESULT StopServices(Logger& logger)
+try
+{
+    for (const wchar_t* const name : c_productServices)
+    {
+        if (ServiceExists(name))
+        {
+            StopService(name);
+        }
+    }
+    return S_OK;
+}
+catch (const std::exception& exception)
+{
+    LogUnexpectedError(logger, exception);
+    return E_UNEXPECTED;
+}
+
+} // namespace Installer
