@@ -18,7 +18,7 @@ void ForEachProcess(const wil::unique_tool_help_snapshot& snapshot,
     {
         return;
     }
-    // The first entry stands for the idle processor, which is no process that anybody looks for.
+    // The first entry is the idle process, which nobody looks for.
     while (Process32NextW(snapshot.get(), &process))
     {
         examine(process);

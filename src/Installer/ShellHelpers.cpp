@@ -7,6 +7,7 @@
 #include <exdisp.h>
 #include <servprov.h>
 #include <shellapi.h>
+#include <shldisp.h>
 #include <shlguid.h>
 #include <shlobj.h>
 

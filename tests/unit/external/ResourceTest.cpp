@@ -7,7 +7,9 @@
 
 #include <gmock/gmock.h>
 #include <wil/resource.h>
+#include <wil/result.h>
 
+#include <algorithm>
 #include <concepts>
 #include <type_traits>
 #include <utility>
@@ -228,4 +230,162 @@ TEST(UniqueStrings, are_freed_by_what_they_come_from)
     EXPECT_STREQ(wil::unique_hlocal_string(local).get(), L"l");
     EXPECT_STREQ(wil::unique_bstr(bstr).get(), L"b");
     EXPECT_THAT(freed, ElementsAre(task, local, bstr));
+}
+
+namespace
+{
+
+// A structure whose emptying leaves it as it is.
+struct Counter
+{
+    int prepared;
+    int emptied;
+};
+
+void Prepare(Counter* counter)
+{
+    *counter = {.prepared = 1, .emptied = 0};
+}
+
+void Empty(Counter* counter)
+{
+    ++counter->emptied;
+}
+
+using UniqueCounter = wil::unique_struct<Counter, decltype(&Empty), Empty, decltype(&Prepare), Prepare>;
+
+// The variants that are cleared while this lives, as their types; clearing spoils the last error.
+class ClearedVariants
+{
+public:
+    std::vector<VARTYPE> types;
+
+private:
+    Fake<&VariantClear> m_clear = [this](VARIANT* value) {
+        types.push_back(value->vt);
+        const HRESULT result = Fake<&VariantClear>::Real(value);
+        SetLastError(ERROR_BAD_COMMAND);
+        return result;
+    };
+};
+
+} // namespace
+
+TEST(UniqueStruct, is_prepared_again_whenever_it_has_been_emptied)
+{
+    UniqueCounter counter;
+    EXPECT_EQ(counter.prepared, 1);
+    counter.prepared = 2;
+    counter.reset();
+    EXPECT_EQ(counter.prepared, 1);
+    EXPECT_EQ(counter.emptied, 0);
+    counter.prepared = 2;
+    EXPECT_EQ(counter.reset_and_addressof()->prepared, 1);
+    counter.prepared = 2;
+    EXPECT_EQ(counter.release().prepared, 2);
+    EXPECT_EQ(counter.prepared, 1);
+}
+
+TEST(UniqueVariant, is_a_variant_that_is_empty_at_first_and_cleared_at_the_end)
+{
+    const ClearedVariants cleared;
+    {
+        wil::unique_variant number;
+        EXPECT_EQ(number.vt, VT_EMPTY);
+        number.vt = VT_I4;
+        number.lVal = 5;
+        const VARIANT copy = number;
+        EXPECT_EQ(copy.lVal, 5);
+        EXPECT_EQ(number.addressof(), static_cast<VARIANT*>(&number));
+        EXPECT_THAT(cleared.types, IsEmpty());
+    }
+    EXPECT_THAT(cleared.types, ElementsAre(VT_I4));
+}
+
+TEST(UniqueVariant, is_moved_and_never_copied)
+{
+    static_assert(!std::copyable<wil::unique_variant>);
+    static_assert(!std::is_convertible_v<VARIANT, wil::unique_variant>);
+    const ClearedVariants cleared;
+    {
+        wil::unique_variant first = wil::make_variant_bstr(L"text");
+        wil::unique_variant second(std::move(first));
+        EXPECT_EQ(first.vt, VT_EMPTY);
+        EXPECT_STREQ(second.bstrVal, L"text");
+        wil::unique_variant third;
+        third.vt = VT_I4;
+        third = std::move(second);
+        EXPECT_EQ(second.vt, VT_EMPTY);
+        EXPECT_EQ(third.vt, VT_BSTR);
+        wil::unique_variant& same = third;
+        third = std::move(same);
+        EXPECT_STREQ(third.bstrVal, L"text");
+    }
+    EXPECT_EQ(std::count(cleared.types.begin(), cleared.types.end(), VT_BSTR), 1);
+    EXPECT_EQ(std::count(cleared.types.begin(), cleared.types.end(), VT_I4), 1);
+}
+
+TEST(UniqueVariant, takes_over_and_hands_over_what_a_variant_holds)
+{
+    const ClearedVariants cleared;
+    VARIANT number{};
+    number.vt = VT_I4;
+    wil::unique_variant variant(number);
+    EXPECT_EQ(variant.release().vt, VT_I4);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
+    EXPECT_THAT(cleared.types, IsEmpty());
+    variant.reset(number);
+    EXPECT_EQ(variant.vt, VT_I4);
+    EXPECT_THAT(cleared.types, ElementsAre(VT_EMPTY));
+}
+
+TEST(UniqueVariant, reset_clears_and_keeps_the_last_error)
+{
+    const ClearedVariants cleared;
+    wil::unique_variant variant = wil::make_variant_bstr(L"text");
+    SetLastError(ERROR_ACCESS_DENIED);
+    variant.reset();
+    EXPECT_EQ(GetLastError(), 5U);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
+    EXPECT_EQ(cleared.types.back(), VT_BSTR);
+    variant.vt = VT_I4;
+    EXPECT_EQ(variant.reset_and_addressof(), variant.addressof());
+    EXPECT_EQ(cleared.types.back(), VT_I4);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
+}
+
+TEST(MakeBstr, copies_a_text)
+{
+    const wchar_t text[] = L"pr\u00FCfen";
+    const wil::unique_bstr copy = wil::make_bstr(text);
+    EXPECT_STREQ(copy.get(), text);
+    EXPECT_EQ(SysStringLen(copy.get()), 6U);
+    EXPECT_EQ(SysStringLen(wil::make_bstr(L"").get()), 0U);
+    EXPECT_NE(wil::make_bstr(L"").get(), nullptr);
+}
+
+TEST(MakeVariantBstr, copies_a_text)
+{
+    const wil::unique_variant copy = wil::make_variant_bstr(L"");
+    EXPECT_EQ(copy.vt, VT_BSTR);
+    ASSERT_NE(copy.bstrVal, nullptr);
+    EXPECT_STREQ(copy.bstrVal, L"");
+}
+
+TEST(MakeBstr, throws_when_memory_runs_out)
+{
+    const Fake<&SysAllocString> allocate = [](const wchar_t*) -> BSTR { return nullptr; };
+    const auto thrownBy = [](auto make) {
+        try
+        {
+            make(L"text");
+            return S_OK;
+        }
+        catch (const wil::ResultException& exception)
+        {
+            return exception.GetErrorCode();
+        }
+    };
+    EXPECT_EQ(thrownBy(wil::make_bstr), E_OUTOFMEMORY);
+    EXPECT_EQ(thrownBy(wil::make_variant_bstr), E_OUTOFMEMORY);
 }

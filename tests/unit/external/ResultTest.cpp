@@ -263,6 +263,14 @@ TEST_F(ResultTest, THROW_IF_FAILED_gives_back_a_success)
     EXPECT_EQ(CodeThrownBy([] { THROW_IF_FAILED(E_FAIL); }), E_FAIL);
 }
 
+TEST_F(ResultTest, THROW_HR_IF_throws_the_result_when_the_condition_holds)
+{
+    EXPECT_EQ(CodeThrownBy([] { EXPECT_FALSE(THROW_HR_IF(E_FAIL, false)); }), S_OK);
+    EXPECT_EQ(failures.Count(), 0U);
+    EXPECT_EQ(CodeThrownBy([] { THROW_HR_IF(E_FAIL, true); }), E_FAIL);
+    ExpectRecorded(FailureType::Exception, E_FAIL, __LINE__ - 1);
+}
+
 TEST_F(ResultTest, THROW_LAST_ERROR_throws_the_last_error)
 {
     SetLastError(ERROR_ACCESS_DENIED);

@@ -106,7 +106,7 @@ public:
         return ErrorPolicy::HResult(m_object->QueryInterface(IID_PPV_ARGS(object)));
     }
     template <class U>
-    com_ptr_t<U, ErrorPolicy> query() const
+    [[nodiscard]] com_ptr_t<U, ErrorPolicy> query() const
         requires std::same_as<result, void>
     {
         com_ptr_t<U, ErrorPolicy> object;
@@ -115,7 +115,7 @@ public:
     }
     // Empty when the object does not have that interface.
     template <class U>
-    com_ptr_t<U, ErrorPolicy> try_query() const noexcept
+    [[nodiscard]] com_ptr_t<U, ErrorPolicy> try_query() const noexcept
     {
         com_ptr_t<U, ErrorPolicy> object;
         m_object->QueryInterface(IID_PPV_ARGS(object.put()));

@@ -1,0 +1,18 @@
+// The compiler's own header and what it lacks: references to objects for every thread.
+#include_next <combaseapi.h>
+
+#if defined(__cplusplus) && !defined(VELMORA_COMBASEAPI_ADDITIONS)
+#define VELMORA_COMBASEAPI_ADDITIONS
+
+struct IAgileReference;
+
+enum AgileReferenceOptions
+{
+    AGILEREFERENCE_DEFAULT = 0,
+    AGILEREFERENCE_DELAYEDMARSHAL = 1,
+};
+
+extern "C" HRESULT WINAPI RoGetAgileReference(AgileReferenceOptions options, REFIID id, IUnknown* object,
+                                              IAgileReference** reference);
+
+#endif

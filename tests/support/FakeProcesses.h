@@ -1,0 +1,203 @@
+#pragma once
+
+#include "support/ImportTableFake.h"
+#include "support/Text.h"
+
+#include <windows.h>
+
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Testing
+{
+
+struct FakeProcess
+{
+    DWORD id = 0;
+    std::wstring name{};
+    DWORD session = 1;
+    DWORD openError = ERROR_SUCCESS; // why it cannot be opened, if so
+};
+
+// The processes of the machine, as snapshots show them and as they are opened, with a list of all calls:
+//     processes.Add({.id = 40, .name = L"explorer.exe", .session = 2});
+// The idle process comes first; the others follow in the order in which they were added.
+class FakeProcesses
+{
+public:
+    void Add(const FakeProcess& process) { m_processes.push_back(process); }
+
+    // Makes another process the first one.
+    void PutFirst(const FakeProcess& process) { m_processes.front() = process; }
+
+    // Ends a process. What is open of it stays open, and snapshots taken before still show it.
+    void Remove(DWORD id)
+    {
+        std::erase_if(m_processes, [=](const FakeProcess& process) { return process.id == id; });
+    }
+
+    // The process of that id; nothing when there is none.
+    std::optional<FakeProcess> Find(DWORD id) const
+    {
+        for (const FakeProcess& process : m_processes)
+        {
+            if (process.id == id)
+            {
+                return process;
+            }
+        }
+        return std::nullopt;
+    }
+
+    // The id of an opened process; nothing for a handle that is not one (any more).
+    std::optional<DWORD> IdOf(HANDLE process) const
+    {
+        const auto found = m_opened.find(process);
+        return found == m_opened.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    // What CreateToolhelp32Snapshot returns when it shall fail, and its last error.
+    void FailSnapshots(HANDLE result, DWORD error)
+    {
+        m_failedSnapshot = result;
+        m_snapshotError = error;
+    }
+
+    // Lets Process32FirstW fail.
+    void FailFirst() { m_firstFails = true; }
+
+    // A handle to something else, of that name: it is noted when it is closed, too.
+    HANDLE MakeHandle(const std::string& name)
+    {
+        // No real handle is as large.
+        const auto handle = reinterpret_cast<HANDLE>(m_nextHandle += 4);
+        m_names[handle] = name;
+        return handle;
+    }
+
+    // How many handles of all kinds are open now, and how many of them are snapshots.
+    std::size_t OpenHandles() const { return m_names.size(); }
+    std::size_t OpenSnapshots() const { return m_snapshots.size(); }
+
+    // Every call so far: "snapshot <flags> <id>", "first <size>", "next", "open <access> <id>" (with " inherited" for
+    // such a handle), "close snapshot", "close <id>", "close <name>". The access mask is hexadecimal.
+    const std::vector<std::string>& Calls() const { return m_calls; }
+
+    // Puts the call of another function into the list.
+    void Note(const std::string& call) { m_calls.push_back(call); }
+
+private:
+    struct Snapshot
+    {
+        std::vector<FakeProcess> processes;
+        std::size_t next = 0;
+    };
+
+    HANDLE TakeSnapshot()
+    {
+        if (m_snapshotError != ERROR_SUCCESS)
+        {
+            SetLastError(m_snapshotError);
+            return m_failedSnapshot;
+        }
+        const HANDLE handle = MakeHandle("snapshot");
+        m_snapshots[handle] = {.processes = m_processes};
+        return handle;
+    }
+
+    BOOL Read(HANDLE handle, PROCESSENTRY32W& entry)
+    {
+        const auto snapshot = m_snapshots.find(handle);
+        if (snapshot == m_snapshots.end() || entry.dwSize != sizeof(entry))
+        {
+            SetLastError(snapshot == m_snapshots.end() ? ERROR_INVALID_HANDLE : ERROR_BAD_LENGTH);
+            return FALSE;
+        }
+        auto& [processes, next] = snapshot->second;
+        if (next == processes.size())
+        {
+            SetLastError(ERROR_NO_MORE_FILES);
+            return FALSE;
+        }
+        const FakeProcess& process = processes[next++];
+        entry.th32ProcessID = process.id;
+        std::wmemcpy(entry.szExeFile, process.name.c_str(), process.name.size() + 1);
+        return TRUE;
+    }
+
+    BOOL ReadFirst(HANDLE handle, PROCESSENTRY32W& entry)
+    {
+        if (m_firstFails)
+        {
+            SetLastError(ERROR_NO_MORE_FILES);
+            return FALSE;
+        }
+        if (const auto snapshot = m_snapshots.find(handle); snapshot != m_snapshots.end())
+        {
+            snapshot->second.next = 0;
+        }
+        return Read(handle, entry);
+    }
+
+    HANDLE Open(DWORD id)
+    {
+        const auto process = Find(id);
+        if (!process || id == 0 || process->openError != ERROR_SUCCESS)
+        {
+            SetLastError(!process || id == 0 ? ERROR_INVALID_PARAMETER : process->openError);
+            return nullptr;
+        }
+        const HANDLE handle = MakeHandle(std::to_string(id));
+        m_opened[handle] = id;
+        return handle;
+    }
+
+    BOOL Close(HANDLE handle)
+    {
+        const auto name = m_names.extract(handle);
+        if (name.empty())
+        {
+            return Fake<&CloseHandle>::Real(handle);
+        }
+        Note("close " + name.mapped());
+        m_snapshots.erase(handle);
+        m_opened.erase(handle);
+        return TRUE;
+    }
+
+    std::vector<FakeProcess> m_processes{{.id = 0, .name = L"[System Process]", .session = 0}};
+    std::map<HANDLE, std::string> m_names; // of everything that is open
+    std::map<HANDLE, Snapshot> m_snapshots;
+    std::map<HANDLE, DWORD> m_opened;
+    std::vector<std::string> m_calls;
+    HANDLE m_failedSnapshot = nullptr;
+    DWORD m_snapshotError = ERROR_SUCCESS;
+    bool m_firstFails = false;
+    ULONG_PTR m_nextHandle = 0x5A000000;
+
+    Fake<&CreateToolhelp32Snapshot> m_snapshot = [this](DWORD flags, DWORD id) {
+        Note("snapshot " + std::to_string(flags) + " " + std::to_string(id));
+        return TakeSnapshot();
+    };
+    Fake<&Process32FirstW> m_first = [this](HANDLE snapshot, PROCESSENTRY32W* entry) {
+        Note("first " + std::to_string(entry->dwSize));
+        return ReadFirst(snapshot, *entry);
+    };
+    Fake<&Process32NextW> m_next = [this](HANDLE snapshot, PROCESSENTRY32W* entry) {
+        Note("next");
+        return Read(snapshot, *entry);
+    };
+    Fake<&OpenProcess> m_open = [this](DWORD access, BOOL inherit, DWORD id) {
+        Note("open " + Hex(access) + " " + std::to_string(id) + (inherit ? " inherited" : ""));
+        return Open(id);
+    };
+    Fake<&CloseHandle> m_close = [this](HANDLE handle) { return Close(handle); };
+};
+
+} // namespace Testing
