@@ -13,14 +13,16 @@ target_compile_definitions(CompilerOptions INTERFACE
 target_compile_options(CompilerOptions INTERFACE
   -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual -Wcast-align
   -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wimplicit-fallthrough -Wnull-dereference
-  -Wdouble-promotion -Wunused
-  -ffunction-sections -fdata-sections)
+  -Wdouble-promotion -Wunused)
 if(NOT VELMORA_COVERAGE) # whose reports need the whole names
   # Recorded failures name source files: as they are named here, not as they lie on the machine that builds.
   target_compile_options(CompilerOptions INTERFACE
     -ffile-prefix-map=${CMAKE_BINARY_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 endif()
-target_link_options(CompilerOptions INTERFACE -Wl,--gc-sections)
+if(NOT VELMORA_COVERAGE) # GNU ld would take minutes over it
+  target_compile_options(CompilerOptions INTERFACE -ffunction-sections -fdata-sections)
+  target_link_options(CompilerOptions INTERFACE -Wl,--gc-sections)
+endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Functions of Windows as template arguments: their calling convention is the target's only one.
@@ -40,7 +42,7 @@ if(VELMORA_SANITIZE)
   target_compile_definitions(CompilerOptions INTERFACE _GLIBCXX_ASSERTIONS)
 endif()
 if(VELMORA_COVERAGE)
-  target_compile_options(CompilerOptions INTERFACE --coverage)
+  target_compile_options(CompilerOptions INTERFACE --coverage -g0)
   target_link_options(CompilerOptions INTERFACE --coverage)
 endif()
 

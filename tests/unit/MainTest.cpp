@@ -197,6 +197,23 @@ TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)
     EXPECT_FALSE(handles.IsOpen(mutex));
 }
 
+TEST_F(MainTest, a_GUI_run_has_a_confirmation_and_no_console)
+{
+    Fake<&TaskDialogIndirect> confirm = [this](const TASKDIALOGCONFIG*, int* button, int*, BOOL*) -> HRESULT {
+        order.emplace_back("confirmation");
+        *button = IDCANCEL;
+        return S_OK;
+    };
+
+    EXPECT_EQ(Run(L"-g"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "version", "COM", "elevation",
+                            "mutex", "confirmation"}));
+    EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Gui");
+    EXPECT_EQ(log.All().back(), "|INFO|:    User canceled the uninstaller.");
+    EXPECT_FALSE(handles.IsOpen(mutex));
+}
+
 TEST_F(MainTest, the_help_is_shown_and_nothing_else_is_done)
 {
     EXPECT_EQ(Run(L"--help"), Uninstaller::EXIT_NO_ERROR);
@@ -294,7 +311,7 @@ protected:
         for (INT_PTR value = 4; value < c_last; value += 4)
         {
             DWORD flags = 0;
-            count += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+            count += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1U : 0U;
         }
         return count;
     }
