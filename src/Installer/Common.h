@@ -34,6 +34,9 @@ HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept;
 // Whether the path names a folder (or a link to one) that can be seen.
 bool FolderExists(const std::wstring& path) noexcept;
 
+// Whether a Win32 error code says of a path that there is nothing.
+bool MeansAbsence(DWORD error) noexcept;
+
 // The system's own text for a failure, in the user's language, as FormatMessageW gives it (line break included); empty
 // when the system has none.
 std::wstring GetSystemMessage(HRESULT result);

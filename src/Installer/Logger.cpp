@@ -80,24 +80,6 @@ void CaptureEvent(sentry_level_t level, const std::wstring& message)
     sentry_capture_event(sentry_value_new_message_event(level, "logger", WideToUtf8(message).c_str()));
 }
 
-// What Windows answers about a path when there is nothing there.
-bool MeansAbsence(DWORD error)
-{
-    switch (error)
-    {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_BAD_NETPATH:
-    case ERROR_NETNAME_DELETED:
-    case ERROR_INVALID_NAME:
-    case ERROR_BAD_PATHNAME:
-    case ERROR_DIRECTORY:
-        return true;
-    default:
-        return false;
-    }
-}
-
 bool FileExists(const std::wstring& path)
 {
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)

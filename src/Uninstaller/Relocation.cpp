@@ -9,7 +9,6 @@
 #include <windows.h>
 
 #include <exception>
-#include <filesystem>
 #include <optional>
 
 namespace Uninstaller
@@ -74,12 +73,6 @@ ExitCode EndWithCopyStarted(const RunContext& run)
 }
 
 } // namespace
-
-bool IsInside(const std::wstring& path, const std::wstring& folder)
-{
-    const std::wstring relative = std::filesystem::path(path).lexically_relative(folder).native();
-    return !relative.empty() && relative.front() != L'.';
-}
 
 ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std::wstring& argument,
                   wil::unique_handle& mutex)

@@ -1,3 +1,4 @@
+#include "Installer/CanonicalPath.h"
 #include "Installer/Logger.h"
 #include "Uninstaller/CommandLine.h"
 #include "Uninstaller/CrashReporting.h"
@@ -105,7 +106,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 
     const std::wstring installFolder = FindInstallFolder(logger);
     const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
-    if (IsInside(ownPath, installFolder))
+    if (Installer::IsInside(ownPath, installFolder))
     {
         return Relocate(run, ownPath, commandLine.argument, mutex);
     }

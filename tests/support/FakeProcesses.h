@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Testing
@@ -22,7 +23,12 @@ struct FakeProcess
     DWORD id = 0;
     std::wstring name{};
     DWORD session = 1;
-    DWORD openError = ERROR_SUCCESS; // why it cannot be opened, if so
+    DWORD openError = ERROR_SUCCESS;            // why it cannot be opened, if so
+    std::wstring image{};                       // the full path of its file
+    DWORD imageError = ERROR_SUCCESS;           // why that is not told, if so
+    DWORD openToTerminateError = ERROR_SUCCESS; // why it cannot be opened for that, if so
+    DWORD terminateError = ERROR_SUCCESS;       // why it cannot be terminated, if so
+    bool survives = false;                      // does not end although it is terminated
 };
 
 // The processes of the machine, as snapshots show them and as they are opened, with a list of all calls:
@@ -86,8 +92,12 @@ public:
     std::size_t OpenSnapshots() const { return m_snapshots.size(); }
 
     // Every call so far: "snapshot <flags> <id>", "first <size>", "next", "open <access> <id>" (with " inherited" for
-    // such a handle), "close snapshot", "close <id>", "close <name>". The access mask is hexadecimal.
+    // such a handle), "image <flags> <id>", "terminate <id> <exit code>", "close snapshot", "close <id>", "close
+    // <name>". The access mask is hexadecimal.
     const std::vector<std::string>& Calls() const { return m_calls; }
+
+    // The calls since the last time.
+    std::vector<std::string> NewCalls() { return std::exchange(m_calls, {}); }
 
     // Puts the call of another function into the list.
     void Note(const std::string& call) { m_calls.push_back(call); }
@@ -145,17 +155,70 @@ private:
         return Read(handle, entry);
     }
 
-    HANDLE Open(DWORD id)
+    HANDLE Open(DWORD access, DWORD id)
     {
         const auto process = Find(id);
-        if (!process || id == 0 || process->openError != ERROR_SUCCESS)
+        DWORD error = !process || id == 0 ? ERROR_INVALID_PARAMETER : process->openError;
+        if (error == ERROR_SUCCESS && (access & PROCESS_TERMINATE) != 0)
         {
-            SetLastError(!process || id == 0 ? ERROR_INVALID_PARAMETER : process->openError);
+            error = process->openToTerminateError;
+        }
+        if (error != ERROR_SUCCESS)
+        {
+            SetLastError(error);
             return nullptr;
         }
         const HANDLE handle = MakeHandle(std::to_string(id));
         m_opened[handle] = id;
         return handle;
+    }
+
+    // The process behind an open handle, or nothing and the last error: that one of its own, when there is such an
+    // error.
+    std::optional<FakeProcess> FindOpened(HANDLE handle, DWORD FakeProcess::* error) const
+    {
+        const auto id = IdOf(handle);
+        const auto process = id ? Find(*id) : std::nullopt;
+        if (!process || (*process).*error != ERROR_SUCCESS)
+        {
+            SetLastError(!id ? ERROR_INVALID_HANDLE : !process ? ERROR_GEN_FAILURE : (*process).*error);
+            return std::nullopt;
+        }
+        return process;
+    }
+
+    BOOL ReadImage(HANDLE handle, wchar_t* name, DWORD& size) const
+    {
+        const auto process = FindOpened(handle, &FakeProcess::imageError);
+        if (!process)
+        {
+            return FALSE;
+        }
+        if (process->image.size() >= size)
+        {
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        }
+        std::wmemcpy(name, process->image.c_str(), process->image.size() + 1);
+        size = static_cast<DWORD>(process->image.size());
+        return TRUE;
+    }
+
+    BOOL Terminate(HANDLE handle)
+    {
+        const auto process = FindOpened(handle, &FakeProcess::terminateError);
+        if (process && !process->survives)
+        {
+            Remove(process->id);
+        }
+        return process.has_value();
+    }
+
+    // The id of an opened process as the list of calls names it.
+    std::string NameOf(HANDLE process) const
+    {
+        const auto id = IdOf(process);
+        return id ? std::to_string(*id) : "nothing";
     }
 
     BOOL Close(HANDLE handle)
@@ -195,7 +258,15 @@ private:
     };
     Fake<&OpenProcess> m_open = [this](DWORD access, BOOL inherit, DWORD id) {
         Note("open " + Hex(access) + " " + std::to_string(id) + (inherit ? " inherited" : ""));
-        return Open(id);
+        return Open(access, id);
+    };
+    Fake<&QueryFullProcessImageNameW> m_queryImage = [this](HANDLE process, DWORD flags, wchar_t* name, DWORD* size) {
+        Note("image " + std::to_string(flags) + " " + NameOf(process));
+        return ReadImage(process, name, *size);
+    };
+    Fake<&TerminateProcess> m_terminate = [this](HANDLE process, UINT exitCode) {
+        Note("terminate " + NameOf(process) + " " + std::to_string(exitCode));
+        return Terminate(process);
     };
     Fake<&CloseHandle> m_close = [this](HANDLE handle) { return Close(handle); };
 };

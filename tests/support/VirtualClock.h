@@ -19,6 +19,9 @@ public:
     // Every pause that was made, in milliseconds, in order.
     const std::vector<DWORD>& Sleeps() const { return m_sleeps; }
 
+    // Is told of every pause, in milliseconds, when it begins.
+    std::function<void(DWORD)> onSleep = [](DWORD) {};
+
     // Lets something happen at a time, during the sleep that reaches it.
     void At(ULONGLONG time, std::function<void()> event) { m_events.emplace(time, std::move(event)); }
 
@@ -26,6 +29,7 @@ private:
     void Pass(DWORD milliseconds)
     {
         m_sleeps.push_back(milliseconds);
+        onSleep(milliseconds);
         const ULONGLONG end = m_now + milliseconds;
         while (!m_events.empty() && m_events.begin()->first <= end)
         {

@@ -1,5 +1,6 @@
 #include "Uninstaller/Relocation.h"
 
+#include "Installer/CanonicalPath.h"
 #include "Uninstaller/CrashReporting.h"
 #include "support/FakeFolders.h"
 #include "support/LoggedLines.h"
@@ -26,6 +27,7 @@ namespace
 
 using namespace Uninstaller;
 using namespace Testing;
+using Installer::IsInside;
 using Installer::RunType;
 using Lines = std::vector<std::string>;
 

@@ -1,5 +1,7 @@
 #include "wil/win32_helpers.h"
 
+#include <utility>
+
 namespace wil::details
 {
 
@@ -16,6 +18,22 @@ std::wstring ModuleFileName(HMODULE module)
             return path;
         }
         path.resize(path.size() * 2);
+    }
+}
+
+HRESULT ProcessImageName(HANDLE process, DWORD flags, unique_cotaskmem_string& result) noexcept
+{
+    for (DWORD size = MAX_PATH;; size *= 2)
+    {
+        unique_cotaskmem_string name(static_cast<PWSTR>(::CoTaskMemAlloc(size * sizeof(wchar_t))));
+        RETURN_IF_NULL_ALLOC(name);
+        DWORD length = size;
+        if (::QueryFullProcessImageNameW(process, flags, name.get(), &length))
+        {
+            result = std::move(name);
+            return S_OK;
+        }
+        RETURN_LAST_ERROR_IF(::GetLastError() != ERROR_INSUFFICIENT_BUFFER);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <gmock/gmock.h>
+#include <wil/resource.h>
 #include <wil/stl.h>
 #include <wil/token_helpers.h>
 #include <wil/win32_helpers.h>
@@ -48,6 +49,46 @@ TEST(GetModuleFileName, throws_the_last_error)
             throw;
         },
         wil::ResultException);
+}
+
+TEST(ProcessImageName, gives_the_full_path_of_the_file_that_a_process_was_started_from)
+{
+    wil::unique_cotaskmem_string path;
+    EXPECT_EQ(wil::QueryFullProcessImageNameW(GetCurrentProcess(), 0, path), S_OK);
+    EXPECT_THAT(std::wstring(path.get()), testing::EndsWith(L"\\UnitTests.exe"));
+}
+
+TEST(ProcessImageName, grows_its_buffer_until_the_path_fits)
+{
+    const std::wstring image(5000, L'x');
+    const auto process = reinterpret_cast<HANDLE>(INT_PTR{8});
+    const Fake<&QueryFullProcessImageNameW> query = [&](HANDLE asked, DWORD flags, wchar_t* buffer, DWORD* size) {
+        EXPECT_EQ(asked, process);
+        EXPECT_EQ(flags, DWORD{PROCESS_NAME_NATIVE});
+        if (*size <= image.size())
+        {
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        }
+        image.copy(buffer, image.size());
+        buffer[image.size()] = L'\0';
+        *size = static_cast<DWORD>(image.size());
+        return TRUE;
+    };
+    wil::unique_cotaskmem_string path;
+    EXPECT_EQ(wil::QueryFullProcessImageNameW(process, PROCESS_NAME_NATIVE, path), S_OK);
+    EXPECT_EQ(path.get(), image);
+}
+
+TEST(ProcessImageName, returns_the_last_error)
+{
+    const Fake<&QueryFullProcessImageNameW> query = [](HANDLE, DWORD, wchar_t*, DWORD*) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    };
+    wil::unique_cotaskmem_string path;
+    EXPECT_EQ(wil::QueryFullProcessImageNameW(GetCurrentProcess(), 0, path), HRESULT_FROM_WIN32(ERROR_GEN_FAILURE));
+    EXPECT_FALSE(path);
 }
 
 TEST(GetTokenInformation, asks_the_token_for_what_the_type_names)
