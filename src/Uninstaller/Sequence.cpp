@@ -1,9 +1,11 @@
 #include "Uninstaller/Sequence.h"
 
+#include "Installer/ClientHelper.h"
 #include "Installer/Common.h"
 #include "Installer/Environment.h"
 #include "Installer/Registry.h"
 #include "Installer/Retry.h"
+#include "Installer/Service.h"
 #include "Installer/Shortcuts.h"
 #include "Uninstaller/Confirmation.h"
 #include "Uninstaller/EndOfProcess.h"
@@ -61,6 +63,16 @@ HRESULT Do(const Removal& removal, const std::wstring& folder)
 HRESULT DoNothing(const Removal&)
 {
     return S_OK;
+}
+
+HRESULT RemoveUpdaterService(const Removal&)
+{
+    return RemoveService(c_updaterService);
+}
+
+HRESULT RemoveAuthService(const Removal&)
+{
+    return RemoveService(c_authService);
 }
 
 HRESULT RemovePathEntry(const Removal&)
@@ -130,6 +142,12 @@ constexpr Step c_steps[] = {
     {L"Deleting start menu shortcut...",
         Do<DeleteStartMenuShortcut>, c_once,
         L"Unable to delete start menu shortcut."},
+    {L"Uninstalling updater service...",
+        Do<RemoveUpdaterService>, c_tenAttempts,
+        L"Unable to uninstall updater service."},
+    {L"Uninstalling authorization service...",
+        Do<RemoveAuthService>, c_tenAttempts,
+        L"Unable to uninstall authorization service."},
     {L"Removing from path...",
         Do<RemovePathEntry>, c_tenAttempts,
         L"Unable to remove from path."},
@@ -216,11 +234,33 @@ std::optional<bool> Confirm(const RunContext& run, const std::wstring& ownPath, 
     return std::nullopt;
 }
 
+// Ends what runs of the product: nothing is removed under a running program. Returns nothing, or the exit code when the
+// run ended here.
+std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
+{
+    run.logger.Info(L"Stopping Velmora...");
+    const bool isClientStopped = StopRunningClient(run.logger);
+    const HRESULT services = isClientStopped ? Retry(c_tenAttempts, [&] { return StopServices(run.logger); }) : S_OK;
+    if (!isClientStopped || services != S_OK)
+    {
+        run.logger.Error(std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
+                             L", Services Stopped Result: " + std::to_wstring(services),
+                         false);
+        finishProcess(run.logger.LogPath(), ownPath, false);
+        return EXIT_ERROR_CLIENT_RUNNING;
+    }
+    if (!CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, nullptr))
+    {
+        run.logger.OpenLog();
+        finishProcess(run.logger.LogPath(), ownPath, false);
+        return EXIT_ERROR_DIRECTORY_LOCKED;
+    }
+    return std::nullopt;
+}
+
 // Returns whether nothing is left.
 bool RemoveEverything(const Removal& removal, Logger& logger)
 {
-    logger.Info(removal.removeUserSettings ? L"Velmora will attempt to delete user data directories."
-                                           : L"Velmora will leave user directories as-is.");
     bool complete = true;
     for (const Step& step : c_steps)
     {
@@ -238,6 +278,12 @@ ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFold
     if (!removeUserSettings)
     {
         return code;
+    }
+    run.logger.Info(*removeUserSettings ? L"Velmora will attempt to delete user data directories."
+                                        : L"Velmora will leave user directories as-is.");
+    if (const auto end = ShutDown(run, installFolder, ownPath))
+    {
+        return *end;
     }
     if (RemoveEverything({installFolder, *removeUserSettings}, run.logger))
     {

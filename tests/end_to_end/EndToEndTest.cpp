@@ -1,6 +1,8 @@
 #include "EndToEndTest.h"
 
+#include "support/BuiltFiles.h"
 #include "support/Names.h"
+#include "support/RunningProduct.h"
 
 #include <windows.h>
 
@@ -25,14 +27,7 @@ constexpr std::array<std::wstring_view, 3> c_keysMadeByOpening{
 
 std::wstring BuiltProgram()
 {
-    std::wstring path(32'768, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    // Wine cuts the prefix off the name of a program that lies on no drive.
-    if (path.starts_with(L"unix\\"))
-    {
-        path.insert(0, L"\\\\?\\");
-    }
-    return path.substr(0, path.rfind(L'\\') + 1) + std::wstring(c_programName);
+    return BuiltFile(c_programName);
 }
 
 std::vector<std::string> SplitLines(const std::string& text)
@@ -78,6 +73,10 @@ EndToEndTest::~EndToEndTest()
     {
         std::cout << "Exit code of the program: " << m_result.exitCode << "\nIts log:\n"
                   << JoinLines(SplitLines(m_result.log));
+    }
+    for (const std::string& line : TakeLeftOver())
+    {
+        ADD_FAILURE() << line;
     }
     try
     {

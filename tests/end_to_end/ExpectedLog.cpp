@@ -23,9 +23,11 @@ struct StepRow
     std::string_view failure;
 };
 
-constexpr std::array<StepRow, 10> c_steps{{
+constexpr std::array<StepRow, 12> c_steps{{
     {Step::DesktopShortcut, "Deleting desktop shortcut...", "Unable to delete desktop shortcut."},
     {Step::StartMenuShortcut, "Deleting start menu shortcut...", "Unable to delete start menu shortcut."},
+    {Step::UpdaterService, "Uninstalling updater service...", "Unable to uninstall updater service."},
+    {Step::AuthService, "Uninstalling authorization service...", "Unable to uninstall authorization service."},
     {Step::MachinePath, "Removing from path...", "Unable to remove from path."},
     {Step::StartupEntry, "Removing startup entry...", "Unable to remove startup entry."},
     {Step::Registration, "Deregistering application from system...", "Unable to deregister application from system."},
@@ -37,14 +39,22 @@ constexpr std::array<StepRow, 10> c_steps{{
     {Step::UpdaterFolder, "Deleting VelmoraUpdater folder...", "Unable to delete VelmoraUpdater folder"},
 }};
 
-std::string Info(std::string_view message)
-{
-    return std::string(c_info) + std::string(message);
-}
-
 std::string Error(std::string_view message)
 {
     return std::string(c_error) + std::string(message);
+}
+
+constexpr std::string_view c_differentUser =
+    "[ClientHelper] This process is likely running under a different user account. We cannot close this without "
+    "resorting to... undesirable methods. Restart the system to continue.";
+
+constexpr std::string_view c_notAsked = "[ClientHelper] Running as silent, cannot prompt user to terminate these "
+                                        "processes, so terminating automatically...";
+
+std::string TriedToEnd(unsigned long id)
+{
+    return Info("[ClientHelper] Velmora process still running after graceful shutdown attempt. (" + std::to_string(id) +
+                "). Attempting to force close...");
 }
 
 std::vector<std::string> Start(std::string_view runType)
@@ -97,6 +107,26 @@ std::vector<std::string> OpenLog(std::string_view runType)
     return lines;
 }
 } // namespace
+
+std::string Info(std::string_view message)
+{
+    return std::string(c_info) + std::string(message);
+}
+
+std::string Warning(std::string_view message)
+{
+    return std::string(c_warning) + std::string(message);
+}
+
+std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists)
+{
+    std::vector<std::string> all;
+    for (const auto& list : lists)
+    {
+        all = Append(std::move(all), list);
+    }
+    return all;
+}
 
 std::vector<std::string> HelpLog()
 {
@@ -158,6 +188,82 @@ std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_v
         OpenLog(runType));
 }
 
+std::vector<std::string> AskedToClose(unsigned long id, unsigned windows)
+{
+    std::vector<std::string> lines{Info("[ClientHelper] Found running Velmora process! (" + std::to_string(id) +
+                                        "). Attempting to gracefully stop it...")};
+    lines.insert(lines.end(), windows, Info("[ClientHelper] Attempting to close Velmora via notify icon handler..."));
+    return lines;
+}
+
+std::vector<std::string> EndedByForce(unsigned long id)
+{
+    return {TriedToEnd(id), Info("[ClientHelper] Velmora process forcefully terminated.")};
+}
+
+std::vector<std::string> NotAllowedToEnd(unsigned long id)
+{
+    return {TriedToEnd(id), Warning(c_differentUser)};
+}
+
+std::string ClientsEnded(ClientsEnd end)
+{
+    switch (end)
+    {
+    case ClientsEnd::ByThemselves:
+        return Info("[ClientHelper] Velmora process has terminated successfully.");
+    case ClientsEnd::ByForce:
+        return Info("[ClientHelper] Velmora process has been successfully terminated.");
+    case ClientsEnd::Not:
+        break;
+    }
+    return Error("[ClientHelper] Velmora process is still running after force termination attempt.");
+}
+
+std::string CheckedFolder(std::string_view folder)
+{
+    return Info("[ClientHelper] Checking if directory is locked: " + std::string(folder));
+}
+
+std::vector<std::string> FoundLockers(const std::vector<Locker>& lockers)
+{
+    std::vector<std::string> lines{Warning("[ClientHelper] The following processes were found locking the directory:")};
+    for (const Locker& locker : lockers)
+    {
+        lines.push_back(
+            Warning("                 - " + std::string(locker.name) + " (Pid: " + std::to_string(locker.id) + ")"));
+    }
+    return lines;
+}
+
+std::vector<std::string> EndedLockers(const std::vector<Locker>& lockers)
+{
+    std::vector<std::string> lines{Info("[ClientHelper] Attempting to terminate processes...")};
+    for (const Locker& locker : lockers)
+    {
+        lines.push_back(Info("[ClientHelper] Terminating " + std::string(locker.name) + "..."));
+        lines.push_back(Info("[ClientHelper] Success!"));
+    }
+    return lines;
+}
+
+std::vector<std::string> SilentlyEnded(const std::vector<Locker>& lockers)
+{
+    return Join({FoundLockers(lockers), {Info(c_notAsked)}, EndedLockers(lockers)});
+}
+
+std::vector<std::string> NotAllowedToEnd(const Locker& locker)
+{
+    return Join({FoundLockers({locker}),
+                 {Info(c_notAsked), Info("[ClientHelper] Attempting to terminate processes..."),
+                  Info("[ClientHelper] Terminating " + std::string(locker.name) + "..."), Warning(c_differentUser)}});
+}
+
+std::vector<std::string> Retried()
+{
+    return {Info("[ClientHelper] User prompted to retry...")};
+}
+
 ExpectedLog& ExpectedLog::Runs(std::string_view type)
 {
     m_runType = type;
@@ -178,6 +284,7 @@ ExpectedLog::ExpectedLog()
 ExpectedLog& ExpectedLog::FindsRecord(std::wstring_view location, std::string_view version)
 {
     m_record = {FoundRecord(location, version)};
+    m_folder = ToUtf8(location);
     return *this;
 }
 
@@ -186,6 +293,31 @@ ExpectedLog& ExpectedLog::FindsNoRecord()
     m_record = {
         Info("Did not find previous Velmora install entry. Will continue with assuming default install location."),
         Info("No previous Velmora install directory found, using default.")};
+    m_folder = ToUtf8(Expand(LR"(<ProgramFiles>\Velmora\)"));
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::Clients(const std::vector<std::string>& lines)
+{
+    m_clients = lines;
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::Lockers(const std::vector<std::string>& lines)
+{
+    m_lockers = lines;
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::EndsWithRunningClient()
+{
+    m_end = End::WithRunningClient;
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::EndsWithLockedFolder()
+{
+    m_end = End::WithLockedFolder;
     return *this;
 }
 
@@ -212,6 +344,22 @@ std::vector<std::string> ExpectedLog::Lines() const
     std::vector<std::string> lines = Append(CheckElevation(m_runType), m_record);
     lines.push_back(Info(m_removesSettings ? "Velmora will attempt to delete user data directories."
                                            : "Velmora will leave user directories as-is."));
+    lines.push_back(Info("Stopping Velmora..."));
+    lines = Append(std::move(lines), m_clients);
+    if (m_end == End::WithRunningClient)
+    {
+        lines.push_back(Error("Is Client Stopped:0, Services Stopped Result: 0"));
+        return lines;
+    }
+    lines.push_back(CheckedFolder(m_folder));
+    const std::string nothing = m_leftOut.contains(Step::InstallFolder)
+                                    ? "[ClientHelper] Directory does not exist, cannot be locked!"
+                                    : "[ClientHelper] No processes found locking the directory.";
+    lines = Append(std::move(lines), m_lockers.value_or(std::vector{Info(nothing)}));
+    if (m_end == End::WithLockedFolder)
+    {
+        return Append(std::move(lines), OpenLog(m_runType));
+    }
     for (const StepRow& row : c_steps)
     {
         if (!row.shown.empty() && !m_leftOut.contains(row.step))

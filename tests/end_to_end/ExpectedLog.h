@@ -1,6 +1,7 @@
 // The lines that a run writes, in their order: the one place in the end-to-end tests that holds them.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -13,6 +14,8 @@ enum class Step
 {
     DesktopShortcut,
     StartMenuShortcut,
+    UpdaterService,
+    AuthService,
     MachinePath,
     StartupEntry,
     Registration,
@@ -37,6 +40,49 @@ std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_vie
 std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
                                         std::string_view reason);
 
+// What a run says about a client: that it is asked to close, by so many windows; that it is ended, or cannot be because
+// it is somebody else's.
+std::vector<std::string> AskedToClose(unsigned long id, unsigned windows = 1);
+std::vector<std::string> EndedByForce(unsigned long id);
+std::vector<std::string> NotAllowedToEnd(unsigned long id);
+
+// And about all clients together.
+enum class ClientsEnd
+{
+    ByThemselves,
+    ByForce,
+    Not
+};
+std::string ClientsEnded(ClientsEnd end);
+
+// A program that runs from the installation folder.
+struct Locker
+{
+    unsigned long id = 0;
+    std::string_view name;
+};
+
+// That a run looks for such programs, which it does again after each "Retry".
+std::string CheckedFolder(std::string_view folder);
+
+// What a run says about such programs, in ascending order of their numbers: what is found, and that it is ended.
+std::vector<std::string> FoundLockers(const std::vector<Locker>& lockers);
+std::vector<std::string> EndedLockers(const std::vector<Locker>& lockers);
+
+// Both for a silent run, which does not ask; and that the only one cannot be ended because it is somebody else's.
+std::vector<std::string> SilentlyEnded(const std::vector<Locker>& lockers);
+std::vector<std::string> NotAllowedToEnd(const Locker& locker);
+
+// That the user presses "Retry".
+std::vector<std::string> Retried();
+
+// All lists, one after the other.
+std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists);
+
+// Single lines.
+std::string Info(std::string_view message);
+std::string Warning(std::string_view message);
+
 class ExpectedLog
 {
 public:
@@ -52,6 +98,14 @@ public:
     // The run finds another record, or none that can be used.
     ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
     ExpectedLog& FindsNoRecord();
+
+    // What is said about clients, and in place of no program running from the installation folder.
+    ExpectedLog& Clients(const std::vector<std::string>& lines);
+    ExpectedLog& Lockers(const std::vector<std::string>& lines);
+
+    // The run ends after that, with nothing removed.
+    ExpectedLog& EndsWithRunningClient();
+    ExpectedLog& EndsWithLockedFolder();
 
     // The step is not taken, so nothing is said about it.
     ExpectedLog& LeavesOut(Step step);
@@ -74,9 +128,20 @@ private:
         std::wstring folder;
     };
 
+    enum class End
+    {
+        WhenAllIsDone,
+        WithRunningClient,
+        WithLockedFolder
+    };
+
     std::string m_runType = "Silent";
     bool m_removesSettings = false;
     std::vector<std::string> m_record;
+    std::string m_folder;
+    std::vector<std::string> m_clients;
+    std::optional<std::vector<std::string>> m_lockers;
+    End m_end = End::WhenAllIsDone;
     std::set<Step> m_leftOut;
     std::vector<Failure> m_failures;
 };

@@ -1,5 +1,6 @@
 // The switches other than the silent one: consoles, the confirmation, and the help.
 #include "EndToEndTest.h"
+#include "LogViewer.h"
 #include "support/Names.h"
 
 #include <windows.h>
@@ -157,50 +158,6 @@ TEST_F(OtherSwitchesTest, A_closed_confirmation_removes_nothing)
     Run(L"", {.answers = Answer({})});
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
 }
-
-// The program that opens logs: it notes what it is given.
-class LogViewer
-{
-public:
-    LogViewer()
-    {
-        // A command processor is there on every Windows.
-        WriteValue(c_extension, L"", REG_SZ, TextValue(REG_SZ, L"Velmora.Tests.Log").data);
-        WriteValue(c_command, L"", REG_SZ,
-                   TextValue(REG_SZ, LR"(C:\windows\system32\cmd.exe /c echo "%1">")" + m_note + L"\"").data);
-    }
-
-    ~LogViewer()
-    {
-        DeleteFileW(m_note.c_str());
-        RemoveValue(c_extension, L"");
-        RemoveValue(c_command, L"");
-    }
-    LogViewer(const LogViewer&) = delete;
-    LogViewer& operator=(const LogViewer&) = delete;
-
-    // What it was given, in quotes; nothing when it was not started in time.
-    std::string Opened() const
-    {
-        for (int look = 0; look < 500; ++look)
-        {
-            const std::string text = ReadText(m_note);
-            if (text.ends_with('\n'))
-            {
-                return text.substr(0, text.find_first_of("\r\n"));
-            }
-            Sleep(20);
-        }
-        return {};
-    }
-
-private:
-    static constexpr std::wstring_view c_extension = LR"(HKLM\SOFTWARE\Classes\.log)";
-    static constexpr std::wstring_view c_command = LR"(HKLM\SOFTWARE\Classes\Velmora.Tests.Log\shell\open\command)";
-
-    // Where the state of the machine is not looked at: it is written whenever the viewer gets to it.
-    std::wstring m_note = LR"(C:\windows\Temp\Velmora.Tests.opened.txt)";
-};
 
 TEST_F(OtherSwitchesTest, A_log_that_tells_of_failures_is_shown_to_the_user)
 {

@@ -115,7 +115,7 @@ TEST_F(PreconditionsTest, A_second_uninstaller_is_refused_while_the_first_one_as
         if (second.processId == 0 && FindWindowW(L"#32770", L"Velmora") != nullptr)
         {
             second = RunProgram(ProgramPath(), L"-s");
-            EXPECT_TRUE(AnswerDialog({.title = L"Velmora", .button = IDNO}));
+            EXPECT_TRUE(DialogUser().Answer({.title = L"Velmora", .button = IDNO}));
         }
     };
     Run(L"-g", options);

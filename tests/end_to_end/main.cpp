@@ -1,3 +1,5 @@
+#include "support/StandIns.h"
+
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -6,16 +8,10 @@
 
 namespace
 {
-bool IsWine()
-{
-    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
-    return library != nullptr && GetProcAddress(library, "wine_get_version") != nullptr;
-}
-
 bool IsAllowedHere()
 {
     wchar_t answer[2]{};
-    return IsWine() ||
+    return Testing::IsWine() ||
            (GetEnvironmentVariableW(L"VELMORA_ALLOW_DESTRUCTIVE_TESTS", answer, 2) == 1 && answer[0] == L'1');
 }
 } // namespace

@@ -6,13 +6,15 @@
 
 namespace Testing
 {
-bool AnswerDialog(const DialogAnswer& answer)
+bool DialogUser::Answer(const DialogAnswer& answer)
 {
     const HWND dialog = FindWindowW(L"#32770", answer.title.c_str());
-    if (dialog == nullptr || !IsWindowVisible(dialog))
+    if (dialog == nullptr || dialog == m_answered || !IsWindowVisible(dialog))
     {
         return false;
     }
+    m_answered = dialog;
+    answer.before();
     if (answer.radioButton)
     {
         SendMessageW(dialog, TDM_CLICK_RADIO_BUTTON, static_cast<WPARAM>(*answer.radioButton), 0);

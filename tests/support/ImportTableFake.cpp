@@ -19,7 +19,7 @@ T* AtOffset(DWORD_PTR offset)
 
 } // namespace
 
-void* ImportSlot(std::string_view name)
+void* FindImportSlot(std::string_view name) noexcept
 {
     const auto* const headers =
         AtOffset<IMAGE_NT_HEADERS>(static_cast<DWORD_PTR>(AtOffset<IMAGE_DOS_HEADER>(0)->e_lfanew));
@@ -41,7 +41,17 @@ void* ImportSlot(std::string_view name)
             }
         }
     }
-    throw std::logic_error(std::string(name) + " is not imported");
+    return nullptr;
+}
+
+void* ImportSlot(std::string_view name)
+{
+    void* const slot = FindImportSlot(name);
+    if (slot == nullptr)
+    {
+        throw std::logic_error(std::string(name) + " is not imported");
+    }
+    return slot;
 }
 
 void* GetImportSlot(const void* slot)

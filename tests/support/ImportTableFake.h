@@ -13,8 +13,11 @@
 namespace Testing
 {
 
-// Where this program keeps the address of the imported function `name`. Throws std::logic_error when the program does
-// not import it. The linker does not align these places.
+// Where this program keeps the address of the imported function `name`; nothing when the program does not import it.
+// The linker does not align these places.
+void* FindImportSlot(std::string_view name) noexcept;
+
+// The same for a function that the program must import: throws std::logic_error when it does not.
 void* ImportSlot(std::string_view name);
 
 // Read and write the address that an import slot holds.

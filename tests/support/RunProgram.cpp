@@ -210,8 +210,17 @@ DWORD ExitCodeOf(const UniqueHandle& process)
     return code;
 }
 
+// A process that has been started, and its first thread.
+struct StartedProcess
+{
+    UniqueHandle process;
+    UniqueHandle thread;
+    DWORD id = 0;
+};
+
 // Starts it as the desktop does: in its own folder, without a console and without standard handles.
-PROCESS_INFORMATION Start(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
+StartedProcess Start(const std::wstring& program, const std::wstring& arguments, const RunOptions& options,
+                     DWORD furtherFlags)
 {
     std::wstring commandLine = L'"' + program + L'"' + (arguments.empty() ? L"" : L" ") + arguments;
     const std::wstring folder = program.substr(0, program.rfind(L'\\') + 1);
@@ -226,7 +235,7 @@ PROCESS_INFORMATION Start(const std::wstring& program, const std::wstring& argum
         own[index] = GetStdHandle(c_standard[index]);
         SetStdHandle(c_standard[index], nullptr);
     }
-    const DWORD flags = CREATE_UNICODE_ENVIRONMENT | DETACHED_PROCESS;
+    const DWORD flags = CREATE_UNICODE_ENVIRONMENT | DETACHED_PROCESS | furtherFlags;
     const BOOL ok = options.token != nullptr
                         ? CreateProcessAsUserW(options.token, program.c_str(), commandLine.data(), nullptr, nullptr,
                                                FALSE, flags, environment.data(), folder.c_str(), &startup, &started)
@@ -241,6 +250,26 @@ PROCESS_INFORMATION Start(const std::wstring& program, const std::wstring& argum
     {
         ThrowWindowsError("Cannot start " + ToUtf8(program), error);
     }
+    return {
+        .process = UniqueHandle(started.hProcess), .thread = UniqueHandle(started.hThread), .id = started.dwProcessId};
+}
+
+// The same with the stand-ins in it.
+StartedProcess StartWith(const StandIns& standIns, const std::wstring& program, const std::wstring& arguments,
+                         RunOptions options)
+{
+    options.environment.push_back(standIns.Variable());
+    StartedProcess started = Start(program, arguments, options, CREATE_SUSPENDED);
+    try
+    {
+        standIns.LoadInto(started.process.get());
+    }
+    catch (...)
+    {
+        TerminateProcess(started.process.get(), 1);
+        throw;
+    }
+    ResumeThread(started.thread.get());
     return started;
 }
 
@@ -283,12 +312,18 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     }
     RunResult result;
     const auto startTime = std::chrono::steady_clock::now();
-    const PROCESS_INFORMATION started = Start(program, arguments, options);
-    const UniqueHandle process(started.hProcess);
-    const UniqueHandle thread(started.hThread);
-    result.processId = started.dwProcessId;
+    std::optional<StandIns> standIns;
+    if (options.hasStandIns)
+    {
+        standIns.emplace();
+    }
+    const StartedProcess started =
+        standIns ? StartWith(*standIns, program, arguments, options) : Start(program, arguments, options, 0);
+    const UniqueHandle& process = started.process;
+    result.processId = started.id;
 
     UniqueHandle copy;
+    DialogUser dialogUser;
     std::optional<ConsoleUser> user;
     if (options.hasConsole)
     {
@@ -309,11 +344,16 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
                 result.copy = EndedProcess{.id = id};
             }
         }
+        if (standIns)
+        {
+            standIns->Look();
+        }
         if (options.whileRunning)
         {
             options.whileRunning(follower.Text());
         }
-        if (result.dialogsAnswered < options.answers.size() && AnswerDialog(options.answers[result.dialogsAnswered]))
+        if (result.dialogsAnswered < options.answers.size() &&
+            dialogUser.Answer(options.answers[result.dialogsAnswered]))
         {
             ++result.dialogsAnswered;
         }
@@ -338,6 +378,10 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     {
         result.copy->exitCode = ExitCodeOf(copy);
         result.endedBeforeCopy = EndOf(process) < EndOf(copy);
+    }
+    if (standIns)
+    {
+        result.serviceControls = standIns->ServiceControls();
     }
     const auto logs = follower.Written();
     result.logPath = logs.empty() ? L"" : logs.back()->path;

@@ -3,6 +3,7 @@
 
 #include "support/Dialogs.h"
 #include "support/Owners.h"
+#include "support/StandIns.h"
 
 #include <chrono>
 #include <functional>
@@ -79,6 +80,8 @@ struct RunOptions
     HANDLE token = nullptr;
     // When the program has not ended by then, it is ended, and the run counts as failed.
     std::chrono::milliseconds limit = std::chrono::seconds(90);
+    // What Wine lacks is supplied to the program from outside.
+    bool hasStandIns = IsWine();
 };
 
 // A process that has ended.
@@ -105,6 +108,8 @@ struct RunResult
     // What stood in the console when a key was asked for.
     std::vector<std::wstring> console;
     std::size_t dialogsAnswered = 0;
+    // The controls that it and its copy have sent to services; nothing when it ran without stand-ins: nobody saw them.
+    std::optional<std::vector<ServiceControl>> serviceControls{};
     std::chrono::milliseconds duration{};
 };
 

@@ -3,6 +3,7 @@
 #include "support/DirectoryLink.h"
 #include "support/Names.h"
 #include "support/Owners.h"
+#include "support/product/Product.h"
 
 #include <windows.h>
 
@@ -18,6 +19,7 @@ namespace Testing
 namespace
 {
 constexpr std::wstring_view c_anyLength = L"\\\\?\\";
+constexpr std::wstring_view c_servicesKey = LR"(HKLM\SYSTEM\CurrentControlSet\Services)";
 constexpr std::wstring_view c_environmentKey = LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
 
 // ---- The tables ----------------------------------------------------------------------------------------------------
@@ -361,6 +363,24 @@ const std::vector<KeyRow>& Keys()
          LR"(HKCU\Software\Classes\velmora)",
          "the user's own URL scheme",
          {{L"URL Protocol", String(L"")}}},
+    };
+    return rows;
+}
+
+// A service, which a test installs when it is to run.
+struct ServiceRow
+{
+    std::wstring_view name;
+    Fate fate;
+};
+
+const std::vector<ServiceRow>& Services()
+{
+    static const std::vector<ServiceRow> rows{
+        {c_authService, Fate::Removed},
+        {c_updaterService, Fate::Removed},
+        // It is stopped, but stays installed.
+        {c_spacedUpdaterService, Fate::Stays},
     };
     return rows;
 }
@@ -1029,6 +1049,13 @@ MachineState AfterUninstall(const MachineState& before, bool removeUserSettings)
             {
                 RemovePathEntry(after);
             }
+        }
+    }
+    for (const ServiceRow& row : Services())
+    {
+        if (row.fate == Fate::Removed)
+        {
+            after.Erase(std::wstring(c_servicesKey) + L"\\" + std::wstring(row.name));
         }
     }
     return after;

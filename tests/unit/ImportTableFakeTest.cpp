@@ -38,6 +38,7 @@ TEST(ImportTableFakeTest, a_later_one_hides_an_earlier_one)
 TEST(ImportTableFakeTest, refuses_a_function_that_the_program_does_not_import)
 {
     EXPECT_THROW(ImportSlot("NoSuchFunctionAnywhere"), std::logic_error);
+    EXPECT_EQ(FindImportSlot("NoSuchFunctionAnywhere"), nullptr);
 }
 
 TEST(VirtualClockTest, passes_while_the_code_sleeps_and_lets_things_happen)

@@ -10,6 +10,8 @@
 
 #include <commctrl.h>
 #include <sentry_testing.h>
+#include <tlhelp32.h>
+#include <winsvc.h>
 
 #include <gtest/gtest.h>
 #include <wil/result.h>
@@ -120,6 +122,9 @@ protected:
         order.emplace_back("no message box");
         return 0;
     };
+    // Nothing of the product is running.
+    Fake<&Process32FirstW> firstProcess = [](HANDLE, LPPROCESSENTRY32W) -> BOOL { return FALSE; };
+    Fake<&OpenServiceW> openService = [](SC_HANDLE, LPCWSTR, DWORD) -> SC_HANDLE { return nullptr; };
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
     Fake<&SendMessageTimeoutW> send = [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, PDWORD_PTR) -> LRESULT { return 1; };
     Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {

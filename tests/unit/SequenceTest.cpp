@@ -1,7 +1,11 @@
 #include "Uninstaller/Sequence.h"
 
 #include "support/FakeFolders.h"
+#include "support/FakeProcesses.h"
 #include "support/FakeRegistry.h"
+#include "support/FakeServiceManager.h"
+#include "support/FakeTaskDialog.h"
+#include "support/FakeWindows.h"
 #include "support/LoggedLines.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
@@ -29,11 +33,16 @@ using Lines = std::vector<std::string>;
 constexpr wchar_t c_environment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 constexpr wchar_t c_entry[] = L"%USERPROFILE%\\AppData\\Local\\Vel Mora\\lib";
 
-// The log of a run in which everything is there and goes.
+// The log of a run in which everything is there and goes, and nothing of it is running.
 const Lines c_fullLog{
     "|INFO|:    Velmora will leave user directories as-is.",
+    "|INFO|:    Stopping Velmora...",
+    "|INFO|:    [ClientHelper] Checking if directory is locked: <root>\\Program Files\\Velmora\\",
+    "|INFO|:    [ClientHelper] No processes found locking the directory.",
     "|INFO|:    Deleting desktop shortcut...",
     "|INFO|:    Deleting start menu shortcut...",
+    "|INFO|:    Uninstalling updater service...",
+    "|INFO|:    Uninstalling authorization service...",
     "|INFO|:    Removing from path...",
     "|INFO|:    Removing startup entry...",
     "|INFO|:    Deregistering application from system...",
@@ -107,13 +116,29 @@ protected:
     }
 
     // The log as it stood when it was last seen: it is deleted by a run that was successful.
-    const Lines& LogLines() const { return log.All(); }
+    Lines LogLines() const
+    {
+        const std::wstring wideRoot = root / L"";
+        const std::string place(wideRoot.begin(), wideRoot.end());
+        Lines lines = log.All();
+        for (std::string& line : lines)
+        {
+            if (const auto found = line.find(place); found != std::string::npos)
+            {
+                line.replace(found, place.size(), "<root>\\");
+            }
+        }
+        return lines;
+    }
 
     VirtualClock clock;
     TestFolder root;
     FakeFolders folders{root};
     FakeRegistry registry;
     std::wstring installFolder = folders.ProgramFiles() + L"\\Velmora\\";
+    FakeServiceManager services{clock};
+    FakeProcesses processes;
+    FakeWindows windows{processes};
     LoggedLines log;
     std::vector<std::wstring> scheduled;
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
@@ -229,6 +254,8 @@ TEST_F(SequenceTest, a_machine_without_the_product_is_a_full_success)
 
     Lines expected = c_fullLog;
     std::erase(expected, "|INFO|:    Deleting installation folder...");
+    *std::ranges::find(expected, "|INFO|:    [ClientHelper] No processes found locking the directory.") =
+        "|INFO|:    [ClientHelper] Directory does not exist, cannot be locked!";
     EXPECT_EQ(LogLines(), expected);
     EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200});
 }
@@ -243,11 +270,18 @@ TEST_F(SequenceTest, a_file_in_the_place_of_the_installation_folder_is_left_alon
     EXPECT_TRUE(Exists(root / L"Program Files\\Velmora"));
 }
 
+struct Machine
+{
+    const TestFolder& root;
+    FakeRegistry& registry;
+    FakeServiceManager& services;
+};
+
 // One operation of the list that fails for good while all others succeed.
 struct FailingStep
 {
     const char* name;
-    std::function<void(const TestFolder& root, FakeRegistry& registry)> arrange;
+    std::function<void(const Machine& machine)> arrange;
     std::string line;    // the whole of it, less the folder and the reason
     std::wstring folder; // that the line names, below the test's own
     std::string before;  // the line that follows
@@ -272,15 +306,14 @@ class FailingStepTest : public SequenceTest, public testing::WithParamInterface<
 TEST_P(FailingStepTest, is_reported_and_does_not_keep_the_others_from_being_done)
 {
     const FailingStep& step = GetParam();
-    step.arrange(root, registry);
+    step.arrange({root, registry, services});
 
     EXPECT_EQ(Run(), step.partial ? EXIT_ERROR_PARTIAL_UNINSTALL : EXIT_NO_ERROR);
 
     std::string line = step.line;
     if (!step.folder.empty())
     {
-        const std::wstring folder = root / step.folder;
-        line += " (" + std::string(folder.begin(), folder.end()) + ")";
+        line += " (<root>\\" + Narrow(step.folder) + ")";
     }
     EXPECT_EQ(LogLines(), WithLine(Failed(line), step.before, step.partial));
     std::vector<DWORD> sleeps(step.seconds, 1000);
@@ -289,51 +322,62 @@ TEST_P(FailingStepTest, is_reported_and_does_not_keep_the_others_from_being_done
 }
 
 const FailingStep c_failingSteps[] = {
-    {"desktop_shortcut", [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Desktop\\Velmora.lnk"); },
+    {"desktop_shortcut", [](const Machine& machine) { MakeReadOnly(machine.root / L"Desktop\\Velmora.lnk"); },
      "|ERROR|:   Unable to delete desktop shortcut.", L"", "|INFO|:    Deleting start menu shortcut...", true, 10},
-    {"start_menu_shortcut",
-     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Programs\\Velmora.lnk"); },
-     "|ERROR|:   Unable to delete start menu shortcut.", L"", "|INFO|:    Removing from path...", true, 10},
+    {"start_menu_shortcut", [](const Machine& machine) { MakeReadOnly(machine.root / L"Programs\\Velmora.lnk"); },
+     "|ERROR|:   Unable to delete start menu shortcut.", L"", "|INFO|:    Uninstalling updater service...", true, 10},
+    {"updater_service",
+     [](const Machine& machine) {
+         machine.services.Add(L"VelmoraUpdaterService").IsStopped();
+         machine.services.FailCall("delete VelmoraUpdaterService", ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to uninstall updater service.", L"", "|INFO|:    Uninstalling authorization service...", true,
+     9},
+    {"authorization_service",
+     [](const Machine& machine) {
+         machine.services.Add(L"OrvaneAuthService").IsStopped();
+         machine.services.FailCall("delete OrvaneAuthService", ERROR_ACCESS_DENIED);
+     },
+     "|ERROR|:   Unable to uninstall authorization service.", L"", "|INFO|:    Removing from path...", true, 9},
     {"path",
-     [](const TestFolder&, FakeRegistry& registry) {
-         registry.FailCall("open SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment f003f",
-                           ERROR_ACCESS_DENIED);
+     [](const Machine& machine) {
+         machine.registry.FailCall("open SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment f003f",
+                                   ERROR_ACCESS_DENIED);
      },
      "|ERROR|:   Unable to remove from path.", L"", "|INFO|:    Removing startup entry...", true, 9},
     {"startup_entry",
-     [](const TestFolder&, FakeRegistry& registry) {
-         registry.FailCall("delete SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run Velmora", ERROR_ACCESS_DENIED);
+     [](const Machine& machine) {
+         machine.registry.FailCall("delete SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run Velmora",
+                                   ERROR_ACCESS_DENIED);
      },
      "|ERROR|:   Unable to remove startup entry.", L"", "|INFO|:    Deregistering application from system...", true,
      10},
     {"registration",
-     [](const TestFolder&, FakeRegistry& registry) {
-         registry.FailCall("delete tree SOFTWARE\\Classes\\velmora", ERROR_ACCESS_DENIED);
+     [](const Machine& machine) {
+         machine.registry.FailCall("delete tree SOFTWARE\\Classes\\velmora", ERROR_ACCESS_DENIED);
      },
      "|ERROR|:   Unable to deregister application from system.", L"", "|INFO|:    Removing uninstall entry...", true,
      10},
     {"uninstall_entry",
-     [](const TestFolder&, FakeRegistry& registry) {
-         registry.FailCall("delete tree SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora",
-                           ERROR_ACCESS_DENIED);
+     [](const Machine& machine) {
+         machine.registry.FailCall("delete tree SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora",
+                                   ERROR_ACCESS_DENIED);
      },
      "|ERROR|:   Unable to remove uninstall entry.", L"", "|INFO|:    Deleting installation folder...", true, 10},
     {"installation_folder",
-     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"Program Files\\Velmora\\Velmora.exe"); },
+     [](const Machine& machine) { MakeReadOnly(machine.root / L"Program Files\\Velmora\\Velmora.exe"); },
      "|ERROR|:   Unable to delete installation folder", L"Program Files\\Velmora\\",
      "|INFO|:    Deleting OrvaneAuthService folders...", true, 10},
     {"service_program_folder",
-     [](const TestFolder& root, FakeRegistry&) {
-         MakeReadOnly(root / L"Program Files\\OrvaneAuthService\\service.exe");
-     },
+     [](const Machine& machine) { MakeReadOnly(machine.root / L"Program Files\\OrvaneAuthService\\service.exe"); },
      "|WARNING|: Unable to delete PF OrvaneAuthService folder", L"Program Files\\OrvaneAuthService",
      "|INFO|:    Deleting VelmoraUpdater folder...", false, 9},
     {"service_data_folder",
-     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"ProgramData\\OrvaneAuthService\\data"); },
+     [](const Machine& machine) { MakeReadOnly(machine.root / L"ProgramData\\OrvaneAuthService\\data"); },
      "|WARNING|: Unable to delete PD OrvaneAuthService folder", L"ProgramData\\OrvaneAuthService",
      "|INFO|:    Deleting VelmoraUpdater folder...", false, 9},
     {"updater_folder",
-     [](const TestFolder& root, FakeRegistry&) { MakeReadOnly(root / L"ProgramData\\VelmoraUpdater\\data"); },
+     [](const Machine& machine) { MakeReadOnly(machine.root / L"ProgramData\\VelmoraUpdater\\data"); },
      "|WARNING|: Unable to delete VelmoraUpdater folder", L"ProgramData\\VelmoraUpdater",
      "|INFO|:    Uninstall Complete!", false, 9},
 };
@@ -350,6 +394,227 @@ TEST_F(SequenceTest, an_operation_that_succeeds_at_a_later_attempt_is_no_failure
 
     EXPECT_EQ(LogLines(), c_fullLog);
     EXPECT_EQ(clock.Sleeps().size(), 10U);
+}
+
+// What a run does about a product that is running.
+class RunningProductTest : public SequenceTest
+{
+protected:
+    // A client that closes when it is asked to.
+    void AddClient()
+    {
+        processes.Add({.id = 40, .name = L"Velmora.exe"});
+        windows.Add({.handle = 0x10, .process = 40, .className = L"Velmora_NotifyIcon_Handler_1"});
+        windows.onPost = [this](std::uintptr_t) { processes.Remove(40); };
+    }
+
+    // A program that was started from the installation folder.
+    void AddLocker(DWORD id)
+    {
+        const std::wstring image = root.AddFile(L"Program Files\\Velmora\\helper.exe");
+        processes.Add({.id = id, .name = L"helper.exe", .image = image});
+    }
+
+    // The log as far as the line, with what comes then in place of the rest.
+    static Lines LogUntil(const std::string& line, const Lines& rest)
+    {
+        Lines lines(c_fullLog.begin(), std::ranges::find(c_fullLog, line) + 1);
+        lines.insert(lines.end(), rest.begin(), rest.end());
+        return lines;
+    }
+
+    // The run ended before anything was removed, and kept its log.
+    void ExpectNothingRemoved() const
+    {
+        EXPECT_TRUE(Exists(root / L"Desktop\\Velmora.lnk"));
+        EXPECT_TRUE(Exists(installFolder));
+        EXPECT_TRUE(registry.Calls().empty());
+        EXPECT_TRUE(Exists(logger.LogPath()));
+        EXPECT_EQ(scheduled, std::vector<std::wstring>{L"C:\\own.exe"});
+    }
+
+    static constexpr const char* c_lockCheck =
+        "|INFO|:    [ClientHelper] Checking if directory is locked: <root>\\Program Files\\Velmora\\";
+    static inline const Lines c_listed{
+        c_lockCheck, "|WARNING|: [ClientHelper] The following processes were found locking the directory:",
+        "|WARNING|:                  - helper.exe (Pid: 52)"};
+    static inline const Lines c_terminated{"|INFO|:    [ClientHelper] Attempting to terminate processes...",
+                                           "|INFO|:    [ClientHelper] Terminating helper.exe...",
+                                           "|INFO|:    [ClientHelper] Success!"};
+
+    // One list after the other.
+    static Lines Join(const std::vector<Lines>& parts)
+    {
+        Lines all;
+        for (const Lines& part : parts)
+        {
+            all.insert(all.end(), part.begin(), part.end());
+        }
+        return all;
+    }
+};
+
+TEST_F(RunningProductTest, ends_its_client_then_its_services_and_then_removes_it)
+{
+    AddClient();
+    services.Add(L"OrvaneAuthService").StopsAfter(400);
+    services.Add(L"VelmoraUpdaterService").StopsAfter(400);
+    services.Add(L"Velmora Updater Service").StopsAfter(400);
+    Lines changes;
+    services.onCall = [&](const std::string& call) {
+        EXPECT_FALSE(processes.Find(40)) << "a service was touched while the client ran";
+        EXPECT_TRUE(Exists(installFolder));
+        if (call.starts_with("control") || call.starts_with("delete"))
+        {
+            EXPECT_EQ(call.starts_with("delete"), !Exists(root / L"Desktop\\Velmora.lnk"));
+            changes.push_back(call);
+        }
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(changes, (Lines{"control OrvaneAuthService 1 1", "control VelmoraUpdaterService 1 1",
+                              "control Velmora Updater Service 1 1", "delete VelmoraUpdaterService",
+                              "delete OrvaneAuthService"}));
+    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{200, 500, 1000, 500, 1000, 500, 1000, 5000, 5000}));
+    const Lines client{
+        "|INFO|:    [ClientHelper] Found running Velmora process! (40). Attempting to gracefully stop it...",
+        "|INFO|:    [ClientHelper] Attempting to close Velmora via notify icon handler...",
+        "|INFO|:    [ClientHelper] Velmora process has terminated successfully."};
+    Lines expected = c_fullLog;
+    expected.insert(expected.begin() + 2, client.begin(), client.end());
+    EXPECT_EQ(LogLines(), expected);
+    EXPECT_FALSE(services.Has(L"OrvaneAuthService"));
+    EXPECT_FALSE(services.Has(L"VelmoraUpdaterService"));
+    EXPECT_TRUE(services.Has(L"Velmora Updater Service"));
+    EXPECT_EQ(services.OpenHandles(), 0U);
+    EXPECT_EQ(processes.OpenHandles(), 0U);
+}
+
+TEST_F(RunningProductTest, removes_nothing_when_its_client_cannot_be_ended)
+{
+    processes.Add({.id = 40, .name = L"Velmora.exe", .openToTerminateError = ERROR_ACCESS_DENIED});
+    AddLocker(52);
+    services.Add(L"OrvaneAuthService");
+
+    EXPECT_EQ(Run(), EXIT_ERROR_CLIENT_RUNNING);
+
+    EXPECT_TRUE(services.Calls().empty() || services.Calls().front().starts_with("sleep"));
+    EXPECT_TRUE(processes.Find(52));
+    EXPECT_EQ(LogLines().back(), "|ERROR|:   Is Client Stopped:0, Services Stopped Result: 0");
+    EXPECT_EQ(clock.Sleeps().size(), 21U);
+    ExpectNothingRemoved();
+}
+
+TEST_F(RunningProductTest, removes_nothing_when_its_services_cannot_be_dealt_with)
+{
+    AddLocker(52);
+    services.onCall = [](const std::string&) { throw std::runtime_error("no memory"); };
+
+    EXPECT_EQ(Run(RunType::Silent), EXIT_ERROR_CLIENT_RUNNING);
+
+    Lines errors(10, "|ERROR|:   [ClientHelper] Unexpected error while stopping services: no memory");
+    errors.emplace_back("|ERROR|:   Is Client Stopped:1, Services Stopped Result: -2147418113");
+    EXPECT_EQ(LogLines(), LogUntil("|INFO|:    Stopping Velmora...", errors));
+    std::vector<DWORD> sleeps(9, 1000);
+    sleeps.insert(sleeps.begin(), 200);
+    EXPECT_EQ(clock.Sleeps(), sleeps);
+    EXPECT_TRUE(processes.Find(52));
+    ExpectNothingRemoved();
+}
+
+TEST_F(RunningProductTest, goes_on_when_its_services_can_be_dealt_with_in_the_end)
+{
+    unsigned calls = 0;
+    services.onCall = [&](const std::string&) {
+        if (++calls < 10)
+        {
+            throw std::runtime_error("no memory");
+        }
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(clock.Sleeps().size(), 10U);
+    EXPECT_EQ(LogLines().back(), "|INFO|:    Uninstall Complete!");
+}
+
+TEST_F(RunningProductTest, goes_on_when_a_service_does_not_stop)
+{
+    services.Add(L"OrvaneAuthService");
+    services.FailCall("control OrvaneAuthService 1 1", ERROR_INVALID_SERVICE_CONTROL);
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_FALSE(services.Has(L"OrvaneAuthService"));
+    EXPECT_EQ(LogLines(), c_fullLog);
+    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{200, 5000}));
+}
+
+TEST_F(RunningProductTest, ends_what_runs_from_its_folder_without_asking_in_a_silent_run)
+{
+    AddLocker(52);
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_FALSE(processes.Find(52));
+    Lines expected = c_fullLog;
+    const auto found = std::ranges::find(expected, c_lockCheck);
+    const auto place = expected.erase(found, found + 2);
+    const Lines lines = Join({c_listed,
+                              {"|INFO|:    [ClientHelper] Running as silent, cannot prompt user to terminate these "
+                               "processes, so terminating automatically..."},
+                              c_terminated});
+    expected.insert(place, lines.begin(), lines.end());
+    EXPECT_EQ(LogLines(), expected);
+}
+
+TEST_F(RunningProductTest, asks_about_what_runs_from_its_folder_when_its_services_have_stopped)
+{
+    AddLocker(52);
+    FakeService& service = services.Add(L"OrvaneAuthService").StopsAfter(400);
+    FakeTaskDialog dialog;
+    dialog.Answer({.button = IDYES});
+    dialog.Answer({.button = IDCONTINUE, .whileShown = [&] {
+                       EXPECT_EQ(service.status.dwCurrentState, DWORD{SERVICE_STOPPED});
+                       EXPECT_TRUE(Exists(root / L"Desktop\\Velmora.lnk"));
+                   }});
+
+    EXPECT_EQ(Run(RunType::Verbose), EXIT_NO_ERROR);
+
+    EXPECT_EQ(dialog.Shown().size(), 2U);
+    EXPECT_EQ(dialog.Shown().back().owner, nullptr);
+    EXPECT_FALSE(processes.Find(52));
+    EXPECT_FALSE(Exists(installFolder));
+}
+
+TEST_F(RunningProductTest, removes_nothing_when_the_user_cancels_because_of_what_runs_from_its_folder)
+{
+    AddLocker(52);
+    FakeTaskDialog dialog;
+    dialog.Answer({.button = IDYES});
+    dialog.Answer({.button = IDCANCEL});
+
+    EXPECT_EQ(Run(RunType::Verbose), EXIT_ERROR_DIRECTORY_LOCKED);
+
+    EXPECT_EQ(LogLines(),
+              LogUntil("|INFO|:    Stopping Velmora...",
+                       Join({c_listed,
+                             {"|INFO|:    [ClientHelper] User canceled the uninstaller.",
+                              "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring..."}})));
+    EXPECT_TRUE(processes.Find(52));
+    ExpectNothingRemoved();
+}
+
+TEST_F(RunningProductTest, removes_nothing_when_what_runs_from_its_folder_cannot_be_ended)
+{
+    const std::wstring image = root.AddFile(L"Program Files\\Velmora\\helper.exe");
+    processes.Add({.id = 52, .name = L"helper.exe", .image = image, .openToTerminateError = ERROR_ACCESS_DENIED});
+
+    EXPECT_EQ(Run(), EXIT_ERROR_DIRECTORY_LOCKED);
+
+    EXPECT_EQ(LogLines().back(), "|INFO|:    Not running as GUI, ignoring...");
+    ExpectNothingRemoved();
 }
 
 } // namespace

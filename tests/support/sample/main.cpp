@@ -4,6 +4,7 @@
 #include "support/Names.h"
 #include "support/Owners.h"
 #include "support/RunProgram.h"
+#include "support/RunningProduct.h"
 #include "support/SampleInstallation.h"
 
 #include <windows.h>
@@ -12,8 +13,11 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Testing
@@ -29,7 +33,9 @@ constexpr std::string_view c_help = R"(Velmora.Sample.exe: a sample installation
                              without --yes it only says what it would lay down
   show                       what of it is there
   remove                     removes everything that install makes, bystanders too
-  uninstall PROGRAM ARGS...  runs the uninstaller, shows its log as it is written, returns its exit code
+  uninstall [--running] PROGRAM ARGS...
+                             runs the uninstaller, shows its log as it is written, returns its exit code;
+                             with --running the product's services and client, and a program from its folder, run then
 )";
 
 void Print(std::string_view text)
@@ -167,8 +173,74 @@ std::wstring FullPath(const wchar_t* path)
     return full;
 }
 
-int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments)
+// The product as it runs: its services and its client obey, and a program was started from its folder.
+class RunningParts
 {
+public:
+    RunningParts()
+    {
+        m_auth.Start();
+        m_updater.Start();
+        Print("Running:\n");
+        for (const auto& [name, process] : All())
+        {
+            Print("  " + Padded(name, 24) + "  process " + std::to_string(process->Id()) + "\n");
+        }
+    }
+
+    ~RunningParts()
+    {
+        // What cannot be taken away is told rather than thrown.
+        for (const std::string& line : TakeLeftOver())
+        {
+            Print(line + "\n");
+        }
+    }
+    RunningParts(const RunningParts&) = delete;
+    RunningParts& operator=(const RunningParts&) = delete;
+
+    void Show() const
+    {
+        Print("What was running:\n");
+        for (const auto& [name, process] : All())
+        {
+            const auto code = process->ExitCode();
+            Print("  " + Padded(name, 24) +
+                  (!code                      ? "  still runs\n"
+                   : *code == c_endedByItself ? "  ended by itself when it was asked to\n"
+                                              : "  was ended\n"));
+        }
+        for (const SampleService* const service : {&m_auth, &m_updater})
+        {
+            if (service->IsInstalled())
+            {
+                Print("  " + ToUtf8(service->Name()) + " is still installed.\n");
+            }
+        }
+    }
+
+private:
+    std::vector<std::pair<std::string, const ProductProcess*>> All() const
+    {
+        return {{"OrvaneAuthService", &m_auth.Process()},
+                {"VelmoraUpdaterService", &m_updater.Process()},
+                {"Velmora.exe", &m_client.Process()},
+                {"Helper.exe", &m_helper.Process()}};
+    }
+
+    SampleService m_auth{c_authService, ServiceMode::Obeys};
+    SampleService m_updater{c_updaterService, ServiceMode::TakesThreeSeconds};
+    SampleClient m_client{InstallFolder() + LR"(\current\Velmora.exe)", ClientMode::Closes};
+    SampleProgram m_helper{InstallFolder() + LR"(\current\Helper.exe)"};
+};
+
+int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments, bool isRunning)
+{
+    std::optional<RunningParts> running;
+    if (isRunning)
+    {
+        running.emplace();
+    }
     std::wstring commandLine;
     for (const wchar_t* argument : arguments)
     {
@@ -185,6 +257,10 @@ int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments)
         const bool kept = GetFileAttributesW(result.logPath.c_str()) != INVALID_FILE_ATTRIBUTES;
         Print(kept ? "The log was kept: " + ToUtf8(result.logPath) + "\n"
                    : "The log was deleted by the uninstaller.\n");
+    }
+    if (running)
+    {
+        running->Show();
     }
     Print("Exit code: " + std::to_string(result.exitCode) + "\n");
     return static_cast<int>(result.exitCode);
@@ -209,12 +285,14 @@ int Run(std::span<wchar_t* const> arguments)
     }
     if (command == L"uninstall")
     {
-        if (arguments.size() < 2)
+        const bool isRunning = arguments.size() > 1 && std::wstring_view(arguments[1]) == L"--running";
+        const auto rest = arguments.subspan(isRunning ? 2 : 1);
+        if (rest.empty())
         {
             Print(c_help);
             return c_wrongUse;
         }
-        return Uninstall(FullPath(arguments[1]), arguments.subspan(2));
+        return Uninstall(FullPath(rest.front()), rest.subspan(1), isRunning);
     }
     if (command == L"remove")
     {

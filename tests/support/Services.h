@@ -1,0 +1,53 @@
+// Windows' service manager, as the tests use it.
+#pragma once
+
+#include "support/Owners.h"
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace Testing
+{
+struct ServiceCloser
+{
+    void operator()(SC_HANDLE handle) const noexcept { CloseServiceHandle(handle); }
+};
+using UniqueService = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceCloser>;
+
+// Opens a service: empty when it cannot be opened, the reason then is GetLastError(). As long as anybody has it open, a
+// service that is deleted stays: do not keep it.
+UniqueService OpenServiceOf(const std::wstring& name, DWORD access);
+
+// The state and the process of a service; nothing when there is no such service.
+std::optional<SERVICE_STATUS_PROCESS> QueryService(const std::wstring& name);
+
+// Tells Wine that a service has stopped whose process has ended without saying so. Windows notices that by itself, so
+// there it does nothing.
+void ReportStopped(const std::wstring& name);
+
+// Tells Wine of the product's services whose process has ended, while a program runs that deals with them.
+class ServiceWatch
+{
+public:
+    // Looks after the product's services that run now.
+    ServiceWatch();
+
+    // To be called again and again.
+    void Look();
+
+private:
+    struct Watched
+    {
+        std::wstring name;
+        DWORD processId;
+        // Empty when it had ended before.
+        UniqueHandle process;
+    };
+
+    std::vector<Watched> m_running;
+};
+} // namespace Testing

@@ -1,0 +1,71 @@
+// What Wine lacks of Windows and the uninstaller needs, supplied from outside to the program that a test starts. On
+// Windows itself none of it is used.
+#pragma once
+
+#include "support/Owners.h"
+#include "support/Services.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Testing
+{
+struct SharedRecord;
+
+// Whether this is Wine and not Windows.
+bool IsWine();
+
+// A control that the program has sent to a service together with a reason (ControlServiceExW).
+struct ServiceControl
+{
+    // The process that sent it, the program's own or that of its copy, and the service's.
+    DWORD sender = 0;
+    DWORD serviceProcess = 0;
+    DWORD control = 0;
+    DWORD infoLevel = 0;
+    DWORD reason = 0;
+    std::wstring comment;
+    // The error number that the call ended with; 0 for success.
+    DWORD error = 0;
+};
+
+// One program's stand-ins:
+// - a library, loaded into it before its first instruction and into every process that it starts, which replaces
+//   ControlServiceExW in its import table and writes the calls down;
+// - somebody who tells Wine when the process of a service has ended.
+class StandIns
+{
+public:
+    StandIns();
+    ~StandIns();
+    StandIns(const StandIns&) = delete;
+    StandIns& operator=(const StandIns&) = delete;
+
+    // The environment variable that the program must be started with.
+    std::pair<std::wstring, std::wstring> Variable() const;
+
+    // Loads the library into the program, which was started suspended.
+    void LoadInto(HANDLE process) const;
+
+    // To be called again and again while the program and what it starts run.
+    void Look() { m_watch.Look(); }
+
+    // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
+    std::vector<ServiceControl> ServiceControls() const;
+
+private:
+    struct ViewCloser
+    {
+        void operator()(SharedRecord* view) const noexcept { UnmapViewOfFile(view); }
+    };
+
+    std::wstring m_name;
+    UniqueHandle m_mapping;
+    std::unique_ptr<SharedRecord, ViewCloser> m_record;
+    ServiceWatch m_watch;
+};
+} // namespace Testing

@@ -1,0 +1,38 @@
+// What the library that stands in for missing parts of Windows shares with the tests that load it into a program.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+
+namespace Testing
+{
+// The environment variable that holds the name of the shared memory in which a SharedRecord lies.
+inline constexpr const wchar_t* c_recordVariable = L"VELMORA_STAND_INS_RECORD";
+
+// A call of ControlServiceExW.
+struct SharedControl
+{
+    // The process that called, and that of the service as it was then; 0 when the service cannot be queried.
+    DWORD caller;
+    DWORD service;
+    DWORD control;
+    DWORD infoLevel;
+    DWORD reason;
+    // Cut off at its end when it is longer.
+    std::array<wchar_t, 128> comment;
+    // The error number that the call ended with; 0 for success.
+    DWORD error;
+};
+
+struct SharedRecord
+{
+    // The library, for the processes that the program starts.
+    std::array<wchar_t, 1024> library;
+    // The number of calls; of those beyond the array there is only the number.
+    LONG controlCount;
+    std::array<SharedControl, 64> controls;
+    // Why a process that the program has started runs without the library, as an error number; 0 when each has it.
+    LONG notFollowed;
+};
+} // namespace Testing
