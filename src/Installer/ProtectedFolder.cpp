@@ -1,0 +1,80 @@
+#include "Installer/ProtectedFolder.h"
+
+#include "Installer/CanonicalPath.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <wil/resource.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <optional>
+
+namespace Installer
+{
+
+namespace
+{
+
+// What other programs, other users and Windows itself live in.
+constexpr std::array c_protectedFolders{
+    &FOLDERID_Windows,         &FOLDERID_System,       &FOLDERID_SystemX86,          &FOLDERID_ProgramFiles,
+    &FOLDERID_ProgramFilesX86, &FOLDERID_ProgramData,  &FOLDERID_ProgramFilesCommon, &FOLDERID_ProgramFilesCommonX86,
+    &FOLDERID_Profile,         &FOLDERID_LocalAppData, &FOLDERID_RoamingAppData,     &FOLDERID_Public,
+    &FOLDERID_UserProfiles,
+};
+
+// Nothing when this Windows has no such folder, or does not tell.
+std::optional<std::filesystem::path> FindKnownFolder(const KNOWNFOLDERID& id)
+{
+    wil::unique_cotaskmem_string folder;
+    if (FAILED(SHGetKnownFolderPath(id, 0, nullptr, folder.put())))
+    {
+        return std::nullopt;
+    }
+    return GetCanonicalPath(folder.get());
+}
+
+bool IsVolumeRoot(const std::filesystem::path& folder)
+{
+    std::array<wchar_t, MAX_PATH> volume{};
+    return GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
+           (folder / L"").lexically_normal() == std::filesystem::path(volume.data());
+}
+
+// Every folder beside the one that is known is somebody's profile.
+bool IsProfile(const std::filesystem::path& folder)
+{
+    const auto profiles = FindKnownFolder(FOLDERID_UserProfiles);
+    return profiles && folder.parent_path() == *profiles;
+}
+
+} // namespace
+
+bool IsProtectedFolder(const std::wstring& folder) noexcept
+try
+{
+    auto canonical = GetCanonicalPath(folder);
+    if (!canonical)
+    {
+        return true;
+    }
+    if (!canonical->has_filename())
+    {
+        *canonical = canonical->parent_path(); // less the separator at its end
+    }
+    return IsVolumeRoot(*canonical) || IsProfile(*canonical) ||
+           std::ranges::any_of(c_protectedFolders, [&](const KNOWNFOLDERID* id) {
+               const auto known = FindKnownFolder(*id);
+               return known && (*known == *canonical || IsInside(*known, *canonical));
+           });
+}
+catch (...)
+{
+    return true;
+}
+
+} // namespace Installer

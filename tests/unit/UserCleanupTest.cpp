@@ -1,0 +1,188 @@
+#include "Uninstaller/UserCleanup.h"
+
+#include "support/FakeProcesses.h"
+#include "support/ImportTableFake.h"
+#include "support/RunLog.h"
+#include "support/TestFolder.h"
+#include "support/Text.h"
+#include "support/VirtualClock.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace Testing;
+using Lines = std::vector<std::string>;
+
+// A user who sits at the machine, and is not the one that this process runs as.
+class UserCleanupTest : public testing::Test
+{
+protected:
+    UserCleanupTest()
+    {
+        processes.Add({.id = 40, .name = L"explorer.exe", .session = 2});
+        root.AddFile(L"Local\\Vel Mora\\deep\\data");
+        root.AddFile(L"Local\\Tessaline\\data");
+        root.AddFile(L"Local\\Vel Mora 2\\bystander");
+        root.AddFile(L"Local\\bystander");
+    }
+
+    bool CleanUp() { return Uninstaller::CleanUpForCurrentUser({.logger = log.Logger(), .runType = {}}); }
+
+    std::string Path(const std::wstring& name) const { return Narrow(root / name); }
+
+    void ExpectBystanders() const
+    {
+        EXPECT_TRUE(Exists(root / L"Local\\Vel Mora 2\\bystander"));
+        EXPECT_TRUE(Exists(root / L"Local\\bystander"));
+        EXPECT_EQ(processes.OpenHandles(), 0U);
+        EXPECT_EQ(foldersTaken, foldersFreed);
+    }
+
+    VirtualClock clock;
+    TestFolder root;
+    FakeProcesses processes;
+    RunLog log;
+    HRESULT folderResult = S_OK;
+    unsigned foldersTaken = 0;
+    unsigned foldersFreed = 0;
+    void* folder = nullptr;
+
+    Fake<&WTSGetActiveConsoleSessionId> session = []() -> DWORD { return 2; };
+    Fake<&ProcessIdToSessionId> sessionOf = [this](DWORD id, DWORD* answer) -> BOOL {
+        *answer = processes.Find(id)->session;
+        return TRUE;
+    };
+    Fake<&OpenProcessToken> openToken = [this](HANDLE process, DWORD, HANDLE* token) -> BOOL {
+        EXPECT_EQ(processes.IdOf(process), 40U);
+        *token = processes.MakeHandle("token");
+        return TRUE;
+    };
+    Fake<&SHGetKnownFolderPath> find = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) -> HRESULT {
+        EXPECT_EQ(id, FOLDERID_LocalAppData);
+        EXPECT_EQ(flags, 0U);
+        EXPECT_NE(token, nullptr);
+        EXPECT_EQ(processes.OpenHandles(), 1U); // the token's
+        *path = nullptr;
+        if (SUCCEEDED(folderResult))
+        {
+            const std::wstring local = root / L"Local";
+            folder = CoTaskMemAlloc((local.size() + 1) * sizeof(wchar_t));
+            *path = static_cast<PWSTR>(folder);
+            std::wmemcpy(*path, local.c_str(), local.size() + 1);
+            ++foldersTaken;
+        }
+        return folderResult;
+    };
+    Fake<&CoTaskMemFree> free = [this](void* memory) {
+        foldersFreed += memory != nullptr && memory == folder ? 1 : 0;
+        Fake<&CoTaskMemFree>::Real(memory);
+    };
+    Fake<&FormatMessageW> format = [](DWORD, LPCVOID, DWORD code, DWORD, LPWSTR text, DWORD, va_list*) -> DWORD {
+        return static_cast<DWORD>(swprintf(text, 256, L"<%lx>", code));
+    };
+};
+
+TEST_F(UserCleanupTest, deletes_both_folders_of_the_user_at_the_machine)
+{
+    EXPECT_TRUE(CleanUp());
+
+    EXPECT_FALSE(Exists(root / L"Local\\Vel Mora"));
+    EXPECT_FALSE(Exists(root / L"Local\\Tessaline"));
+    EXPECT_EQ(log.Lines(), (Lines{"|INFO|:    Attempting to delete '" + Path(L"Local\\Vel Mora") + "'...",
+                                  "|INFO|:    Attempting to delete '" + Path(L"Local\\Tessaline") + "'..."}));
+    EXPECT_TRUE(clock.Sleeps().empty());
+    EXPECT_EQ(foldersTaken, 1U);
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, a_user_without_the_folders_is_fine)
+{
+    RemoveTestFolder(root / L"Local\\Vel Mora");
+    RemoveTestFolder(root / L"Local\\Tessaline");
+
+    EXPECT_TRUE(CleanUp());
+
+    EXPECT_EQ(log.Lines().size(), 2U);
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, a_first_folder_that_cannot_be_deleted_is_a_warning_and_the_other_one_goes)
+{
+    SetFileAttributesW((root / L"Local\\Vel Mora\\deep\\data").c_str(), FILE_ATTRIBUTE_READONLY);
+
+    EXPECT_TRUE(CleanUp());
+
+    EXPECT_EQ(
+        log.Lines(),
+        (Lines{"|INFO|:    Attempting to delete '" + Path(L"Local\\Vel Mora") + "'...",
+               "|WARNING|: Unable to delete Velmora folder. Other applications may accessing this folder. Reason: "
+               "<80070005>",
+               "|INFO|:    Attempting to delete '" + Path(L"Local\\Tessaline") + "'..."}));
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>(10, 1000));
+    EXPECT_FALSE(Exists(root / L"Local\\Tessaline"));
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, a_second_folder_that_cannot_be_deleted_is_a_warning)
+{
+    SetFileAttributesW((root / L"Local\\Tessaline\\data").c_str(), FILE_ATTRIBUTE_READONLY);
+
+    EXPECT_TRUE(CleanUp());
+
+    EXPECT_EQ(log.Lines().back(),
+              "|WARNING|: Unable to delete Tessaline folder. Pellmark Studio may be running. Reason: <80070005>");
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>(10, 1000));
+    EXPECT_FALSE(Exists(root / L"Local\\Vel Mora"));
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, deletes_nothing_when_nobody_sits_at_the_machine)
+{
+    processes.Remove(40);
+
+    EXPECT_FALSE(CleanUp());
+
+    EXPECT_EQ(log.Lines(),
+              Lines{"|WARNING|: Something went wrong while trying to clean up user files: Unable to find a "
+                    "explorer.exe process running under the active console session!"});
+    EXPECT_TRUE(Exists(root / L"Local\\Vel Mora\\deep\\data"));
+    EXPECT_TRUE(Exists(root / L"Local\\Tessaline\\data"));
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, deletes_nothing_when_the_users_folder_is_not_told)
+{
+    folderResult = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+
+    EXPECT_FALSE(CleanUp());
+
+    ASSERT_EQ(log.Lines().size(), 1U);
+    EXPECT_EQ(log.Lines().front().find("|WARNING|: Something went wrong while trying to clean up user files: "), 0U);
+    EXPECT_NE(log.Lines().front().find("UserCleanup.cpp"), std::string::npos) << log.Lines().front();
+    EXPECT_NE(log.Lines().front().find("80070002"), std::string::npos) << log.Lines().front();
+    EXPECT_TRUE(Exists(root / L"Local\\Vel Mora\\deep\\data"));
+    ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, other_exceptions_pass)
+{
+    Fake<&WTSGetActiveConsoleSessionId> noSession = []() -> DWORD { throw 42; };
+
+    EXPECT_THROW(CleanUp(), int);
+
+    EXPECT_TRUE(log.Lines().empty());
+    ExpectBystanders();
+}
+
+} // namespace
