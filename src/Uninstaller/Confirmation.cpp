@@ -35,6 +35,7 @@ Answer AskForConfirmation(const RunContext& run)
 {
     TASKDIALOGCONFIG dialog{};
     dialog.cbSize = sizeof(dialog);
+    dialog.hwndParent = DialogOwner(run);
     dialog.hInstance = GetModuleHandleW(nullptr);
     dialog.dwFlags = TDF_SIZE_TO_CONTENT;
     dialog.dwCommonButtons = TDCBF_YES_BUTTON | TDCBF_NO_BUTTON | TDCBF_CANCEL_BUTTON;

@@ -17,7 +17,8 @@ enum class Answer
 };
 
 // Asks whether to uninstall, and whether the settings are to go too. A dialog that cannot be shown counts as a yes that
-// keeps the settings. Logs what went wrong, and that the user cancelled.
+// keeps the settings. The run's window, if there is one, owns the dialog. Logs what went wrong, and that the user
+// cancelled.
 Answer AskForConfirmation(const RunContext& run);
 
 } // namespace Uninstaller

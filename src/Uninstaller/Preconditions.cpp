@@ -26,9 +26,10 @@ constexpr wchar_t c_mutexName[] = L"Global\\Velmora_Installer_Mutex";
 
 constexpr wchar_t c_defaultFolderName[] = L"Velmora\\";
 
-ExitCode Refuse(const RunContext& run, ExitCode code)
+ExitCode Refuse(const RunContext& run, ExitCode code, const wchar_t* caption = c_failureCaption)
 {
     run.logger.Error(exitCodeMessage(code), false);
+    ShowError(run, exitCodeMessage(code), caption);
     finishProcess(run.logger.LogPath(), {}, false);
     return code;
 }
@@ -67,7 +68,7 @@ std::optional<ExitCode> CheckWindowsVersion(const RunContext& run)
     }
     if (!VerifyVersionInfoW(&least, c_comparedParts[0] | c_comparedParts[1] | c_comparedParts[2], condition))
     {
-        return Refuse(run, EXIT_ERROR_WINDOWS_VERSION);
+        return Refuse(run, EXIT_ERROR_WINDOWS_VERSION, L"Version Not Supported");
     }
     return std::nullopt;
 }
@@ -79,7 +80,7 @@ std::optional<ExitCode> CheckElevation(const RunContext& run)
     const bool isElevated = Installer::IsTokenElevated();
     if (!isLocalSystem && !isElevated)
     {
-        return Refuse(run, EXIT_ERROR_NOT_ELEVATED);
+        return Refuse(run, EXIT_ERROR_NOT_ELEVATED, L"Uninstaller Not Elevated");
     }
     return std::nullopt;
 }

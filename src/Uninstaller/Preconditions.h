@@ -9,7 +9,8 @@
 #include <string>
 
 // What is settled before anything is removed. A check that lets the run go on returns nothing; one that does not has
-// reported why and ended the run (finishProcess), and returns the exit code that is left to return.
+// reported why (in the log, and in a message box when there is a window) and ended the run (finishProcess), and returns
+// the exit code that is left to return.
 namespace Uninstaller
 {
 

@@ -48,7 +48,9 @@ std::optional<HRESULT> Start(const std::wstring& program, const std::wstring& ar
 
 ExitCode EndWithoutCopy(const RunContext& run, const std::wstring& reason)
 {
-    run.logger.Error(copyToTempFailedMessage(reason), true);
+    const std::wstring message = copyToTempFailedMessage(reason);
+    run.logger.Error(message, true);
+    ShowError(run, message);
     run.logger.OpenLog();
     finishProcess(run.logger.LogPath(), {}, false);
     return EXIT_ERROR_COPY_TO_TEMP;
@@ -58,6 +60,7 @@ ExitCode EndWithCopyNotStarted(const RunContext& run, const std::wstring& start,
                                const std::wstring& ownPath)
 {
     run.logger.Error(L"Uninstaller was unable to start " + start + L"! Reason: " + std::to_wstring(reason), true);
+    ShowError(run, exitCodeMessage(EXIT_ERROR_RUN_FROM_TEMP));
     run.logger.OpenLog();
     finishProcess(run.logger.LogPath(), ownPath, false);
     return EXIT_ERROR_RUN_FROM_TEMP;

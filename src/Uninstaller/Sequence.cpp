@@ -24,6 +24,7 @@ namespace
 using namespace Installer;
 
 constexpr DWORD c_pauseBeforeStartMilliseconds = 200;
+constexpr int c_phaseCount = 10;
 
 // What the steps work on.
 struct Removal
@@ -122,9 +123,17 @@ bool IfFolderExists(const std::wstring& folder)
     return FolderExists(folder);
 }
 
+// Where the window's progress stands; the default: as before.
+struct Progress
+{
+    int phase = 0;   // 1 to 10: goes to its start; 0: the same as before
+    int percent = 0; // of the phase; 0: as before
+};
+
 struct Step
 {
-    const wchar_t* shown = nullptr; // logged before the step; null for nothing
+    Progress progress;              // before the step, also of one that is left out
+    const wchar_t* shown = nullptr; // logged and shown before the step; null for nothing
     HRESULT (*operation)(const Removal& removal, const std::wstring& folder) = Do<DoNothing>;
     RetryPolicy retry = c_once;       // on top of what the operation does by itself
     const wchar_t* failureText = L""; // logged when it fails; the folder and the system's reason follow
@@ -136,43 +145,43 @@ struct Step
 // Everything that is removed, in this order.
 // clang-format off
 constexpr Step c_steps[] = {
-    {L"Deleting desktop shortcut...",
+    {{.phase = 2}, L"Deleting desktop shortcut...",
         Do<DeleteDesktopShortcut>, c_once,
         L"Unable to delete desktop shortcut."},
-    {L"Deleting start menu shortcut...",
+    {{.percent = 50}, L"Deleting start menu shortcut...",
         Do<DeleteStartMenuShortcut>, c_once,
         L"Unable to delete start menu shortcut."},
-    {L"Uninstalling updater service...",
+    {{.phase = 3}, L"Uninstalling updater service...",
         Do<RemoveUpdaterService>, c_tenAttempts,
         L"Unable to uninstall updater service."},
-    {L"Uninstalling authorization service...",
+    {{.percent = 50}, L"Uninstalling authorization service...",
         Do<RemoveAuthService>, c_tenAttempts,
         L"Unable to uninstall authorization service."},
-    {L"Removing from path...",
+    {{}, L"Removing from path...",
         Do<RemovePathEntry>, c_tenAttempts,
         L"Unable to remove from path."},
-    {L"Removing startup entry...",
+    {{.phase = 5}, L"Removing startup entry...",
         Do<RemoveStartupEntry>, c_once,
         L"Unable to remove startup entry."},
-    {L"Deregistering application from system...",
+    {{.phase = 6}, L"Deregistering application from system...",
         Do<Deregister>, c_once,
         L"Unable to deregister application from system."},
-    {L"Removing uninstall entry...",
+    {{.phase = 7}, L"Removing uninstall entry...",
         Do<RemoveUninstallEntry>, c_once,
         L"Unable to remove uninstall entry."},
-    {L"Deleting installation folder...",
+    {{.phase = 8}, L"Deleting installation folder...",
         Do<DeleteFolderWithRetry>, c_once,
         L"Unable to delete installation folder", Failure::MakesPartial, InstallFolder, IfFolderExists},
-    {L"Deleting OrvaneAuthService folders...",
+    {{.phase = 9}, L"Deleting OrvaneAuthService folders...",
         Do<RemoveFolder>, c_tenAttempts,
         L"Unable to delete PF OrvaneAuthService folder", Failure::Warns, AuthServiceProgramFolder},
-    {nullptr,
+    {{.percent = 20}, nullptr,
         Do<RemoveFolder>, c_tenAttempts,
         L"Unable to delete PD OrvaneAuthService folder", Failure::Warns, AuthServiceDataFolder},
-    {L"Deleting VelmoraUpdater folder...",
+    {{.percent = 40}, L"Deleting VelmoraUpdater folder...",
         Do<RemoveFolder>, c_tenAttempts,
         L"Unable to delete VelmoraUpdater folder", Failure::Warns, UpdaterDataFolder},
-    {L"Uninstall Complete!"},
+    {{.phase = 10, .percent = 100}, L"Uninstall Complete!"},
 };
 // clang-format on
 
@@ -186,9 +195,36 @@ std::wstring DescribeFailure(const Step& step, const std::wstring& folder, HRESU
     return text + L" Reason: " + GetSystemMessage(result);
 }
 
-// Does one step. Returns whether the result of the run is still a full one.
-bool DoStep(const Step& step, const Removal& removal, Logger& logger)
+void ShowProgress(const RunContext& run, const Progress& progress)
 {
+    if (run.window == nullptr)
+    {
+        return;
+    }
+    if (progress.phase != 0)
+    {
+        run.window->SetPhase(progress.phase, c_phaseCount, 0);
+    }
+    if (progress.percent != 0)
+    {
+        run.window->SetProgress(progress.percent);
+    }
+}
+
+// Logs what is being done, and tells the user.
+void Announce(const RunContext& run, const std::wstring& text)
+{
+    run.logger.Info(text);
+    if (run.window != nullptr)
+    {
+        run.window->SetStatusText(text);
+    }
+}
+
+// Does one step. Returns whether the result of the run is still a full one.
+bool DoStep(const Step& step, const Removal& removal, const RunContext& run)
+{
+    ShowProgress(run, step.progress);
     const std::wstring folder = step.folder(removal);
     if (!step.applies(folder))
     {
@@ -196,7 +232,7 @@ bool DoStep(const Step& step, const Removal& removal, Logger& logger)
     }
     if (step.shown != nullptr)
     {
-        logger.Info(step.shown);
+        Announce(run, step.shown);
     }
     const HRESULT result = Retry(step.retry, [&] { return step.operation(removal, folder); });
     if (result == S_OK)
@@ -205,10 +241,10 @@ bool DoStep(const Step& step, const Removal& removal, Logger& logger)
     }
     if (step.failure == Failure::Warns)
     {
-        logger.Warning(DescribeFailure(step, folder, result), false);
+        run.logger.Warning(DescribeFailure(step, folder, result), false);
         return true;
     }
-    logger.Error(DescribeFailure(step, folder, result), false);
+    run.logger.Error(DescribeFailure(step, folder, result), false);
     return false;
 }
 
@@ -259,12 +295,12 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& inst
 }
 
 // Returns whether nothing is left.
-bool RemoveEverything(const Removal& removal, Logger& logger)
+bool RemoveEverything(const Removal& removal, const RunContext& run)
 {
     bool complete = true;
     for (const Step& step : c_steps)
     {
-        complete = DoStep(step, removal, logger) && complete;
+        complete = DoStep(step, removal, run) && complete;
     }
     return complete;
 }
@@ -285,12 +321,22 @@ ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFold
     {
         return *end;
     }
-    if (RemoveEverything({installFolder, *removeUserSettings}, run.logger))
+    if (RemoveEverything({installFolder, *removeUserSettings}, run))
     {
+        if (run.window != nullptr)
+        {
+            run.window->ShowInfo(L"Velmora Uninstalled", L"Velmora has been successfully uninstalled.");
+        }
         finishProcess(run.logger.LogPath(), ownPath, true);
         return EXIT_NO_ERROR;
     }
     run.logger.Error(L"Velmora did not fully uninstall. Please check the logs for more information.", false);
+    if (run.window != nullptr)
+    {
+        run.window->ShowWarning(L"Velmora Partially Uninstalled",
+                                L"Velmora has been successfully uninstalled, but some files may remain. See the logs "
+                                L"for more information.");
+    }
     run.logger.OpenLog();
     finishProcess(run.logger.LogPath(), ownPath, false);
     return EXIT_ERROR_PARTIAL_UNINSTALL;

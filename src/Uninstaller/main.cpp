@@ -1,11 +1,13 @@
 #include "Installer/CanonicalPath.h"
 #include "Installer/Logger.h"
+#include "Installer/StatusWindow.h"
 #include "Uninstaller/CommandLine.h"
 #include "Uninstaller/CrashReporting.h"
 #include "Uninstaller/EndOfProcess.h"
 #include "Uninstaller/ExitCode.h"
 #include "Uninstaller/Preconditions.h"
 #include "Uninstaller/Relocation.h"
+#include "Uninstaller/Resources.h"
 #include "Uninstaller/RunContext.h"
 #include "Uninstaller/Sequence.h"
 
@@ -18,6 +20,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 namespace Uninstaller
@@ -25,6 +28,10 @@ namespace Uninstaller
 
 namespace
 {
+
+constexpr wchar_t c_windowClass[] = L"VELMORA_UNINSTALLER";
+constexpr wchar_t c_windowTitle[] = L"Velmora Uninstaller";
+constexpr wchar_t c_headline[] = L"Uninstalling Velmora\nThis may take a few seconds.";
 
 const wchar_t* NameOf(Installer::RunType runType)
 {
@@ -66,6 +73,18 @@ void TellNobodyOfAbnormalEnd()
     _set_error_mode(_OUT_TO_STDERR);
 }
 
+// Returns as what the run goes on: a GUI run whose window cannot be shown becomes a verbose one. It keeps that window
+// all the same, for its message boxes.
+Installer::RunType ShowWindowIfAsked(Installer::RunType runType, std::optional<Installer::StatusWindow>& window)
+{
+    if (runType != Installer::RunType::Gui)
+    {
+        return runType;
+    }
+    window.emplace(GetModuleHandleW(nullptr), c_windowClass, c_windowTitle, c_headline, c_logo);
+    return window->State() == Installer::StatusWindowState::Running ? runType : Installer::RunType::Verbose;
+}
+
 } // namespace
 
 } // namespace Uninstaller
@@ -80,15 +99,22 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     LeaveCurrentFolder();
     const CommandLine commandLine = ParseCommandLine();
 
-    Installer::Logger logger(commandLine.runType);
+    // The logger goes before the window.
+    std::optional<Installer::StatusWindow> window;
+    const Installer::RunType runType = ShowWindowIfAsked(commandLine.runType, window);
+    Installer::Logger logger(runType);
     logger.Info(L"Running the Velmora uninstaller (" + std::to_wstring(GetCurrentProcessId()) + L")...");
-    logger.Info(std::wstring(L"Requested run type of ") + NameOf(commandLine.runType));
+    logger.Info(std::wstring(L"Requested run type of ") + NameOf(runType));
     if (commandLine.help)
     {
         return ShowHelp(logger);
     }
+    if (window && window->State() != Installer::StatusWindowState::Running)
+    {
+        logger.Warning(L"Failed to create the uninstaller window, running in verbose mode.", false);
+    }
 
-    const RunContext run{.logger = logger, .runType = commandLine.runType};
+    const RunContext run{.logger = logger, .runType = runType, .window = window ? &*window : nullptr};
     if (const auto end = CheckWindowsVersion(run))
     {
         return *end;

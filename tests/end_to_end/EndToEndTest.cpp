@@ -59,6 +59,30 @@ std::string JoinLines(const std::vector<std::string>& lines)
 }
 } // namespace
 
+DialogAnswer AnswerConfirmation(std::optional<int> button, std::optional<int> radioButton)
+{
+    return {.title = L"Velmora", .button = button, .radioButton = radioButton};
+}
+
+DialogAnswer FullSuccessMessage()
+{
+    return {.title = L"Velmora Uninstalled",
+            .message = {{L"Velmora has been successfully uninstalled.", MessageIcon::Information}}};
+}
+
+DialogAnswer PartialUninstallMessage()
+{
+    return {.title = L"Velmora Partially Uninstalled",
+            .message = {{L"Velmora has been successfully uninstalled, but some files may remain. See the logs for more "
+                         L"information.",
+                         MessageIcon::Warning}}};
+}
+
+DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text)
+{
+    return {.title = title, .message = {{text, MessageIcon::Error}}};
+}
+
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
 {
     if (!CopyFileW(BuiltProgram().c_str(), m_program.c_str(), FALSE))
@@ -112,6 +136,15 @@ void EndToEndTest::RunAt(const std::wstring& program, const std::wstring& argume
     m_result = RunProgram(program, arguments, options);
     m_after = MachineState::Capture(m_furtherDrives);
     EXPECT_EQ(m_result.dialogsAnswered, options.answers.size());
+    std::vector<MessageBoxText> messages;
+    for (const DialogAnswer& answer : options.answers)
+    {
+        if (answer.message)
+        {
+            messages.push_back(*answer.message);
+        }
+    }
+    EXPECT_EQ(m_result.messages, messages);
 }
 
 std::wstring EndToEndTest::InstalledProgram()

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,14 @@ inline constexpr unsigned long c_copyFailed = 16;
 inline constexpr unsigned long c_startFailed = 17;
 inline constexpr unsigned long c_partialUninstall = 18;
 inline constexpr unsigned long c_folderLocked = 22;
+
+// How a user answers the question whether to uninstall.
+DialogAnswer AnswerConfirmation(std::optional<int> button, std::optional<int> radioButton = {});
+
+// What a run with a window tells the user in the end; the user closes it.
+DialogAnswer FullSuccessMessage();
+DialogAnswer PartialUninstallMessage();
+DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text);
 
 class EndToEndTest : public ::testing::Test
 {

@@ -18,13 +18,6 @@ namespace
 {
 constexpr int c_yes = IDYES;
 constexpr int c_removeSettings = 1;
-constexpr std::wstring_view c_confirmation = L"Velmora";
-
-// The user confirms, with or without the settings, or does not.
-std::vector<DialogAnswer> Answer(std::optional<int> button, std::optional<int> radioButton = {})
-{
-    return {{.title = std::wstring(c_confirmation), .button = button, .radioButton = radioButton}};
-}
 
 // Lines as a console of that width shows them.
 std::vector<std::wstring> Wrap(const std::vector<std::string>& lines, std::size_t width)
@@ -113,19 +106,26 @@ void PrintTo(const AskingRun& run, std::ostream* stream)
 class AskingRunTest : public OtherSwitchesTest, public ::testing::WithParamInterface<AskingRun>
 {
 protected:
+    static bool IsVerbose() { return GetParam().type == std::string_view("Verbose"); }
+
     void RunAnswered(const std::vector<DialogAnswer>& answers)
     {
         LayDownSample();
-        Run(GetParam().arguments, {.answers = answers, .hasConsole = GetParam().type == std::string_view("Verbose")});
+        Run(GetParam().arguments, {.answers = answers, .hasConsole = IsVerbose()});
     }
 };
 
 TEST_P(AskingRunTest, A_yes_keeps_the_settings)
 {
-    RunAnswered(Answer(c_yes));
+    std::vector answers{AnswerConfirmation(c_yes)};
+    if (!IsVerbose())
+    {
+        answers.push_back(FullSuccessMessage());
+    }
+    RunAnswered(answers);
     const ExpectedLog log = ExpectedLog().Runs(GetParam().type);
     ExpectFullSuccess(log);
-    if (GetParam().type == std::string_view("Verbose"))
+    if (IsVerbose())
     {
         ExpectConsole(log.Lines());
     }
@@ -137,7 +137,7 @@ TEST_P(AskingRunTest, A_yes_keeps_the_settings)
 
 TEST_P(AskingRunTest, A_no_removes_nothing)
 {
-    RunAnswered(Answer(IDNO, c_removeSettings));
+    RunAnswered({AnswerConfirmation(IDNO, c_removeSettings)});
     ExpectEnd(c_fullSuccess, CancelledLog(GetParam().type), CancelledState(), false);
 }
 
@@ -148,14 +148,14 @@ INSTANTIATE_TEST_SUITE_P(Switch, AskingRunTest,
 TEST_F(OtherSwitchesTest, A_cancel_removes_nothing)
 {
     LayDownSample();
-    Run(L"", {.answers = Answer(IDCANCEL)});
+    Run(L"", {.answers = {AnswerConfirmation(IDCANCEL)}});
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
 }
 
 TEST_F(OtherSwitchesTest, A_closed_confirmation_removes_nothing)
 {
     LayDownSample();
-    Run(L"", {.answers = Answer({})});
+    Run(L"", {.answers = {AnswerConfirmation({})}});
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
 }
 
@@ -165,7 +165,7 @@ TEST_F(OtherSwitchesTest, A_log_that_tells_of_failures_is_shown_to_the_user)
     const LogViewer viewer;
     const std::wstring kept = InstallFolder() + L"\\read-only.txt";
     WriteTestFile(kept, 10, FILE_ATTRIBUTE_READONLY);
-    Run(L"", {.answers = Answer(c_yes)});
+    Run(L"", {.answers = {AnswerConfirmation(c_yes), PartialUninstallMessage()}});
     MachineState state = DeclaredState();
     state.CopyWithParents(kept, Before());
     ExpectPartialUninstall(ExpectedLog().Runs("Gui").Fails(

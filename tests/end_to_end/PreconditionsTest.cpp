@@ -50,6 +50,16 @@ TEST_F(PreconditionsTest, A_Windows_of_the_build_before_is_too_old)
     ExpectRefusal(c_windowsTooOld, TooOldWindowsLog("Silent"));
 }
 
+TEST_F(PreconditionsTest, A_Windows_that_is_too_old_is_told_in_a_message_box)
+{
+    LayDownSample();
+    const WindowsBuild build(L"19040");
+    Run(L"", {.answers = {ErrorMessage(L"Version Not Supported",
+                                       L"You need at least Windows 10 20H1 - May 2020 Update (10.0.19041) to "
+                                       L"continue.")}});
+    ExpectRefusal(c_windowsTooOld, TooOldWindowsLog("Gui"));
+}
+
 TEST_F(PreconditionsTest, The_oldest_Windows_that_will_do_is_19041)
 {
     LayDownSample();
@@ -97,12 +107,35 @@ TEST_F(PreconditionsTest, A_process_that_is_not_elevated_is_refused)
     ExpectRefusal(c_notElevated, NotElevatedLog("Silent"));
 }
 
+TEST_F(PreconditionsTest, A_process_that_is_not_elevated_is_told_so_in_a_message_box)
+{
+    LayDownSample();
+    const UniqueHandle token = LimitedToken();
+    Run(L"-g",
+        {.environment = {{L"__COMPAT_LAYER", L"RunAsInvoker"}},
+         .answers = {ErrorMessage(L"Uninstaller Not Elevated",
+                                  L"Please run the Velmora installer/uninstaller as an administrator to continue.")},
+         .token = token.get()});
+    ExpectRefusal(c_notElevated, NotElevatedLog("Gui"));
+}
+
 TEST_F(PreconditionsTest, A_running_installer_keeps_the_uninstaller_from_running)
 {
     LayDownSample();
     const UniqueHandle mutex(CreateMutexW(nullptr, TRUE, L"Global\\Velmora_Installer_Mutex"));
     Run();
     ExpectRefusal(c_alreadyRunning, SecondInstanceLog("Silent"));
+}
+
+TEST_F(PreconditionsTest, A_running_installer_is_told_of_in_a_message_box)
+{
+    LayDownSample();
+    const UniqueHandle mutex(CreateMutexW(nullptr, TRUE, L"Global\\Velmora_Installer_Mutex"));
+    Run(L"-g", {.answers = {ErrorMessage(L"Velmora Uninstaller Failed",
+                                         L"Only one instance of the Velmora installer/uninstaller can run at a time. "
+                                         L"Please make sure no other instances are open and try again. If this fails "
+                                         L"to fix the problem, restart your device.")}});
+    ExpectRefusal(c_alreadyRunning, SecondInstanceLog("Gui"));
 }
 
 TEST_F(PreconditionsTest, A_second_uninstaller_is_refused_while_the_first_one_asks)
@@ -112,10 +145,10 @@ TEST_F(PreconditionsTest, A_second_uninstaller_is_refused_while_the_first_one_as
     RunOptions options;
     // The first one shows its question, and is answered when the second one has ended.
     options.whileRunning = [&](const std::string&) {
-        if (second.processId == 0 && FindWindowW(L"#32770", L"Velmora") != nullptr)
+        if (second.processId == 0 && FindDialog(L"Velmora") != nullptr)
         {
             second = RunProgram(ProgramPath(), L"-s");
-            EXPECT_TRUE(DialogUser().Answer({.title = L"Velmora", .button = IDNO}));
+            EXPECT_TRUE(AnswerDialog(AnswerConfirmation(IDNO)));
         }
     };
     Run(L"-g", options);

@@ -57,7 +57,11 @@ TEST_P(RelocatedRunTest, Nothing_is_left_but_the_copy_that_goes_with_the_next_st
     RunOptions options{.hasConsole = GetParam().type == std::string_view("Verbose")};
     if (!isSilent)
     {
-        options.answers = {{.title = L"Velmora", .button = IDYES}};
+        options.answers = {AnswerConfirmation(IDYES)};
+    }
+    if (GetParam().type == std::string_view("Gui"))
+    {
+        options.answers.push_back(FullSuccessMessage());
     }
     LayDownSample();
     RunInstalled(GetParam().argument, options);

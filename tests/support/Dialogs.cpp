@@ -1,18 +1,98 @@
 #include "support/Dialogs.h"
 
+#include "support/Names.h"
+#include "support/WindowCapture.h"
+
 #include <windows.h>
 
 #include <commctrl.h>
 
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
 namespace Testing
 {
-bool DialogUser::Answer(const DialogAnswer& answer)
+namespace
 {
-    const HWND dialog = FindWindowW(L"#32770", answer.title.c_str());
-    if (dialog == nullptr || dialog == m_answered || !IsWindowVisible(dialog))
+// What a message box consists of.
+struct Parts
+{
+    HWND icon = nullptr;
+    HWND text = nullptr;
+    HWND button = nullptr;
+};
+
+BOOL CALLBACK TakePart(HWND child, LPARAM parameter)
+{
+    auto& parts = *reinterpret_cast<Parts*>(parameter);
+    std::array<wchar_t, 16> name{};
+    GetClassNameW(child, name.data(), static_cast<int>(name.size()));
+    if (!IsWindowVisible(child))
+    {
+        return TRUE; // a part of other message boxes
+    }
+    if (SameName(name.data(), L"Button"))
+    {
+        parts.button = child;
+    }
+    else if (SameName(name.data(), L"Static"))
+    {
+        const bool isIcon = (GetWindowLongW(child, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
+        (isIcon ? parts.icon : parts.text) = child;
+    }
+    return TRUE;
+}
+
+std::wstring TextOf(HWND control)
+{
+    std::wstring text(static_cast<std::size_t>(SendMessageW(control, WM_GETTEXTLENGTH, 0, 0)) + 1, L'\0');
+    text.resize(static_cast<std::size_t>(
+        SendMessageW(control, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()))));
+    return text;
+}
+
+// The icon that the picture looks like, clearly more than like any other: handles of icons mean nothing to another
+// process. Nothing when there is none like that, as long as it is not drawn.
+std::optional<MessageIcon> RecognizeIcon(const Picture& picture)
+{
+    std::vector<std::pair<double, MessageIcon>> candidates;
+    for (const auto& [icon, name] :
+         {std::pair{MessageIcon::Error, IDI_ERROR}, std::pair{MessageIcon::Warning, IDI_WARNING},
+          std::pair{MessageIcon::Information, IDI_INFORMATION}})
+    {
+        const Picture drawn =
+            DrawIconOnGround(LoadIconW(nullptr, name), picture.Width(), picture.Height(), picture.At(0, 0));
+        candidates.emplace_back(Difference(picture, drawn), icon);
+    }
+    std::ranges::sort(candidates);
+    const bool isClear = candidates[0].first * 2 < candidates[1].first;
+    return isClear ? std::optional(candidates[0].second) : std::nullopt;
+}
+} // namespace
+
+void PrintTo(const MessageBoxText& box, std::ostream* stream)
+{
+    constexpr std::array names{"none", "error", "warning", "information"};
+    *stream << '"' << ToUtf8(box.text) << "\", icon: " << names.at(static_cast<std::size_t>(box.icon));
+}
+
+HWND FindDialog(const std::wstring& title)
+{
+    HWND dialog = FindWindowW(L"#32770", title.c_str());
+    return dialog != nullptr && IsWindowVisible(dialog) ? dialog : nullptr;
+}
+
+bool AnswerDialog(const DialogAnswer& answer, HWND& last)
+{
+    HWND dialog = FindDialog(answer.title);
+    if (dialog == nullptr || dialog == last)
     {
         return false;
     }
+    last = dialog;
+    answer.before();
     m_answered = dialog;
     answer.before();
     if (answer.radioButton)
@@ -28,5 +108,39 @@ bool DialogUser::Answer(const DialogAnswer& answer)
         PostMessageW(dialog, WM_SYSCOMMAND, SC_CLOSE, 0);
     }
     return true;
+}
+
+bool AnswerDialog(const DialogAnswer& answer)
+{
+    HWND none = nullptr;
+    return AnswerDialog(answer, none);
+}
+
+std::optional<MessageBoxText> ReadAndCloseMessageBox(const std::wstring& title)
+{
+    HWND dialog = FindDialog(title);
+    if (dialog == nullptr)
+    {
+        return std::nullopt;
+    }
+    Parts parts;
+    EnumChildWindows(dialog, TakePart, reinterpret_cast<LPARAM>(&parts));
+    if (parts.text == nullptr || parts.button == nullptr)
+    {
+        return std::nullopt;
+    }
+    MessageBoxText box{.text = TextOf(parts.text)};
+    if (parts.icon != nullptr)
+    {
+        const auto icon = RecognizeIcon(CaptureWindow(parts.icon));
+        if (!icon)
+        {
+            return std::nullopt;
+        }
+        box.icon = *icon;
+    }
+    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(parts.button), BN_CLICKED),
+                 reinterpret_cast<LPARAM>(parts.button));
+    return box;
 }
 } // namespace Testing

@@ -5,10 +5,31 @@
 
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 
 namespace Testing
 {
+// What is drawn in a message box.
+enum class MessageIcon
+{
+    None, // or another one
+    Error,
+    Warning,
+    Information
+};
+
+// What a message box says.
+struct MessageBoxText
+{
+    std::wstring text;
+    MessageIcon icon = MessageIcon::None;
+
+    bool operator==(const MessageBoxText&) const = default;
+};
+
+void PrintTo(const MessageBoxText& box, std::ostream* stream);
+
 // A dialog and what a user does with it.
 struct DialogAnswer
 {
@@ -19,17 +40,19 @@ struct DialogAnswer
     std::optional<int> radioButton{};
     // What the user does before the button is pressed.
     std::function<void()> before = [] {};
+    // For a message box, which has one button only: what it is to say. It is closed whatever it says.
+    std::optional<MessageBoxText> message{};
 };
 
-// Does it when the dialog is there, one after the other.
-class DialogUser
-{
-public:
-    // Returns whether it was there.
-    bool Answer(const DialogAnswer& answer);
+// The dialog with that title, if it is there.
+HWND FindDialog(const std::wstring& title);
 
-private:
-    // The dialog that was answered last, which may take its time to go.
-    HWND m_answered = nullptr;
-};
+// Does it when the dialog is there. Returns whether it was.
+bool AnswerDialog(const DialogAnswer& answer);
+
+// The same for dialogs that follow one another: not for the last one, which may take its time to go.
+bool AnswerDialog(const DialogAnswer& answer, HWND& last);
+
+// The same for a message box: reads what it says, and closes it. Nothing when it is not there, or not drawn yet.
+std::optional<MessageBoxText> ReadAndCloseMessageBox(const std::wstring& title);
 } // namespace Testing

@@ -31,8 +31,9 @@ template <auto Function>
 consteval auto NameOf()
 {
     constexpr std::string_view text = __PRETTY_FUNCTION__;
-    constexpr auto begin = text.find_first_not_of('&', text.find("Function = ") + 11);
-    constexpr auto length = text.find_first_of(";]", begin) - begin;
+    constexpr auto end = text.find_first_of(";]", text.find("Function = "));
+    constexpr auto begin = text.find_last_of(" &:", end - 1) + 1; // less the namespaces
+    constexpr auto length = end - begin;
     std::array<char, length + 1> name{};
     text.copy(name.data(), length, begin);
     return name;

@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ class LoggedLines
 public:
     const std::vector<std::string>& All() const { return m_lines; }
 
+    // Is told of every line when it is written.
+    std::function<void(const std::string&)> onLine = [](const std::string&) {};
+
 private:
     std::vector<std::string> m_lines;
     Fake<&WriteConsoleW> m_writeConsole = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
@@ -25,6 +29,7 @@ private:
             line += static_cast<char>(character);
         }
         m_lines.push_back(line);
+        onLine(line);
         return TRUE;
     };
 };

@@ -273,6 +273,21 @@ StartedProcess StartWith(const StandIns& standIns, const std::wstring& program, 
     return started;
 }
 
+// Answers the dialog if it is there, and takes in what it says if it is a message box. Returns whether it was there.
+bool Answer(const DialogAnswer& answer, HWND& last, std::vector<MessageBoxText>& messages)
+{
+    if (!answer.message)
+    {
+        return AnswerDialog(answer, last);
+    }
+    const auto message = ReadAndCloseMessageBox(answer.title);
+    if (message)
+    {
+        messages.push_back(*message);
+    }
+    return message.has_value();
+}
+
 // A user at the console: reads it until a key is asked for, and then presses one.
 class ConsoleUser
 {
@@ -323,7 +338,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     result.processId = started.id;
 
     UniqueHandle copy;
-    DialogUser dialogUser;
+    HWND lastDialog = nullptr;
     std::optional<ConsoleUser> user;
     if (options.hasConsole)
     {
@@ -353,7 +368,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
             options.whileRunning(follower.Text());
         }
         if (result.dialogsAnswered < options.answers.size() &&
-            dialogUser.Answer(options.answers[result.dialogsAnswered]))
+            Answer(options.answers[result.dialogsAnswered], lastDialog, result.messages))
         {
             ++result.dialogsAnswered;
         }

@@ -30,6 +30,11 @@ make_ready_prefix() {
         done
         # Without a window manager Wine would wait for one at every window that closes.
         env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
+        # A free font in the place of the status window's.
+        for style in '' ' Semibold'; do
+            env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\Fonts\Replacements' /v "Segoe UI$style" \
+                /d "Open Sans$style" /f >/dev/null 2>&1 </dev/null
+        done
         "$wineserver" -w
         find "$new/drive_c/users" -type l | while IFS= read -r link; do
             rm "$link"

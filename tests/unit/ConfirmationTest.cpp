@@ -2,6 +2,7 @@
 
 #include "ProductSettings.h"
 #include "support/FakeFolders.h"
+#include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
@@ -38,7 +39,10 @@ protected:
     ConfirmationTest() { sentry_init(sentry_options_new()); }
     ~ConfirmationTest() override { SentryTesting::Forget(); }
 
-    Answer Ask() { return AskForConfirmation({.logger = logger, .runType = RunType::Verbose}); }
+    Answer Ask(Installer::StatusWindow* window = nullptr)
+    {
+        return AskForConfirmation({.logger = logger, .runType = RunType::Verbose, .window = window});
+    }
 
     TASKDIALOGCONFIG shown{};
     std::vector<std::wstring> radioButtons;
@@ -99,6 +103,21 @@ TEST_F(ConfirmationTest, is_worded_and_built_as_designed)
                   L"" VELMORA_SUPPORT_SITE + L" for more information.");
     EXPECT_EQ(Copy(shown.pfCallback), nullptr);
     EXPECT_EQ(Copy(shown.cxWidth), 0U);
+}
+
+TEST_F(ConfirmationTest, is_owned_by_the_window_when_there_is_one)
+{
+    FakeStatusWindow desktop;
+    button = IDYES;
+    {
+        ShownStatusWindow window(desktop);
+        Ask(window.Get());
+        EXPECT_EQ(Copy(shown.hwndParent), FakeStatusWindow::Window());
+    }
+    desktop.outcome = FakeStatusWindow::Outcome::Refused;
+    ShownStatusWindow window(desktop);
+    Ask(window.Get());
+    EXPECT_EQ(Copy(shown.hwndParent), nullptr);
 }
 
 TEST_F(ConfirmationTest, yes_keeps_the_settings_unless_the_user_chose_otherwise)

@@ -1,5 +1,6 @@
 #include "support/ImportTableFake.h"
 
+#include "Installer/GdiPlus.h"
 #include "support/VirtualClock.h"
 
 #include <windows.h>
@@ -23,6 +24,12 @@ TEST(ImportTableFakeTest, replaces_a_function_while_it_lives)
         EXPECT_NE(decltype(fake)::Real(), 42U);
     }
     EXPECT_NE(GetCurrentProcessId(), 42U);
+}
+
+TEST(ImportTableFakeTest, replaces_a_function_that_its_header_puts_into_a_namespace)
+{
+    const Fake<&Gdiplus::DllExports::GdipDeleteBrush> fake = [](Gdiplus::GpBrush*) { return Gdiplus::Win32Error; };
+    EXPECT_EQ(Gdiplus::DllExports::GdipDeleteBrush(nullptr), Gdiplus::Win32Error);
 }
 
 TEST(ImportTableFakeTest, a_later_one_hides_an_earlier_one)

@@ -1,6 +1,8 @@
 #include "Uninstaller/ExitCode.h"
 #include "support/FakeFolders.h"
 #include "support/FakeRegistry.h"
+#include "support/FakeStatusWindow.h"
+#include "support/FakeTaskDialog.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
 #include "support/TestFolder.h"
@@ -17,6 +19,8 @@
 #include <wil/result.h>
 #include <winrt/base.h>
 
+#include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,6 +30,8 @@ namespace
 using namespace Testing;
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
+
+constexpr char c_noWindow[] = "|WARNING|: Failed to create the uninstaller window, running in verbose mode.";
 
 // The entry point of the program, on a machine without the product.
 class MainTest : public testing::Test
@@ -64,6 +70,7 @@ protected:
     FakeRegistry registry;
     LoggedLines log;
     OpenHandles handles;
+    FakeStatusWindow desktop;
     std::wstring commandLine;
     Lines order;
     std::vector<std::wstring> scheduled;
@@ -140,7 +147,10 @@ protected:
         order.emplace_back(mutex != nullptr && handles.IsOpen(mutex) ? "pause with the mutex" : "pause");
         return 0;
     };
-    Fake<&FreeConsole> freeConsole = []() -> BOOL { return TRUE; };
+    Fake<&FreeConsole> freeConsole = [this]() -> BOOL {
+        order.emplace_back("console goes");
+        return TRUE;
+    };
 };
 
 TEST_F(MainTest, a_silent_run_does_everything_in_its_order)
@@ -197,33 +207,122 @@ TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)
     EXPECT_EQ(Run(L"-v"), Uninstaller::EXIT_NO_ERROR);
 
     EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "console", "version", "COM",
-                            "elevation", "mutex", "confirmation", "pause"}));
+                            "elevation", "mutex", "confirmation", "pause", "console goes"}));
     EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Verbose");
+    EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_FALSE(handles.IsOpen(mutex));
 }
 
-TEST_F(MainTest, a_GUI_run_has_a_confirmation_and_no_console)
+// A run that asks for a window.
+class MainWindowTest : public MainTest
 {
-    Fake<&TaskDialogIndirect> confirm = [this](const TASKDIALOGCONFIG*, int* button, int*, BOOL*) -> HRESULT {
-        order.emplace_back("confirmation");
-        *button = IDCANCEL;
-        return S_OK;
-    };
+protected:
+    MainWindowTest()
+    {
+        desktop.onCall = [this](const std::string& call) { order.push_back(call); };
+    }
+
+    // A user who cancels.
+    void CancelWhenAsked(const std::function<void()>& whileAsked = [] {})
+    {
+        dialog.Answer({.button = IDCANCEL, .whileShown = [this, whileAsked] {
+                           order.emplace_back("confirmation");
+                           whileAsked();
+                       }});
+    }
+
+    // What happens from the start to the end of a run that the user cancels.
+    static Lines Cancelled(const Lines& start, const Lines& end)
+    {
+        Lines lines{"thread", "no message box", "current folder", "command line",
+                    "window VELMORA_UNINSTALLER \"Velmora Uninstaller\" \"Uninstalling Velmora\nThis may take a few "
+                    "seconds.\" 102"};
+        lines.insert(lines.end(), start.begin(), start.end());
+        lines.insert(lines.end(), {"version", "COM", "elevation", "mutex", "confirmation"});
+        lines.insert(lines.end(), end.begin(), end.end());
+        return lines;
+    }
+
+    FakeTaskDialog dialog;
+};
+
+TEST_F(MainWindowTest, a_GUI_run_has_a_window_a_confirmation_and_no_console)
+{
+    for (const wchar_t* const argument : {L"", L"-g", L"--gui"})
+    {
+        order.clear();
+        CancelWhenAsked();
+
+        EXPECT_EQ(Run(argument), Uninstaller::EXIT_NO_ERROR);
+
+        EXPECT_EQ(order, Cancelled({}, {"closed"}));
+        EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
+        EXPECT_FALSE(handles.IsOpen(mutex));
+        SentryTesting::Forget();
+    }
+    EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Gui");
+    EXPECT_EQ(log.All().back(), "|INFO|:    User canceled the uninstaller.");
+    EXPECT_EQ(std::ranges::count(log.All(), c_noWindow), 0);
+}
+
+TEST_F(MainWindowTest, a_GUI_run_whose_window_cannot_be_shown_goes_on_as_a_verbose_one)
+{
+    desktop.outcome = FakeStatusWindow::Outcome::Refused;
+    CancelWhenAsked();
+
+    EXPECT_EQ(Run(L"--gui"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(order, Cancelled({"console"}, {"pause", "console goes"}));
+    EXPECT_EQ(dialog.Shown().back().owner, nullptr);
+    ASSERT_GE(log.All().size(), 4U);
+    EXPECT_EQ(Lines(log.All().begin(), log.All().begin() + 4),
+              (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Verbose",
+                     c_noWindow, "|INFO|:    Checking to sure we are running on Windows 10.0.19041 or higher..."}));
+    EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
+}
+
+TEST_F(MainWindowTest, a_window_that_could_not_be_shown_leaves_message_boxes_without_an_owner)
+{
+    desktop.outcome = FakeStatusWindow::Outcome::Refused;
+    dialog.Answer({.button = IDYES});
+
+    EXPECT_EQ(Run(L""), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(Lines(desktop.Calls().begin() + 1, desktop.Calls().end()),
+              Lines{"box 64 \"Velmora Uninstalled\" \"Velmora has been successfully uninstalled.\" without an owner"});
+}
+
+TEST_F(MainWindowTest, a_window_that_comes_late_is_used_from_then_on_and_goes_after_the_console)
+{
+    desktop.outcome = FakeStatusWindow::Outcome::Late;
+    CancelWhenAsked([this] { desktop.ShowNow(); });
 
     EXPECT_EQ(Run(L"-g"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "version", "COM", "elevation",
-                            "mutex", "confirmation"}));
-    EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Gui");
-    EXPECT_EQ(log.All().back(), "|INFO|:    User canceled the uninstaller.");
-    EXPECT_FALSE(handles.IsOpen(mutex));
+    EXPECT_EQ(order, Cancelled({"console"}, {"pause", "console goes", "closed"}));
+    EXPECT_EQ(log.All()[2], c_noWindow);
+}
+
+TEST_F(MainWindowTest, a_check_that_fails_tells_the_user_in_the_window_before_it_goes)
+{
+    isNewEnough = FALSE;
+
+    EXPECT_EQ(Run(L""), Uninstaller::EXIT_ERROR_WINDOWS_VERSION);
+
+    EXPECT_EQ(Lines(order.begin() + 5, order.end()),
+              (Lines{"version", "foreground",
+                     "box 16 \"Version Not Supported\" \"You need at least Windows 10 20H1 - May 2020 Update "
+                     "(10.0.19041) to continue.\"",
+                     "closed"}));
 }
 
 TEST_F(MainTest, the_help_is_shown_and_nothing_else_is_done)
 {
     EXPECT_EQ(Run(L"--help"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "console", "pause"}));
+    EXPECT_EQ(order, (Lines{"thread", "no message box", "current folder", "command line", "console", "pause",
+                            "console goes"}));
+    EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_EQ(log.All(),
               (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Verbose",
                      "|INFO|:    -v  | --verbose            | Detailed uninstaller logging",
@@ -353,6 +452,10 @@ protected:
         button = IDNO;
         SetFileAttributesW(root.AddFile(L"Elsewhere\\read-only").c_str(), FILE_ATTRIBUTE_READONLY);
         run(L"-s", Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL);
+        run(L"-g", Uninstaller::EXIT_NO_ERROR);
+        desktop.outcome = FakeStatusWindow::Outcome::Refused;
+        run(L"-g", Uninstaller::EXIT_NO_ERROR);
+        desktop.outcome = FakeStatusWindow::Outcome::Shown;
     }
 
     int button = IDNO;

@@ -2,6 +2,7 @@
 
 #include "support/FakeFolders.h"
 #include "support/FakeRegistry.h"
+#include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
 #include "support/OutOfMemory.h"
@@ -31,19 +32,31 @@ using Lines = std::vector<std::string>;
 class PreconditionsTest : public testing::Test
 {
 protected:
-    PreconditionsTest() { sentry_init(sentry_options_new()); }
+    PreconditionsTest()
+    {
+        sentry_init(sentry_options_new());
+        desktop.onCall = [this](const std::string&) {
+            linesWhenTold = log.All();
+            wasReportingWhenTold = SentryTesting::CurrentRun().isStarted;
+        };
+    }
     ~PreconditionsTest() override { SentryTesting::Forget(); }
 
-    // The run was ended by a check: with the line about it, which is not sent, the log kept and nothing scheduled.
-    void ExpectRefusal(ExitCode code, const std::string& checked) const
+    // The run was ended by a check: the user was told so while nothing else had been ended, the line about it is not
+    // sent, the log kept and nothing scheduled.
+    void ExpectRefusal(ExitCode code, const std::string& checked, const std::string& caption) const
     {
-        const std::wstring message = exitCodeMessage(code);
-        Lines lines{"|ERROR|:   " + std::string(message.begin(), message.end())};
+        const std::wstring wideMessage = exitCodeMessage(code);
+        const std::string message(wideMessage.begin(), wideMessage.end());
+        Lines lines{"|ERROR|:   " + message};
         if (!checked.empty())
         {
             lines.insert(lines.begin(), "|INFO|:    " + checked);
         }
         EXPECT_EQ(log.All(), lines);
+        EXPECT_EQ(desktop.Calls(), (Lines{"foreground", "box 16 \"" + caption + "\" \"" + message + '"'}));
+        EXPECT_EQ(linesWhenTold, lines);
+        EXPECT_TRUE(wasReportingWhenTold);
         EXPECT_TRUE(Exists(logger.LogPath()));
         EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
         EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
@@ -54,13 +67,17 @@ protected:
     TestFolder root;
     FakeFolders folders{root};
     LoggedLines log;
+    FakeStatusWindow desktop;
+    ShownStatusWindow window{desktop};
+    Lines linesWhenTold;
+    bool wasReportingWhenTold = false; // to the crash reporter
     std::vector<std::wstring> scheduled;
     Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
         scheduled.emplace_back(from);
         return TRUE;
     };
     Installer::Logger logger{RunType::Silent};
-    RunContext run{.logger = logger, .runType = RunType::Silent};
+    RunContext run{.logger = logger, .runType = RunType::Gui, .window = window.Get()};
 };
 
 // Windows' answer to a question about its version.
@@ -102,7 +119,19 @@ TEST_F(CheckWindowsVersionTest, refuses_an_older_one)
 
     EXPECT_EQ(CheckWindowsVersion(run), EXIT_ERROR_WINDOWS_VERSION);
 
-    ExpectRefusal(EXIT_ERROR_WINDOWS_VERSION, "Checking to sure we are running on Windows 10.0.19041 or higher...");
+    ExpectRefusal(EXIT_ERROR_WINDOWS_VERSION, "Checking to sure we are running on Windows 10.0.19041 or higher...",
+                  "Version Not Supported");
+}
+
+TEST_F(CheckWindowsVersionTest, refuses_without_a_message_box_when_there_is_no_window)
+{
+    isNewEnough = FALSE;
+    run.window = nullptr;
+
+    EXPECT_EQ(CheckWindowsVersion(run), EXIT_ERROR_WINDOWS_VERSION);
+
+    EXPECT_TRUE(desktop.Calls().empty());
+    EXPECT_EQ(log.All().size(), 2U);
 }
 
 // A process whose token belongs to a user and is elevated or not.
@@ -170,7 +199,7 @@ TEST_F(CheckElevationTest, refuses_anybody_else)
     EXPECT_EQ(CheckElevation(run), EXIT_ERROR_NOT_ELEVATED);
 
     EXPECT_EQ(asked, everything);
-    ExpectRefusal(EXIT_ERROR_NOT_ELEVATED, "Checking to see if elevated...");
+    ExpectRefusal(EXIT_ERROR_NOT_ELEVATED, "Checking to see if elevated...", "Uninstaller Not Elevated");
 }
 
 TEST_F(CheckElevationTest, throws_when_the_token_cannot_be_asked)
@@ -221,7 +250,7 @@ protected:
     {
         EXPECT_EQ(CheckSingleInstance(run, mutex), EXIT_ERROR_ALREADY_RUNNING);
         EXPECT_FALSE(mutex);
-        ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "");
+        ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "", "Velmora Uninstaller Failed");
     }
 
     OpenHandles handles;

@@ -3,6 +3,7 @@
 #include "Installer/CanonicalPath.h"
 #include "Uninstaller/CrashReporting.h"
 #include "support/FakeFolders.h"
+#include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
 #include "support/OpenedFiles.h"
@@ -71,12 +72,21 @@ TEST(IsInsideTest, everything_else_is_outside)
 class RelocateTest : public testing::Test
 {
 protected:
-    RelocateTest() { StartCrashReporting(); }
+    RelocateTest()
+    {
+        StartCrashReporting();
+        desktop.onCall = [this](const std::string&) {
+            linesWhenTold = log.All();
+            EXPECT_TRUE(opened.All().empty());
+            EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+        };
+    }
     ~RelocateTest() override { SentryTesting::Forget(); }
 
     ExitCode Relocate(const std::wstring& argument = L"-s")
     {
-        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui}, c_ownPath, argument, mutex);
+        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, c_ownPath,
+                                     argument, mutex);
     }
 
     static std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
@@ -86,9 +96,13 @@ protected:
         return "\"" + Narrow(Target()) + "\" process (with args of \"" + argument + "\")";
     }
 
-    // The run ended with an error that was sent, the log shown to the user and kept.
-    void ExpectError(const std::string& message) const
+    // The run ended with an error that was sent, the user told so after that and before anything else, the log shown
+    // and kept.
+    void ExpectError(const std::string& message, const std::string& shown) const
     {
+        EXPECT_EQ(desktop.Calls(), (Lines{"foreground", "box 16 \"Velmora Uninstaller Failed\" \"" + shown + '"'}));
+        ASSERT_FALSE(linesWhenTold.empty());
+        EXPECT_EQ(linesWhenTold.back(), "|ERROR|:   " + message);
         const auto sent = SentryTesting::CurrentRun();
         EXPECT_FALSE(sent.isStarted);
         ASSERT_EQ(sent.events.size(), 1U);
@@ -100,6 +114,8 @@ protected:
         EXPECT_EQ(opened.All(), std::vector<std::wstring>{logger.LogPath()});
         EXPECT_TRUE(Exists(logger.LogPath()));
     }
+    void ExpectError(const std::string& message) const { ExpectError(message, message); }
+    static std::string StartFailed() { return Narrow(exitCodeMessage(EXIT_ERROR_RUN_FROM_TEMP)); }
     static std::string CopyFailed(const std::string& reason)
     {
         return Narrow(copyToTempFailedMessage(std::wstring(reason.begin(), reason.end())));
@@ -115,6 +131,10 @@ protected:
     LoggedLines log;
     OpenedFiles opened;
     OpenHandles handles;
+    FakeStatusWindow desktop;
+    ShownStatusWindow window{desktop};
+    Installer::StatusWindow* shownWindow = window.Get();
+    Lines linesWhenTold;
     HANDLE heldMutex = handles.Make();
     wil::unique_handle mutex{heldMutex};
     std::vector<std::wstring> scheduled;
@@ -184,6 +204,7 @@ TEST_F(RelocateTest, copies_the_program_and_starts_the_copy_with_the_same_argume
     EXPECT_EQ(log.All(), (Lines{inside, "|INFO|:    Starting " + StartLine(),
                                 "|INFO|:    This process will now exit (without waiting for user feedback)",
                                 "|INFO|:    ----------"}));
+    EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_TRUE(clock.Sleeps().empty());
     EXPECT_FALSE(mutex);
 }
@@ -274,7 +295,7 @@ TEST_F(RelocateTest, a_copy_that_cannot_be_started_ends_the_run_and_schedules_th
 
     EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
 
-    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: -2147024894");
+    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: -2147024894", StartFailed());
     EXPECT_EQ(log.All().size(), 4U);
     EXPECT_EQ(scheduled, std::vector<std::wstring>{c_ownPath});
     EXPECT_FALSE(mutex);
@@ -290,7 +311,20 @@ TEST_F(RelocateTest, a_start_that_fails_without_an_error_is_a_failure_all_the_sa
 
     EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
 
-    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: 0");
+    ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: 0", StartFailed());
+}
+
+TEST_F(RelocateTest, a_run_without_a_window_shows_no_message_box)
+{
+    shownWindow = nullptr;
+    startResult = ERROR_FILE_NOT_FOUND;
+    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
+
+    copyResult = [](unsigned) -> DWORD { throw std::bad_alloc(); };
+    mutex.reset(heldMutex = handles.Make());
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_TRUE(desktop.Calls().empty());
 }
 
 TEST_F(RelocateTest, a_mutex_that_cannot_be_handed_over_counts_as_a_failed_copy)

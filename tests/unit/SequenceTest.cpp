@@ -4,6 +4,7 @@
 #include "support/FakeProcesses.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeServiceManager.h"
+#include "support/FakeStatusWindow.h"
 #include "support/FakeTaskDialog.h"
 #include "support/FakeWindows.h"
 #include "support/LoggedLines.h"
@@ -268,6 +269,139 @@ TEST_F(SequenceTest, a_file_in_the_place_of_the_installation_folder_is_left_alon
     EXPECT_EQ(Run(), EXIT_NO_ERROR);
 
     EXPECT_TRUE(Exists(root / L"Program Files\\Velmora"));
+}
+
+// A run with a window.
+class SequenceWindowTest : public SequenceTest
+{
+protected:
+    // What the user and the log get, in one order.
+    void NoteEverything()
+    {
+        desktop.onCall = [this](const std::string& call) { order.push_back(call); };
+        log.onLine = [this](const std::string& line) { order.push_back(line); };
+    }
+
+    ExitCode Run()
+    {
+        return UninstallProduct({.logger = logger, .runType = RunType::Silent, .window = shown}, installFolder,
+                                L"C:\\own.exe");
+    }
+
+    // The calls of the window, without the texts.
+    Lines Progress() const
+    {
+        Lines calls = desktop.Calls();
+        std::erase_if(calls, [](const std::string& call) { return !call.starts_with("progress "); });
+        return calls;
+    }
+
+    FakeStatusWindow desktop;
+    ShownStatusWindow window{desktop};
+    Installer::StatusWindow* shown = window.Get();
+    Lines order;
+};
+
+TEST_F(SequenceWindowTest, shows_what_is_done_and_how_far_it_is)
+{
+    NoteEverything();
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    Lines expected{"|INFO|:    Velmora will leave user directories as-is."};
+    const auto step = [&](const Lines& progress, const std::string& text) {
+        expected.insert(expected.end(), progress.begin(), progress.end());
+        expected.insert(expected.end(), {"|INFO|:    " + text, "text " + text});
+    };
+    step({"progress 10"}, "Deleting desktop shortcut...");
+    step({"progress 15"}, "Deleting start menu shortcut...");
+    step({}, "Removing from path...");
+    step({"progress 40"}, "Removing startup entry...");
+    step({"progress 50"}, "Deregistering application from system...");
+    step({"progress 60"}, "Removing uninstall entry...");
+    step({"progress 70"}, "Deleting installation folder...");
+    step({"progress 80"}, "Deleting OrvaneAuthService folders...");
+    step({"progress 82", "progress 84"}, "Deleting VelmoraUpdater folder...");
+    step({"progress 90", "progress 100"}, "Uninstall Complete!");
+    expected.insert(expected.end(), {"foreground", "box 64 \"Velmora Uninstalled\" \"Velmora has been successfully "
+                                                   "uninstalled.\""});
+    EXPECT_EQ(order, expected);
+}
+
+TEST_F(SequenceWindowTest, the_progress_does_not_depend_on_what_is_left_out)
+{
+    RemoveTestFolder(installFolder);
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(Progress(),
+              (Lines{"progress 10", "progress 15", "progress 40", "progress 50", "progress 60", "progress 70",
+                     "progress 80", "progress 82", "progress 84", "progress 90", "progress 100"}));
+}
+
+TEST_F(SequenceWindowTest, tells_of_a_full_success_before_the_log_goes)
+{
+    bool wasThere = false;
+    desktop.onCall = [&](const std::string& call) {
+        wasThere = call.starts_with("box ") && Exists(logger.LogPath()) && scheduled.empty();
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_TRUE(wasThere);
+}
+
+TEST_F(SequenceWindowTest, tells_of_a_partial_success_before_the_log_is_opened)
+{
+    SetFileAttributesW((root / L"Desktop\\Velmora.lnk").c_str(), FILE_ATTRIBUTE_READONLY);
+    NoteEverything();
+
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    ASSERT_GE(order.size(), 5U);
+    EXPECT_EQ(Lines(order.end() - 5, order.end()),
+              (Lines{c_partial[0], "foreground",
+                     "box 48 \"Velmora Partially Uninstalled\" \"Velmora has been successfully uninstalled, but some "
+                     "files may remain. See the logs for more information.\"",
+                     c_partial[1], c_partial[2]}));
+}
+
+TEST_F(SequenceWindowTest, tells_without_an_owner_when_the_window_could_not_be_shown)
+{
+    desktop.outcome = FakeStatusWindow::Outcome::Refused;
+    ShownStatusWindow refused(desktop);
+    shown = refused.Get();
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(desktop.Calls(), Lines{"box 64 \"Velmora Uninstalled\" \"Velmora has been successfully uninstalled.\" "
+                                     "without an owner"});
+}
+
+TEST_F(SequenceWindowTest, a_run_without_a_window_shows_nothing)
+{
+    shown = nullptr;
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+    root.AddFile(L"Desktop\\Velmora.lnk");
+    SetFileAttributesW((root / L"Desktop\\Velmora.lnk").c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(desktop.Calls().empty());
+}
+
+TEST_F(SequenceWindowTest, a_cancelled_run_and_an_unknown_answer_show_nothing_but_the_confirmation)
+{
+    FakeTaskDialog dialog;
+    dialog.Answer({.button = IDNO});
+    dialog.Answer({.button = 42});
+    for (const ExitCode code : {EXIT_NO_ERROR, EXIT_ERROR_PERMISSION_DIALOG_FAIL})
+    {
+        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Gui, .window = shown}, installFolder,
+                                   L"C:\\own.exe"),
+                  code);
+    }
+    EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
+    EXPECT_TRUE(desktop.Calls().empty());
 }
 
 struct Machine

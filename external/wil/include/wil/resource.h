@@ -133,12 +133,115 @@ using unique_any_handle_null = unique_any_t<HANDLE, CloseFunction, c_close, deta
 template <class CloseFunction, CloseFunction c_close>
 using unique_any_handle_invalid = unique_any_t<HANDLE, CloseFunction, c_close, details::InvalidOrNullIsEmpty>;
 
+// Leave a lock that is held.
+using rwlock_release_exclusive_scope_exit =
+    unique_any<SRWLOCK*, decltype(&::ReleaseSRWLockExclusive), ::ReleaseSRWLockExclusive>;
+using rwlock_release_shared_scope_exit =
+    unique_any<SRWLOCK*, decltype(&::ReleaseSRWLockShared), ::ReleaseSRWLockShared>;
+
+// A lock that one thread holds to write, or any number of threads to read.
+class srwlock
+{
+public:
+    srwlock() = default;
+    srwlock(const srwlock&) = delete;
+    srwlock& operator=(const srwlock&) = delete;
+
+    // Wait until the lock is free; it is left when the result goes out of scope.
+    [[nodiscard]] rwlock_release_exclusive_scope_exit lock_exclusive() noexcept
+    {
+        ::AcquireSRWLockExclusive(&m_lock);
+        return rwlock_release_exclusive_scope_exit(&m_lock);
+    }
+    [[nodiscard]] rwlock_release_shared_scope_exit lock_shared() noexcept
+    {
+        ::AcquireSRWLockShared(&m_lock);
+        return rwlock_release_shared_scope_exit(&m_lock);
+    }
+
+private:
+    SRWLOCK m_lock = SRWLOCK_INIT;
+};
+
+namespace details
+{
+
+// A device context together with what is needed to give it back.
+struct WindowDc
+{
+    HDC dc = nullptr;
+    HWND window = nullptr;
+
+    static void Close(const WindowDc& value) noexcept { ::ReleaseDC(value.window, value.dc); }
+};
+
+struct PaintDc
+{
+    HDC dc = nullptr;
+    HWND window = nullptr;
+    PAINTSTRUCT paint{};
+
+    static void Close(const PaintDc& value) noexcept { ::EndPaint(value.window, &value.paint); }
+};
+
+// Holds one of them, for as long as it stays where it is; get() is the device context alone.
+template <class Storage>
+class unique_dc
+{
+public:
+    explicit unique_dc(const Storage& value) noexcept : m_value(value) {}
+    unique_dc(const unique_dc&) = delete;
+    unique_dc& operator=(const unique_dc&) = delete;
+    ~unique_dc()
+    {
+        if (is_valid())
+        {
+            const DWORD lastError = GetLastError();
+            Storage::Close(m_value);
+            SetLastError(lastError);
+        }
+    }
+
+    HDC get() const noexcept { return m_value.dc; }
+    bool is_valid() const noexcept { return m_value.dc != nullptr; }
+    explicit operator bool() const noexcept { return is_valid(); }
+
+private:
+    Storage m_value;
+};
+
+} // namespace details
+
+using unique_hdc_window = details::unique_dc<details::WindowDc>;
+using unique_hdc_paint = details::unique_dc<details::PaintDc>;
+
+// The device context of a window (null: of the screen); empty when there is none.
+[[nodiscard]] inline unique_hdc_window GetDC(HWND window) noexcept
+{
+    return unique_hdc_window({::GetDC(window), window});
+}
+
+// Begins to paint a window; the painting ends when the result goes out of scope. Empty when it cannot begin. Fills
+// `paint` in where it is given.
+[[nodiscard]] inline unique_hdc_paint BeginPaint(HWND window, PAINTSTRUCT* paint = nullptr) noexcept
+{
+    details::PaintDc value{.dc = nullptr, .window = window, .paint = {}};
+    value.dc = ::BeginPaint(window, &value.paint);
+    if (paint != nullptr)
+    {
+        *paint = value.paint;
+    }
+    return unique_hdc_paint(value);
+}
+
 using unique_handle = unique_any_handle_null<decltype(&::CloseHandle), ::CloseHandle>;
 using unique_hfile = unique_any_handle_invalid<decltype(&::CloseHandle), ::CloseHandle>;
 using unique_hfind = unique_any_handle_invalid<decltype(&::FindClose), ::FindClose>;
 using unique_tool_help_snapshot = unique_hfile;
 // INVALID_HANDLE_VALUE is a process too: the calling one.
 using unique_process_handle = unique_any<HANDLE, decltype(&::CloseHandle), ::CloseHandle>;
+using unique_hglobal = unique_any<HGLOBAL, decltype(&::GlobalFree), ::GlobalFree>;
+using unique_hwnd = unique_any<HWND, decltype(&::DestroyWindow), ::DestroyWindow>;
 using unique_hkey = unique_any<HKEY, decltype(&::RegCloseKey), ::RegCloseKey>;
 using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), ::CloseServiceHandle>;
 using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;

@@ -1,0 +1,153 @@
+#include "Installer/StatusWindow.h"
+
+#include "Installer/StatusWindowThread.h"
+
+#include <shobjidl.h>
+
+namespace Installer
+{
+
+namespace
+{
+
+constexpr int c_pollMilliseconds = 50;
+constexpr int c_lastPollMilliseconds = 1000;
+constexpr int c_phaseCount = 10;
+
+void StartThread(StatusWindowData& data, const std::shared_ptr<StatusWindowData>& reference)
+{
+    data.heldByWindowThread = reference;
+    data.thread.reset(CreateThread(nullptr, 0, RunStatusWindowThread, &data, 0, &data.threadId));
+    if (!data.thread)
+    {
+        data.heldByWindowThread.reset();
+    }
+}
+
+void WaitWhileStarting(const StatusWindowData& data)
+{
+    for (int waited = 0; waited <= c_lastPollMilliseconds; waited += c_pollMilliseconds)
+    {
+        Sleep(c_pollMilliseconds);
+        if (data.state != StatusWindowState::Starting)
+        {
+            return;
+        }
+    }
+}
+
+// How far the whole run is, in percent.
+std::int32_t OverallProgress(int phase, int phaseCount, int percent)
+{
+    if (phaseCount == 0)
+    {
+        return 0;
+    }
+    const double start = (phase - 1.0) / phaseCount;
+    const double end = static_cast<double>(phase) / phaseCount;
+    return static_cast<std::int32_t>((percent / 100.0 * (end - start) + start) * 100.0);
+}
+
+} // namespace
+
+StatusWindow::StatusWindow(HINSTANCE module, const std::wstring& className, const std::wstring& title,
+                           const std::wstring& headline, int logoResourceId)
+    : m_data(std::make_shared<StatusWindowData>())
+{
+    m_data->module = module;
+    m_data->logoResourceId = logoResourceId;
+    m_data->className = className;
+    m_data->title = title;
+    m_data->headline = headline;
+    StartThread(*m_data, m_data);
+    if (m_data->thread)
+    {
+        WaitWhileStarting(*m_data);
+    }
+    // Unless the thread comes to its end at this very moment.
+    StatusWindowState starting = StatusWindowState::Starting;
+    m_data->state.compare_exchange_strong(starting, StatusWindowState::Failed);
+}
+
+StatusWindow::~StatusWindow()
+{
+    HWND window = m_data->window;
+    if (State() == StatusWindowState::Running)
+    {
+        SendMessageW(window, WM_CLOSE, 0, 0);
+        m_data->accessibilityRoot.reset();
+    }
+    m_data->thread.reset();
+    if (window != nullptr)
+    {
+        DestroyWindow(window); // gone already, unless its thread has been stopped
+    }
+}
+
+StatusWindowState StatusWindow::State() const
+{
+    return m_data->state;
+}
+
+HWND StatusWindow::Window() const
+{
+    // The user can close the window, and a dialog with an owner that is gone would not be shown.
+    HWND window = m_data->window;
+    return State() == StatusWindowState::Running && IsWindow(window) ? window : nullptr;
+}
+
+void StatusWindow::SetStatusText(const std::wstring& text)
+{
+    if (State() == StatusWindowState::Running)
+    {
+        SendMessageW(m_data->window, c_setStatusText, 0, reinterpret_cast<LPARAM>(text.c_str()));
+    }
+}
+
+void StatusWindow::SetPhase(int phase, int, int percent)
+{
+    m_data->phase = phase;
+    m_data->phaseCount = c_phaseCount;
+    SetProgress(percent);
+}
+
+void StatusWindow::SetProgress(int percent)
+{
+    if (State() != StatusWindowState::Running)
+    {
+        return;
+    }
+    HWND window = m_data->window;
+    const std::int32_t progress = OverallProgress(m_data->phase, m_data->phaseCount, percent);
+    wil::com_ptr_nothrow<ITaskbarList3> taskbar;
+    CoCreateInstance(CLSID_TaskbarList, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(taskbar.put()));
+    if (taskbar)
+    {
+        taskbar->SetProgressValue(window, static_cast<ULONGLONG>(progress), 100);
+    }
+    SendMessageW(window, c_setProgress, 0, progress);
+}
+
+void StatusWindow::ShowError(const std::wstring& caption, const std::wstring& text) const
+{
+    ShowMessage(caption, text, MB_ICONERROR);
+}
+
+void StatusWindow::ShowWarning(const std::wstring& caption, const std::wstring& text) const
+{
+    ShowMessage(caption, text, MB_ICONWARNING);
+}
+
+void StatusWindow::ShowInfo(const std::wstring& caption, const std::wstring& text) const
+{
+    ShowMessage(caption, text, MB_ICONINFORMATION);
+}
+
+void StatusWindow::ShowMessage(const std::wstring& caption, const std::wstring& text, UINT icon) const
+{
+    HWND owner = Window();
+    SetForegroundWindow(owner);
+    MessageBoxW(owner, text.c_str(), caption.c_str(), icon);
+}
+
+} // namespace Installer

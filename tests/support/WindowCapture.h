@@ -1,0 +1,58 @@
+// Pictures of what windows show, of this program or another one.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Testing
+{
+// Rows of pixels from the top, each 0xRRGGBB.
+class Picture
+{
+public:
+    Picture() = default;
+    Picture(int width, int height, std::vector<std::uint32_t> pixels)
+        : m_width(width),
+          m_height(height),
+          m_pixels(std::move(pixels))
+    {}
+
+    int Width() const { return m_width; }
+    int Height() const { return m_height; }
+    RECT Area() const { return {0, 0, m_width, m_height}; }
+
+    // The pixel must be within the picture.
+    std::uint32_t At(int x, int y) const
+    {
+        return m_pixels.at(static_cast<std::size_t>(y) * static_cast<std::size_t>(m_width) +
+                           static_cast<std::size_t>(x));
+    }
+
+    // Whether there is nothing in it but one colour.
+    bool IsPlain() const;
+
+    // Throws std::runtime_error when the file cannot be written.
+    void SaveAsPng(const std::wstring& path) const;
+
+    bool operator==(const Picture&) const = default;
+
+private:
+    int m_width = 0;
+    int m_height = 0;
+    std::vector<std::uint32_t> m_pixels;
+};
+
+// The client area of a window as it stands on the screen, with whatever covers it.
+Picture CaptureWindow(HWND window);
+
+// An icon of that size on a plain ground.
+Picture DrawIconOnGround(HICON icon, int width, int height, std::uint32_t ground);
+
+// How much two pictures of the same size differ: 0 for not at all.
+double Difference(const Picture& left, const Picture& right);
+} // namespace Testing
