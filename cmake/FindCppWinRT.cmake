@@ -17,12 +17,15 @@ find_package_handle_standard_args(CppWinRT REQUIRED_VARS CPPWINRT_INCLUDE_DIR
 if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
   # The files are named in lower case but include each other in mixed case.
   set(names ${CMAKE_BINARY_DIR}/cppwinrt)
-  if(NOT EXISTS ${names}/complete)
+  if(NOT EXISTS ${names}/all_names)
     file(GLOB_RECURSE headers RELATIVE ${CPPWINRT_INCLUDE_DIR} ${CPPWINRT_INCLUDE_DIR}/winrt/*.h)
     foreach(header IN LISTS headers)
       file(STRINGS ${CPPWINRT_INCLUDE_DIR}/${header} lines REGEX "^#include \"winrt/.*[A-Z].*\"")
       list(APPEND includes ${lines})
     endforeach()
+    # Most of the public ones are included by nobody here: their names are those of their parts.
+    list(TRANSFORM includes REPLACE "winrt/impl/(.*)\\.[012]\\.h" "winrt/\\1.h" OUTPUT_VARIABLE public_includes)
+    list(APPEND includes ${public_includes})
     list(REMOVE_DUPLICATES includes)
     foreach(header IN LISTS headers)
       get_filename_component(folder ${names}/${header} DIRECTORY)
@@ -34,7 +37,7 @@ if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
       string(TOLOWER ${mixed} lower)
       file(CREATE_LINK ${CPPWINRT_INCLUDE_DIR}/${lower} ${names}/${mixed} SYMBOLIC)
     endforeach()
-    file(TOUCH ${names}/complete)
+    file(TOUCH ${names}/all_names)
   endif()
 
   add_library(CppWinRT INTERFACE)
@@ -44,5 +47,8 @@ if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
     # clang's <cpuid.h> and mingw's <intrin.h> both define __cpuidex, and the latter brings a header of clang's that does
     # nothing but warn: leave both out.
     target_compile_definitions(CppWinRT INTERFACE __CPUID_H _MM3DNOW_H_INCLUDED)
+  elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Its templates make more sections than an ordinary object file can have.
+    target_compile_options(CppWinRT INTERFACE -Wa,-mbig-obj)
   endif()
 endif()

@@ -83,6 +83,11 @@ std::wstring GetProgramFilesFolder()
     return GetKnownFolder(FOLDERID_ProgramFiles, c_defaultProgramFiles);
 }
 
+std::wstring GetProgramFilesX64Folder()
+{
+    return GetKnownFolder(FOLDERID_ProgramFilesX64, c_defaultProgramFiles);
+}
+
 std::wstring GetProgramDataFolder()
 {
     return GetKnownFolder(FOLDERID_ProgramData, c_defaultProgramData);

@@ -16,6 +16,9 @@ std::wstring GetUninstallerTempFolder();
 // "C:\Program Files\" or wherever it is on this machine; ends in a backslash. Never fails.
 std::wstring GetProgramFilesFolder();
 
+// The folder of the 64-bit programs, which for this one is the same; ends in a backslash. Never fails.
+std::wstring GetProgramFilesX64Folder();
+
 // "C:\ProgramData\" or wherever it is on this machine; ends in a backslash. Never fails.
 std::wstring GetProgramDataFolder();
 

@@ -3,12 +3,16 @@
 #include "Installer/ClientHelper.h"
 #include "Installer/Common.h"
 #include "Installer/Environment.h"
+#include "Installer/Firewall.h"
+#include "Installer/Migrator.h"
+#include "Installer/ProtectedFolder.h"
 #include "Installer/Registry.h"
 #include "Installer/Retry.h"
 #include "Installer/Service.h"
 #include "Installer/Shortcuts.h"
 #include "Uninstaller/Confirmation.h"
 #include "Uninstaller/EndOfProcess.h"
+#include "Uninstaller/UserCleanup.h"
 
 #include <windows.h>
 
@@ -26,9 +30,13 @@ using namespace Installer;
 constexpr DWORD c_pauseBeforeStartMilliseconds = 200;
 constexpr int c_phaseCount = 10;
 
+// Windows may still be busy with the package, or somebody with what is in it.
+constexpr RetryPolicy c_fiveSlowAttempts{5, 5000, false};
+
 // What the steps work on.
 struct Removal
 {
+    const RunContext& run;
     const std::wstring& installFolder;
     bool removeUserSettings;
 };
@@ -41,6 +49,7 @@ enum class Failure
 {
     MakesPartial, // logged as an error; the run ends with EXIT_ERROR_PARTIAL_UNINSTALL
     Warns,        // logged as a warning only
+    IsLogged,     // by the operation itself; the end of the run is as with the first one
 };
 
 // Lets an operation of the library stand in the list below, whichever of its arguments it takes.
@@ -86,6 +95,22 @@ HRESULT Deregister(const Removal& removal)
     return DeregisterApplication(removal.removeUserSettings);
 }
 
+HRESULT RemovePackage(const Removal& removal)
+{
+    return RemoveLegacyPackage(removal.run.logger);
+}
+
+// What others live in stays, whoever wrote it into the install record.
+HRESULT DeleteInstallFolder(const std::wstring& folder)
+{
+    return IsProtectedFolder(folder) ? E_ACCESSDENIED : DeleteFolderWithRetry(folder);
+}
+
+HRESULT CleanUpUser(const Removal& removal)
+{
+    return CleanUpForCurrentUser(removal.run) ? S_OK : E_FAIL;
+}
+
 // What an operation works on, where it is a folder: the failure names it.
 std::wstring NoFolder(const Removal&)
 {
@@ -113,14 +138,19 @@ std::wstring UpdaterDataFolder(const Removal&)
 }
 
 // When a step is done; one that is left out is not shown either.
-bool Always(const std::wstring&)
+bool Always(const Removal&, const std::wstring&)
 {
     return true;
 }
 
-bool IfFolderExists(const std::wstring& folder)
+bool IfFolderExists(const Removal&, const std::wstring& folder)
 {
     return FolderExists(folder);
+}
+
+bool IfSettingsGo(const Removal& removal, const std::wstring&)
+{
+    return removal.removeUserSettings;
 }
 
 // Where the window's progress stands; the default: as before.
@@ -139,7 +169,7 @@ struct Step
     const wchar_t* failureText = L""; // logged when it fails; the folder and the system's reason follow
     Failure failure = Failure::MakesPartial;
     std::wstring (*folder)(const Removal& removal) = NoFolder;
-    bool (*applies)(const std::wstring& folder) = Always;
+    bool (*applies)(const Removal& removal, const std::wstring& folder) = Always;
 };
 
 // Everything that is removed, in this order.
@@ -160,6 +190,9 @@ constexpr Step c_steps[] = {
     {{}, L"Removing from path...",
         Do<RemovePathEntry>, c_tenAttempts,
         L"Unable to remove from path."},
+    {{.phase = 4}, L"Deleting firewall rules...",
+        Do<RemoveFirewallRule>, c_tenAttempts,
+        L"Unable to delete firewall rules."},
     {{.phase = 5}, L"Removing startup entry...",
         Do<RemoveStartupEntry>, c_once,
         L"Unable to remove startup entry."},
@@ -170,7 +203,7 @@ constexpr Step c_steps[] = {
         Do<RemoveUninstallEntry>, c_once,
         L"Unable to remove uninstall entry."},
     {{.phase = 8}, L"Deleting installation folder...",
-        Do<DeleteFolderWithRetry>, c_once,
+        Do<DeleteInstallFolder>, c_once,
         L"Unable to delete installation folder", Failure::MakesPartial, InstallFolder, IfFolderExists},
     {{.phase = 9}, L"Deleting OrvaneAuthService folders...",
         Do<RemoveFolder>, c_tenAttempts,
@@ -181,6 +214,12 @@ constexpr Step c_steps[] = {
     {{.percent = 40}, L"Deleting VelmoraUpdater folder...",
         Do<RemoveFolder>, c_tenAttempts,
         L"Unable to delete VelmoraUpdater folder", Failure::Warns, UpdaterDataFolder},
+    {{.percent = 60}, L"Attempting to clean up files for current user...",
+        Do<CleanUpUser>, c_once,
+        L"", Failure::IsLogged, NoFolder, IfSettingsGo},
+    {{}, nullptr,
+        Do<RemovePackage>, c_fiveSlowAttempts,
+        L"Unable to remove legacy packaged installation.", Failure::Warns},
     {{.phase = 10, .percent = 100}, L"Uninstall Complete!"},
 };
 // clang-format on
@@ -222,29 +261,34 @@ void Announce(const RunContext& run, const std::wstring& text)
 }
 
 // Does one step. Returns whether the result of the run is still a full one.
-bool DoStep(const Step& step, const Removal& removal, const RunContext& run)
+bool DoStep(const Step& step, const Removal& removal)
 {
-    ShowProgress(run, step.progress);
+    ShowProgress(removal.run, step.progress);
     const std::wstring folder = step.folder(removal);
-    if (!step.applies(folder))
+    if (!step.applies(removal, folder))
     {
         return true;
     }
     if (step.shown != nullptr)
     {
-        Announce(run, step.shown);
+        Announce(removal.run, step.shown);
     }
     const HRESULT result = Retry(step.retry, [&] { return step.operation(removal, folder); });
     if (result == S_OK)
     {
         return true;
     }
-    if (step.failure == Failure::Warns)
+    switch (step.failure)
     {
-        run.logger.Warning(DescribeFailure(step, folder, result), false);
+    case Failure::Warns:
+        removal.run.logger.Warning(DescribeFailure(step, folder, result), false);
         return true;
+    case Failure::MakesPartial:
+        removal.run.logger.Error(DescribeFailure(step, folder, result), false);
+        return false;
+    case Failure::IsLogged:
+        break;
     }
-    run.logger.Error(DescribeFailure(step, folder, result), false);
     return false;
 }
 
@@ -274,7 +318,8 @@ std::optional<bool> Confirm(const RunContext& run, const std::wstring& ownPath, 
 // run ended here.
 std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
 {
-    run.logger.Info(L"Stopping Velmora...");
+    ShowProgress(run, {.phase = 1});
+    Announce(run, L"Stopping Velmora...");
     const bool isClientStopped = StopRunningClient(run.logger);
     const HRESULT services = isClientStopped ? Retry(c_tenAttempts, [&] { return StopServices(run.logger); }) : S_OK;
     if (!isClientStopped || services != S_OK)
@@ -282,11 +327,15 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& inst
         run.logger.Error(std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
                              L", Services Stopped Result: " + std::to_wstring(services),
                          false);
+        ShowError(run, exitCodeMessage(EXIT_ERROR_CLIENT_RUNNING));
         finishProcess(run.logger.LogPath(), ownPath, false);
         return EXIT_ERROR_CLIENT_RUNNING;
     }
-    if (!CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, nullptr))
+    // In a folder that is not deleted anyway, nobody is in the way.
+    if (!IsProtectedFolder(installFolder) &&
+        !CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, DialogOwner(run)))
     {
+        ShowError(run, exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED));
         run.logger.OpenLog();
         finishProcess(run.logger.LogPath(), ownPath, false);
         return EXIT_ERROR_DIRECTORY_LOCKED;
@@ -295,12 +344,12 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& inst
 }
 
 // Returns whether nothing is left.
-bool RemoveEverything(const Removal& removal, const RunContext& run)
+bool RemoveEverything(const Removal& removal)
 {
     bool complete = true;
     for (const Step& step : c_steps)
     {
-        complete = DoStep(step, removal, run) && complete;
+        complete = DoStep(step, removal) && complete;
     }
     return complete;
 }
@@ -321,7 +370,7 @@ ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFold
     {
         return *end;
     }
-    if (RemoveEverything({installFolder, *removeUserSettings}, run))
+    if (RemoveEverything({run, installFolder, *removeUserSettings}))
     {
         if (run.window != nullptr)
         {

@@ -21,6 +21,8 @@ namespace
 
 using namespace Installer;
 
+constexpr int c_progressBetween = 80; // of the phase, between the two folders
+
 std::wstring FindLocalAppData()
 {
     const wil::unique_handle token = GetActiveConsoleExplorerToken();
@@ -47,6 +49,10 @@ try
     const std::wstring localAppData = FindLocalAppData();
     DeleteUserFolder(localAppData + L"\\Vel Mora",
                      L"Unable to delete Velmora folder. Other applications may accessing this folder.", run.logger);
+    if (run.window != nullptr)
+    {
+        run.window->SetProgress(c_progressBetween);
+    }
     DeleteUserFolder(localAppData + L"\\Tessaline",
                      L"Unable to delete Tessaline folder. Pellmark Studio may be running.", run.logger);
     return true;

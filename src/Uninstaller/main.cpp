@@ -1,5 +1,6 @@
 #include "Installer/CanonicalPath.h"
 #include "Installer/Logger.h"
+#include "Installer/ProtectedFolder.h"
 #include "Installer/StatusWindow.h"
 #include "Uninstaller/CommandLine.h"
 #include "Uninstaller/CrashReporting.h"
@@ -132,7 +133,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 
     const std::wstring installFolder = FindInstallFolder(logger);
     const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
-    if (Installer::IsInside(ownPath, installFolder))
+    if (!Installer::IsProtectedFolder(installFolder) && Installer::IsInside(ownPath, installFolder))
     {
         return Relocate(run, ownPath, commandLine.argument, mutex);
     }

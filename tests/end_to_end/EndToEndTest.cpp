@@ -3,6 +3,7 @@
 #include "support/BuiltFiles.h"
 #include "support/Names.h"
 #include "support/RunningProduct.h"
+#include "support/Servers.h"
 
 #include <windows.h>
 
@@ -25,10 +26,9 @@ constexpr std::array<std::wstring_view, 3> c_keysMadeByOpening{
     LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)",
     LR"(HKLM\SOFTWARE\RegisteredApplications)"};
 
-std::wstring BuiltProgram()
-{
-    return BuiltFile(c_programName);
-}
+// What the tests' servers were asked for.
+constexpr std::array<std::wstring_view, 2> c_calls{LR"(HKLM\Software\Velmora.Testing\Firewall\Calls)",
+                                                   LR"(HKLM\Software\Velmora.Testing\Packages\Calls)"};
 
 std::vector<std::string> SplitLines(const std::string& text)
 {
@@ -85,9 +85,11 @@ DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text)
 
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
 {
-    if (!CopyFileW(BuiltProgram().c_str(), m_program.c_str(), FALSE))
+    RegisterServers();
+    const std::wstring built = BuiltFile(c_programName);
+    if (!CopyFileW(built.c_str(), m_program.c_str(), FALSE))
     {
-        ThrowWindowsError("Cannot copy " + ToUtf8(BuiltProgram()) + " to " + ToUtf8(m_program), GetLastError());
+        ThrowWindowsError("Cannot copy " + ToUtf8(built) + " to " + ToUtf8(m_program), GetLastError());
     }
 }
 
@@ -163,6 +165,10 @@ MachineState EndToEndTest::StateAfter(const std::wstring& program, bool removeUs
     for (const std::wstring_view key : c_keysMadeByOpening)
     {
         state.AddWithParents(key, StateEntry::Kind::Key);
+    }
+    for (const std::wstring_view calls : c_calls)
+    {
+        state.CopyTree(calls, m_after);
     }
     AddPendingDeletion(state, program);
     return state;

@@ -51,7 +51,7 @@ protected:
     static std::wstring RelocatedCopy(const std::wstring& temporaryFolder = TemporaryFolder());
 
     // The state that the last run must have led to when it removed what is declared, and left behind what every run
-    // does.
+    // does. What the servers were asked for is taken as it is.
     MachineState DeclaredState(bool removeUserSettings = false) const;
 
     // The same for a run that went on as its copy: that is left instead, with the log of the first process.
@@ -60,7 +60,7 @@ protected:
     // The same for a run that could not make its log's folder where it usually is.
     MachineState DeclaredStateWithoutLogFolder(bool removeUserSettings = false) const;
 
-    // The state that a run must have led to that removed nothing at all.
+    // The state that a run must have led to that removed nothing at all, and asked no server for anything.
     MachineState UntouchedState() const;
 
     // The same for a run that the user cancelled: the program is scheduled for deletion all the same.

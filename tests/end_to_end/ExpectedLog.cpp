@@ -2,6 +2,7 @@
 
 #include "support/Names.h"
 #include "support/SampleInstallation.h"
+#include "support/Servers.h"
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,9 @@ namespace
 constexpr std::string_view c_info = "|INFO|:    ";
 constexpr std::string_view c_warning = "|WARNING|: ";
 constexpr std::string_view c_error = "|ERROR|:   ";
+constexpr std::string_view c_packageRemoved = "[Migrator] Successfully removed legacy Velmora installation!";
+constexpr std::string_view c_packageRemovalFailed = "[Migrator] Failed to remove legacy Velmora installation: ";
+constexpr std::string_view c_removingForOneUser = "[Migrator] Attempting to remove for single user only...";
 
 struct StepRow
 {
@@ -29,6 +33,7 @@ constexpr std::array<StepRow, 12> c_steps{{
     {Step::UpdaterService, "Uninstalling updater service...", "Unable to uninstall updater service."},
     {Step::AuthService, "Uninstalling authorization service...", "Unable to uninstall authorization service."},
     {Step::MachinePath, "Removing from path...", "Unable to remove from path."},
+    {Step::FirewallRule, "Deleting firewall rules...", "Unable to delete firewall rules."},
     {Step::StartupEntry, "Removing startup entry...", "Unable to remove startup entry."},
     {Step::Registration, "Deregistering application from system...", "Unable to deregister application from system."},
     {Step::UninstallEntry, "Removing uninstall entry...", "Unable to remove uninstall entry."},
@@ -37,6 +42,7 @@ constexpr std::array<StepRow, 12> c_steps{{
      "Unable to delete PF OrvaneAuthService folder"},
     {Step::AuthServiceDataFolder, "", "Unable to delete PD OrvaneAuthService folder"},
     {Step::UpdaterFolder, "Deleting VelmoraUpdater folder...", "Unable to delete VelmoraUpdater folder"},
+    {Step::LegacyPackage, "", "Unable to remove legacy packaged installation."},
 }};
 
 std::string Error(std::string_view message)
@@ -264,6 +270,70 @@ std::vector<std::string> Retried()
     return {Info("[ClientHelper] User prompted to retry...")};
 }
 
+MigratorLog& MigratorLog::Deprovisions()
+{
+    m_provisioned.push_back(Info("[Migrator] Deprovisioned Velmora Package to prevent future auto-installs..."));
+    return *this;
+}
+
+MigratorLog& MigratorLog::FailsToDeprovision(std::string_view code)
+{
+    m_provisioned.push_back(Error("[Migrator] Failed to deprovisioned Velmora Package: " + std::string(code)));
+    return *this;
+}
+
+MigratorLog& MigratorLog::BeginsRemoval(std::wstring_view folder)
+{
+    m_installed.push_back(Info("[Migrator] Preparing to remove legacy Velmora installation at: " + ToUtf8(folder)));
+    return *this;
+}
+
+MigratorLog& MigratorLog::Removes(std::wstring_view folder)
+{
+    BeginsRemoval(folder);
+    m_installed.push_back(Info(c_packageRemoved));
+    return *this;
+}
+
+MigratorLog& MigratorLog::RemovesForOneUser(std::wstring_view folder, std::string_view code)
+{
+    BeginsRemoval(folder);
+    m_installed.push_back(Error(std::string(c_packageRemovalFailed) + std::string(code)));
+    m_installed.push_back(Info(c_removingForOneUser));
+    m_installed.push_back(Info(c_packageRemoved));
+    return *this;
+}
+
+MigratorLog& MigratorLog::FailsToRemove(std::wstring_view folder, std::string_view code, std::string_view secondCode)
+{
+    BeginsRemoval(folder);
+    m_installed.push_back(Error(std::string(c_packageRemovalFailed) + std::string(code)));
+    m_installed.push_back(Info(c_removingForOneUser));
+    m_installed.push_back(Error(std::string(c_packageRemovalFailed) + std::string(secondCode)));
+    return *this;
+}
+
+MigratorLog& MigratorLog::FailsToSearchProvisioned()
+{
+    m_provisioned.push_back(
+        Error("[Migrator] Failed to search for provisioned Velmora legacy packages: Unknown Error"));
+    return *this;
+}
+
+MigratorLog& MigratorLog::FailsToSearchInstalled()
+{
+    m_installed.push_back(Error("[Migrator] Failed to search for installed Velmora legacy packages: Unknown Error"));
+    return *this;
+}
+
+std::vector<std::string> MigratorLog::Lines() const
+{
+    return Append(
+        Append(Append({Info("[Migrator] Searching for provisioned Velmora legacy packages...")}, m_provisioned),
+               {Info("[Migrator] Searching for installed Velmora legacy packages...")}),
+        m_installed);
+}
+
 ExpectedLog& ExpectedLog::Runs(std::string_view type)
 {
     m_runType = type;
@@ -279,6 +349,8 @@ ExpectedLog& ExpectedLog::RemovesSettings()
 ExpectedLog::ExpectedLog()
 {
     FindsRecord(InstallFolder() + L"\\");
+    m_migration =
+        HasServers() ? MigratorLog().Deprovisions().Removes(LegacyPackageFolder()).Lines() : MigratorLog().Lines();
 }
 
 ExpectedLog& ExpectedLog::FindsRecord(std::wstring_view location, std::string_view version)
@@ -327,6 +399,17 @@ ExpectedLog& ExpectedLog::LeavesOut(Step step)
     return *this;
 }
 
+ExpectedLog& ExpectedLog::FindsNoPackage()
+{
+    return Migrates(MigratorLog().Lines());
+}
+
+ExpectedLog& ExpectedLog::Migrates(std::vector<std::string> lines)
+{
+    m_migration = std::move(lines);
+    return *this;
+}
+
 ExpectedLog& ExpectedLog::Fails(Step step, unsigned long result, std::wstring_view folder)
 {
     m_failures.push_back({step, true, result, std::wstring(folder)});
@@ -365,6 +448,10 @@ std::vector<std::string> ExpectedLog::Lines() const
         if (!row.shown.empty() && !m_leftOut.contains(row.step))
         {
             lines.push_back(Info(row.shown));
+        }
+        if (row.step == Step::LegacyPackage)
+        {
+            lines = Append(std::move(lines), m_migration);
         }
         for (const Failure& failure : m_failures)
         {

@@ -17,13 +17,15 @@ enum class Step
     UpdaterService,
     AuthService,
     MachinePath,
+    FirewallRule,
     StartupEntry,
     Registration,
     UninstallEntry,
     InstallFolder,
     AuthServiceProgramFolder,
     AuthServiceDataFolder,
-    UpdaterFolder
+    UpdaterFolder,
+    LegacyPackage
 };
 
 // The lines of runs that do not get to uninstalling. The process ID is "<pid>" in all of them.
@@ -83,10 +85,37 @@ std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists
 std::string Info(std::string_view message);
 std::string Warning(std::string_view message);
 
+// The lines of one attempt to remove the legacy package, put together from what it finds.
+class MigratorLog
+{
+public:
+    // A provisioned package that is deprovisioned, or with which that fails.
+    MigratorLog& Deprovisions();
+    MigratorLog& FailsToDeprovision(std::string_view code);
+
+    // An installed package that goes for all users, or for the current one alone, or not at all.
+    MigratorLog& Removes(std::wstring_view folder);
+    MigratorLog& RemovesForOneUser(std::wstring_view folder, std::string_view code);
+    MigratorLog& FailsToRemove(std::wstring_view folder, std::string_view code, std::string_view secondCode);
+
+    // The search ends with an exception of no kind that is known.
+    MigratorLog& FailsToSearchProvisioned();
+    MigratorLog& FailsToSearchInstalled();
+
+    std::vector<std::string> Lines() const;
+
+private:
+    MigratorLog& BeginsRemoval(std::wstring_view folder);
+
+    std::vector<std::string> m_provisioned;
+    std::vector<std::string> m_installed;
+};
+
 class ExpectedLog
 {
 public:
-    // The log of a silent run that finds the sample's own install record and in which everything succeeds.
+    // The log of a silent run that finds the sample's own install record and in which everything succeeds, the removal
+    // of the sample's legacy package too.
     ExpectedLog();
 
     // A run of another type: "Gui" or "Verbose".
@@ -110,11 +139,15 @@ public:
     // The step is not taken, so nothing is said about it.
     ExpectedLog& LeavesOut(Step step);
 
+    // The run finds no legacy package; or these are the lines of the attempts to remove it, one after the other.
+    ExpectedLog& FindsNoPackage();
+    ExpectedLog& Migrates(std::vector<std::string> lines);
+
     // A step that makes the run a partial one fails with this result. The folder steps name the folder.
     ExpectedLog& Fails(Step step, unsigned long result, std::wstring_view folder = {});
 
     // A step that only warns fails with this result.
-    ExpectedLog& Warns(Step step, unsigned long result, std::wstring_view folder);
+    ExpectedLog& Warns(Step step, unsigned long result, std::wstring_view folder = {});
 
     // The lines without their line feeds. The process ID is "<pid>".
     std::vector<std::string> Lines() const;
@@ -142,6 +175,7 @@ private:
     std::vector<std::string> m_clients;
     std::optional<std::vector<std::string>> m_lockers;
     End m_end = End::WhenAllIsDone;
+    std::vector<std::string> m_migration;
     std::set<Step> m_leftOut;
     std::vector<Failure> m_failures;
 };

@@ -50,16 +50,16 @@ TEST_F(FullUninstallTest, Only_the_32_bit_programs_own_registry_looks_alike_and_
 TEST_F(FullUninstallTest, Nothing_installed_leaves_everything_as_it_is)
 {
     Run();
-    ExpectFullSuccess(ExpectedLog().FindsNoRecord().LeavesOut(Step::InstallFolder));
+    ExpectFullSuccess(ExpectedLog().FindsNoRecord().FindsNoPackage().LeavesOut(Step::InstallFolder));
 }
 
 TEST_F(FullUninstallTest, Only_bystanders_there_leaves_everything_as_it_is)
 {
     LayDownSample({Group::InstallFolder, Group::ServiceFolders, Group::Shortcuts, Group::MachinePath,
-                   Group::StartupEntry, Group::Registration, Group::UninstallEntry, Group::Settings,
-                   Group::UserFolders});
+                   Group::FirewallRule, Group::StartupEntry, Group::Registration, Group::UninstallEntry,
+                   Group::Settings, Group::UserFolders, Group::LegacyPackage});
     Run();
-    ExpectFullSuccess(ExpectedLog().FindsNoRecord().LeavesOut(Step::InstallFolder));
+    ExpectFullSuccess(ExpectedLog().FindsNoRecord().FindsNoPackage().LeavesOut(Step::InstallFolder));
 }
 
 TEST_F(FullUninstallTest, A_second_run_changes_nothing)
@@ -68,7 +68,7 @@ TEST_F(FullUninstallTest, A_second_run_changes_nothing)
     Run();
     ExpectFullSuccess();
     Run();
-    ExpectFullSuccess(ExpectedLog().FindsNoRecord().LeavesOut(Step::InstallFolder));
+    ExpectFullSuccess(ExpectedLog().FindsNoRecord().FindsNoPackage().LeavesOut(Step::InstallFolder));
 }
 
 std::string NameOfParameter(const ::testing::TestParamInfo<Group>& parameter)
@@ -105,6 +105,10 @@ TEST_P(MissingPartTest, A_part_that_is_missing_is_no_failure)
     if (GetParam() == Group::InstallFolder)
     {
         log.LeavesOut(Step::InstallFolder);
+    }
+    if (GetParam() == Group::LegacyPackage)
+    {
+        log.FindsNoPackage();
     }
     ExpectFullSuccess(log);
 }

@@ -146,13 +146,7 @@ TEST_F(InstallRecordTest, References_in_a_location_are_not_expanded)
     SetLocation(LR"(%ProgramFiles%\Velmora)", REG_EXPAND_SZ);
     Run();
     MachineState state = DeclaredState();
-    for (const auto& [path, entry] : Before().All())
-    {
-        if (IsAtOrBelow(path, InstallFolder()))
-        {
-            state.Set(path, entry);
-        }
-    }
+    state.CopyTree(InstallFolder(), Before());
     ExpectFullSuccess(ExpectedLog().FindsRecord(LR"(%ProgramFiles%\Velmora\)").LeavesOut(Step::InstallFolder), state);
 }
 
@@ -178,13 +172,7 @@ TEST_F(InstallRecordTest, A_location_on_another_drive_is_removed_and_the_default
     Run();
     MachineState state = DeclaredState();
     state.Erase(folder);
-    for (const auto& [path, entry] : Before().All())
-    {
-        if (IsAtOrBelow(path, InstallFolder()))
-        {
-            state.Set(path, entry);
-        }
-    }
+    state.CopyTree(InstallFolder(), Before());
     ASSERT_NE(Before().Find(folder), nullptr);
     ExpectFullSuccess(ExpectedLog().FindsRecord(folder + L"\\"), state);
     RemoveTree(drive.Root() + L"Programs");

@@ -73,7 +73,7 @@ TEST_F(InstallationFolderTest, Once_the_obstacle_is_gone_a_second_run_completes_
                            DeclaredStateWith({file}));
     ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
     Run();
-    ExpectFullSuccess(ExpectedLog().FindsNoRecord());
+    ExpectFullSuccess(ExpectedLog().FindsNoRecord().FindsNoPackage());
 }
 
 TEST_F(InstallationFolderTest, A_file_that_is_released_in_time_is_no_failure)

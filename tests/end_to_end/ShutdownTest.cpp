@@ -340,10 +340,11 @@ protected:
     }
 
     // A run whose user confirms, and then answers what to do about the programs.
-    void RunAnswered(const std::vector<DialogAnswer>& answers)
+    void RunAnswered(const std::vector<DialogAnswer>& answers, const DialogAnswer& end = FullSuccessMessage())
     {
-        std::vector<DialogAnswer> all{Answer(IDYES)};
+        std::vector<DialogAnswer> all{AnswerConfirmation(IDYES)};
         all.insert(all.end(), answers.begin(), answers.end());
+        all.push_back(end);
         Run(L"-g", {.answers = all});
     }
 
@@ -461,7 +462,11 @@ TEST_P(LockerCancelTest, A_user_who_cancels_is_shown_the_log_and_nothing_is_remo
 {
     const LogViewer viewer;
     const SampleProgram program(Inside(L"Helper.exe"));
-    RunAnswered({Answer(GetParam())});
+    RunAnswered(
+        {Answer(GetParam())},
+        ErrorMessage(L"Velmora Uninstaller Failed",
+                     L"One or more processes are locking the Velmora installation directory. Please restart your "
+                     L"system and try again. See the logs for more information."));
     const std::vector<Locker> lockers{{program.Process().Id(), "Helper.exe"}};
     ExpectEnd(c_folderLocked,
               GuiLog(Join({FoundLockers(lockers), {Info("[ClientHelper] User canceled the uninstaller.")}}))

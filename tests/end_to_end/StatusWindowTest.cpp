@@ -9,11 +9,15 @@
 #include "support/Owners.h"
 #include "support/SampleInstallation.h"
 #include "support/WindowCapture.h"
+#include "support/Wine.h"
 
 #include <windows.h>
 
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <functional>
+#include <iostream>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -450,6 +454,64 @@ TEST_F(StatusWindowTest, What_an_assistive_program_still_holds_outlives_the_wind
     }
 }
 
+// Starts a window and ends it again. Returns after how many milliseconds the point on the screen had the colour.
+double MeasureFirstFrame(const std::wstring& arguments, POINT point, std::uint32_t colour)
+{
+    constexpr wchar_t c_eventName[] = L"Velmora.Tests.EndOfMeasuredWindow";
+    const UniqueHandle end(CreateEventW(nullptr, TRUE, FALSE, c_eventName));
+    HDC dc = GetDC(nullptr);
+    const COLORREF wanted = RGB(colour >> 16 & 0xFF, colour >> 8 & 0xFF, colour & 0xFF);
+    const auto start = std::chrono::steady_clock::now();
+    const UniqueHandle process = Start(std::wstring(c_eventName) + arguments);
+    while (GetPixel(dc, point.x, point.y) != wanted && std::chrono::steady_clock::now() - start < c_patience)
+    {
+        Sleep(1);
+    }
+    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
+    ReleaseDC(nullptr, dc);
+    SetEvent(end.get());
+    WaitForSingleObject(process.get(), INFINITE);
+    return taken.count();
+}
+
+TEST_F(StatusWindowTest, Is_there_and_painted_about_as_fast_as_an_empty_window)
+{
+    constexpr int c_rounds = 5;
+    constexpr double c_mostMilliseconds = 1'000; // more than for an empty one, on a busy machine
+    const Screen screen(96);
+    const StatusWindowLayout layout(96);
+    const RECT place = layout.WindowOn(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN));
+    const POINT bar{place.left + 100, place.top + static_cast<LONG>(layout.track.top) + 2};
+    double empty = 0;
+    double status = 0;
+    for (int round = 0; round < c_rounds; ++round)
+    {
+        empty += MeasureFirstFrame(L"", bar, 0x008000) / c_rounds;
+        status += MeasureFirstFrame(L" headline status 102", bar, c_trackColour) / c_rounds;
+    }
+    std::cout << "From the start of the process to the first frame: " << std::lround(status)
+              << " ms; of an empty window: " << std::lround(empty) << " ms\n";
+    EXPECT_LT(status, empty + c_mostMilliseconds);
+}
+
+TEST_F(StatusWindowTest, Is_repainted_in_no_time)
+{
+    constexpr int c_rounds = 200;
+    constexpr double c_mostMilliseconds = 100; // on a busy machine
+    const Screen screen(96);
+    const SampleWindow window(L"Deleting installation folder...");
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < c_rounds; ++round)
+    {
+        window.SetProgress(round % 100);
+        UpdateWindow(window.Window());
+        ASSERT_FALSE(GetUpdateRect(window.Window(), nullptr, FALSE));
+    }
+    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
+    std::cout << "A new progress and its repaint: " << taken.count() / c_rounds << " ms\n";
+    EXPECT_LT(taken.count() / c_rounds, c_mostMilliseconds);
+}
+
 // The uninstaller itself, with a user who looks at its window before every answer.
 class UninstallerWindowTest : public EndToEndTest, public ::testing::WithParamInterface<int>
 {
@@ -526,11 +588,6 @@ TEST_P(UninstallerWindowTest, Stands_in_the_middle_of_the_screen_from_the_questi
 }
 
 INSTANTIATE_TEST_SUITE_P(DotsPerInch, UninstallerWindowTest, ::testing::Values(96, 120, 144, 192));
-
-bool IsWine()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
 
 // While it lives, GDI+ does not start in the uninstaller, and so no status window can be made. Wine only: Windows would
 // not let its own files be exchanged.

@@ -1,4 +1,4 @@
-#include "support/StandIns.h"
+#include "support/Wine.h"
 
 #include <windows.h>
 

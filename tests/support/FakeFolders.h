@@ -8,6 +8,7 @@
 #include <shlobj.h>
 
 #include <cwchar>
+#include <functional>
 #include <string>
 
 namespace Testing
@@ -19,7 +20,8 @@ class FakeFolders
 public:
     explicit FakeFolders(const TestFolder& root) : m_root(root)
     {
-        for (const wchar_t* const name : {L"Temp", L"Program Files", L"ProgramData", L"Desktop", L"Programs"})
+        for (const wchar_t* const name :
+             {L"Temp", L"Program Files", L"Program Files X64", L"ProgramData", L"Desktop", L"Programs"})
         {
             root.AddFolder(name);
         }
@@ -28,6 +30,8 @@ public:
     // Below the root; the temporary folder ends in a backslash, as Windows gives it.
     std::wstring Temp() const { return m_root / L"Temp\\"; }
     std::wstring ProgramFiles() const { return m_root / L"Program Files"; }
+    // On a real machine the same; here another, so that nobody takes one for the other.
+    std::wstring ProgramFilesX64() const { return m_root / L"Program Files X64"; }
     std::wstring ProgramData() const { return m_root / L"ProgramData"; }
     std::wstring PublicDesktop() const { return m_root / L"Desktop"; }
     std::wstring CommonPrograms() const { return m_root / L"Programs"; }
@@ -36,12 +40,23 @@ public:
     HRESULT knownFolderResult = S_OK;
     bool tempPathFails = false;
 
+    // Answers for a user's token.
+    std::function<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR*)> ofUser = [](REFKNOWNFOLDERID, DWORD, HANDLE,
+                                                                                PWSTR* path) {
+        *path = nullptr;
+        return E_INVALIDARG;
+    };
+
 private:
     std::wstring Find(const KNOWNFOLDERID& id) const
     {
         if (id == FOLDERID_ProgramFiles)
         {
             return ProgramFiles();
+        }
+        if (id == FOLDERID_ProgramFilesX64)
+        {
+            return ProgramFilesX64();
         }
         if (id == FOLDERID_ProgramData)
         {
@@ -57,8 +72,12 @@ private:
     const TestFolder& m_root;
     Fake<&SHGetKnownFolderPath> m_knownFolder = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token,
                                                        PWSTR* path) -> HRESULT {
+        if (token != nullptr)
+        {
+            return ofUser(id, flags, token, path);
+        }
         const std::wstring folder = Find(id);
-        if (folder.empty() || flags != 0 || token != nullptr || FAILED(knownFolderResult))
+        if (folder.empty() || flags != 0 || FAILED(knownFolderResult))
         {
             *path = nullptr;
             return FAILED(knownFolderResult) ? knownFolderResult : E_INVALIDARG;

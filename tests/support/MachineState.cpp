@@ -345,6 +345,17 @@ void MachineState::AddWithParents(std::wstring_view path, StateEntry::Kind kind)
     }
 }
 
+void MachineState::CopyTree(std::wstring_view path, const MachineState& source)
+{
+    for (const auto& [place, entry] : source.m_entries)
+    {
+        if (IsAtOrBelow(place, path))
+        {
+            Set(place, entry);
+        }
+    }
+}
+
 void MachineState::CopyWithParents(std::wstring_view path, const MachineState& source)
 {
     for (std::size_t end = 0; end != std::wstring_view::npos;)

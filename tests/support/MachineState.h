@@ -78,6 +78,9 @@ public:
     // Puts in the folder or key and those above it, unless they are there.
     void AddWithParents(std::wstring_view path, StateEntry::Kind kind);
 
+    // Takes a path and everything below it from another state.
+    void CopyTree(std::wstring_view path, const MachineState& source);
+
     // Takes the entry of the path, and those above it, from another state.
     void CopyWithParents(std::wstring_view path, const MachineState& source);
 

@@ -3,6 +3,7 @@
 #include "support/DirectoryLink.h"
 #include "support/Names.h"
 #include "support/Owners.h"
+#include "support/Servers.h"
 #include "support/product/Product.h"
 
 #include <windows.h>
@@ -312,6 +313,20 @@ const std::vector<KeyRow>& Keys()
          LR"(HKLM\SOFTWARE\Velmora\Capabilities2)",
          "settings whose name begins like the capabilities'",
          {{L"Capabilities", Number(1)}}},
+        {Group::LegacyPackage,
+         Fate::Removed,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Provisioned\Velmora)",
+         "the legacy package, provisioned",
+         {{L"FamilyName", String(L"Orvane.Velmora_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x)")}}},
+        {Group::LegacyPackage,
+         Fate::Removed,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Installed\Velmora)",
+         "the legacy package, installed",
+         {{L"FamilyName", String(L"Orvane.Velmora_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x)")}}},
 
         {Group::Bystanders,
          Fate::Stays,
@@ -363,6 +378,41 @@ const std::vector<KeyRow>& Keys()
          LR"(HKCU\Software\Classes\velmora)",
          "the user's own URL scheme",
          {{L"URL Protocol", String(L"")}}},
+        {Group::Bystanders,
+         Fate::Stays,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Provisioned\Brindlewave)",
+         "another product's package, provisioned",
+         {{L"FamilyName", String(L"Orvane.Brindlewave_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.Brindlewave_2.0.0.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.Brindlewave_2.0.0.0_x64__k4wz81tqm0d3x)")}}},
+        {Group::Bystanders,
+         Fate::Stays,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Provisioned\velmora in other letters)",
+         "a package whose family differs in letter case, provisioned",
+         {{L"FamilyName", String(L"Orvane.velmora_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.velmora_1.4.2.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.velmora_1.4.2.0_x64__k4wz81tqm0d3x)")}}},
+        {Group::Bystanders,
+         Fate::Stays,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Installed\Brindlewave)",
+         "another product's package, installed",
+         {{L"FamilyName", String(L"Orvane.Brindlewave_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.Brindlewave_2.0.0.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.Brindlewave_2.0.0.0_x64__k4wz81tqm0d3x)")}}},
+        {Group::Bystanders,
+         Fate::Stays,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Installed\velmora in other letters)",
+         "a package whose family differs in letter case, installed",
+         {{L"FamilyName", String(L"Orvane.velmora_k4wz81tqm0d3x")},
+          {L"FullName", String(L"Orvane.velmora_1.4.2.0_x64__k4wz81tqm0d3x")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.velmora_1.4.2.0_x64__k4wz81tqm0d3x)")}}},
+        {Group::Bystanders,
+         Fate::Stays,
+         LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\Installed\Velmora of somebody else)",
+         "a package of another publisher, named alike",
+         {{L"FamilyName", String(L"Orvane.Velmora_8wekyb3d8bbwe")},
+          {L"FullName", String(L"Orvane.Velmora_1.4.2.0_x64__8wekyb3d8bbwe")},
+          {L"InstalledPath", String(LR"(<ProgramFiles>\WindowsApps\Orvane.Velmora_1.4.2.0_x64__8wekyb3d8bbwe)")}}},
     };
     return rows;
 }
@@ -403,12 +453,15 @@ const std::vector<SingleValueRow>& SingleValues()
     constexpr const wchar_t* c_approved =
         LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)";
     constexpr const wchar_t* c_applications = LR"(HKLM\SOFTWARE\RegisteredApplications)";
+    constexpr const wchar_t* c_firewallRules = LR"(HKLM\SOFTWARE\Velmora.Testing\Firewall\Rules)";
     static const std::vector<SingleValueRow> rows{
         {Group::StartupEntry, Fate::Removed, c_run, L"Velmora",
          String(LR"("<ProgramFiles>\Velmora\current\Velmora.exe" --hidden)"), "the startup entry"},
         {Group::StartupEntry, Fate::Removed, c_approved, L"Velmora", Approved(), "the startup entry's approval"},
         {Group::Registration, Fate::Removed, c_applications, L"Velmora", String(LR"(SOFTWARE\Velmora\Capabilities)"),
          "the registration for default programs"},
+        {Group::FirewallRule, Fate::Removed, c_firewallRules, L"2", String(L"Velmora Login Server"),
+         "the rule in the firewall"},
 
         {Group::Bystanders, Fate::Stays, c_run, L"Velmora2", String(LR"(<ProgramFiles>\Velmora2\Velmora.exe)"),
          "a startup entry named alike"},
@@ -420,6 +473,12 @@ const std::vector<SingleValueRow>& SingleValues()
          "a registration for default programs, named alike"},
         {Group::Bystanders, Fate::Stays, c_userRun, L"Velmora",
          String(LR"("<ProgramFiles>\Velmora\current\Velmora.exe" --hidden)"), "the user's own startup entry"},
+        {Group::Bystanders, Fate::Stays, c_firewallRules, L"1", String(L"Brindlewave Login Server"),
+         "another product's rule in the firewall"},
+        {Group::Bystanders, Fate::Stays, c_firewallRules, L"3", String(L"Velmora Login Server 2"),
+         "a rule in the firewall whose name begins alike"},
+        {Group::Bystanders, Fate::Stays, c_firewallRules, L"4", String(L"Velmora"),
+         "another rule in the firewall, named like the product"},
     };
     return rows;
 }
@@ -699,6 +758,12 @@ void RemovePathEntries()
     }
 }
 
+// The servers' keys mean something only where there are servers.
+bool HasMeaning(std::wstring_view key)
+{
+    return HasServers() || !IsAtOrBelow(key, LR"(HKLM\SOFTWARE\Velmora.Testing)");
+}
+
 struct KnownFolder
 {
     std::wstring_view name;
@@ -723,9 +788,10 @@ const std::array<KnownFolder, 8>& KnownFolders()
 
 const std::vector<Group>& AllGroups()
 {
-    static const std::vector<Group> groups{
-        Group::InstallFolder, Group::ServiceFolders, Group::Shortcuts, Group::MachinePath, Group::StartupEntry,
-        Group::Registration,  Group::UninstallEntry, Group::Settings,  Group::UserFolders, Group::Bystanders};
+    static const std::vector<Group> groups{Group::InstallFolder, Group::ServiceFolders, Group::Shortcuts,
+                                           Group::MachinePath,   Group::FirewallRule,   Group::StartupEntry,
+                                           Group::Registration,  Group::UninstallEntry, Group::Settings,
+                                           Group::UserFolders,   Group::LegacyPackage,  Group::Bystanders};
     return groups;
 }
 
@@ -741,6 +807,8 @@ std::string_view NameOf(Group group)
         return "shortcuts for all users";
     case Group::MachinePath:
         return "machine PATH";
+    case Group::FirewallRule:
+        return "rule in the firewall";
     case Group::StartupEntry:
         return "startup entry";
     case Group::Registration:
@@ -751,6 +819,8 @@ std::string_view NameOf(Group group)
         return "machine-wide settings, kept with the user's settings";
     case Group::UserFolders:
         return "user's folders, kept with the user's settings";
+    case Group::LegacyPackage:
+        return "legacy package";
     case Group::Bystanders:
         return "bystanders";
     }
@@ -774,11 +844,17 @@ std::vector<SampleItem> SampleItems()
     }
     for (const KeyRow& row : Keys())
     {
-        items.push_back({row.group, row.fate, row.what, row.key, {}});
+        if (HasMeaning(row.key))
+        {
+            items.push_back({row.group, row.fate, row.what, row.key, {}});
+        }
     }
     for (const SingleValueRow& row : SingleValues())
     {
-        items.push_back({row.group, row.fate, row.what, row.key + std::wstring(c_valueSeparator) + row.name, {}});
+        if (HasMeaning(row.key))
+        {
+            items.push_back({row.group, row.fate, row.what, row.key + std::wstring(c_valueSeparator) + row.name, {}});
+        }
     }
     return items;
 }
@@ -846,6 +922,11 @@ std::wstring InstallFolder()
     return Expand(LR"(<ProgramFiles>\Velmora)");
 }
 
+std::wstring LegacyPackageFolder()
+{
+    return Expand(LR"(<ProgramFiles>\WindowsApps\)") + std::wstring(c_legacyPackage);
+}
+
 void LayDownSample(const std::set<Group>& leftOut)
 {
     const ComForThread com;
@@ -868,7 +949,7 @@ void LayDownSample(const std::set<Group>& leftOut)
     {
         for (const ValueRow& value : row.values)
         {
-            if (!leftOut.contains(row.group))
+            if (!leftOut.contains(row.group) && HasMeaning(row.key))
             {
                 LayDownValue(row.key, value.name, value.data);
             }
@@ -876,7 +957,7 @@ void LayDownSample(const std::set<Group>& leftOut)
     }
     for (const SingleValueRow& row : SingleValues())
     {
-        if (!leftOut.contains(row.group))
+        if (!leftOut.contains(row.group) && HasMeaning(row.key))
         {
             LayDownValue(row.key, row.name, row.data);
         }

@@ -30,11 +30,13 @@ enum class Group
     ServiceFolders,
     Shortcuts,
     MachinePath,
+    FirewallRule,
     StartupEntry,
     Registration,
     UninstallEntry,
     Settings,
     UserFolders,
+    LegacyPackage,
     Bystanders
 };
 
@@ -89,6 +91,10 @@ inline constexpr std::wstring_view c_pathEntry = LR"(%USERPROFILE%\AppData\Local
 // The value that holds the machine's PATH, as MachineState names it.
 inline constexpr std::wstring_view c_machinePathValue =
     LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment : PATH)";
+
+// The full name and the folder of the sample's legacy package.
+inline constexpr std::wstring_view c_legacyPackage = L"Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x";
+std::wstring LegacyPackageFolder();
 
 // Lays the installation and its bystanders down, except for the groups left out.
 void LayDownSample(const std::set<Group>& leftOut = {});

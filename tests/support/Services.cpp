@@ -1,7 +1,7 @@
 #include "support/Services.h"
 
 #include "support/Names.h"
-#include "support/StandIns.h"
+#include "support/Wine.h"
 #include "support/product/Product.h"
 
 #include <algorithm>

@@ -20,12 +20,6 @@ std::wstring NextRecordName()
 }
 } // namespace
 
-bool IsWine()
-{
-    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
-    return library != nullptr && GetProcAddress(library, "wine_get_version") != nullptr;
-}
-
 StandIns::StandIns()
     : m_name(NextRecordName()),
       m_mapping(

@@ -4,6 +4,7 @@
 
 #include "support/Owners.h"
 #include "support/Services.h"
+#include "support/Wine.h"
 
 #include <windows.h>
 
@@ -15,9 +16,6 @@
 namespace Testing
 {
 struct SharedRecord;
-
-// Whether this is Wine and not Windows.
-bool IsWine();
 
 // A control that the program has sent to a service together with a reason (ControlServiceExW).
 struct ServiceControl

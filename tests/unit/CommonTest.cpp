@@ -146,6 +146,19 @@ TEST_F(FoldersTest, GetProgramFilesFolder_has_a_fixed_fallback)
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
+TEST_F(FoldersTest, GetProgramFilesX64Folder_ends_in_a_backslash)
+{
+    EXPECT_EQ(GetProgramFilesX64Folder(), folders.ProgramFilesX64() + L"\\");
+}
+
+TEST_F(FoldersTest, GetProgramFilesX64Folder_has_a_fixed_fallback)
+{
+    folders.knownFolderResult = E_FAIL;
+
+    EXPECT_EQ(GetProgramFilesX64Folder(), L"C:\\Program Files\\");
+    EXPECT_EQ(clock.Sleeps(), Pauses{});
+}
+
 TEST_F(FoldersTest, GetProgramDataFolder_ends_in_a_backslash)
 {
     EXPECT_EQ(GetProgramDataFolder(), folders.ProgramData() + L"\\");
@@ -168,9 +181,10 @@ TEST_F(FoldersTest, the_buffers_of_known_folders_are_freed)
     };
 
     GetProgramFilesFolder();
+    GetProgramFilesX64Folder();
     GetProgramDataFolder();
 
-    EXPECT_EQ(freed, 2U);
+    EXPECT_EQ(freed, 3U);
 }
 
 TEST(ConversionTest, converts_both_ways)

@@ -1,5 +1,7 @@
 #include "Uninstaller/ExitCode.h"
+#include "support/FakeFirewall.h"
 #include "support/FakeFolders.h"
+#include "support/FakePackageManager.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeStatusWindow.h"
 #include "support/FakeTaskDialog.h"
@@ -68,6 +70,9 @@ protected:
     TestFolder root;
     FakeFolders folders{root};
     FakeRegistry registry;
+    FakeFirewall firewall;
+    std::vector<std::string> packageCalls;
+    FakePackageManager packages{packageCalls};
     LoggedLines log;
     OpenHandles handles;
     FakeStatusWindow desktop;
@@ -194,6 +199,16 @@ TEST_F(MainTest, removes_from_the_folder_that_the_record_names)
 
     EXPECT_FALSE(Exists(root / L"Elsewhere"));
     EXPECT_TRUE(Exists(root / L"Program Files\\Velmora\\Velmora.exe"));
+}
+
+TEST_F(MainTest, does_not_leave_a_folder_that_is_never_deleted)
+{
+    InstallTo(OwnPath().substr(0, 3));
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_EQ(scheduled, std::vector<std::wstring>{OwnPath()});
+    EXPECT_TRUE(Exists(OwnPath()));
 }
 
 TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)

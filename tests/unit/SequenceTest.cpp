@@ -1,6 +1,9 @@
 #include "Uninstaller/Sequence.h"
 
+#include "support/FakeDesktopUser.h"
+#include "support/FakeFirewall.h"
 #include "support/FakeFolders.h"
+#include "support/FakePackageManager.h"
 #include "support/FakeProcesses.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeServiceManager.h"
@@ -45,17 +48,23 @@ const Lines c_fullLog{
     "|INFO|:    Uninstalling updater service...",
     "|INFO|:    Uninstalling authorization service...",
     "|INFO|:    Removing from path...",
+    "|INFO|:    Deleting firewall rules...",
     "|INFO|:    Removing startup entry...",
     "|INFO|:    Deregistering application from system...",
     "|INFO|:    Removing uninstall entry...",
     "|INFO|:    Deleting installation folder...",
     "|INFO|:    Deleting OrvaneAuthService folders...",
     "|INFO|:    Deleting VelmoraUpdater folder...",
+    "|INFO|:    [Migrator] Searching for provisioned Velmora legacy packages...",
+    "|INFO|:    [Migrator] Searching for installed Velmora legacy packages...",
     "|INFO|:    Uninstall Complete!",
 };
 
 const Lines c_partial{"|ERROR|:   Velmora did not fully uninstall. Please check the logs for more information.",
                       "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring..."};
+
+// What follows the clean-up of the user's folders.
+constexpr char c_afterCleanUp[] = "|INFO|:    [Migrator] Searching for provisioned Velmora legacy packages...";
 
 // A machine with the product on it: its registry in memory, its folders below a folder of the test's own.
 class SequenceTest : public testing::Test
@@ -136,10 +145,14 @@ protected:
     TestFolder root;
     FakeFolders folders{root};
     FakeRegistry registry;
+    FakeFirewall firewall;
+    std::vector<std::string> packageCalls;
+    FakePackageManager packages{packageCalls};
     std::wstring installFolder = folders.ProgramFiles() + L"\\Velmora\\";
     FakeServiceManager services{clock};
     FakeProcesses processes;
     FakeWindows windows{processes};
+    FakeDesktopUser user{processes, folders, root};
     LoggedLines log;
     std::vector<std::wstring> scheduled;
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
@@ -237,10 +250,67 @@ TEST_F(SequenceTest, a_silent_run_is_not_confirmed)
 
 TEST_F(SequenceTest, the_settings_go_when_the_user_wants_it)
 {
+    root.AddFile(L"Local\\Vel Mora\\data");
+    root.AddFile(L"Local\\Tessaline\\data");
+
     EXPECT_EQ(RunAnswered(IDYES, 1), EXIT_NO_ERROR);
 
-    EXPECT_EQ(LogLines().at(0), "|INFO|:    Velmora will attempt to delete user data directories.");
+    Lines expected = c_fullLog;
+    expected.front() = "|INFO|:    Velmora will attempt to delete user data directories.";
+    const Lines cleanUp{"|INFO|:    Attempting to clean up files for current user...",
+                        "|INFO|:    Attempting to delete '<root>\\Local\\Vel Mora'...",
+                        "|INFO|:    Attempting to delete '<root>\\Local\\Tessaline'..."};
+    expected.insert(std::ranges::find(expected, c_afterCleanUp), cleanUp.begin(), cleanUp.end());
+    EXPECT_EQ(LogLines(), expected);
     EXPECT_FALSE(registry.HasKey(L"SOFTWARE\\Velmora"));
+    EXPECT_FALSE(Exists(root / L"Local\\Vel Mora"));
+    EXPECT_FALSE(Exists(root / L"Local\\Tessaline"));
+}
+
+TEST_F(SequenceTest, the_users_folders_stay_with_the_settings)
+{
+    root.AddFile(L"Local\\Vel Mora\\data");
+    root.AddFile(L"Local\\Tessaline\\data");
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_TRUE(Exists(root / L"Local\\Vel Mora\\data"));
+    EXPECT_TRUE(Exists(root / L"Local\\Tessaline\\data"));
+}
+
+TEST_F(SequenceTest, a_user_who_cannot_be_found_makes_the_result_partial_and_keeps_nothing_else_from_being_done)
+{
+    user.Leave();
+
+    EXPECT_EQ(RunAnswered(IDYES, 1), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    Lines expected = c_fullLog;
+    expected.front() = "|INFO|:    Velmora will attempt to delete user data directories.";
+    const Lines cleanUp{"|INFO|:    Attempting to clean up files for current user...",
+                        "|WARNING|: Something went wrong while trying to clean up user files: Unable to find a "
+                        "explorer.exe process running under the active console session!"};
+    expected.insert(std::ranges::find(expected, c_afterCleanUp), cleanUp.begin(), cleanUp.end());
+    expected.insert(expected.end(), c_partial.begin(), c_partial.end());
+    EXPECT_EQ(LogLines(), expected);
+}
+
+TEST_F(SequenceTest, an_installation_folder_that_others_live_in_is_never_touched)
+{
+    const std::wstring image = root.AddFile(L"Program Files\\Other\\helper.exe");
+    processes.Add({.id = 52, .name = L"helper.exe", .image = image});
+    installFolder = folders.ProgramFiles() + L"\\";
+
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(processes.Find(52));
+    EXPECT_TRUE(Exists(image));
+    EXPECT_TRUE(Exists(root / L"Program Files\\Velmora2\\bystander"));
+    Lines expected = WithLine("|ERROR|:   Unable to delete installation folder (<root>\\Program Files\\) Reason: "
+                              "<80070005>",
+                              "|INFO|:    Deleting OrvaneAuthService folders...", true);
+    std::erase_if(expected, [](const std::string& line) { return line.find("[ClientHelper]") != std::string::npos; });
+    EXPECT_EQ(LogLines(), expected);
+    EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200}) << "it was tried again";
 }
 
 TEST_F(SequenceTest, a_machine_without_the_product_is_a_full_success)
@@ -279,7 +349,7 @@ protected:
     void NoteEverything()
     {
         desktop.onCall = [this](const std::string& call) { order.push_back(call); };
-        log.onLine = [this](const std::string& line) { order.push_back(line); };
+        log.onLine = [this](const std::string&) { order.push_back(LogLines().back()); };
     }
 
     ExitCode Run()
@@ -313,15 +383,22 @@ TEST_F(SequenceWindowTest, shows_what_is_done_and_how_far_it_is)
         expected.insert(expected.end(), progress.begin(), progress.end());
         expected.insert(expected.end(), {"|INFO|:    " + text, "text " + text});
     };
+    step({"progress 0"}, "Stopping Velmora...");
+    expected.insert(expected.end(), c_fullLog.begin() + 2, c_fullLog.begin() + 4);
     step({"progress 10"}, "Deleting desktop shortcut...");
     step({"progress 15"}, "Deleting start menu shortcut...");
+    step({"progress 20"}, "Uninstalling updater service...");
+    step({"progress 25"}, "Uninstalling authorization service...");
     step({}, "Removing from path...");
+    step({"progress 30"}, "Deleting firewall rules...");
     step({"progress 40"}, "Removing startup entry...");
     step({"progress 50"}, "Deregistering application from system...");
     step({"progress 60"}, "Removing uninstall entry...");
     step({"progress 70"}, "Deleting installation folder...");
     step({"progress 80"}, "Deleting OrvaneAuthService folders...");
     step({"progress 82", "progress 84"}, "Deleting VelmoraUpdater folder...");
+    expected.emplace_back("progress 86");
+    expected.insert(expected.end(), c_fullLog.end() - 3, c_fullLog.end() - 1);
     step({"progress 90", "progress 100"}, "Uninstall Complete!");
     expected.insert(expected.end(), {"foreground", "box 64 \"Velmora Uninstalled\" \"Velmora has been successfully "
                                                    "uninstalled.\""});
@@ -335,8 +412,9 @@ TEST_F(SequenceWindowTest, the_progress_does_not_depend_on_what_is_left_out)
     EXPECT_EQ(Run(), EXIT_NO_ERROR);
 
     EXPECT_EQ(Progress(),
-              (Lines{"progress 10", "progress 15", "progress 40", "progress 50", "progress 60", "progress 70",
-                     "progress 80", "progress 82", "progress 84", "progress 90", "progress 100"}));
+              (Lines{"progress 0", "progress 10", "progress 15", "progress 20", "progress 25", "progress 30",
+                     "progress 40", "progress 50", "progress 60", "progress 70", "progress 80", "progress 82",
+                     "progress 84", "progress 86", "progress 90", "progress 100"}));
 }
 
 TEST_F(SequenceWindowTest, tells_of_a_full_success_before_the_log_goes)
@@ -376,6 +454,40 @@ TEST_F(SequenceWindowTest, tells_without_an_owner_when_the_window_could_not_be_s
 
     EXPECT_EQ(desktop.Calls(), Lines{"box 64 \"Velmora Uninstalled\" \"Velmora has been successfully uninstalled.\" "
                                      "without an owner"});
+}
+
+TEST_F(SequenceWindowTest, tells_that_the_client_still_runs)
+{
+    processes.Add({.id = 40, .name = L"Velmora.exe", .openToTerminateError = ERROR_ACCESS_DENIED});
+    NoteEverything();
+
+    EXPECT_EQ(Run(), EXIT_ERROR_CLIENT_RUNNING);
+
+    EXPECT_EQ(Lines(order.end() - 3, order.end()),
+              (Lines{"|ERROR|:   Is Client Stopped:0, Services Stopped Result: 0", "foreground",
+                     "box 16 \"Velmora Uninstaller Failed\" \"" + Narrow(exitCodeMessage(EXIT_ERROR_CLIENT_RUNNING)) +
+                         "\""}));
+}
+
+TEST_F(SequenceWindowTest, asks_about_running_programs_in_front_of_the_window_and_tells_that_they_still_run)
+{
+    const std::wstring image = root.AddFile(L"Program Files\\Velmora\\helper.exe");
+    processes.Add({.id = 52, .name = L"helper.exe", .image = image});
+    FakeTaskDialog dialog;
+    dialog.Answer({.button = IDYES});
+    dialog.Answer({.button = IDCANCEL});
+    NoteEverything();
+
+    EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Verbose, .window = shown}, installFolder,
+                               L"C:\\own.exe"),
+              EXIT_ERROR_DIRECTORY_LOCKED);
+
+    EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
+    EXPECT_EQ(
+        Lines(order.end() - 5, order.end()),
+        (Lines{"|INFO|:    [ClientHelper] User canceled the uninstaller.", "foreground",
+               "box 16 \"Velmora Uninstaller Failed\" \"" + Narrow(exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED)) + "\"",
+               "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring..."}));
 }
 
 TEST_F(SequenceWindowTest, a_run_without_a_window_shows_nothing)
@@ -478,7 +590,7 @@ const FailingStep c_failingSteps[] = {
          machine.registry.FailCall("open SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment f003f",
                                    ERROR_ACCESS_DENIED);
      },
-     "|ERROR|:   Unable to remove from path.", L"", "|INFO|:    Removing startup entry...", true, 9},
+     "|ERROR|:   Unable to remove from path.", L"", "|INFO|:    Deleting firewall rules...", true, 9},
     {"startup_entry",
      [](const Machine& machine) {
          machine.registry.FailCall("delete SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run Velmora",
@@ -513,11 +625,79 @@ const FailingStep c_failingSteps[] = {
     {"updater_folder",
      [](const Machine& machine) { MakeReadOnly(machine.root / L"ProgramData\\VelmoraUpdater\\data"); },
      "|WARNING|: Unable to delete VelmoraUpdater folder", L"ProgramData\\VelmoraUpdater",
-     "|INFO|:    Uninstall Complete!", false, 9},
+     "|INFO|:    [Migrator] Searching for provisioned Velmora legacy packages...", false, 9},
 };
 
 INSTANTIATE_TEST_SUITE_P(SequenceTest, FailingStepTest, testing::ValuesIn(c_failingSteps),
                          [](const auto& step) { return std::string(step.param.name); });
+
+TEST_F(SequenceTest, a_firewall_rule_that_cannot_be_removed_is_tried_ten_times_and_makes_the_run_a_partial_one)
+{
+    firewall.removeResult = E_ACCESSDENIED;
+
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_EQ(LogLines(), WithLine(Failed("|ERROR|:   Unable to delete firewall rules."),
+                                   "|INFO|:    Removing startup entry...", true));
+    EXPECT_EQ(std::ranges::count(firewall.Calls(), "remove Velmora Login Server"), 10);
+    std::vector<DWORD> sleeps(9, 1000);
+    sleeps.insert(sleeps.begin(), 200);
+    EXPECT_EQ(clock.Sleeps(), sleeps);
+}
+
+TEST_F(SequenceTest, a_legacy_package_that_cannot_be_removed_is_tried_five_times_and_only_warns)
+{
+    packages.installed = {{L"Orvane.Velmora_k4wz81tqm0d3x", L"V1", L"C:\\Apps"}};
+    packages.End("RemovePackageAsync V1 80000", {winrt::Windows::Foundation::AsyncStatus::Error, E_FAIL});
+    packages.End("RemovePackageAsync V1", {winrt::Windows::Foundation::AsyncStatus::Error, E_ACCESSDENIED});
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    const Lines attempt{"|INFO|:    [Migrator] Searching for provisioned Velmora legacy packages...",
+                        "|INFO|:    [Migrator] Searching for installed Velmora legacy packages...",
+                        "|INFO|:    [Migrator] Preparing to remove legacy Velmora installation at: C:\\Apps",
+                        "|ERROR|:   [Migrator] Failed to remove legacy Velmora installation: -2147467259",
+                        "|INFO|:    [Migrator] Attempting to remove for single user only...",
+                        "|ERROR|:   [Migrator] Failed to remove legacy Velmora installation: -2147024891"};
+    Lines expected(c_fullLog.begin(), c_fullLog.end() - 3);
+    for (int i = 0; i < 5; ++i)
+    {
+        expected.insert(expected.end(), attempt.begin(), attempt.end());
+    }
+    expected.push_back(Failed("|WARNING|: Unable to remove legacy packaged installation."));
+    expected.emplace_back("|INFO|:    Uninstall Complete!");
+    EXPECT_EQ(LogLines(), expected);
+    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{200, 5000, 5000, 5000, 5000}));
+}
+
+TEST_F(SequenceTest, a_legacy_package_that_goes_at_the_second_attempt_is_not_warned_of)
+{
+    packages.installed = {{L"Orvane.Velmora_k4wz81tqm0d3x", L"V1", L"C:\\Apps"}};
+    packages.End("RemovePackageAsync V1 80000", {winrt::Windows::Foundation::AsyncStatus::Error, E_FAIL});
+    clock.onSleep = [this](DWORD milliseconds) {
+        if (milliseconds == 5000)
+        {
+            packages.installed.clear();
+        }
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(std::ranges::count(packageCalls, "FindPackages"), 2);
+    EXPECT_EQ(LogLines().back(), "|INFO|:    Uninstall Complete!");
+    EXPECT_EQ(std::ranges::count_if(LogLines(),
+                                    [](const std::string& line) { return line.find("Unable") != std::string::npos; }),
+              0);
+    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{200, 5000}));
+}
+
+TEST_F(SequenceTest, a_run_that_removes_nothing_asks_neither_the_firewall_nor_the_package_manager)
+{
+    EXPECT_EQ(RunAnswered(IDCANCEL, 1), EXIT_NO_ERROR);
+
+    EXPECT_TRUE(firewall.Calls().empty());
+    EXPECT_TRUE(packageCalls.empty());
+}
 
 TEST_F(SequenceTest, an_operation_that_succeeds_at_a_later_attempt_is_no_failure)
 {

@@ -1,6 +1,9 @@
 #include "Uninstaller/UserCleanup.h"
 
+#include "support/FakeDesktopUser.h"
+#include "support/FakeFolders.h"
 #include "support/FakeProcesses.h"
+#include "support/FakeStatusWindow.h"
 #include "support/ImportTableFake.h"
 #include "support/RunLog.h"
 #include "support/TestFolder.h"
@@ -9,12 +12,8 @@
 
 #include <windows.h>
 
-#include <shlobj.h>
-
 #include <gtest/gtest.h>
 
-#include <cwchar>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -30,7 +29,6 @@ class UserCleanupTest : public testing::Test
 protected:
     UserCleanupTest()
     {
-        processes.Add({.id = 40, .name = L"explorer.exe", .session = 2});
         root.AddFile(L"Local\\Vel Mora\\deep\\data");
         root.AddFile(L"Local\\Tessaline\\data");
         root.AddFile(L"Local\\Vel Mora 2\\bystander");
@@ -46,48 +44,15 @@ protected:
         EXPECT_TRUE(Exists(root / L"Local\\Vel Mora 2\\bystander"));
         EXPECT_TRUE(Exists(root / L"Local\\bystander"));
         EXPECT_EQ(processes.OpenHandles(), 0U);
-        EXPECT_EQ(foldersTaken, foldersFreed);
     }
 
     VirtualClock clock;
     TestFolder root;
     FakeProcesses processes;
     RunLog log;
-    HRESULT folderResult = S_OK;
-    unsigned foldersTaken = 0;
-    unsigned foldersFreed = 0;
-    void* folder = nullptr;
+    FakeFolders folders{root};
+    FakeDesktopUser user{processes, folders, root};
 
-    Fake<&WTSGetActiveConsoleSessionId> session = []() -> DWORD { return 2; };
-    Fake<&ProcessIdToSessionId> sessionOf = [this](DWORD id, DWORD* answer) -> BOOL {
-        *answer = processes.Find(id)->session;
-        return TRUE;
-    };
-    Fake<&OpenProcessToken> openToken = [this](HANDLE process, DWORD, HANDLE* token) -> BOOL {
-        EXPECT_EQ(processes.IdOf(process), 40U);
-        *token = processes.MakeHandle("token");
-        return TRUE;
-    };
-    Fake<&SHGetKnownFolderPath> find = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) -> HRESULT {
-        EXPECT_EQ(id, FOLDERID_LocalAppData);
-        EXPECT_EQ(flags, 0U);
-        EXPECT_NE(token, nullptr);
-        EXPECT_EQ(processes.OpenHandles(), 1U); // the token's
-        *path = nullptr;
-        if (SUCCEEDED(folderResult))
-        {
-            const std::wstring local = root / L"Local";
-            folder = CoTaskMemAlloc((local.size() + 1) * sizeof(wchar_t));
-            *path = static_cast<PWSTR>(folder);
-            std::wmemcpy(*path, local.c_str(), local.size() + 1);
-            ++foldersTaken;
-        }
-        return folderResult;
-    };
-    Fake<&CoTaskMemFree> free = [this](void* memory) {
-        foldersFreed += memory != nullptr && memory == folder ? 1 : 0;
-        Fake<&CoTaskMemFree>::Real(memory);
-    };
     Fake<&FormatMessageW> format = [](DWORD, LPCVOID, DWORD code, DWORD, LPWSTR text, DWORD, va_list*) -> DWORD {
         return static_cast<DWORD>(swprintf(text, 256, L"<%lx>", code));
     };
@@ -102,8 +67,22 @@ TEST_F(UserCleanupTest, deletes_both_folders_of_the_user_at_the_machine)
     EXPECT_EQ(log.Lines(), (Lines{"|INFO|:    Attempting to delete '" + Path(L"Local\\Vel Mora") + "'...",
                                   "|INFO|:    Attempting to delete '" + Path(L"Local\\Tessaline") + "'..."}));
     EXPECT_TRUE(clock.Sleeps().empty());
-    EXPECT_EQ(foldersTaken, 1U);
     ExpectBystanders();
+}
+
+TEST_F(UserCleanupTest, shows_how_far_it_is_between_the_folders)
+{
+    FakeStatusWindow desktop;
+    ShownStatusWindow window(desktop);
+    window.Get()->SetPhase(9, 10, 60);
+    desktop.onCall = [this](const std::string&) {
+        EXPECT_FALSE(Exists(root / L"Local\\Vel Mora"));
+        EXPECT_TRUE(Exists(root / L"Local\\Tessaline"));
+    };
+
+    EXPECT_TRUE(Uninstaller::CleanUpForCurrentUser({.logger = log.Logger(), .runType = {}, .window = window.Get()}));
+
+    EXPECT_EQ(desktop.Calls().back(), "progress 88");
 }
 
 TEST_F(UserCleanupTest, a_user_without_the_folders_is_fine)
@@ -149,7 +128,7 @@ TEST_F(UserCleanupTest, a_second_folder_that_cannot_be_deleted_is_a_warning)
 
 TEST_F(UserCleanupTest, deletes_nothing_when_nobody_sits_at_the_machine)
 {
-    processes.Remove(40);
+    user.Leave();
 
     EXPECT_FALSE(CleanUp());
 
@@ -163,7 +142,7 @@ TEST_F(UserCleanupTest, deletes_nothing_when_nobody_sits_at_the_machine)
 
 TEST_F(UserCleanupTest, deletes_nothing_when_the_users_folder_is_not_told)
 {
-    folderResult = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    user.folderResult = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
     EXPECT_FALSE(CleanUp());
 

@@ -6,6 +6,7 @@
 #include "support/RunProgram.h"
 #include "support/RunningProduct.h"
 #include "support/SampleInstallation.h"
+#include "support/Servers.h"
 
 #include <windows.h>
 
@@ -145,6 +146,7 @@ int Install(bool agreed)
               "To do it, say: Velmora.Sample.exe install --yes\n");
         return c_wrongUse;
     }
+    RegisterServers();
     LayDownSample();
     return 0;
 }

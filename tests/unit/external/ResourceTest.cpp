@@ -389,3 +389,110 @@ TEST(MakeBstr, throws_when_memory_runs_out)
     EXPECT_EQ(thrownBy(wil::make_bstr), E_OUTOFMEMORY);
     EXPECT_EQ(thrownBy(wil::make_variant_bstr), E_OUTOFMEMORY);
 }
+
+namespace
+{
+
+// How the events are made that are made while this lives.
+class MadeEvents
+{
+public:
+    std::vector<DWORD> flags;
+    DWORD error = ERROR_SUCCESS;
+
+private:
+    Fake<&CreateEventExW> m_create = [this](SECURITY_ATTRIBUTES* security, LPCWSTR name, DWORD how,
+                                            DWORD access) -> HANDLE {
+        EXPECT_EQ(security, nullptr);
+        EXPECT_EQ(access, static_cast<DWORD>(EVENT_ALL_ACCESS));
+        flags.push_back(how);
+        SetLastError(error);
+        return error == ERROR_SUCCESS ? Fake<&CreateEventExW>::Real(security, name, how, access) : nullptr;
+    };
+};
+
+} // namespace
+
+TEST(UniqueEvent, is_made_as_its_options_say)
+{
+    const MadeEvents made;
+    const wil::unique_event none;
+    EXPECT_FALSE(none);
+    EXPECT_THAT(made.flags, IsEmpty());
+    const wil::unique_event automatic(wil::EventOptions::None);
+    const wil::unique_event manual(wil::EventOptions::ManualReset);
+    const wil::unique_event signaled(wil::EventOptions::Signaled);
+    const wil::unique_event both(wil::EventOptions::ManualReset | wil::EventOptions::Signaled);
+    EXPECT_THAT(made.flags, ElementsAre(0U, 1U, 2U, 3U));
+    EXPECT_FALSE(automatic.is_signaled());
+    EXPECT_FALSE(manual.is_signaled());
+    EXPECT_TRUE(signaled.is_signaled());
+    EXPECT_TRUE(both.is_signaled());
+}
+
+TEST(UniqueEvent, stays_signaled_or_not_as_it_was_made)
+{
+    const wil::unique_event automatic(wil::EventOptions::None);
+    automatic.SetEvent();
+    EXPECT_TRUE(automatic.wait());
+    EXPECT_FALSE(automatic.wait(0));
+    const wil::unique_event manual(wil::EventOptions::ManualReset);
+    manual.SetEvent();
+    EXPECT_TRUE(manual.wait());
+    EXPECT_TRUE(manual.wait(0));
+    manual.ResetEvent();
+    EXPECT_FALSE(manual.wait(0));
+}
+
+TEST(UniqueEvent, waits_for_ever_unless_it_is_told_otherwise)
+{
+    std::vector<std::pair<DWORD, BOOL>> waits;
+    const wil::unique_event event(wil::EventOptions::None);
+    const Fake<&WaitForSingleObjectEx> wait = [&](HANDLE handle, DWORD milliseconds, BOOL alertable) -> DWORD {
+        EXPECT_EQ(handle, event.get());
+        waits.emplace_back(milliseconds, alertable);
+        return waits.size() == 1 ? WAIT_OBJECT_0 : waits.size() == 2 ? WAIT_TIMEOUT : WAIT_IO_COMPLETION;
+    };
+    EXPECT_TRUE(event.wait());
+    EXPECT_FALSE(event.wait(20));
+    EXPECT_FALSE(event.wait(30, TRUE));
+    EXPECT_THAT(waits,
+                ElementsAre(std::pair(INFINITE, FALSE), std::pair(DWORD{20}, FALSE), std::pair(DWORD{30}, TRUE)));
+}
+
+TEST(UniqueEvent, is_closed_at_the_end_and_moved_like_a_handle)
+{
+    const ClosedHandles handles;
+    {
+        wil::unique_event first(ToHandle(8));
+        wil::unique_event second(std::move(first));
+        EXPECT_FALSE(first);
+        EXPECT_EQ(second.get(), ToHandle(8));
+        EXPECT_THAT(handles.closed, IsEmpty());
+    }
+    EXPECT_THAT(handles.closed, ElementsAre(ToHandle(8)));
+}
+
+TEST(UniqueEvent, throws_the_last_error_when_it_cannot_be_made)
+{
+    MadeEvents made;
+    made.error = ERROR_NO_SYSTEM_RESOURCES;
+    try
+    {
+        const wil::unique_event event(wil::EventOptions::ManualReset);
+        ADD_FAILURE() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_NO_SYSTEM_RESOURCES));
+    }
+}
+
+TEST(UniqueEvent, is_replaced_by_a_new_one)
+{
+    wil::unique_event event(wil::EventOptions::Signaled);
+    event.create();
+    EXPECT_FALSE(event.is_signaled());
+    event.create(wil::EventOptions::Signaled);
+    EXPECT_TRUE(event.is_signaled());
+}

@@ -37,6 +37,14 @@ struct InvalidOrNullIsEmpty : NullOrInvalidIsEmpty
     static HANDLE Empty() noexcept { return INVALID_HANDLE_VALUE; }
 };
 
+inline void EndUnless(bool condition) noexcept
+{
+    if (!condition)
+    {
+        std::terminate();
+    }
+}
+
 } // namespace details
 
 // Holds one value of which nobody else knows, and calls the function with it at the end. Moved, never copied.
@@ -247,6 +255,52 @@ using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), :
 using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;
 using unique_hlocal_string = unique_any<PWSTR, decltype(&::LocalFree), ::LocalFree>;
 using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
+
+enum class EventOptions
+{
+    None = 0x0,
+    ManualReset = 0x1, // stays signaled until it is reset, however many have waited for it
+    Signaled = 0x2,    // from the start
+};
+DEFINE_ENUM_FLAG_OPERATORS(EventOptions)
+
+// An event that is closed at the end.
+class unique_event : public unique_handle
+{
+public:
+    // Empty.
+    unique_event() noexcept = default;
+
+    // Takes the event over.
+    explicit unique_event(HANDLE event) noexcept : unique_handle(event) {}
+
+    // Makes a new event without a name. Throws ResultException with the last error.
+    explicit(false) unique_event(EventOptions options) { create(options); }
+
+    // The same, in place of what is held; a name lets others find the event.
+    void create(EventOptions options = EventOptions::None, PCWSTR name = nullptr,
+                SECURITY_ATTRIBUTES* security = nullptr)
+    {
+        const DWORD flags = (WI_IsFlagSet(options, EventOptions::ManualReset) ? CREATE_EVENT_MANUAL_RESET : 0UL) |
+                            (WI_IsFlagSet(options, EventOptions::Signaled) ? CREATE_EVENT_INITIAL_SET : 0UL);
+        unique_event event(::CreateEventExW(security, name, flags, EVENT_ALL_ACCESS));
+        THROW_LAST_ERROR_IF_NULL(event.get());
+        *this = std::move(event);
+    }
+
+    // These end the process when the event cannot be used, which nobody could go on from.
+    void SetEvent() const noexcept { details::EndUnless(::SetEvent(get()) != FALSE); }
+    void ResetEvent() const noexcept { details::EndUnless(::ResetEvent(get()) != FALSE); }
+
+    // Waits until the event is signaled. Returns false when the time is over before.
+    bool wait(DWORD milliseconds = INFINITE, BOOL alertable = FALSE) const noexcept
+    {
+        const DWORD status = ::WaitForSingleObjectEx(get(), milliseconds, alertable);
+        details::EndUnless(status != WAIT_FAILED);
+        return status == WAIT_OBJECT_0;
+    }
+    bool is_signaled() const noexcept { return wait(0); }
+};
 
 // Is a structure that one function prepares and another one empties at the end. Moved, never copied.
 template <class Structure, class CloseFunction, CloseFunction c_close, class InitFunction, InitFunction c_init>
