@@ -4,7 +4,8 @@ set(VELMORA_SUPPORT_EMAIL "support@velmora.example" CACHE STRING "Support e-mail
 set(VELMORA_DOWNLOAD_SITE "https://velmora.example/download" CACHE STRING "Where the latest version can be downloaded")
 set(VELMORA_SUPPORT_SITE "https://velmora.example/support"
   CACHE STRING "Where users find help, named in the confirmation")
-set(VELMORA_CRASH_REPORT_DSN "https://0123456789abcdef0123456789abcdef@crash.velmora.example/1234567890123456"
+# A host below "invalid" is never looked up.
+set(VELMORA_CRASH_REPORT_DSN "https://0123456789abcdef0123456789abcdef@crash.velmora.invalid/1234567890123456"
   CACHE STRING "Where crash reports go")
 
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/ProductSettings.h.in

@@ -2,10 +2,13 @@
 
 #include "support/BuiltFiles.h"
 #include "support/Names.h"
+#include "support/ReportAddress.h"
 #include "support/RunningProduct.h"
 #include "support/Servers.h"
 
 #include <windows.h>
+
+#include <shlobj.h>
 
 #include <algorithm>
 #include <array>
@@ -83,14 +86,27 @@ DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text)
     return {.title = title, .message = {{text, MessageIcon::Error}}};
 }
 
+namespace
+{
+// Wine writes down where the users' profiles are when it is asked for the first time.
+void AskForProfiles()
+{
+    wchar_t* folder = nullptr;
+    SHGetKnownFolderPath(FOLDERID_UserProfiles, 0, nullptr, &folder);
+    CoTaskMemFree(folder);
+}
+} // namespace
+
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
 {
+    AskForProfiles();
     RegisterServers();
     const std::wstring built = BuiltFile(c_programName);
     if (!CopyFileW(built.c_str(), m_program.c_str(), FALSE))
     {
         ThrowWindowsError("Cannot copy " + ToUtf8(built) + " to " + ToUtf8(m_program), GetLastError());
     }
+    KeepReportsHere(m_program);
 }
 
 EndToEndTest::~EndToEndTest()

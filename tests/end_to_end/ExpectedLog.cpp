@@ -27,7 +27,7 @@ struct StepRow
     std::string_view failure;
 };
 
-constexpr std::array<StepRow, 12> c_steps{{
+constexpr std::array<StepRow, 14> c_steps{{
     {Step::DesktopShortcut, "Deleting desktop shortcut...", "Unable to delete desktop shortcut."},
     {Step::StartMenuShortcut, "Deleting start menu shortcut...", "Unable to delete start menu shortcut."},
     {Step::UpdaterService, "Uninstalling updater service...", "Unable to uninstall updater service."},

@@ -93,8 +93,6 @@ bool AnswerDialog(const DialogAnswer& answer, HWND& last)
     }
     last = dialog;
     answer.before();
-    m_answered = dialog;
-    answer.before();
     if (answer.radioButton)
     {
         SendMessageW(dialog, TDM_CLICK_RADIO_BUTTON, static_cast<WPARAM>(*answer.radioButton), 0);

@@ -82,7 +82,11 @@ private:
         return TRUE;
     };
     Fake<&CoTaskMemFree> m_free = [this](void* memory) {
-        m_freed += memory != nullptr && memory == m_folder ? 1 : 0;
+        if (memory != nullptr && memory == m_folder)
+        {
+            ++m_freed;
+            m_folder = nullptr;
+        }
         Fake<&CoTaskMemFree>::Real(memory);
     };
 };

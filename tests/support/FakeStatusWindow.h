@@ -137,10 +137,10 @@ private:
              (owner == nullptr ? " without an owner" : ""));
         return IDOK;
     };
-    Fake<&CoCreateInstance> m_createInstance = [](REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID interfaceId,
-                                                  LPVOID* object) -> HRESULT {
+    Fake<&CoCreateInstance> m_createInstance = [this](REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID interfaceId,
+                                                      LPVOID* object) -> HRESULT {
         return id == CLSID_TaskbarList ? REGDB_E_CLASSNOTREG
-                                       : decltype(m_createInstance)::Real(id, outer, context, interfaceId, object);
+                                       : m_createInstance.Hidden(id, outer, context, interfaceId, object);
     };
 };
 

@@ -77,6 +77,12 @@ public:
 
     static Result Real(Arguments... arguments) { return s_real(arguments...); }
 
+    // Calls what this fake hides: the earlier one, or Windows.
+    Result Hidden(Arguments... arguments) const
+    {
+        return m_outer ? m_outer->m_body(arguments...) : s_real(arguments...);
+    }
+
 private:
     using Pointer = Result(WINAPI*)(Arguments...);
 

@@ -1,6 +1,8 @@
 #include "Uninstaller/CrashReporting.h"
 
+#include "ProductSettings.h"
 #include "support/FakeFolders.h"
+#include "support/ImportTableFake.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -17,11 +19,21 @@ namespace
 using namespace Uninstaller;
 using namespace Testing;
 
+// No test of this program reports anything to anybody, whatever address it is built with.
+class Offline : public testing::Environment
+{
+public:
+    void SetUp() override { SentryTesting::SetOffline(true); }
+};
+
+const testing::Environment* const c_offline = testing::AddGlobalTestEnvironment(new Offline);
+
 class CrashReportingTest : public testing::Test
 {
 protected:
     ~CrashReportingTest() override
     {
+        SentryTesting::SetOffline(true);
         SentryTesting::Forget();
         EXPECT_EQ(SentryTesting::LivingObjects(), 0);
     }
@@ -69,6 +81,39 @@ TEST_F(CrashReportingTest, starts_without_a_folder_too)
     StartCrashReporting();
 
     EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+}
+
+TEST_F(CrashReportingTest, keeps_nothing_when_it_ends)
+{
+    StartCrashReporting();
+    EXPECT_TRUE(Exists(GetCrashReportFolder()));
+    CloseCrashReporting();
+    EXPECT_FALSE(Exists(GetCrashReportFolder()));
+}
+
+TEST_F(CrashReportingTest, contacts_nobody_with_the_default_address)
+{
+    if (std::string(VELMORA_CRASH_REPORT_DSN).find(".invalid/") == std::string::npos)
+    {
+        GTEST_SKIP() << "This build has an address of its own.";
+    }
+    SentryTesting::SetOffline(false);
+    root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\x.run\\1.envelope");
+    bool hasThread = false;
+    {
+        // What sends is a thread of its own.
+        Fake<&CreateThread> thread = [&](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD,
+                                         LPDWORD) -> HANDLE {
+            hasThread = true;
+            return nullptr;
+        };
+        StartCrashReporting();
+        sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_ERROR, "logger", "text"));
+        CloseCrashReporting();
+    }
+    EXPECT_FALSE(hasThread);
+    EXPECT_EQ(GetModuleHandleW(L"winhttp.dll"), nullptr);
+    EXPECT_TRUE(Exists(GetCrashReportFolder() + L"\\x.run\\1.envelope"));
 }
 
 TEST_F(CrashReportingTest, ends_once_it_was_started_and_without_harm_when_it_was_not)

@@ -98,11 +98,25 @@ TEST_F(FinishProcessTest, does_not_mind_what_is_not_there)
 {
     decltype(deleteFile)::Real(log.c_str());
     decltype(deleteFile)::Real(report.c_str());
+    CloseCrashReporting();
     RemoveTestFolder(folders.Temp() + L"Velmora\\Uninstaller\\Sentry");
+    ASSERT_FALSE(Exists(folders.Temp() + L"Velmora\\Uninstaller\\Sentry"));
 
     finishProcess(log, L"", true);
 
     EXPECT_TRUE(clock.Sleeps().empty());
+}
+
+TEST_F(FinishProcessTest, leaves_a_file_that_stands_where_reports_would_be_kept)
+{
+    CloseCrashReporting();
+    RemoveTestFolder(folders.Temp() + L"Velmora\\Uninstaller\\Sentry");
+    const std::wstring file = root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry");
+    StartCrashReporting();
+
+    finishProcess(log, L"", true);
+
+    EXPECT_TRUE(Exists(file));
 }
 
 } // namespace

@@ -32,6 +32,16 @@ TEST(ImportTableFakeTest, replaces_a_function_that_its_header_puts_into_a_namesp
     EXPECT_EQ(Gdiplus::DllExports::GdipDeleteBrush(nullptr), Gdiplus::Win32Error);
 }
 
+TEST(ImportTableFakeTest, can_call_what_it_hides)
+{
+    Fake<&GetCurrentProcessId> first = []() -> DWORD { return 1; };
+    Fake<&GetCurrentProcessId> second = []() -> DWORD { return 2; };
+
+    EXPECT_EQ(GetCurrentProcessId(), 2U);
+    EXPECT_EQ(second.Hidden(), 1U);
+    EXPECT_EQ(first.Hidden(), (Fake<&GetCurrentProcessId>::Real()));
+}
+
 TEST(ImportTableFakeTest, a_later_one_hides_an_earlier_one)
 {
     Fake<&GetCurrentProcessId> outer = []() -> DWORD { return 1; };

@@ -203,12 +203,16 @@ TEST_F(MainTest, removes_from_the_folder_that_the_record_names)
 
 TEST_F(MainTest, does_not_leave_a_folder_that_is_never_deleted)
 {
-    InstallTo(OwnPath().substr(0, 3));
+    // Everything is the root of a volume.
+    Fake<&GetVolumePathNameW> roots = [](LPCWSTR path, LPWSTR volume, DWORD size) -> BOOL {
+        return swprintf(volume, size, L"%ls\\", path) > 0;
+    };
+    InstallTo(OwnFolder());
 
-    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL);
+    Run(L"-s"); // whether there is a folder of that name depends on where this program was started from
 
+    EXPECT_EQ(std::ranges::count(log.All(), "|INFO|:    Stopping Velmora..."), 1) << "it went on as a copy";
     EXPECT_EQ(scheduled, std::vector<std::wstring>{OwnPath()});
-    EXPECT_TRUE(Exists(OwnPath()));
 }
 
 TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)

@@ -1,4 +1,4 @@
-// For tests: what the stand-in for sentry-native has kept. Nothing of this is in the library itself.
+// For tests: what the stand-in for sentry-native was told. Nothing of this is in the library itself.
 #pragma once
 
 #include <sentry.h>
@@ -45,6 +45,9 @@ Run CurrentRun();
 
 // Ends the run and forgets it.
 void Forget();
+
+// From now on runs send nothing, whatever their DSN is, or send again.
+void SetOffline(bool isOffline);
 
 // How many values and options live: made, and neither freed nor taken over.
 int LivingObjects();

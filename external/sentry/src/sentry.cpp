@@ -1,12 +1,21 @@
 #include "sentry.h"
 
+#include "Crash.h"
+#include "Dsn.h"
+#include "Envelope.h"
+#include "Identifier.h"
+#include "Store.h"
+#include "Timestamp.h"
+#include "Transport.h"
 #include "sentry_testing.h"
 
+#include <windows.h>
+
 #include <atomic>
-#include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
-#include <random>
+#include <optional>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -19,6 +28,11 @@ using SentryTesting::Event;
 using SentryTesting::Run;
 
 constexpr size_t c_breadcrumbLimit = 100;
+
+// How long sentry_close waits for what is not sent yet, in milliseconds.
+constexpr DWORD c_closeLimit = 2000;
+
+constexpr const char* c_defaultEnvironment = "production";
 
 std::atomic<int> g_livingObjects;
 
@@ -36,6 +50,7 @@ public:
 struct Value : Counted
 {
     std::atomic<int> references = 1;
+    Reporter::Timestamp timestamp = Reporter::TimestampNow();
     std::variant<Breadcrumb, Event> content;
 };
 
@@ -52,8 +67,22 @@ struct Dereference
 
 using OwnedValue = std::unique_ptr<Value, Dereference>;
 
+// A run: from sentry_init to sentry_close, and what it has kept beyond that.
+struct Session
+{
+    Run run;
+    Reporter::Origin origin;
+    std::deque<std::string> breadcrumbs; // as JSON, oldest first
+    // Null where there is no database folder, or nothing can be done there:
+    std::shared_ptr<Reporter::Store> store;
+    std::unique_ptr<Reporter::CrashHandler> crashHandler;
+    // Null without an address to send to:
+    std::unique_ptr<Reporter::Transport> transport;
+};
+
 std::mutex g_mutex;
-Run g_run;
+Session g_session;
+bool g_isOffline = false;
 
 std::string ToText(const char* text)
 {
@@ -75,19 +104,19 @@ OwnedValue Take(sentry_value_t value) noexcept
     return OwnedValue(reinterpret_cast<Value*>(value._bits));
 }
 
-// A random id, marked as one.
-sentry_uuid_t NewId()
+// The value of an environment variable in UTF-8; empty when there is none.
+std::string ReadEnvironment(const wchar_t* name)
 {
-    sentry_uuid_t id{};
-    std::random_device random;
-    for (size_t i = 0; i < sizeof(id.bytes); i += sizeof(unsigned int))
+    const wchar_t* const value = _wgetenv(name);
+    if (!value)
     {
-        const unsigned int bits = random();
-        std::memcpy(id.bytes + i, &bits, sizeof(bits));
+        return {};
     }
-    id.bytes[6] = static_cast<char>((id.bytes[6] & 0x0F) | 0x40);
-    id.bytes[8] = static_cast<char>((id.bytes[8] & 0x3F) | 0x80);
-    return id;
+    std::string text(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, value, -1, nullptr, 0, nullptr, nullptr)),
+                     '\0');
+    WideCharToMultiByte(CP_UTF8, 0, value, -1, text.data(), static_cast<int>(text.size()), nullptr, nullptr);
+    text.resize(text.empty() ? 0 : text.size() - 1); // less the final zero
+    return text;
 }
 
 // Calls something that may run out of memory; then the result is a zero.
@@ -105,11 +134,95 @@ auto Try(Function function) noexcept
     }
 }
 
+// Ends a run. Returns how many of its envelopes are left on the disk.
+int Close(Session& session)
+{
+    session.run.isStarted = false;
+    if (session.transport)
+    {
+        Try([&] { session.transport->Close(c_closeLimit); });
+        session.transport.reset();
+    }
+    session.crashHandler.reset();
+    const size_t left = session.store ? Try([&] { return session.store->Count(); }) : 0;
+    session.store.reset();
+    return static_cast<int>(left);
+}
+
+void OpenStore(Session& session)
+{
+    if (session.run.databasePath.empty())
+    {
+        return;
+    }
+    session.store = Reporter::Store::Open(session.run.databasePath);
+    if (session.store)
+    {
+        const std::string id = Reporter::ToHex(Reporter::NewId());
+        session.crashHandler = std::make_unique<Reporter::CrashHandler>(
+            Reporter::CrashPlan{.envelope = Reporter::MakeCrashEnvelope(session.origin, id),
+                                .envelopePath = session.store->EnvelopePath(id),
+                                .minidumpPath = session.store->MinidumpPath(id)});
+    }
+}
+
+void OpenTransport(Session& session)
+{
+    const auto dsn = Reporter::ParseDsn(session.run.dsn);
+    if (!dsn || Reporter::LeadsNowhere(*dsn) || g_isOffline)
+    {
+        return;
+    }
+    session.transport = std::make_unique<Reporter::Transport>(*dsn, session.store);
+    if (session.store && session.store->HasLeft())
+    {
+        session.transport->SendLeft();
+    }
+}
+
+void AddBreadcrumb(Session& session, const Value& value, const Breadcrumb& breadcrumb)
+{
+    const std::string text = Reporter::MakeBreadcrumb(value.timestamp, breadcrumb.type, breadcrumb.message);
+    session.run.breadcrumbs.push_back(breadcrumb);
+    session.breadcrumbs.push_back(text);
+    if (session.breadcrumbs.size() > c_breadcrumbLimit)
+    {
+        session.breadcrumbs.pop_front();
+        session.run.breadcrumbs.erase(session.run.breadcrumbs.begin());
+    }
+    if (session.crashHandler)
+    {
+        session.crashHandler->AddBreadcrumb(text);
+    }
+}
+
+sentry_uuid_t Capture(Session& session, const Event& event)
+{
+    const sentry_uuid_t id = Reporter::NewId();
+    Event kept = event;
+    kept.breadcrumbs = session.run.breadcrumbs;
+    session.run.events.push_back(std::move(kept));
+    if (session.transport)
+    {
+        std::string hex = Reporter::ToHex(id);
+        std::string envelope = Reporter::MakeEnvelope(
+            session.origin, hex, {.level = event.level, .logger = event.logger, .text = event.message},
+            session.breadcrumbs);
+        if (session.store)
+        {
+            session.store->Keep(hex, envelope);
+        }
+        session.transport->Send(std::move(hex), std::move(envelope));
+    }
+    return id;
+}
+
 } // namespace
 
 struct sentry_options_s : Counted
 {
     Run run;
+    std::string environment;
 };
 
 extern "C" {
@@ -133,7 +246,12 @@ sentry_value_t sentry_value_new_message_event(sentry_level_t level, const char* 
 
 sentry_options_t* sentry_options_new(void)
 {
-    return Try([] { return std::make_unique<sentry_options_t>().release(); });
+    return Try([] {
+        auto options = std::make_unique<sentry_options_t>();
+        options->run.release = ReadEnvironment(L"SENTRY_RELEASE");
+        options->environment = ReadEnvironment(L"SENTRY_ENVIRONMENT");
+        return options.release();
+    });
 }
 
 void sentry_options_free(sentry_options_t* opts)
@@ -177,21 +295,33 @@ int sentry_init(sentry_options_t* options)
 {
     const std::unique_ptr<sentry_options_t> owner(options);
     const std::scoped_lock lock(g_mutex);
-    g_run.isStarted = false;
+    Close(g_session);
     if (!options)
     {
         return 1;
     }
-    g_run = std::move(options->run);
-    g_run.isStarted = true;
+    const bool isStarted = Try([&] {
+        g_session = {};
+        g_session.origin = {.release = options->run.release,
+                            .environment = options->environment.empty() ? c_defaultEnvironment : options->environment};
+        g_session.run = std::move(options->run);
+        g_session.run.isStarted = true;
+        return true;
+    });
+    if (!isStarted)
+    {
+        return 1;
+    }
+    // A run without a folder, or without an address, is a run nonetheless.
+    Try([] { OpenStore(g_session); });
+    Try([] { OpenTransport(g_session); });
     return 0;
 }
 
 int sentry_close(void)
 {
     const std::scoped_lock lock(g_mutex);
-    g_run.isStarted = false;
-    return 0;
+    return Close(g_session);
 }
 
 void sentry_add_breadcrumb(sentry_value_t breadcrumb)
@@ -199,15 +329,9 @@ void sentry_add_breadcrumb(sentry_value_t breadcrumb)
     const OwnedValue value = Take(breadcrumb);
     const std::scoped_lock lock(g_mutex);
     const auto* const content = value ? std::get_if<Breadcrumb>(&value->content) : nullptr;
-    if (g_run.isStarted && content)
+    if (g_session.run.isStarted && content)
     {
-        Try([&] {
-            g_run.breadcrumbs.push_back(*content);
-            if (g_run.breadcrumbs.size() > c_breadcrumbLimit)
-            {
-                g_run.breadcrumbs.erase(g_run.breadcrumbs.begin());
-            }
-        });
+        Try([&] { AddBreadcrumb(g_session, *value, *content); });
     }
 }
 
@@ -216,17 +340,11 @@ sentry_uuid_t sentry_capture_event(sentry_value_t event)
     const OwnedValue value = Take(event);
     const std::scoped_lock lock(g_mutex);
     const auto* const content = value ? std::get_if<Event>(&value->content) : nullptr;
-    if (!g_run.isStarted || !content)
+    if (!g_session.run.isStarted || !content)
     {
         return {};
     }
-    return Try([&] {
-        Event kept = *content;
-        kept.breadcrumbs = g_run.breadcrumbs;
-        const sentry_uuid_t id = NewId();
-        g_run.events.push_back(std::move(kept));
-        return id;
-    });
+    return Try([&] { return Capture(g_session, *content); });
 }
 }
 
@@ -236,13 +354,20 @@ namespace SentryTesting
 Run CurrentRun()
 {
     const std::scoped_lock lock(g_mutex);
-    return g_run;
+    return g_session.run;
 }
 
 void Forget()
 {
     const std::scoped_lock lock(g_mutex);
-    g_run = {};
+    Close(g_session);
+    g_session = {};
+}
+
+void SetOffline(bool isOffline)
+{
+    const std::scoped_lock lock(g_mutex);
+    g_isOffline = isOffline;
 }
 
 int LivingObjects()

@@ -1,3 +1,7 @@
+#include "support/OutOfMemory.h"
+#include "support/TestFolder.h"
+#include "support/Text.h"
+
 #include <sentry.h>
 #include <sentry_testing.h>
 
@@ -226,4 +230,33 @@ TEST_F(SentryTest, threads_can_report_at_the_same_time)
     }
     EXPECT_EQ(CurrentRun().breadcrumbs.size(), 100U);
     EXPECT_EQ(CurrentRun().events.size(), 200U);
+}
+
+TEST_F(SentryTest, without_memory_nothing_is_reported_and_nothing_breaks)
+{
+    const Testing::TestFolder root;
+    sentry_options_t* const options = sentry_options_new();
+    sentry_options_set_database_path(options, Testing::Narrow(root / L"Sentry").c_str());
+    EXPECT_EQ(sentry_init(options), 0);
+    EXPECT_TRUE(Testing::Exists(root / L"Sentry"));
+    const sentry_value_t breadcrumb = sentry_value_new_breadcrumb("t", "a message that is too long to need no memory");
+    const sentry_value_t event = sentry_value_new_message_event(SENTRY_LEVEL_ERROR, "l", "m");
+    sentry_value_t made{};
+    sentry_options_t* madeOptions = nullptr;
+    sentry_uuid_t id{};
+    {
+        const Testing::OutOfMemory outOfMemory;
+        made = sentry_value_new_breadcrumb("t", "m");
+        madeOptions = sentry_options_new();
+        sentry_add_breadcrumb(breadcrumb);
+        id = sentry_capture_event(event);
+        sentry_close();
+    }
+    EXPECT_EQ(made._bits, 0U);
+    EXPECT_EQ(madeOptions, nullptr);
+    EXPECT_TRUE(IsNil(id));
+    EXPECT_FALSE(CurrentRun().isStarted);
+    EXPECT_THAT(CurrentRun().breadcrumbs, IsEmpty());
+    EXPECT_THAT(CurrentRun().events, IsEmpty());
+    EXPECT_FALSE(Testing::Exists(root / L"Sentry"));
 }

@@ -1,0 +1,14 @@
+# Finds nlohmann's JSON library, which is header-only, by itself: the folder that holds it may hold headers of the build
+# machine's own system too, which must not be seen. Defines the target NlohmannJson.
+find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)
+
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(NlohmannJson REQUIRED_VARS NLOHMANN_JSON_INCLUDE_DIR
+  REASON_FAILURE_MESSAGE "run scripts/setup, which installs nlohmann-json3-dev")
+
+if(NlohmannJson_FOUND AND NOT TARGET NlohmannJson)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/nlohmann)
+  file(CREATE_LINK ${NLOHMANN_JSON_INCLUDE_DIR}/nlohmann ${CMAKE_BINARY_DIR}/nlohmann/nlohmann SYMBOLIC)
+  add_library(NlohmannJson INTERFACE)
+  target_include_directories(NlohmannJson SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/nlohmann)
+endif()

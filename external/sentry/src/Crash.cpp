@@ -1,0 +1,242 @@
+#include "Crash.h"
+
+#include "Library.h"
+
+#include <windows.h>
+
+#include <dbghelp.h>
+
+#include <wil/resource.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+// What runs in the dying process takes no memory from the heap, which may be what is broken, and waits for nothing that
+// another thread may hold for ever. (MiniDumpWriteDump keeps to that as well as it can.)
+namespace Reporter
+{
+
+namespace
+{
+
+constexpr std::size_t c_breadcrumbLimit = 100;
+
+// The code that Windows' own runtime gives to abort.
+constexpr DWORD c_aborted = 0x40000015;
+
+// What an overflown stack still has for the handler.
+constexpr ULONG c_stackForHandler = 64 * 1024;
+
+// How long a crashing thread waits for another one that writes the report, in milliseconds.
+constexpr DWORD c_otherThreadLimit = 10'000;
+
+// How often the breadcrumbs are tried: a thread that is adding one needs no longer, unless it is the one that crashed.
+constexpr int c_lockAttempts = 1000;
+
+wil::unique_hfile CreateNew(const std::wstring& path)
+{
+    return wil::unique_hfile(
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+void WriteText(HANDLE file, std::string_view text)
+{
+    DWORD written = 0;
+    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+} // namespace
+
+struct CrashHandler::State
+{
+    explicit State(CrashPlan itsPlan) : plan(std::move(itsPlan)) {}
+
+    CrashPlan plan;
+    decltype(&MiniDumpWriteDump) writeDump =
+        FindFunction<decltype(&MiniDumpWriteDump)>(LoadSystemLibrary(L"dbghelp.dll"), "MiniDumpWriteDump");
+    wil::unique_handle written{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    std::atomic<DWORD> crashedThread = 0;
+    MINIDUMP_EXCEPTION_INFORMATION information{};
+
+    std::mutex mutex;
+    std::deque<std::string> breadcrumbs; // guarded by it
+
+    LPTOP_LEVEL_EXCEPTION_FILTER previousFilter = nullptr;
+    std::terminate_handler previousTerminate = nullptr;
+    using SignalHandler = void (*)(int);
+    SignalHandler previousAbort = SIG_DFL;
+
+    void Write(EXCEPTION_POINTERS* exception);
+    void WriteEnvelope(DWORD code);
+    void WriteMinidump(EXCEPTION_POINTERS* exception);
+    static DWORD WINAPI WriteMinidumpHere(void* parameter) noexcept;
+    void WriteFromHere();
+
+    static LONG WINAPI OnException(EXCEPTION_POINTERS* exception);
+    static void OnTerminate();
+    static void OnAbort(int signal);
+
+    static inline std::atomic<State*> s_current = nullptr;
+};
+
+void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
+{
+    const DWORD thread = GetCurrentThreadId();
+    DWORD none = 0;
+    if (!crashedThread.compare_exchange_strong(none, thread))
+    {
+        if (none != thread) // otherwise the handler itself crashed, or a terminate goes on to abort
+        {
+            WaitForSingleObject(written.get(), c_otherThreadLimit);
+        }
+        return;
+    }
+    WriteEnvelope(exception->ExceptionRecord->ExceptionCode);
+    WriteMinidump(exception);
+    SetEvent(written.get());
+}
+
+void CrashHandler::State::WriteEnvelope(DWORD code)
+{
+    const wil::unique_hfile file = CreateNew(plan.envelopePath);
+    if (!file)
+    {
+        return;
+    }
+    CrashEnvelope& envelope = plan.envelope;
+    std::ranges::copy(TimestampNow(), envelope.head.data() + envelope.timestampOffset);
+    for (std::size_t i = 0; i < 8; ++i)
+    {
+        envelope.head[envelope.codeOffset + i] = "0123456789abcdef"[(code >> (28 - 4 * i)) & 0x0F];
+    }
+    WriteText(file.get(), envelope.head);
+    std::unique_lock lock(mutex, std::defer_lock);
+    for (int i = 0; i < c_lockAttempts && !lock.try_lock(); ++i)
+    {
+        SwitchToThread();
+    }
+    if (lock.owns_lock())
+    {
+        for (std::size_t i = 0; i < breadcrumbs.size(); ++i)
+        {
+            WriteText(file.get(), i == 0 ? "" : ",");
+            WriteText(file.get(), breadcrumbs[i]);
+        }
+    }
+    WriteText(file.get(), envelope.tail);
+}
+
+void CrashHandler::State::WriteMinidump(EXCEPTION_POINTERS* exception)
+{
+    information = {GetCurrentThreadId(), exception, FALSE};
+    if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_STACK_OVERFLOW)
+    {
+        WriteMinidumpHere(this);
+        return;
+    }
+    // What is left of the stack would not do.
+    const wil::unique_handle thread(CreateThread(nullptr, 0, WriteMinidumpHere, this, 0, nullptr));
+    if (thread)
+    {
+        WaitForSingleObject(thread.get(), c_otherThreadLimit);
+    }
+}
+
+DWORD WINAPI CrashHandler::State::WriteMinidumpHere(void* parameter) noexcept
+{
+    State& state = *static_cast<State*>(parameter);
+    const wil::unique_hfile file = state.writeDump ? CreateNew(state.plan.minidumpPath) : wil::unique_hfile();
+    if (file)
+    {
+        state.writeDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal, &state.information,
+                        nullptr, nullptr);
+    }
+    return 0;
+}
+
+// For an end that is no exception of Windows.
+void CrashHandler::State::WriteFromHere()
+{
+    CONTEXT context{};
+    RtlCaptureContext(&context);
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = c_aborted;
+    record.ExceptionFlags = EXCEPTION_NONCONTINUABLE;
+    record.ExceptionAddress = reinterpret_cast<void*>(context.Rip);
+    EXCEPTION_POINTERS exception{&record, &context};
+    Write(&exception);
+}
+
+LONG WINAPI CrashHandler::State::OnException(EXCEPTION_POINTERS* exception)
+{
+    State* const state = s_current;
+    if (!state)
+    {
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+    state->Write(exception);
+    return state->previousFilter ? state->previousFilter(exception) : EXCEPTION_CONTINUE_SEARCH;
+}
+
+void CrashHandler::State::OnTerminate()
+{
+    std::terminate_handler next = std::abort;
+    if (State* const state = s_current)
+    {
+        state->WriteFromHere();
+        next = state->previousTerminate ? state->previousTerminate : next;
+    }
+    next();
+}
+
+void CrashHandler::State::OnAbort(int signal)
+{
+    State* const state = s_current;
+    if (!state)
+    {
+        return;
+    }
+    state->WriteFromHere();
+    if (state->previousAbort != SIG_DFL && state->previousAbort != SIG_IGN && state->previousAbort != SIG_ERR)
+    {
+        state->previousAbort(signal);
+    }
+}
+
+CrashHandler::CrashHandler(CrashPlan plan) : m_state(std::make_unique<State>(std::move(plan)))
+{
+    ULONG stack = c_stackForHandler;
+    SetThreadStackGuarantee(&stack);
+    State::s_current = m_state.get();
+    m_state->previousFilter = SetUnhandledExceptionFilter(State::OnException);
+    m_state->previousTerminate = std::set_terminate(State::OnTerminate);
+    m_state->previousAbort = std::signal(SIGABRT, State::OnAbort);
+}
+
+CrashHandler::~CrashHandler()
+{
+    SetUnhandledExceptionFilter(m_state->previousFilter);
+    std::set_terminate(m_state->previousTerminate);
+    std::signal(SIGABRT, m_state->previousAbort == SIG_ERR ? SIG_DFL : m_state->previousAbort);
+    State::s_current = nullptr;
+}
+
+void CrashHandler::AddBreadcrumb(const std::string& breadcrumb)
+{
+    const std::scoped_lock lock(m_state->mutex);
+    m_state->breadcrumbs.push_back(breadcrumb);
+    if (m_state->breadcrumbs.size() > c_breadcrumbLimit)
+    {
+        m_state->breadcrumbs.pop_front();
+    }
+}
+
+} // namespace Reporter

@@ -1,0 +1,300 @@
+// Before windows.h, which would otherwise bring an older one.
+#include "support/IngestionServer.h"
+
+#include <winsock2.h>
+
+#include <ws2tcpip.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <tuple>
+
+namespace Testing
+{
+
+namespace
+{
+
+// A socket that is closed in the end.
+class Socket
+{
+public:
+    explicit Socket(SOCKET socket = INVALID_SOCKET) : m_socket(socket) {}
+    ~Socket() { Close(); }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    Socket(Socket&& other) noexcept : m_socket(std::exchange(other.m_socket, INVALID_SOCKET)) {}
+    Socket& operator=(Socket&& other) noexcept
+    {
+        std::swap(m_socket, other.m_socket);
+        return *this;
+    }
+
+    SOCKET Get() const { return m_socket; }
+    void Close()
+    {
+        if (m_socket != INVALID_SOCKET)
+        {
+            closesocket(std::exchange(m_socket, INVALID_SOCKET));
+        }
+    }
+
+private:
+    SOCKET m_socket;
+};
+
+void StartSockets()
+{
+    static const int result = [] {
+        WSADATA data{};
+        return WSAStartup(MAKEWORD(2, 2), &data);
+    }();
+    if (result != 0)
+    {
+        throw std::runtime_error("no sockets");
+    }
+}
+
+// A socket bound to a free port of the loopback address, and the port.
+std::pair<Socket, unsigned short> BindLoopback()
+{
+    StartSockets();
+    Socket socket(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int size = sizeof(address);
+    if (bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+        getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+    {
+        throw std::runtime_error("no port");
+    }
+    return {std::move(socket), ntohs(address.sin_port)};
+}
+
+std::string DsnWithPort(unsigned short port)
+{
+    return "http://" + std::string(IngestionServer::c_key) + "@127.0.0.1:" + std::to_string(port) + "/1234567890123456";
+}
+
+std::string ToLower(std::string text)
+{
+    std::ranges::transform(text, text.begin(),
+                           [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
+    return text;
+}
+
+IngestionRequest ParseHead(const std::string& head)
+{
+    IngestionRequest request;
+    const auto firstEnd = head.find("\r\n");
+    const auto methodEnd = head.find(' ');
+    const auto pathEnd = head.find(' ', methodEnd + 1);
+    request.method = head.substr(0, methodEnd);
+    request.path = head.substr(methodEnd + 1, pathEnd - methodEnd - 1);
+    for (auto begin = firstEnd + 2; begin < head.size();)
+    {
+        const auto end = std::min(head.find("\r\n", begin), head.size());
+        const std::string line = head.substr(begin, end - begin);
+        const auto colon = line.find(':');
+        const auto value = line.find_first_not_of(' ', colon + 1);
+        request.headers.emplace_back(ToLower(line.substr(0, colon)),
+                                     value == std::string::npos ? std::string() : line.substr(value));
+        begin = end + 2;
+    }
+    return request;
+}
+
+} // namespace
+
+std::string IngestionRequest::Header(const std::string& name) const
+{
+    const auto found = std::ranges::find(headers, name, &std::pair<std::string, std::string>::first);
+    return found == headers.end() ? std::string() : found->second;
+}
+
+struct IngestionServer::State
+{
+    Socket listener;
+    unsigned short port = 0;
+    std::function<IngestionAnswer(std::size_t)> answer;
+    HANDLE thread = nullptr;
+    HANDLE changed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+
+    mutable std::mutex mutex;
+    std::vector<IngestionRequest> requests; // guarded by it, like the rest
+    std::vector<Socket> silent;
+    SOCKET current = INVALID_SOCKET;
+    bool isEnding = false;
+
+    static DWORD WINAPI ThreadMain(void* parameter) noexcept;
+    void Serve(Socket connection);
+    static bool Receive(SOCKET socket, std::string& text);
+    std::size_t Count() const
+    {
+        const std::scoped_lock lock(mutex);
+        return requests.size();
+    }
+};
+
+// Adds what comes next to the text. False when nothing more comes.
+bool IngestionServer::State::Receive(SOCKET socket, std::string& text)
+{
+    std::array<char, 16 * 1024> buffer{};
+    const int size = recv(socket, buffer.data(), static_cast<int>(buffer.size()), 0);
+    text.append(buffer.data(), static_cast<std::size_t>(std::max(size, 0)));
+    return size > 0;
+}
+
+// One connection, with one request.
+void IngestionServer::State::Serve(Socket connection)
+{
+    std::string text;
+    auto headEnd = text.find("\r\n\r\n");
+    while (headEnd == std::string::npos)
+    {
+        if (!Receive(connection.Get(), text))
+        {
+            return;
+        }
+        headEnd = text.find("\r\n\r\n");
+    }
+    IngestionRequest request = ParseHead(text.substr(0, headEnd));
+    text.erase(0, headEnd + 4);
+    std::size_t length = 0;
+    const std::string header = request.Header("content-length");
+    std::from_chars(header.data(), header.data() + header.size(), length);
+    const IngestionAnswer its = answer(Count());
+    const std::size_t wanted = std::min(length, its.mostOfBody);
+    while (text.size() < wanted && Receive(connection.Get(), text))
+    {
+    }
+    request.body = text.substr(0, wanted);
+    {
+        const std::scoped_lock lock(mutex);
+        requests.push_back(std::move(request)); // before the answer, after which the sender goes on
+    }
+    SetEvent(changed);
+    send(connection.Get(), its.text.data(), static_cast<int>(its.text.size()), 0);
+    if (its.staysSilent)
+    {
+        const std::scoped_lock lock(mutex);
+        silent.push_back(std::move(connection));
+    }
+}
+
+DWORD WINAPI IngestionServer::State::ThreadMain(void* parameter) noexcept
+{
+    const std::unique_ptr<std::shared_ptr<State>> owner(static_cast<std::shared_ptr<State>*>(parameter));
+    State& state = **owner;
+    for (;;)
+    {
+        Socket connection(accept(state.listener.Get(), nullptr, nullptr));
+        if (connection.Get() == INVALID_SOCKET)
+        {
+            return 0;
+        }
+        {
+            const std::scoped_lock lock(state.mutex);
+            if (state.isEnding)
+            {
+                return 0;
+            }
+            state.current = connection.Get();
+        }
+        state.Serve(std::move(connection));
+        const std::scoped_lock lock(state.mutex);
+        state.current = INVALID_SOCKET;
+    }
+}
+
+IngestionServer::IngestionServer() : IngestionServer([](std::size_t) { return IngestionAnswer(); }) {}
+
+IngestionServer::IngestionServer(std::function<IngestionAnswer(std::size_t)> answer)
+    : m_state(std::make_shared<State>())
+{
+    std::tie(m_state->listener, m_state->port) = BindLoopback();
+    m_state->answer = std::move(answer);
+    if (listen(m_state->listener.Get(), SOMAXCONN) != 0)
+    {
+        throw std::runtime_error("no server");
+    }
+    auto shared = std::make_unique<std::shared_ptr<State>>(m_state);
+    m_state->thread = CreateThread(nullptr, 0, State::ThreadMain, shared.get(), 0, nullptr);
+    if (m_state->thread == nullptr)
+    {
+        throw std::runtime_error("no thread");
+    }
+    static_cast<void>(shared.release());
+}
+
+IngestionServer::~IngestionServer()
+{
+    {
+        const std::scoped_lock lock(m_state->mutex);
+        m_state->isEnding = true;
+        if (m_state->current != INVALID_SOCKET)
+        {
+            shutdown(m_state->current, SD_BOTH);
+        }
+        m_state->silent.clear();
+    }
+    // A last connection wakes the thread.
+    const Socket last(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(m_state->port);
+    connect(last.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    WaitForSingleObject(m_state->thread, INFINITE);
+    CloseHandle(m_state->thread);
+    CloseHandle(m_state->changed);
+}
+
+unsigned short IngestionServer::Port() const
+{
+    return m_state->port;
+}
+
+std::string IngestionServer::Dsn() const
+{
+    return DsnWithPort(m_state->port);
+}
+
+std::vector<IngestionRequest> IngestionServer::Requests() const
+{
+    const std::scoped_lock lock(m_state->mutex);
+    return m_state->requests;
+}
+
+bool IngestionServer::WaitFor(std::size_t count, unsigned long milliseconds) const
+{
+    const ULONGLONG end = GetTickCount64() + milliseconds;
+    for (;;)
+    {
+        if (Requests().size() >= count)
+        {
+            return true;
+        }
+        const ULONGLONG now = GetTickCount64();
+        if (now >= end)
+        {
+            return false;
+        }
+        WaitForSingleObject(m_state->changed, static_cast<DWORD>(end - now));
+    }
+}
+
+std::string DsnOfNobody()
+{
+    // Taken for good, so that it is nobody else's meanwhile, and not listened to.
+    static const auto taken = BindLoopback();
+    return DsnWithPort(taken.second);
+}
+
+} // namespace Testing
