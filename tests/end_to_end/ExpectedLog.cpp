@@ -27,7 +27,7 @@ struct StepRow
     std::string_view failure;
 };
 
-constexpr std::array<StepRow, 14> c_steps{{
+constexpr std::array<StepRow, 15> c_steps{{
     {Step::DesktopShortcut, "Deleting desktop shortcut...", "Unable to delete desktop shortcut."},
     {Step::StartMenuShortcut, "Deleting start menu shortcut...", "Unable to delete start menu shortcut."},
     {Step::UpdaterService, "Uninstalling updater service...", "Unable to uninstall updater service."},
@@ -42,6 +42,7 @@ constexpr std::array<StepRow, 14> c_steps{{
      "Unable to delete PF OrvaneAuthService folder"},
     {Step::AuthServiceDataFolder, "", "Unable to delete PD OrvaneAuthService folder"},
     {Step::UpdaterFolder, "Deleting VelmoraUpdater folder...", "Unable to delete VelmoraUpdater folder"},
+    {Step::UserFolders, "Attempting to clean up files for current user...", ""},
     {Step::LegacyPackage, "", "Unable to remove legacy packaged installation."},
 }};
 
@@ -61,6 +62,11 @@ std::string TriedToEnd(unsigned long id)
 {
     return Info("[ClientHelper] Velmora process still running after graceful shutdown attempt. (" + std::to_string(id) +
                 "). Attempting to force close...");
+}
+
+std::string DeletesUserFolder(std::wstring_view name)
+{
+    return Info("Attempting to delete '" + ToUtf8(Expand(L"<LocalAppData>\\") + std::wstring(name)) + "'...");
 }
 
 std::vector<std::string> Start(std::string_view runType)
@@ -343,6 +349,25 @@ ExpectedLog& ExpectedLog::Runs(std::string_view type)
 ExpectedLog& ExpectedLog::RemovesSettings()
 {
     m_removesSettings = true;
+    m_userFolders = {DeletesUserFolder(L"Vel Mora"), DeletesUserFolder(L"Tessaline")};
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::FindsNoUser()
+{
+    m_findsUser = false;
+    m_userFolders = {Warning("Something went wrong while trying to clean up user files: Unable to find a explorer.exe "
+                             "process running under the active console session!")};
+    return *this;
+}
+
+ExpectedLog& ExpectedLog::KeepsUserFolder(std::wstring_view name, unsigned long result)
+{
+    const std::string_view failure =
+        name == L"Vel Mora" ? "Unable to delete Velmora folder. Other applications may accessing this folder."
+                            : "Unable to delete Tessaline folder. Pellmark Studio may be running.";
+    m_userFolders.insert(std::ranges::find(m_userFolders, DeletesUserFolder(name)) + 1,
+                         Warning(std::string(failure) + " Reason: " + SystemText(result)));
     return *this;
 }
 
@@ -445,9 +470,14 @@ std::vector<std::string> ExpectedLog::Lines() const
     }
     for (const StepRow& row : c_steps)
     {
-        if (!row.shown.empty() && !m_leftOut.contains(row.step))
+        const bool isLeftOut = m_leftOut.contains(row.step) || (row.step == Step::UserFolders && !m_removesSettings);
+        if (!row.shown.empty() && !isLeftOut)
         {
             lines.push_back(Info(row.shown));
+        }
+        if (row.step == Step::UserFolders)
+        {
+            lines = Append(std::move(lines), m_userFolders);
         }
         if (row.step == Step::LegacyPackage)
         {
@@ -464,7 +494,7 @@ std::vector<std::string> ExpectedLog::Lines() const
         }
     }
     lines.push_back(Info("Uninstall Complete!"));
-    if (std::ranges::any_of(m_failures, &Failure::isError))
+    if (!m_findsUser || std::ranges::any_of(m_failures, &Failure::isError))
     {
         lines.push_back(Error("Velmora did not fully uninstall. Please check the logs for more information."));
         return Append(std::move(lines), OpenLog(m_runType));

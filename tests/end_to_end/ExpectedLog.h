@@ -25,6 +25,7 @@ enum class Step
     AuthServiceProgramFolder,
     AuthServiceDataFolder,
     UpdaterFolder,
+    UserFolders,
     LegacyPackage
 };
 
@@ -121,8 +122,13 @@ public:
     // A run of another type: "Gui" or "Verbose".
     ExpectedLog& Runs(std::string_view type);
 
-    // The user wants the settings to go too.
+    // The user wants the settings to go too, and so do the folders of the user at the machine; or that user cannot be
+    // found.
     ExpectedLog& RemovesSettings();
+    ExpectedLog& FindsNoUser();
+
+    // One of those folders, "Vel Mora" or "Tessaline", cannot be deleted.
+    ExpectedLog& KeepsUserFolder(std::wstring_view name, unsigned long result);
 
     // The run finds another record, or none that can be used.
     ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
@@ -170,6 +176,8 @@ private:
 
     std::string m_runType = "Silent";
     bool m_removesSettings = false;
+    std::vector<std::string> m_userFolders;
+    bool m_findsUser = true;
     std::vector<std::string> m_record;
     std::string m_folder;
     std::vector<std::string> m_clients;

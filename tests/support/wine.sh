@@ -19,7 +19,9 @@ make_ready_prefix() {
         # Another user's would not do: Wine would link its own user's folders to the home folder.
         if [ "$prefix/complete" -nt "${BASH_SOURCE[0]}" ] && [ -O "$prefix" ]; then exit 0; fi
         local new="$wine_folder/ready.new"
-        rm -rf "$new" "$prefix"
+        # What the unit tests share was copied from the last one.
+        WINEPREFIX="$wine_folder/unit" "$wineserver" -k >/dev/null 2>&1 || true
+        rm -rf "$new" "$prefix" "$wine_folder/unit"
         export WINEPREFIX="$new"
         env -u DISPLAY "$wine" wineboot -i >"$wine_folder/wineboot.log" 2>&1 </dev/null
         # A Windows 10 of 2022: Wine knows that of 2019, and the program needs that of 2020.

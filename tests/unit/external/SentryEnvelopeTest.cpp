@@ -35,7 +35,7 @@ TEST(SentryEnvelopeTest, an_event_says_what_happened_where)
     EXPECT_EQ(event["event_id"], c_id);
     EXPECT_EQ(event["level"], "error");
     EXPECT_EQ(event["logger"], "logger");
-    EXPECT_EQ(event["message"], (nlohmann::json{{"formatted", "It failed: \"x\"\nBadly."}}));
+    EXPECT_EQ(event["message"], nlohmann::json::object({{"formatted", "It failed: \"x\"\nBadly."}}));
     EXPECT_EQ(event["release"], "program@1.2.3");
     EXPECT_EQ(event["environment"], "production");
     EXPECT_EQ(event["sdk"]["name"], "sentry.native.velmora");
