@@ -88,10 +88,8 @@ TEST_F(RunningProductTest, A_service_that_obeys_stops_at_once)
 {
     SampleService service(c_authService, ServiceMode::Obeys);
     service.Start();
-    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(service.AskToStop(), 0U);
     EXPECT_TRUE(service.Becomes(SERVICE_STOPPED));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, c_slowStopTime);
     EXPECT_TRUE(service.Process().EndsWithin(c_limit));
     EXPECT_EQ(service.Process().ExitCode(), c_endedByItself);
     // And it can be started again.
