@@ -491,7 +491,8 @@ TEST_F(StatusWindowTest, Is_painted_as_soon_as_it_is_there)
     std::cout << "From the start of the process to the first frame: " << std::lround(status)
               << " ms; of an empty window: " << std::lround(empty) << " ms\n";
     // How fast is for people to read; that it comes at all is told by the colours.
-    EXPECT_LT(status, std::chrono::duration<double, std::milli>(c_patience).count());
+    const std::chrono::duration<double, std::milli> patience = c_patience;
+    EXPECT_LT(status, patience.count());
 }
 
 TEST_F(StatusWindowTest, Is_repainted_at_every_new_progress)

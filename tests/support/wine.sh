@@ -62,13 +62,16 @@ copy_prefix() {
     mv "$copy" "$wine_folder/$1"
 }
 
-# run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code.
+# run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code. With a limit
+# (in seconds, $limit) it is ended then, and the exit code is that of timeout: 124, or 137 when it had to be killed.
 # The output goes through a file: Wine's background processes keep a pipe open and the reader waiting.
 run_in_prefix() {
     local prefix="$wine_folder/$1" output status=0
+    local -a limited=()
+    [ -z "${limit:-}" ] || limited=(timeout --kill-after=10 "$limit")
     shift
     output=$(mktemp)
-    WINEPREFIX="$prefix" "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
+    WINEPREFIX="$prefix" "${limited[@]}" "$wine" "$@" >"$output" 2>&1 </dev/null || status=$?
     cat "$output"
     rm -f "$output"
     return "$status"
