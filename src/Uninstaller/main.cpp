@@ -133,7 +133,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 
     const std::wstring installFolder = FindInstallFolder(logger);
     const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
-    if (!Installer::IsProtectedFolder(installFolder) && Installer::IsInside(ownPath, installFolder))
+    if (Installer::IsInside(ownPath, installFolder) && !Installer::IsProtectedFolder(installFolder))
     {
         return Relocate(run, ownPath, commandLine.argument, mutex);
     }

@@ -1,5 +1,6 @@
 #include "Installer/ClientHelper.h"
 
+#include "support/Calls.h"
 #include "support/DirectoryLink.h"
 #include "support/FailureLog.h"
 #include "support/FakeProcesses.h"
@@ -37,7 +38,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::StartsWith;
-using Calls = std::vector<std::string>;
 using Pauses = std::vector<DWORD>;
 using Lines = std::vector<std::string>;
 using Lockers = std::map<DWORD, std::wstring>;
@@ -70,29 +70,6 @@ std::string StillRunning(DWORD id)
 {
     return "|INFO|:    [ClientHelper] Velmora process still running after graceful shutdown attempt. (" +
            std::to_string(id) + "). Attempting to force close...";
-}
-
-// Joins pieces: single calls and lists of them.
-Calls operator+(Calls first, const Calls& second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Calls operator+(Calls first, const std::string& second)
-{
-    first.push_back(second);
-    return first;
-}
-
-Calls operator*(int times, const Calls& piece)
-{
-    Calls calls;
-    for (int i = 0; i < times; ++i)
-    {
-        calls = std::move(calls) + piece;
-    }
-    return calls;
 }
 
 // The calls of a walk through all processes, of which there are so many after the first one. What is done with one of

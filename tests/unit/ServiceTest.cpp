@@ -1,6 +1,7 @@
 #include "Installer/Service.h"
 
 #include "Installer/Logger.h"
+#include "support/Calls.h"
 #include "support/FailureLog.h"
 #include "support/FakeFolders.h"
 #include "support/FakeServiceManager.h"
@@ -30,7 +31,6 @@ namespace
 
 using namespace Installer;
 using namespace Testing;
-using Calls = std::vector<std::string>;
 using Failures = std::vector<FailureLog::Entry>;
 using SentryTesting::Breadcrumb;
 
@@ -43,29 +43,6 @@ const std::string c_settle = "sleep 1000";
 const std::string c_openProcess = "open process 1234 1";
 const Calls c_kill{c_openProcess, "kill 1234 0", "close process 1234"};
 const Calls c_close{"close Spooler", "close manager"};
-
-// Joins pieces: single calls and lists of them.
-Calls operator+(Calls first, const Calls& second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Calls operator+(Calls first, const std::string& second)
-{
-    first.push_back(second);
-    return first;
-}
-
-Calls operator*(int times, const Calls& piece)
-{
-    Calls calls;
-    for (int i = 0; i < times; ++i)
-    {
-        calls = std::move(calls) + piece;
-    }
-    return calls;
-}
 
 // Says at which call two lists part.
 testing::AssertionResult AreEqual(const Calls& actual, const Calls& expected)
