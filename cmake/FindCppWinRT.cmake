@@ -6,6 +6,9 @@ if(NOT packages)
 endif()
 file(STRINGS ${CMAKE_SOURCE_DIR}/external/cppwinrt/cppwinrt.csproj version REGEX "Microsoft.Windows.SDK.CPP")
 string(REGEX REPLACE ".*Version=\"\\[(.*)\\]\".*" "\\1" version "${version}")
+if(CMAKE_HOST_WIN32) # vcpkg's, or those of the Windows SDK
+  find_path(CPPWINRT_INCLUDE_DIR winrt/base.h)
+endif()
 find_path(CPPWINRT_INCLUDE_DIR winrt/base.h
   PATHS ${packages}/microsoft.windows.sdk.cpp/${version}/c/Include/10.0.26100.0/cppwinrt
   NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -17,7 +20,9 @@ find_package_handle_standard_args(CppWinRT REQUIRED_VARS CPPWINRT_INCLUDE_DIR
 if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
   # The files are named in lower case but include each other in mixed case.
   set(names ${CMAKE_BINARY_DIR}/cppwinrt)
-  if(NOT EXISTS ${names}/all_names)
+  if(CMAKE_HOST_WIN32) # which does not care
+    set(names ${CPPWINRT_INCLUDE_DIR})
+  elseif(NOT EXISTS ${names}/all_names)
     file(GLOB_RECURSE headers RELATIVE ${CPPWINRT_INCLUDE_DIR} ${CPPWINRT_INCLUDE_DIR}/winrt/*.h)
     foreach(header IN LISTS headers)
       file(STRINGS ${CPPWINRT_INCLUDE_DIR}/${header} lines REGEX "^#include \"winrt/.*[A-Z].*\"")

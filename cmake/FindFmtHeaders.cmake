@@ -8,7 +8,7 @@ find_package_handle_standard_args(FmtHeaders REQUIRED_VARS FMT_INCLUDE_DIR
 
 if(FmtHeaders_FOUND AND NOT TARGET FmtHeaders)
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/fmt)
-  file(CREATE_LINK ${FMT_INCLUDE_DIR}/fmt ${CMAKE_BINARY_DIR}/fmt/fmt SYMBOLIC)
+  file(CREATE_LINK ${FMT_INCLUDE_DIR}/fmt ${CMAKE_BINARY_DIR}/fmt/fmt SYMBOLIC COPY_ON_ERROR)
   add_library(FmtHeaders INTERFACE)
   target_include_directories(FmtHeaders SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/fmt)
   # Texts and whole numbers alone: floating point and locales would add half a megabyte.

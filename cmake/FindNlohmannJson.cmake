@@ -8,7 +8,7 @@ find_package_handle_standard_args(NlohmannJson REQUIRED_VARS NLOHMANN_JSON_INCLU
 
 if(NlohmannJson_FOUND AND NOT TARGET NlohmannJson)
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/nlohmann)
-  file(CREATE_LINK ${NLOHMANN_JSON_INCLUDE_DIR}/nlohmann ${CMAKE_BINARY_DIR}/nlohmann/nlohmann SYMBOLIC)
+  file(CREATE_LINK ${NLOHMANN_JSON_INCLUDE_DIR}/nlohmann ${CMAKE_BINARY_DIR}/nlohmann/nlohmann SYMBOLIC COPY_ON_ERROR)
   add_library(NlohmannJson INTERFACE)
   target_include_directories(NlohmannJson SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/nlohmann)
 endif()

@@ -1,12 +1,14 @@
 #include "Installer/ProtectedFolder.h"
 
 #include "Installer/CanonicalPath.h"
+#include "Installer/Common.h"
 
 #include <windows.h>
 
 #include <shlobj.h>
 
 #include <wil/resource.h>
+#include <wil/result.h>
 
 #include <algorithm>
 #include <array>
@@ -27,15 +29,25 @@ constexpr std::array c_protectedFolders{
     &FOLDERID_UserProfiles,
 };
 
-// Nothing when this Windows has no such folder, or does not tell.
+// Whether the answer is that this Windows has no such folder.
+bool IsAbsent(HRESULT result)
+{
+    return result == E_INVALIDARG ||
+           (HRESULT_FACILITY(result) == FACILITY_WIN32 && MeansAbsence(static_cast<DWORD>(HRESULT_CODE(result))));
+}
+
+// Nothing when this Windows has no such folder. Throws when it does not tell: then it could be any.
 std::optional<std::filesystem::path> FindKnownFolder(const KNOWNFOLDERID& id)
 {
     wil::unique_cotaskmem_string folder;
-    if (FAILED(SHGetKnownFolderPath(id, 0, nullptr, folder.put())))
+    const HRESULT result = SHGetKnownFolderPath(id, 0, nullptr, folder.put());
+    if (IsAbsent(result))
     {
         return std::nullopt;
     }
-    return GetCanonicalPath(folder.get());
+    THROW_IF_FAILED(result);
+    // One that cannot be looked at is compared as it is written.
+    return GetCanonicalPath(folder.get()).value_or(folder.get());
 }
 
 bool IsVolumeRoot(const std::filesystem::path& folder)

@@ -124,12 +124,12 @@ std::wstring InstallFolder(const Removal& removal)
 
 std::wstring AuthServiceProgramFolder(const Removal&)
 {
-    return GetProgramFilesFolder() + L"OrvaneAuthService";
+    return GetProgramFilesFolder() + c_authService;
 }
 
 std::wstring AuthServiceDataFolder(const Removal&)
 {
-    return GetProgramDataFolder() + L"OrvaneAuthService";
+    return GetProgramDataFolder() + c_authService;
 }
 
 std::wstring UpdaterDataFolder(const Removal&)

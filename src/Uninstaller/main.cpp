@@ -58,6 +58,13 @@ int ShowHelp(Installer::Logger& logger)
     return EXIT_NO_ERROR;
 }
 
+// What the program imports comes from there already (LoadConfiguration.s); what is loaded later, and is not named by
+// its whole path, does too. The program may lie in a folder that any user can write to.
+void LoadLibrariesOnlyFromSystemFolder()
+{
+    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+}
+
 // Whoever starts the program by a double-click in the installation folder makes that its current folder, which its
 // console and the copy in the temporary folder would inherit, and a folder that is a process's current one cannot be
 // removed.
@@ -94,6 +101,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 {
     using namespace Uninstaller;
 
+    LoadLibrariesOnlyFromSystemFolder();
     StartCrashReporting();
     SetThreadDescription(GetCurrentThread(), L"uninstaller_thread");
     TellNobodyOfAbnormalEnd();

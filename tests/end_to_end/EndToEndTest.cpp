@@ -14,6 +14,7 @@
 #include <array>
 #include <cstring>
 #include <iostream>
+#include <utility>
 
 namespace Testing
 {
@@ -149,7 +150,7 @@ void EndToEndTest::RunInstalled(const std::wstring& arguments, RunOptions option
 
 void EndToEndTest::RunAt(const std::wstring& program, const std::wstring& arguments, const RunOptions& options)
 {
-    m_before = MachineState::Capture(m_furtherDrives);
+    m_before = std::exchange(m_goesOn, false) ? m_after : MachineState::Capture(m_furtherDrives);
     m_started = std::chrono::system_clock::now();
     m_result = RunProgram(program, arguments, options);
     m_after = MachineState::Capture(m_furtherDrives);
@@ -232,6 +233,34 @@ void EndToEndTest::AddPendingDeletion(MachineState& state, const std::wstring& p
     entry.data.resize(size + text.size() * sizeof(wchar_t));
     std::memcpy(entry.data.data() + size, text.data(), text.size() * sizeof(wchar_t));
     state.Set(c_pendingRenames, entry);
+}
+
+void EndToEndTest::CopyTraces(MachineState& state, const MachineState& source)
+{
+    const std::wstring logs = LogFolderIn(TemporaryFolder()) + L"Uninstaller_";
+    const auto isLog = [&](const std::wstring& path) {
+        return path.ends_with(L".log") && SameName(std::wstring_view(path).substr(0, logs.size()), logs);
+    };
+    const MachineState before = state;
+    for (const auto& [path, entry] : before.All())
+    {
+        if (isLog(path))
+        {
+            state.Erase(path);
+        }
+    }
+    for (const auto& [path, entry] : source.All())
+    {
+        if (isLog(path))
+        {
+            state.Set(path, entry);
+        }
+    }
+    for (const std::wstring_view traces : {c_pendingRenames, c_calls[0], c_calls[1]})
+    {
+        state.Erase(traces);
+        state.CopyTree(traces, source);
+    }
 }
 
 MachineState EndToEndTest::UntouchedState() const

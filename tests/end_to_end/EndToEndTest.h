@@ -46,6 +46,9 @@ protected:
     // Puts the program into the installation folder and starts it there.
     void RunInstalled(const std::wstring& arguments = L"-s", RunOptions options = {});
 
+    // The next run is made on what the last one has left, with nothing done since: the state is not taken again before.
+    void GoOn() { m_goesOn = true; }
+
     // Where the program is that RunInstalled starts, and the copy that it goes on as.
     static std::wstring InstalledProgram();
     static std::wstring RelocatedCopy(const std::wstring& temporaryFolder = TemporaryFolder());
@@ -70,6 +73,10 @@ protected:
     static void AddPendingDeletion(MachineState& state, const std::wstring& path);
     void CopyAfter(MachineState& state, const std::wstring& path) const { state.CopyWithParents(path, m_after); }
 
+    // Takes into a state what more than one run leaves in an order that nobody knows, as it is in another state: the
+    // logs, the list of the files that Windows is to delete, and what the servers were asked for.
+    static void CopyTraces(MachineState& state, const MachineState& source);
+
     // The program that Run starts.
     const std::wstring& ProgramPath() const { return m_program; }
 
@@ -92,8 +99,9 @@ protected:
     // Only the state is compared.
     void ExpectState(const MachineState& expected) const;
 
-    // The state before the last run, and what the run gave.
+    // The state before and after the last run, and what the run gave.
     const MachineState& Before() const { return m_before; }
+    const MachineState& After() const { return m_after; }
     const RunResult& Result() const { return m_result; }
 
     // Further drives that belong to the state.
@@ -110,6 +118,7 @@ private:
     std::wstring m_furtherDrives;
     RawValue m_pathAtStart = ReadMachinePath();
     std::chrono::system_clock::time_point m_started;
+    bool m_goesOn = false;
     MachineState m_before;
     MachineState m_after;
     RunResult m_result;

@@ -4,6 +4,8 @@
 #include "support/SampleInstallation.h"
 #include "support/Servers.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -394,6 +396,12 @@ ExpectedLog& ExpectedLog::FindsNoRecord()
     return *this;
 }
 
+ExpectedLog& ExpectedLog::RefusesFolder(std::wstring_view location)
+{
+    m_refusesFolder = true;
+    return FindsRecord(location).Fails(Step::InstallFolder, static_cast<unsigned long>(E_ACCESSDENIED), location);
+}
+
 ExpectedLog& ExpectedLog::Clients(const std::vector<std::string>& lines)
 {
     m_clients = lines;
@@ -459,11 +467,14 @@ std::vector<std::string> ExpectedLog::Lines() const
         lines.push_back(Error("Is Client Stopped:0, Services Stopped Result: 0"));
         return lines;
     }
-    lines.push_back(CheckedFolder(m_folder));
-    const std::string nothing = m_leftOut.contains(Step::InstallFolder)
-                                    ? "[ClientHelper] Directory does not exist, cannot be locked!"
-                                    : "[ClientHelper] No processes found locking the directory.";
-    lines = Append(std::move(lines), m_lockers.value_or(std::vector{Info(nothing)}));
+    if (!m_refusesFolder)
+    {
+        lines.push_back(CheckedFolder(m_folder));
+        const std::string nothing = m_leftOut.contains(Step::InstallFolder)
+                                        ? "[ClientHelper] Directory does not exist, cannot be locked!"
+                                        : "[ClientHelper] No processes found locking the directory.";
+        lines = Append(std::move(lines), m_lockers.value_or(std::vector{Info(nothing)}));
+    }
     if (m_end == End::WithLockedFolder)
     {
         return Append(std::move(lines), OpenLog(m_runType));

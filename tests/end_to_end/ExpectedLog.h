@@ -134,6 +134,9 @@ public:
     ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
     ExpectedLog& FindsNoRecord();
 
+    // The folder of that record is one of those that are never deleted: nobody is looked for in it, and the step fails.
+    ExpectedLog& RefusesFolder(std::wstring_view location);
+
     // What is said about clients, and in place of no program running from the installation folder.
     ExpectedLog& Clients(const std::vector<std::string>& lines);
     ExpectedLog& Lockers(const std::vector<std::string>& lines);
@@ -178,6 +181,7 @@ private:
     bool m_removesSettings = false;
     std::vector<std::string> m_userFolders;
     bool m_findsUser = true;
+    bool m_refusesFolder = false;
     std::vector<std::string> m_record;
     std::string m_folder;
     std::vector<std::string> m_clients;

@@ -3,7 +3,9 @@
 #include "SecondDrive.h"
 #include "support/Names.h"
 
+#include <cstring>
 #include <functional>
+#include <optional>
 #include <ostream>
 
 namespace Testing
@@ -113,6 +115,76 @@ INSTANTIATE_TEST_SUITE_P(Version, OddVersionTest, ::testing::ValuesIn(OddVersion
 class InstallRecordTest : public EndToEndTest
 {
 };
+
+std::vector<std::byte> BytesOf(const std::wstring& text)
+{
+    std::vector<std::byte> bytes(text.size() * sizeof(wchar_t));
+    std::memcpy(bytes.data(), text.data(), bytes.size());
+    return bytes;
+}
+
+// One of the two values that are read, with a type and bytes that no installer would write.
+struct OddValue
+{
+    std::string name;
+    const wchar_t* value;
+    DWORD type;
+    std::vector<std::byte> data;
+    // What the log shows of the version; nothing when the record is not used.
+    std::optional<std::string> version{};
+    // Not every Windows reads half a character.
+    bool hasHalfCharacter = false;
+};
+
+const std::vector<OddValue>& OddValues()
+{
+    constexpr const wchar_t* c_location = L"InstallLocation";
+    constexpr const wchar_t* c_version = L"DisplayVersion";
+    constexpr const char* c_usual = "2.8.1.2171";
+    constexpr std::byte c_digit{0x32};
+    const std::wstring location = InstallFolder();
+    const std::wstring zeros(3, L'\0');
+    std::vector<std::byte> oddLocation = BytesOf(location);
+    oddLocation.push_back(c_digit);
+    static const std::vector<OddValue> values{
+        {"binary location", c_location, REG_BINARY, BytesOf(location + L'\0')},
+        {"location of no bytes", c_location, REG_SZ, {}},
+        {"location of one byte", c_location, REG_SZ, {c_digit}, {}, true},
+        {"location of an odd number of bytes", c_location, REG_SZ, oddLocation, c_usual, true},
+        {"location with zeros in it", c_location, REG_SZ, BytesOf(location + zeros + L"C:\\" + zeros), c_usual},
+        {"long location of nothing", c_location, REG_SZ, BytesOf(std::wstring(600'000, L'\\') + L'\0')},
+        {"version as a list", c_version, REG_MULTI_SZ, BytesOf(L"2.8.1.2171" + zeros)},
+        {"version of no bytes", c_version, REG_SZ, {}, "0.0.0.0"},
+        {"version of an odd number of bytes", c_version, REG_SZ, {c_digit, std::byte{0}, c_digit}, "2.0.0.0", true},
+        {"version with zeros in it", c_version, REG_SZ, BytesOf(L"2.8" + zeros + L".1"), "2.8.0.0"},
+        {"long version", c_version, REG_EXPAND_SZ, BytesOf(std::wstring(100'000, L'7') + L'\0')},
+    };
+    return values;
+}
+
+TEST_F(InstallRecordTest, Values_of_any_type_and_size_are_read_or_not_and_do_no_harm)
+{
+    for (const OddValue& value : OddValues())
+    {
+        SCOPED_TRACE(value.name);
+        WriteTestFile(InstallFolder() + LR"(\current\Velmora.exe)", 100);
+        SetLocation(InstallFolder());
+        SetVersion(L"2.8.1.2171");
+        WriteValue(c_entryKey, value.value, value.type, value.data);
+        Run();
+        ExpectedLog log;
+        if (!value.version || (value.hasHalfCharacter && Result().log.find("Did not find") != std::string::npos))
+        {
+            log.FindsNoRecord();
+        }
+        else
+        {
+            log.FindsRecord(InstallFolder() + L"\\", *value.version);
+        }
+        // The folder is the default one, too.
+        ExpectFullSuccess(log.FindsNoPackage());
+    }
+}
 
 TEST_F(InstallRecordTest, A_location_that_ends_in_current_stands_for_the_folder_above)
 {

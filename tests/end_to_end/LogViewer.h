@@ -3,6 +3,7 @@
 #include "support/MachineState.h"
 #include "support/Names.h"
 #include "support/SampleInstallation.h"
+#include "support/Waiting.h"
 
 #include <windows.h>
 
@@ -35,16 +36,9 @@ public:
     // What it was given, in quotes; nothing when it was not started in time.
     std::string Opened() const
     {
-        for (int look = 0; look < 500; ++look)
-        {
-            const std::string text = ReadText(m_note);
-            if (text.ends_with('\n'))
-            {
-                return text.substr(0, text.find_first_of("\r\n"));
-            }
-            Sleep(20);
-        }
-        return {};
+        std::string text;
+        const bool isNoted = BecomesTrue([&] { return (text = ReadText(m_note)).ends_with('\n'); });
+        return isNoted ? text.substr(0, text.find_first_of("\r\n")) : std::string{};
     }
 
 private:

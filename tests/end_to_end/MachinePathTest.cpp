@@ -138,6 +138,33 @@ TEST_F(MachinePathTest, A_path_without_a_zero_at_its_end_is_read_to_its_end)
     ExpectPathAfterRun(REG_EXPAND_SZ, LR"(C:\A;)");
 }
 
+TEST_F(MachinePathTest, Bytes_of_any_type_and_size_are_read_as_a_text_and_only_our_entry_goes)
+{
+    const std::wstring text = LR"(C:\A;)" + c_entry;
+    const std::wstring longText = LR"(C:\)" + std::wstring(100'000, L'x') + L";";
+    std::vector<std::byte> odd = TextValue(REG_SZ, text + L";").data;
+    odd.resize(odd.size() - 1);
+    for (const DWORD type : {DWORD{REG_BINARY}, DWORD{REG_MULTI_SZ}})
+    {
+        SCOPED_TRACE(type);
+        LayDownWithPath(type, text);
+        ExpectPathAfterRun(REG_EXPAND_SZ, LR"(C:\A;)");
+    }
+    LayDownWithPath(REG_EXPAND_SZ, longText + c_entry);
+    ExpectPathAfterRun(REG_EXPAND_SZ, longText);
+    LayDownSample();
+    WriteMachinePath({REG_EXPAND_SZ, odd});
+    ExpectPathAfterRun(REG_EXPAND_SZ, LR"(C:\A;)");
+    // What is no text of ours stays as it is.
+    const std::vector<std::byte> number(sizeof(DWORD), std::byte{0xFF});
+    LayDownSample();
+    WriteMachinePath({REG_DWORD, number});
+    Run();
+    MachineState state = DeclaredState();
+    state.Set(c_machinePathValue, {.kind = StateEntry::Kind::Value, .detail = REG_DWORD, .data = number});
+    ExpectFullSuccess({}, state);
+}
+
 TEST_F(MachinePathTest, A_missing_path_makes_the_run_a_partial_one)
 {
     LayDownSample();

@@ -8,11 +8,13 @@
 #include "support/Names.h"
 #include "support/Owners.h"
 #include "support/SampleInstallation.h"
+#include "support/Waiting.h"
 #include "support/WindowCapture.h"
 #include "support/Wine.h"
 
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -36,9 +38,6 @@ constexpr int c_usualLogo = 102;
 constexpr UINT c_setProgress = WM_USER + 2;
 constexpr long c_windowType = 50032;
 constexpr long c_textType = 50020;
-constexpr auto c_patience = std::chrono::seconds(10);
-constexpr DWORD c_lookEvery = 10; // milliseconds
-constexpr DWORD c_settleIn = 100; // milliseconds: longer than a change takes from the window to the screen
 
 // Starts the program that shows a status window on its own.
 UniqueHandle Start(const std::wstring& arguments)
@@ -100,21 +99,6 @@ public:
     ~Com() { CoUninitialize(); }
 };
 
-// Whether it becomes true before patience is at an end.
-bool ComesTrue(const std::function<bool()>& condition)
-{
-    const auto end = std::chrono::steady_clock::now() + c_patience;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > end)
-        {
-            return false;
-        }
-        Sleep(c_lookEvery);
-    }
-    return true;
-}
-
 HWND FindStatusWindow()
 {
     HWND window = FindWindowW(c_class, nullptr);
@@ -128,30 +112,24 @@ std::wstring StatusTextOf(HWND window)
     return status ? status->Name() : L"(there is none)";
 }
 
-// A picture of the window when nothing changes any more.
-Picture CaptureSettled(HWND window)
-{
-    Picture last;
-    Picture picture;
-    ComesTrue([&] {
-        last = std::exchange(picture, CaptureWindow(window));
-        if (last != picture)
-        {
-            Sleep(c_settleIn);
-            return false;
-        }
-        return true;
-    });
-    return picture;
-}
-
 // A picture of the window when its progress is what it is to be, or when there is no hope of it.
 Picture CaptureAtProgress(HWND window, const StatusWindowLayout& layout, int percent)
 {
     Picture picture;
-    ComesTrue([&] {
+    BecomesTrue([&] {
         picture = CaptureWindow(window);
         return CheckBar(layout, picture, percent).empty();
+    });
+    return picture;
+}
+
+// The same when nothing covers the window any more.
+Picture CaptureUncovered(HWND window, const StatusWindowLayout& layout, int percent)
+{
+    Picture picture;
+    BecomesTrue([&] {
+        picture = CaptureWindow(window);
+        return CheckBar(layout, picture, percent).empty() && CheckBackground(layout, picture).empty();
     });
     return picture;
 }
@@ -173,8 +151,8 @@ public:
           m_process(
               Start(std::wstring(c_eventName) + L" \"" + headline + L"\" \"" + status + L"\" " + std::to_wstring(logo)))
     {
-        if (!ComesTrue([&] { return (m_window = FindStatusWindow()) != nullptr; }) ||
-            !ComesTrue([&] { return StatusTextOf(m_window) == status; }))
+        if (!BecomesTrue([&] { return (m_window = FindStatusWindow()) != nullptr; }) ||
+            !BecomesTrue([&] { return StatusTextOf(m_window) == status; }))
         {
             SetEvent(m_end.get());
             throw std::runtime_error("The window does not come.");
@@ -195,6 +173,16 @@ public:
 
     // As the uninstaller's own thread does it.
     void SetProgress(int percent) const { SendMessageW(m_window, c_setProgress, 0, percent); }
+
+    // A picture with everything that has been set, at the start of the progress. Every frame is a whole one, so one
+    // that shows a progress shows what was set before it too.
+    Picture Capture(const StatusWindowLayout& layout) const
+    {
+        SetProgress(1);
+        CaptureAtProgress(m_window, layout, 1);
+        SetProgress(0);
+        return CaptureAtProgress(m_window, layout, 0);
+    }
 
 private:
     static constexpr wchar_t c_eventName[] = L"Velmora.Tests.EndOfWindow";
@@ -259,7 +247,7 @@ TEST_P(ResolutionTest, The_bar_is_as_wide_as_the_progress)
 TEST_P(ResolutionTest, Another_logo_moves_the_headline_down)
 {
     const SampleWindow window(L"Deleting desktop shortcut...", L"One line", 103);
-    const Picture picture = CaptureSettled(window.Window());
+    const Picture picture = window.Capture(layout);
     const float scale = static_cast<float>(GetParam()) / 96.0F;
     StatusWindowLayout lower = layout;
     lower.headline.top = 190 * scale;
@@ -294,7 +282,7 @@ TEST_P(StatusTextTest, Stays_in_its_place)
     const Screen screen(96);
     const StatusWindowLayout layout(96);
     const SampleWindow window(GetParam().text);
-    const Picture picture = CaptureSettled(window.Window());
+    const Picture picture = window.Capture(layout);
     EXPECT_EQ(CheckBar(layout, picture, 0), "");
     StatusWindowLayout expected = layout;
     if (GetParam().hasOneLine)
@@ -362,9 +350,10 @@ TEST_F(StatusWindowTest, Every_frame_is_a_whole_one)
 TEST_F(StatusWindowTest, A_busy_program_does_not_keep_it_from_being_moved_minimised_and_painted)
 {
     const Screen screen(96);
+    const StatusWindowLayout layout(96);
     const SampleWindow window(L"Deleting installation folder...");
     HWND handle = window.Window();
-    const Picture before = CaptureSettled(handle);
+    const Picture before = window.Capture(layout);
     ASSERT_FALSE(before.IsPlain());
     const auto isBack = [&] { return CaptureWindow(handle) == before; };
     const auto move = [&](int x, int y) {
@@ -372,17 +361,32 @@ TEST_F(StatusWindowTest, A_busy_program_does_not_keep_it_from_being_moved_minimi
     };
 
     move(10, 20);
-    EXPECT_TRUE(ComesTrue(isBack));
+    EXPECT_TRUE(BecomesTrue(isBack));
     // Over the screen's edge and back: a part of it is lost and painted again.
     move(-300, -200);
-    Sleep(c_settleIn);
+    EXPECT_TRUE(BecomesTrue([&] {
+        POINT corner{};
+        ClientToScreen(handle, &corner);
+        const Picture shown = CaptureWindow(GetDesktopWindow());
+        for (int y = std::max<int>(0, -corner.y); y < before.Height(); ++y)
+        {
+            for (int x = std::max<int>(0, -corner.x); x < before.Width(); ++x)
+            {
+                if (shown.At(corner.x + x, corner.y + y) != before.At(x, y))
+                {
+                    return false;
+                }
+            }
+        }
+        return corner.x < 0 && corner.y < 0;
+    }));
     move(100, 100);
-    EXPECT_TRUE(ComesTrue(isBack));
+    EXPECT_TRUE(BecomesTrue(isBack));
 
     PostMessageW(handle, WM_SYSCOMMAND, SC_MINIMIZE, 0);
-    EXPECT_TRUE(ComesTrue([&] { return IsIconic(handle) != FALSE; }));
+    EXPECT_TRUE(BecomesTrue([&] { return IsIconic(handle) != FALSE; }));
     PostMessageW(handle, WM_SYSCOMMAND, SC_RESTORE, 0);
-    EXPECT_TRUE(ComesTrue([&] { return !IsIconic(handle) && CaptureWindow(handle) == before; }));
+    EXPECT_TRUE(BecomesTrue([&] { return !IsIconic(handle) && CaptureWindow(handle) == before; }));
 }
 
 TEST_F(StatusWindowTest, Assistive_programs_find_two_lines_of_text_in_it)
@@ -448,7 +452,7 @@ TEST_F(StatusWindowTest, What_an_assistive_program_still_holds_outlives_the_wind
         ASSERT_TRUE(status);
         // The program goes on without its window.
         SendMessageW(window.Window(), WM_CLOSE, 0, 0);
-        EXPECT_TRUE(ComesTrue([] { return FindStatusWindow() == nullptr; }));
+        EXPECT_TRUE(BecomesTrue([] { return FindStatusWindow() == nullptr; }));
         EXPECT_EQ(status->Name(), L"Deleting desktop shortcut...");
         EXPECT_EQ(status->Bounds(), (std::array<double, 4>{}));
     }
@@ -554,7 +558,7 @@ TEST_P(UninstallerWindowTest, Stands_in_the_middle_of_the_screen_from_the_questi
             EXPECT_EQ(GetWindowLongW(window, GWL_STYLE) & (WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE),
                       static_cast<LONG>(WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE));
             EXPECT_EQ(StatusTextOf(window), c_firstStatus);
-            const Picture picture = CaptureSettled(window);
+            const Picture picture = CaptureUncovered(window, layout, 0);
             EXPECT_EQ(CheckBar(layout, picture, 0), "");
             ExpectLook(layout, picture);
             Keep(picture, std::to_string(GetParam()) + "-dpi-asking");
@@ -565,14 +569,14 @@ TEST_P(UninstallerWindowTest, Stands_in_the_middle_of_the_screen_from_the_questi
             isTold = true;
             EXPECT_EQ(GetWindow(result, GW_OWNER), window);
             MoveAway(result);
-            EXPECT_TRUE(ComesTrue([&] { return StatusTextOf(window) == c_lastStatus; }));
-            const Picture picture = CaptureAtProgress(window, layout, 100);
+            EXPECT_TRUE(BecomesTrue([&] { return StatusTextOf(window) == c_lastStatus; }));
+            const Picture picture = CaptureUncovered(window, layout, 100);
             EXPECT_EQ(CheckBar(layout, picture, 100), "");
             ExpectLook(layout, picture);
             Keep(picture, std::to_string(GetParam()) + "-dpi-complete");
             MoveBack(result);
             std::optional<MessageBoxText> message;
-            EXPECT_TRUE(ComesTrue([&] {
+            EXPECT_TRUE(BecomesTrue([&] {
                 message = ReadAndCloseMessageBox(L"Velmora Uninstalled");
                 return message.has_value();
             }));

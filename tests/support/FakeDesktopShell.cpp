@@ -364,6 +364,10 @@ FakeDesktopShell::~FakeDesktopShell() = default;
 HRESULT FakeDesktopShell::Step(const std::string& step)
 {
     m_steps.push_back(step);
+    if (const HRESULT result = onStep(step); FAILED(result))
+    {
+        return result;
+    }
     const auto failure = m_failures.find(step);
     return failure == m_failures.end() ? S_OK : failure->second;
 }
@@ -389,9 +393,8 @@ std::string FakeDesktopShell::Describe(const VARIANT& value) const
     }
 }
 
-HRESULT FakeDesktopShell::Create(REFCLSID kind, IUnknown* outer, DWORD context, REFIID id, void** result)
+HRESULT FakeDesktopShell::Create(IUnknown* outer, DWORD context, REFIID id, void** result)
 {
-    EXPECT_TRUE(kind == CLSID_ShellWindows);
     EXPECT_EQ(outer, nullptr);
     *result = nullptr;
     const HRESULT outcome = Step("create shell windows in context " + std::to_string(context) + " as " + NameOf(id));

@@ -6,7 +6,9 @@
 
 #include <objbase.h>
 #include <oleauto.h>
+#include <shlobj.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -32,6 +34,9 @@ public:
 
     // Lets a step, as it stands in Steps(), fail.
     void Fail(const std::string& step, HRESULT result) { m_failures[step] = result; }
+
+    // Is told of every step, as it stands in Steps(), and decides whether it fails.
+    std::function<HRESULT(const std::string& step)> onStep = [](const std::string&) { return S_OK; };
 
     // Lets the search for the desktop succeed without finding it.
     void HideDesktop() { m_hasDesktop = false; }
@@ -62,7 +67,8 @@ private:
     std::unique_ptr<Chain> m_chain;
 
     Fake<&CoCreateInstance> m_create = [this](REFCLSID kind, IUnknown* outer, DWORD context, REFIID id, void** result) {
-        return Create(kind, outer, context, id, result);
+        return kind == CLSID_ShellWindows ? Create(outer, context, id, result)
+                                          : m_create.Hidden(kind, outer, context, id, result);
     };
     Fake<&SysAllocString> m_allocate = [this](const wchar_t* text) -> BSTR {
         const BSTR copy = m_textsLeft == 0 ? nullptr : Fake<&SysAllocString>::Real(text);
@@ -85,7 +91,7 @@ private:
         return Fake<&VariantClear>::Real(value);
     };
 
-    HRESULT Create(REFCLSID kind, IUnknown* outer, DWORD context, REFIID id, void** result);
+    HRESULT Create(IUnknown* outer, DWORD context, REFIID id, void** result);
 };
 
 } // namespace Testing

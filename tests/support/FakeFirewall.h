@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ public:
     HRESULT rulesResult = S_OK;
     bool hasMemoryForText = true;
     HRESULT removeResult = S_OK;
+
+    // Is told of every call of an object's method, as it stands in Calls(), and decides whether it fails.
+    std::function<HRESULT(const std::string& call)> onMethod = [](const std::string&) { return S_OK; };
 
     // Every call so far: "create <class> <outer object> <context> <interface>", "rules", "text <text>", "remove
     // <text>", "free text", "release rules", "release policy" (when the last reference goes).
@@ -74,8 +78,8 @@ private:
 
         HRESULT WINAPI Remove(BSTR name) override
         {
-            m_firewall.Note("remove " + Narrow({name, SysStringLen(name)}));
-            return m_firewall.removeResult;
+            const HRESULT failure = m_firewall.NoteMethod("remove " + Narrow({name, SysStringLen(name)}));
+            return FAILED(failure) ? failure : m_firewall.removeResult;
         }
     };
 
@@ -86,13 +90,19 @@ private:
 
         HRESULT WINAPI get_Rules(INetFwRules** rules) override
         {
-            m_firewall.Note("rules");
-            *rules = SUCCEEDED(m_firewall.rulesResult) ? new Rules(m_firewall) : nullptr;
-            return m_firewall.rulesResult;
+            const HRESULT failure = m_firewall.NoteMethod("rules");
+            const HRESULT result = FAILED(failure) ? failure : m_firewall.rulesResult;
+            *rules = SUCCEEDED(result) ? new Rules(m_firewall) : nullptr;
+            return result;
         }
     };
 
     void Note(const std::string& call) { m_calls.push_back(call); }
+    HRESULT NoteMethod(const std::string& call)
+    {
+        m_calls.push_back(call);
+        return onMethod(call);
+    }
 
     static std::string ToText(REFGUID id)
     {
@@ -107,6 +117,10 @@ private:
 
     Fake<&CoCreateInstance> m_create = [this](REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID interfaceId,
                                               LPVOID* object) {
+        if (classId != __uuidof(NetFwPolicy2))
+        {
+            return m_create.Hidden(classId, outer, context, interfaceId, object);
+        }
         Note("create " + ToText(classId) + (outer == nullptr ? " none " : " outer ") + Hex(context) + " " +
              ToText(interfaceId));
         *object = givesPolicy ? static_cast<INetFwPolicy2*>(new Policy(*this)) : nullptr;

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -67,6 +68,13 @@ public:
 
     // How the operations that a call starts end; all others complete.
     void End(const std::string& call, OperationEnd end) { m_ends[call] = end; }
+
+    // Is told of every call as Fail has them, and decides whether it fails.
+    std::function<HRESULT(const std::string& call)> onCall = [](const std::string&) { return S_OK; };
+
+    // Is told of every operation as End has them when it starts, and how it will end; it may let it end otherwise.
+    std::function<void(const std::string& call, OperationEnd& end)> onOperation = [](const std::string&,
+                                                                                     OperationEnd&) {};
 
     // Lets no event be made.
     DWORD eventError = ERROR_SUCCESS;
@@ -156,6 +164,10 @@ private:
 
     HRESULT TakeFailure(const std::string& call)
     {
+        if (const HRESULT result = onCall(call); FAILED(result))
+        {
+            return result;
+        }
         Failure& failure = m_failures[call];
         if (failure.times == 0)
         {
@@ -169,6 +181,7 @@ private:
     {
         const auto end = m_ends.find(call);
         m_pending.push_back({std::move(operation), end == m_ends.end() ? OperationEnd{} : end->second});
+        onOperation(call, m_pending.back().end);
         if (ending == Ending::AtOnce)
         {
             FinishPending();

@@ -7,6 +7,8 @@
 
 #include <tlhelp32.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cwchar>
 #include <map>
@@ -226,6 +228,8 @@ private:
         const auto name = m_names.extract(handle);
         if (name.empty())
         {
+            const auto value = reinterpret_cast<ULONG_PTR>(handle);
+            EXPECT_FALSE(value > c_firstHandle && value <= m_nextHandle) << "a handle is closed twice";
             return Fake<&CloseHandle>::Real(handle);
         }
         Note("close " + name.mapped());
@@ -233,6 +237,8 @@ private:
         m_opened.erase(handle);
         return TRUE;
     }
+
+    static constexpr ULONG_PTR c_firstHandle = 0x5A000000;
 
     std::vector<FakeProcess> m_processes{{.id = 0, .name = L"[System Process]", .session = 0}};
     std::map<HANDLE, std::string> m_names; // of everything that is open
@@ -242,7 +248,7 @@ private:
     HANDLE m_failedSnapshot = nullptr;
     DWORD m_snapshotError = ERROR_SUCCESS;
     bool m_firstFails = false;
-    ULONG_PTR m_nextHandle = 0x5A000000;
+    ULONG_PTR m_nextHandle = c_firstHandle;
 
     Fake<&CreateToolhelp32Snapshot> m_snapshot = [this](DWORD flags, DWORD id) {
         Note("snapshot " + std::to_string(flags) + " " + std::to_string(id));

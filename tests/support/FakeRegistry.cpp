@@ -60,6 +60,20 @@ std::wstring FakeRegistry::FindString(const std::wstring& key, const std::wstrin
     return text;
 }
 
+std::vector<std::wstring> FakeRegistry::Contents() const
+{
+    std::vector<std::wstring> contents;
+    for (const auto& [key, values] : m_keys)
+    {
+        contents.push_back(key);
+        for (const auto& [name, value] : values)
+        {
+            contents.push_back(key + L": " + name);
+        }
+    }
+    return contents;
+}
+
 void FakeRegistry::FailCall(const std::string& call, LSTATUS error, unsigned times)
 {
     m_failures[call] = {error, times};

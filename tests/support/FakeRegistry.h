@@ -34,6 +34,9 @@ public:
     // The text of a value less its final zero; "<none>" when there is no such value.
     std::wstring FindString(const std::wstring& key, const std::wstring& name) const;
 
+    // Everything that is there: of every key its name, and its name with that of each of its values.
+    std::vector<std::wstring> Contents() const;
+
     // Lets a call, as it stands in Calls(), fail the next `times` times.
     void FailCall(const std::string& call, LSTATUS error, unsigned times = ~0U);
 

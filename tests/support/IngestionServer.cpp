@@ -1,9 +1,6 @@
-// Before windows.h, which would otherwise bring an older one.
 #include "support/IngestionServer.h"
 
-#include <winsock2.h>
-
-#include <ws2tcpip.h>
+#include "support/Sockets.h"
 
 #include <algorithm>
 #include <array>
@@ -19,63 +16,6 @@ namespace Testing
 
 namespace
 {
-
-// A socket that is closed in the end.
-class Socket
-{
-public:
-    explicit Socket(SOCKET socket = INVALID_SOCKET) : m_socket(socket) {}
-    ~Socket() { Close(); }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-    Socket(Socket&& other) noexcept : m_socket(std::exchange(other.m_socket, INVALID_SOCKET)) {}
-    Socket& operator=(Socket&& other) noexcept
-    {
-        std::swap(m_socket, other.m_socket);
-        return *this;
-    }
-
-    SOCKET Get() const { return m_socket; }
-    void Close()
-    {
-        if (m_socket != INVALID_SOCKET)
-        {
-            closesocket(std::exchange(m_socket, INVALID_SOCKET));
-        }
-    }
-
-private:
-    SOCKET m_socket;
-};
-
-void StartSockets()
-{
-    static const int result = [] {
-        WSADATA data{};
-        return WSAStartup(MAKEWORD(2, 2), &data);
-    }();
-    if (result != 0)
-    {
-        throw std::runtime_error("no sockets");
-    }
-}
-
-// A socket bound to a free port of the loopback address, and the port.
-std::pair<Socket, unsigned short> BindLoopback()
-{
-    StartSockets();
-    Socket socket(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int size = sizeof(address);
-    if (bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-        getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
-    {
-        throw std::runtime_error("no port");
-    }
-    return {std::move(socket), ntohs(address.sin_port)};
-}
 
 std::string DsnWithPort(unsigned short port)
 {

@@ -22,6 +22,9 @@ namespace
 // deletes its log as soon as it is written.
 constexpr DWORD c_lookEvery = 1;
 
+// How often a program is started that Wine fails to start.
+constexpr int c_starts = 3;
+
 // This process's environment with some variables set to other values, as CreateProcessW takes it.
 std::wstring EnvironmentWith(const std::vector<std::pair<std::wstring, std::wstring>>& changes)
 {
@@ -236,17 +239,25 @@ StartedProcess Start(const std::wstring& program, const std::wstring& arguments,
         SetStdHandle(c_standard[index], nullptr);
     }
     const DWORD flags = CREATE_UNICODE_ENVIRONMENT | DETACHED_PROCESS | furtherFlags;
-    const BOOL ok = options.token != nullptr
-                        ? CreateProcessAsUserW(options.token, program.c_str(), commandLine.data(), nullptr, nullptr,
-                                               FALSE, flags, environment.data(), folder.c_str(), &startup, &started)
-                        : CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, flags,
-                                         environment.data(), folder.c_str(), &startup, &started);
-    const DWORD error = GetLastError();
+    const auto start = [&]() -> DWORD {
+        const BOOL ok = options.token != nullptr
+                            ? CreateProcessAsUserW(options.token, program.c_str(), commandLine.data(), nullptr, nullptr,
+                                                   FALSE, flags, environment.data(), folder.c_str(), &startup, &started)
+                            : CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, flags,
+                                             environment.data(), folder.c_str(), &startup, &started);
+        return ok ? ERROR_SUCCESS : GetLastError();
+    };
+    DWORD error = start();
+    // It happens on a busy machine that Wine loses a new process.
+    for (int tries = 1; error == ERROR_INTERNAL_ERROR && tries < c_starts; ++tries)
+    {
+        error = start();
+    }
     for (std::size_t index = 0; index < own.size(); ++index)
     {
         SetStdHandle(c_standard[index], own[index]);
     }
-    if (!ok)
+    if (error != ERROR_SUCCESS)
     {
         ThrowWindowsError("Cannot start " + ToUtf8(program), error);
     }
@@ -271,6 +282,28 @@ StartedProcess StartWith(const StandIns& standIns, const std::wstring& program, 
     }
     ResumeThread(started.thread.get());
     return started;
+}
+
+// Whether the program has begun to start its copy and not come to the end of that.
+bool IsStartingCopy(const std::string& log)
+{
+    return log.find("Starting \"") != std::string::npos && log.find("This process will now exit") == std::string::npos;
+}
+
+// Ends the copy, or the program when there is none. Not in the middle of starting the copy: what is not quite a process
+// by then would neither run nor end. Returns whether that was done.
+bool Kill(const StartedProcess& program, const UniqueHandle& copy, LogFollower& follower)
+{
+    // It stands still while that is looked at.
+    SuspendThread(program.thread.get());
+    follower.Read();
+    const bool isTime = !IsStartingCopy(follower.Text());
+    if (isTime)
+    {
+        TerminateProcess(copy ? copy.get() : program.process.get(), c_killed);
+    }
+    ResumeThread(program.thread.get());
+    return isTime;
 }
 
 // Answers the dialog if it is there, and takes in what it says if it is a message box. Returns whether it was there.
@@ -345,6 +378,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         user.emplace();
     }
     bool hasEnded = false;
+    bool wasKilled = false;
     while (!hasEnded || (copy && !HasEnded(copy, c_lookEvery)))
     {
         hasEnded = HasEnded(process, hasEnded ? 0 : c_lookEvery);
@@ -358,6 +392,10 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
                 copy = std::move(found);
                 result.copy = EndedProcess{.id = id};
             }
+        }
+        if (options.killWhen && !wasKilled && options.killWhen(follower.Text()))
+        {
+            wasKilled = Kill(started, copy, follower);
         }
         if (standIns)
         {
@@ -397,6 +435,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     if (standIns)
     {
         result.serviceControls = standIns->ServiceControls();
+        result.guardedProcesses = standIns->GuardedProcesses();
     }
     const auto logs = follower.Written();
     result.logPath = logs.empty() ? L"" : logs.back()->path;

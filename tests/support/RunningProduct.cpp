@@ -4,6 +4,7 @@
 #include "support/Names.h"
 #include "support/SampleInstallation.h"
 #include "support/Services.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <array>
@@ -24,22 +25,6 @@ std::vector<std::string>& LeftOver()
 {
     static std::vector<std::string> lines;
     return lines;
-}
-
-// For what cannot be waited for as an object. Returns the condition's last answer.
-template <typename Condition>
-bool BecomesTrue(Condition condition)
-{
-    const auto end = std::chrono::steady_clock::now() + c_limit;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > end)
-        {
-            return false;
-        }
-        Sleep(1);
-    }
-    return true;
 }
 
 bool IsThere(const std::wstring& path)

@@ -80,4 +80,9 @@ std::vector<ServiceControl> StandIns::ServiceControls() const
     }
     return controls;
 }
+
+int StandIns::GuardedProcesses() const noexcept
+{
+    return m_record->guardedCalls > 0 ? m_record->guardedProcesses : 0;
+}
 } // namespace Testing

@@ -33,7 +33,7 @@ struct ServiceControl
 
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
-//   ControlServiceExW in its import table and writes the calls down;
+//   ControlServiceExW in its import table and writes the calls down, and does what control flow guard does;
 // - somebody who tells Wine when the process of a service has ended.
 class StandIns
 {
@@ -54,6 +54,9 @@ public:
 
     // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
     std::vector<ServiceControl> ServiceControls() const;
+
+    // The number of processes in which calls were checked as Windows' control flow guard does it.
+    int GuardedProcesses() const noexcept;
 
 private:
     struct ViewCloser

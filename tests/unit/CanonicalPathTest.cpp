@@ -109,6 +109,16 @@ private:
     };
 };
 
+TEST_F(CanonicalPathTest, keeps_the_prefix_of_a_name_without_a_drive)
+{
+    for (const wchar_t* const name : {L"\\\\?\\Volume{1}\\a.exe", L"\\\\?\\C"})
+    {
+        files[L"C:\\a.exe"] = {.name = name};
+
+        EXPECT_EQ(GetCanonicalPath(L"C:\\a.exe"), name);
+    }
+}
+
 TEST_F(CanonicalPathTest, of_a_file_is_the_name_of_its_handle)
 {
     files[L"c:\\PROGRA~1\\A.EXE"] = {.name = L"\\\\?\\C:\\Program Files\\a.exe"};

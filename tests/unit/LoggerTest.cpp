@@ -448,6 +448,15 @@ TEST_F(LoggerTest, OpenLog_throws_when_the_file_system_cannot_tell)
     }
 }
 
+TEST_F(LoggerTest, OpenLog_passes_on_what_is_no_standard_exception)
+{
+    const OpenedFiles opened;
+    Fake<&ShellExecuteW> open = [](HWND, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, INT) -> HINSTANCE { throw 42; };
+    Logger logger(RunType::Gui);
+
+    EXPECT_THROW(logger.OpenLog(), int);
+}
+
 TEST_F(LoggerTest, OpenLog_warns_when_the_log_cannot_be_shown)
 {
     OpenedFiles opened;

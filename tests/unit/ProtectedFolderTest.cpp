@@ -77,15 +77,18 @@ protected:
     }
 
     TestFolder root;
-    const KNOWNFOLDERID* known = nullptr; // the only one that Windows tells
+    const KNOWNFOLDERID* known = nullptr;  // the only one that Windows tells
+    const KNOWNFOLDERID* untold = nullptr; // the one that it fails to tell
+    HRESULT absence = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     Fake<&SHGetKnownFolderPath> find = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) -> HRESULT {
         EXPECT_EQ(flags, 0U);
         EXPECT_EQ(token, nullptr);
         const std::wstring folder = Find(id);
-        if (folder.empty())
+        const bool fails = untold != nullptr && id == *untold;
+        if (folder.empty() || fails)
         {
             *path = nullptr;
-            return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+            return fails ? E_OUTOFMEMORY : absence;
         }
         *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
         std::wmemcpy(*path, folder.c_str(), folder.size() + 1);
@@ -183,6 +186,44 @@ TEST_F(ProtectedFolderTest, a_folder_whose_volume_is_not_told_can_still_be_compa
 
     EXPECT_FALSE(IsProtectedFolder(root / L"Programs\\Files\\Velmora"));
     EXPECT_TRUE(IsProtectedFolder(root / L"Programs\\Files"));
+}
+
+TEST_P(KnownFolderTest, is_protected_when_it_can_only_be_looked_at_once)
+{
+    unsigned opened = 0;
+    Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                  DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
+        if (path == Folder() && ++opened > 1)
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return INVALID_HANDLE_VALUE;
+        }
+        return Fake<&CreateFileW>::Real(path, access, share, security, disposition, flags, model);
+    };
+
+    EXPECT_TRUE(IsProtectedFolder(Folder()));
+}
+
+TEST_F(ProtectedFolderTest, every_folder_is_protected_while_Windows_does_not_tell_which_are)
+{
+    for (const KnownFolder& folder : c_knownFolders)
+    {
+        untold = folder.id;
+        EXPECT_TRUE(IsProtectedFolder(root / L"Velmora")) << testing::PrintToString(folder);
+    }
+}
+
+TEST_F(ProtectedFolderTest, what_this_Windows_does_not_have_protects_nothing)
+{
+    known = &GUID_NULL;
+    for (const HRESULT result :
+         {HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), E_INVALIDARG})
+    {
+        absence = result;
+        EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << result;
+    }
+    absence = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(IsProtectedFolder(root / L"Velmora"));
 }
 
 TEST_F(ProtectedFolderTest, a_folder_that_cannot_be_examined_is_protected)

@@ -351,4 +351,11 @@ TEST_F(RelocateTest, so_does_any_other_exception_on_the_way)
     ExpectError(CopyFailed(std::bad_alloc().what()));
 }
 
+TEST_F(RelocateTest, what_is_no_standard_exception_passes)
+{
+    copyResult = [](unsigned) -> DWORD { throw 42; };
+
+    EXPECT_THROW(Relocate(), int);
+}
+
 } // namespace

@@ -17,6 +17,8 @@
 #include <windows.h>
 
 #include <commctrl.h>
+#include <sentry.h>
+#include <sentry_testing.h>
 
 #include <gtest/gtest.h>
 
@@ -547,6 +549,9 @@ void MakeReadOnly(const std::wstring& path)
 
 class FailingStepTest : public SequenceTest, public testing::WithParamInterface<FailingStep>
 {
+protected:
+    FailingStepTest() { sentry_init(sentry_options_new()); }
+    ~FailingStepTest() override { SentryTesting::Forget(); }
 };
 
 TEST_P(FailingStepTest, is_reported_and_does_not_keep_the_others_from_being_done)
@@ -565,6 +570,8 @@ TEST_P(FailingStepTest, is_reported_and_does_not_keep_the_others_from_being_done
     std::vector<DWORD> sleeps(step.seconds, 1000);
     sleeps.insert(sleeps.begin(), 200);
     EXPECT_EQ(clock.Sleeps(), sleeps);
+    // The makers are not told of it.
+    EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
 }
 
 const FailingStep c_failingSteps[] = {

@@ -85,6 +85,16 @@ TEST_F(UserCleanupTest, shows_how_far_it_is_between_the_folders)
     EXPECT_EQ(desktop.Calls().back(), "progress 88");
 }
 
+TEST_F(UserCleanupTest, passes_on_what_is_no_standard_exception)
+{
+    Fake<&WTSGetActiveConsoleSessionId> console = []() -> DWORD { throw 42; };
+
+    EXPECT_THROW(CleanUp(), int);
+
+    EXPECT_TRUE(log.Lines().empty());
+    EXPECT_TRUE(Exists(root / L"Local\\Vel Mora"));
+}
+
 TEST_F(UserCleanupTest, a_user_without_the_folders_is_fine)
 {
     RemoveTestFolder(root / L"Local\\Vel Mora");

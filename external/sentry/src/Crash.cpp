@@ -15,12 +15,12 @@
 #include <cstdlib>
 #include <deque>
 #include <exception>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 // What runs in the dying process takes no memory from the heap, which may be what is broken, and waits for nothing that
-// another thread may hold for ever. (MiniDumpWriteDump keeps to that as well as it can.)
+// another thread may hold for ever. (Windows' own functions, MiniDumpWriteDump above all, keep to that as well as they
+// can.) So its lock is one of Windows': the runtime's take memory when they are first used.
 namespace Reporter
 {
 
@@ -38,13 +38,16 @@ constexpr ULONG c_stackForHandler = 64 * 1024;
 // How long a crashing thread waits for another one that writes the report, in milliseconds.
 constexpr DWORD c_otherThreadLimit = 10'000;
 
+// How long the end of the handler waits for a thread that is in it, in milliseconds.
+constexpr DWORD c_endLimit = 2000;
+
 // How often the breadcrumbs are tried: a thread that is adding one needs no longer, unless it is the one that crashed.
 constexpr int c_lockAttempts = 1000;
 
 wil::unique_hfile CreateNew(const std::wstring& path)
 {
-    return wil::unique_hfile(
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return wil::unique_hfile(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                         FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
 void WriteText(HANDLE file, std::string_view text)
@@ -66,7 +69,7 @@ struct CrashHandler::State
     std::atomic<DWORD> crashedThread = 0;
     MINIDUMP_EXCEPTION_INFORMATION information{};
 
-    std::mutex mutex;
+    wil::srwlock lock;
     std::deque<std::string> breadcrumbs; // guarded by it
 
     LPTOP_LEVEL_EXCEPTION_FILTER previousFilter = nullptr;
@@ -84,7 +87,32 @@ struct CrashHandler::State
     static void OnTerminate();
     static void OnAbort(int signal);
 
+    class Use;
     static inline std::atomic<State*> s_current = nullptr;
+    static inline std::atomic<int> s_users = 0; // threads that may have found it and not let go of it yet
+};
+
+// The state of the handler there is, for as long as it is used in a crash. Null when there is none.
+class CrashHandler::State::Use
+{
+public:
+    Use() noexcept : m_state(Enter()) {}
+    ~Use() { --s_users; }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    State* operator->() const noexcept { return m_state; }
+    explicit operator bool() const noexcept { return m_state != nullptr; }
+
+private:
+    // Counts before it looks for the state: who ends the handler does so in the opposite order.
+    static State* Enter() noexcept
+    {
+        ++s_users;
+        return s_current;
+    }
+
+    State* m_state;
 };
 
 void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
@@ -118,12 +146,13 @@ void CrashHandler::State::WriteEnvelope(DWORD code)
         envelope.head[envelope.codeOffset + i] = "0123456789abcdef"[(code >> (28 - 4 * i)) & 0x0F];
     }
     WriteText(file.get(), envelope.head);
-    std::unique_lock lock(mutex, std::defer_lock);
-    for (int i = 0; i < c_lockAttempts && !lock.try_lock(); ++i)
+    auto held = lock.try_lock_exclusive();
+    for (int i = 1; i < c_lockAttempts && !held; ++i)
     {
         SwitchToThread();
+        held = lock.try_lock_exclusive();
     }
-    if (lock.owns_lock())
+    if (held)
     {
         for (std::size_t i = 0; i < breadcrumbs.size(); ++i)
         {
@@ -177,19 +206,19 @@ void CrashHandler::State::WriteFromHere()
 
 LONG WINAPI CrashHandler::State::OnException(EXCEPTION_POINTERS* exception)
 {
-    State* const state = s_current;
-    if (!state)
+    LPTOP_LEVEL_EXCEPTION_FILTER next = nullptr;
+    if (const Use state; state)
     {
-        return EXCEPTION_CONTINUE_SEARCH;
+        state->Write(exception);
+        next = state->previousFilter;
     }
-    state->Write(exception);
-    return state->previousFilter ? state->previousFilter(exception) : EXCEPTION_CONTINUE_SEARCH;
+    return next ? next(exception) : EXCEPTION_CONTINUE_SEARCH;
 }
 
 void CrashHandler::State::OnTerminate()
 {
     std::terminate_handler next = std::abort;
-    if (State* const state = s_current)
+    if (const Use state; state)
     {
         state->WriteFromHere();
         next = state->previousTerminate ? state->previousTerminate : next;
@@ -199,15 +228,15 @@ void CrashHandler::State::OnTerminate()
 
 void CrashHandler::State::OnAbort(int signal)
 {
-    State* const state = s_current;
-    if (!state)
+    auto next = SIG_DFL;
+    if (const Use state; state)
     {
-        return;
+        state->WriteFromHere();
+        next = state->previousAbort;
     }
-    state->WriteFromHere();
-    if (state->previousAbort != SIG_DFL && state->previousAbort != SIG_IGN && state->previousAbort != SIG_ERR)
+    if (next != SIG_DFL && next != SIG_IGN && next != SIG_ERR)
     {
-        state->previousAbort(signal);
+        next(signal);
     }
 }
 
@@ -227,11 +256,20 @@ CrashHandler::~CrashHandler()
     std::set_terminate(m_state->previousTerminate);
     std::signal(SIGABRT, m_state->previousAbort == SIG_ERR ? SIG_DFL : m_state->previousAbort);
     State::s_current = nullptr;
+    if (State::s_users != 0)
+    {
+        // A thread is crashing meanwhile. It gets the time that its report takes, and keeps what it works with.
+        if (m_state->crashedThread != GetCurrentThreadId())
+        {
+            WaitForSingleObject(m_state->written.get(), c_endLimit);
+        }
+        static_cast<void>(m_state.release()); // NOLINT(bugprone-unused-return-value)
+    }
 }
 
 void CrashHandler::AddBreadcrumb(const std::string& breadcrumb)
 {
-    const std::scoped_lock lock(m_state->mutex);
+    const auto held = m_state->lock.lock_exclusive();
     m_state->breadcrumbs.push_back(breadcrumb);
     if (m_state->breadcrumbs.size() > c_breadcrumbLimit)
     {

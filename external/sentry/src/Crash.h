@@ -18,7 +18,8 @@ struct CrashPlan
 
 // From its making to its end, a crash of the process writes an envelope and a minidump: an exception that nobody
 // handles (whichever thread raises it), std::terminate and abort. What the process had set for them before is called
-// afterwards, and is back in place in the end. One at a time.
+// afterwards, and is back in place in the end. One at a time. Its end waits for a crash that is under way in another
+// thread, for two seconds at most.
 class CrashHandler
 {
 public:

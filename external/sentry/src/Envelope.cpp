@@ -24,6 +24,11 @@ std::string Write(const Json& json)
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+Json Sdk()
+{
+    return {{"name", c_sdkName}, {"version", SENTRY_SDK_VERSION}};
+}
+
 const char* NameOf(sentry_level_t level)
 {
     switch (level)
@@ -90,7 +95,7 @@ Json MakeEvent(const Origin& origin, const std::string& id, const Timestamp& tim
     Json event{{"event_id", id}, {"timestamp", ToText(timestamp)}, {"platform", "native"}, {"level", NameOf(level)}};
     AddText(event, "release", origin.release);
     AddText(event, "environment", origin.environment);
-    event["sdk"] = {{"name", c_sdkName}, {"version", SENTRY_SDK_VERSION}};
+    event["sdk"] = Sdk();
     event["contexts"] = {{"os", OperatingSystem()}, {"device", Device()}};
     return event;
 }
@@ -98,7 +103,7 @@ Json MakeEvent(const Origin& origin, const std::string& id, const Timestamp& tim
 // The two lines before an event. Its length is not given: an item without one ends with its line.
 std::string MakeHeaders(const std::string& id)
 {
-    return Write({{"event_id", id}, {"sdk", {{"name", c_sdkName}, {"version", SENTRY_SDK_VERSION}}}}) + "\n" +
+    return Write({{"event_id", id}, {"sdk", Sdk()}}) + "\n" +
            Write({{"type", "event"}, {"content_type", "application/json"}}) + "\n";
 }
 
@@ -111,7 +116,7 @@ std::string WriteUpToBreadcrumbs(Json event)
     return text;
 }
 
-// Where a part of a text ends.
+// Where a part of a JSON text ends. With the quotation marks of a name it is not found within a value.
 std::size_t EndOf(std::string_view text, std::string_view part)
 {
     return text.find(part) + part.size();
@@ -150,7 +155,7 @@ CrashEnvelope MakeCrashEnvelope(const Origin& origin, const std::string& id)
     CrashEnvelope envelope;
     envelope.head = MakeHeaders(id) + WriteUpToBreadcrumbs(std::move(event));
     envelope.timestampOffset = EndOf(envelope.head, R"("timestamp":")");
-    envelope.codeOffset = EndOf(envelope.head, c_codePrefix);
+    envelope.codeOffset = EndOf(envelope.head, R"("type":")" + std::string(c_codePrefix));
     envelope.tail = "]}\n";
     return envelope;
 }
@@ -162,13 +167,13 @@ std::optional<std::string> PrepareToSend(std::string_view envelope, std::string_
     {
         return std::nullopt;
     }
-    Json header = Json::parse(envelope.substr(0, headerEnd), nullptr, false);
+    const Json header = Json::parse(envelope.substr(0, headerEnd), nullptr, false);
     if (!header.is_object() || !header.contains("event_id") || !header["event_id"].is_string())
     {
         return std::nullopt;
     }
-    header["sent_at"] = ToText(now);
-    std::string text = Write(header);
+    // Nothing else of it is taken: whoever can write files could have put anything there, in any depth.
+    std::string text = Write({{"event_id", header["event_id"]}, {"sdk", Sdk()}, {"sent_at", ToText(now)}});
     text += envelope.substr(headerEnd);
     if (!minidump.empty())
     {

@@ -18,7 +18,9 @@ namespace Reporter
 namespace
 {
 
-constexpr DWORD c_answerLimit = 60'000; // milliseconds
+// How long an answer may take, and each of the steps to it, in milliseconds.
+constexpr DWORD c_answerLimit = 60'000;
+constexpr int c_stepLimit = 20'000;
 
 constexpr const wchar_t* c_userAgent = L"sentry.native.velmora/" TEXT(SENTRY_SDK_VERSION);
 
@@ -27,7 +29,7 @@ std::wstring Widen(std::string_view text)
     return {text.begin(), text.end()}; // ASCII
 }
 
-// WinHTTP's functions.
+// WinHTTP's functions. The library is never unloaded: requests that were given up may still be under way in it.
 struct WinHttp
 {
     HMODULE library = LoadSystemLibrary(L"winhttp.dll");
@@ -57,22 +59,14 @@ private:
     }
 };
 
-// Loaded once, and never unloaded: requests that were given up may still be under way in it.
-const WinHttp& Library()
+struct CloseInternetHandle
 {
-    static const WinHttp library;
-    return library;
-}
+    decltype(&::WinHttpCloseHandle) close = nullptr;
 
-void CloseInternetHandle(HINTERNET handle) noexcept
-{
-    if (const auto close = Library().closeHandle)
-    {
-        close(handle);
-    }
-}
+    void operator()(HINTERNET handle) const noexcept { close(handle); }
+};
 
-using UniqueInternet = wil::unique_any<HINTERNET, decltype(&CloseInternetHandle), CloseInternetHandle>;
+using UniqueInternet = std::unique_ptr<void, CloseInternetHandle>;
 
 // What a request's thread and WinHTTP's own threads share. WinHTTP uses it, and the body, until the request's handle is
 // really closed, which may be long after the request was given up.
@@ -118,17 +112,17 @@ bool WaitForStep(const Exchange& exchange, HANDLE stop, ULONGLONG end)
     return result == WAIT_OBJECT_0 + 1 && !exchange.hasFailed;
 }
 
-void SetOption(HINTERNET handle, DWORD option, DWORD value)
+bool SetOption(const WinHttp& library, HINTERNET handle, DWORD option, DWORD value)
 {
-    Library().setOption(handle, option, &value, sizeof(value));
+    return library.setOption(handle, option, &value, sizeof(value)) != FALSE;
 }
 
 // A header's value; what is no ASCII, or longer than any that is of use, is not taken.
-std::string QueryHeader(HINTERNET request, const wchar_t* name)
+std::string QueryHeader(const WinHttp& library, HINTERNET request, const wchar_t* name)
 {
     std::array<wchar_t, 512> buffer{};
     DWORD size = sizeof(buffer);
-    if (!Library().queryHeaders(request, WINHTTP_QUERY_CUSTOM, name, buffer.data(), &size, WINHTTP_NO_HEADER_INDEX))
+    if (!library.queryHeaders(request, WINHTTP_QUERY_CUSTOM, name, buffer.data(), &size, WINHTTP_NO_HEADER_INDEX))
     {
         return {};
     }
@@ -140,12 +134,13 @@ std::string QueryHeader(HINTERNET request, const wchar_t* name)
     return value;
 }
 
-UniqueInternet OpenSession()
+UniqueInternet OpenSession(const WinHttp& library)
 {
     for (const DWORD access : {DWORD{WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY}, DWORD{WINHTTP_ACCESS_TYPE_DEFAULT_PROXY}})
     {
         UniqueInternet session(
-            Library().open(c_userAgent, access, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
+            library.open(c_userAgent, access, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC),
+            {library.closeHandle});
         if (session)
         {
             return session;
@@ -158,6 +153,7 @@ UniqueInternet OpenSession()
 
 struct Http::Connection
 {
+    WinHttp library;
     UniqueInternet session;
     UniqueInternet connection;
 };
@@ -166,40 +162,48 @@ Http::Http(Dsn dsn) : m_dsn(std::move(dsn)) {}
 
 Http::~Http() = default;
 
-std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
+// Null when WinHTTP is not there, or not what it should be.
+std::unique_ptr<Http::Connection> Http::Connect() const
 {
-    const WinHttp& library = Library();
+    auto made = std::make_unique<Connection>();
+    const WinHttp& library = made->library;
     if (!library.IsComplete())
     {
-        return std::nullopt;
+        return nullptr;
+    }
+    made->session = OpenSession(library);
+    HINTERNET session = made->session.get();
+    if (!session || !library.setTimeouts(session, c_stepLimit, c_stepLimit, c_stepLimit, c_stepLimit) ||
+        library.setStatusCallback(session, OnStatus,
+                                  WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES,
+                                  0) == WINHTTP_INVALID_STATUS_CALLBACK)
+    {
+        return nullptr;
+    }
+    made->connection =
+        UniqueInternet(library.connect(session, Widen(m_dsn.host).c_str(), m_dsn.port, 0), {library.closeHandle});
+    return made->connection ? std::move(made) : nullptr;
+}
+
+std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
+{
+    if (!m_connection)
+    {
+        m_connection = Connect();
     }
     if (!m_connection)
     {
-        auto connection = std::make_unique<Connection>();
-        connection->session = OpenSession();
-        if (!connection->session)
-        {
-            return std::nullopt;
-        }
-        constexpr int limit = 20'000; // milliseconds, for each of a request's steps
-        library.setTimeouts(connection->session.get(), limit, limit, limit, limit);
-        library.setStatusCallback(connection->session.get(), OnStatus,
-                                  WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES, 0);
-        connection->connection.reset(
-            library.connect(connection->session.get(), Widen(m_dsn.host).c_str(), m_dsn.port, 0));
-        if (!connection->connection)
-        {
-            return std::nullopt;
-        }
-        m_connection = std::move(connection);
+        return std::nullopt;
     }
 
+    const WinHttp& library = m_connection->library;
     auto exchange = std::make_shared<Exchange>();
     exchange->body = envelope;
     auto callbackContext = std::make_unique<std::shared_ptr<Exchange>>(exchange);
     const UniqueInternet request(library.openRequest(m_connection->connection.get(), L"POST", Widen(m_dsn.path).c_str(),
                                                      nullptr, WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                                                     m_dsn.isSecure ? WINHTTP_FLAG_SECURE : 0));
+                                                     m_dsn.isSecure ? WINHTTP_FLAG_SECURE : 0),
+                                 {library.closeHandle});
     auto context = reinterpret_cast<DWORD_PTR>(callbackContext.get());
     if (!exchange->completed || !request ||
         !library.setOption(request.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context)))
@@ -208,9 +212,13 @@ std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
     }
     // The callback's from here on, until the handle has been closed.
     static_cast<void>(callbackContext.release()); // NOLINT(bugprone-unused-return-value)
-    SetOption(request.get(), WINHTTP_OPTION_REDIRECT_POLICY, WINHTTP_OPTION_REDIRECT_POLICY_NEVER);
-    SetOption(request.get(), WINHTTP_OPTION_AUTOLOGON_POLICY, WINHTTP_AUTOLOGON_SECURITY_LEVEL_HIGH);
-    SetOption(request.get(), WINHTTP_OPTION_DISABLE_FEATURE, WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION);
+    if (!SetOption(library, request.get(), WINHTTP_OPTION_REDIRECT_POLICY, WINHTTP_OPTION_REDIRECT_POLICY_NEVER) ||
+        !SetOption(library, request.get(), WINHTTP_OPTION_AUTOLOGON_POLICY, WINHTTP_AUTOLOGON_SECURITY_LEVEL_HIGH) ||
+        !SetOption(library, request.get(), WINHTTP_OPTION_DISABLE_FEATURE,
+                   WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION))
+    {
+        return std::nullopt; // nothing goes where it was not meant to go, or with what it was not meant to tell
+    }
 
     const std::wstring headers = L"Content-Type: application/x-sentry-envelope\r\nX-Sentry-Auth: Sentry sentry_key=" +
                                  Widen(m_dsn.publicKey) + L", sentry_version=7, sentry_client=" + c_userAgent + L"\r\n";
@@ -228,8 +236,8 @@ std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
         return std::nullopt;
     }
     return HttpAnswer{.status = status,
-                      .rateLimits = QueryHeader(request.get(), L"X-Sentry-Rate-Limits"),
-                      .retryAfter = QueryHeader(request.get(), L"Retry-After")};
+                      .rateLimits = QueryHeader(library, request.get(), L"X-Sentry-Rate-Limits"),
+                      .retryAfter = QueryHeader(library, request.get(), L"Retry-After")};
 }
 
 } // namespace Reporter

@@ -38,6 +38,8 @@ public:
 private:
     struct Connection;
 
+    std::unique_ptr<Connection> Connect() const;
+
     Dsn m_dsn;
     std::unique_ptr<Connection> m_connection;
 };

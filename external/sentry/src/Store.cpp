@@ -21,8 +21,12 @@ constexpr std::wstring_view c_minidumpEnding = L".dmp";
 constexpr LONGLONG c_largestEnvelope = 1LL << 20;
 constexpr LONGLONG c_largestMinidump = 16LL << 20;
 
-// So many reports of the past are sent at most; the others go unsent.
+// So many reports of the past are sent at most, of so many runs; the others go unsent.
 constexpr std::size_t c_mostLeft = 20;
+constexpr std::size_t c_mostRuns = 20;
+
+// So many names in a folder are looked at: nobody waits for those of a folder that was filled up.
+constexpr int c_mostNames = 10'000;
 
 // The full path, in the form that has no limit of length.
 std::wstring ToFullPath(const std::string& utf8Path)
@@ -76,6 +80,7 @@ void ForEach(const std::wstring& folder, bool isFolder, Function function)
     {
         return;
     }
+    int names = 0;
     do
     {
         const DWORD attributes = found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
@@ -83,7 +88,7 @@ void ForEach(const std::wstring& folder, bool isFolder, Function function)
         {
             function(std::wstring(found.cFileName));
         }
-    } while (FindNextFileW(search.get(), &found));
+    } while (++names < c_mostNames && FindNextFileW(search.get(), &found));
 }
 
 // Makes and locks a file that goes when it is closed.
@@ -107,7 +112,7 @@ std::string ReadReport(const std::wstring& path, LONGLONG largest)
         return {};
     }
     const LONGLONG size = (static_cast<LONGLONG>(information.nFileSizeHigh) << 32) | information.nFileSizeLow;
-    if (size > largest)
+    if (size < 0 || size > largest)
     {
         return {};
     }
@@ -130,13 +135,15 @@ bool Store::OpenFolder(Folder& folder)
     folder.handle.reset(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     BY_HANDLE_FILE_INFORMATION information{};
-    if (!folder.handle || !GetFileInformationByHandle(folder.handle.get(), &information))
-    {
-        return false;
-    }
     // By its name too: there are file systems that show a link there only.
-    const DWORD attributes = information.dwFileAttributes | GetFileAttributesW(path.c_str());
-    return (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == FILE_ATTRIBUTE_DIRECTORY;
+    if (folder.handle && GetFileInformationByHandle(folder.handle.get(), &information) &&
+        ((information.dwFileAttributes | GetFileAttributesW(path.c_str())) &
+         (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == FILE_ATTRIBUTE_DIRECTORY)
+    {
+        return true;
+    }
+    folder.handle.reset(); // what is no folder of ours is not removed in the end either
+    return false;
 }
 
 std::unique_ptr<Store> Store::Open(const std::string& utf8Path)
@@ -196,8 +203,8 @@ void Store::Remove(Folder& folder)
 bool Store::Keep(const std::string& id, std::string_view envelope) const
 {
     const std::wstring path = EnvelopePath(id);
-    wil::unique_hfile file(
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    wil::unique_hfile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     if (!file)
     {
         return false;
@@ -246,7 +253,7 @@ void Store::TakeOverLeft()
 {
     std::vector<std::wstring> runs;
     ForEach(m_database.path, true, [&](const std::wstring& name) {
-        if (name.ends_with(c_runEnding) && m_database.path + name + L'\\' != m_run.path)
+        if (runs.size() < c_mostRuns && name.ends_with(c_runEnding) && m_database.path + name + L'\\' != m_run.path)
         {
             runs.push_back(m_database.path + name);
         }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -38,7 +37,7 @@ struct Transport::Shared
 
     void Add(Envelope envelope)
     {
-        const std::scoped_lock lock(m_mutex);
+        const auto held = m_queueLock.lock_exclusive();
         m_queue.push_back(std::move(envelope));
     }
 
@@ -54,11 +53,14 @@ struct Transport::Shared
         SetEvent(wake.get());
     }
 
-    // The thread is not to touch the disk any more.
+    // The thread is not to touch the disk any more. When it is in the middle of that, on a disk that takes its time, it
+    // is left to it: nobody waits for that, and the store ends when the thread does.
     void TakeStore()
     {
-        const std::scoped_lock lock(m_mutex);
-        m_store.reset();
+        if (const auto held = m_storeLock.try_lock_exclusive())
+        {
+            m_store.reset();
+        }
     }
 
     static DWORD WINAPI ThreadMain(void* parameter) noexcept;
@@ -74,7 +76,7 @@ private:
 
     std::optional<Envelope> TakeNext()
     {
-        const std::scoped_lock lock(m_mutex);
+        const auto held = m_queueLock.lock_exclusive();
         if (m_queue.empty())
         {
             return std::nullopt;
@@ -89,7 +91,7 @@ private:
     auto WithStore(Function function)
     {
         using Result = std::invoke_result_t<Function, Store&>;
-        const std::scoped_lock lock(m_mutex);
+        const auto held = m_storeLock.lock_exclusive();
         return m_store ? function(*m_store) : Result();
     }
 
@@ -97,9 +99,10 @@ private:
     std::atomic<bool> m_isClosing = false;
     Http m_http;         // the thread's own
     RateLimits m_limits; // the thread's own
-    std::mutex m_mutex;
-    std::deque<Envelope> m_queue;   // guarded by the mutex
-    std::shared_ptr<Store> m_store; // guarded by the mutex
+    wil::srwlock m_queueLock;
+    std::deque<Envelope> m_queue; // guarded by it
+    wil::srwlock m_storeLock;
+    std::shared_ptr<Store> m_store; // guarded by it
 };
 
 DWORD WINAPI Transport::Shared::ThreadMain(void* parameter) noexcept
@@ -129,13 +132,9 @@ void Transport::Shared::Run()
         {
             sendsLeft = SendNextLeft();
         }
-        else if (isLast)
+        else if (isLast || WaitForSingleObject(wake.get(), INFINITE) != WAIT_OBJECT_0)
         {
-            return;
-        }
-        else
-        {
-            WaitForSingleObject(wake.get(), INFINITE);
+            return; // done, or without the event, which there were no handles for
         }
     }
 }

@@ -11,10 +11,11 @@
 
 #include <windows.h>
 
+#include <wil/resource.h>
+
 #include <atomic>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <type_traits>
 #include <utility>
@@ -80,7 +81,7 @@ struct Session
     std::unique_ptr<Reporter::Transport> transport;
 };
 
-std::mutex g_mutex;
+wil::srwlock g_lock; // one of Windows': the runtime's take memory, and throw without it
 Session g_session;
 bool g_isOffline = false;
 
@@ -294,7 +295,7 @@ void sentry_options_set_debug(sentry_options_t* opts, int debug)
 int sentry_init(sentry_options_t* options)
 {
     const std::unique_ptr<sentry_options_t> owner(options);
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     Close(g_session);
     if (!options)
     {
@@ -320,14 +321,14 @@ int sentry_init(sentry_options_t* options)
 
 int sentry_close(void)
 {
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     return Close(g_session);
 }
 
 void sentry_add_breadcrumb(sentry_value_t breadcrumb)
 {
     const OwnedValue value = Take(breadcrumb);
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     const auto* const content = value ? std::get_if<Breadcrumb>(&value->content) : nullptr;
     if (g_session.run.isStarted && content)
     {
@@ -338,7 +339,7 @@ void sentry_add_breadcrumb(sentry_value_t breadcrumb)
 sentry_uuid_t sentry_capture_event(sentry_value_t event)
 {
     const OwnedValue value = Take(event);
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     const auto* const content = value ? std::get_if<Event>(&value->content) : nullptr;
     if (!g_session.run.isStarted || !content)
     {
@@ -353,20 +354,20 @@ namespace SentryTesting
 
 Run CurrentRun()
 {
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     return g_session.run;
 }
 
 void Forget()
 {
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     Close(g_session);
     g_session = {};
 }
 
 void SetOffline(bool isOffline)
 {
-    const std::scoped_lock lock(g_mutex);
+    const auto held = g_lock.lock_exclusive();
     g_isOffline = isOffline;
 }
 

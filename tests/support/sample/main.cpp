@@ -1,5 +1,6 @@
 // The sample product as a program: lays the sample installation down, shows what is left of it, removes it, and runs
 // the uninstaller while showing its log.
+#include "support/BuiltFiles.h"
 #include "support/MachineState.h"
 #include "support/Names.h"
 #include "support/Owners.h"
@@ -7,10 +8,12 @@
 #include "support/RunningProduct.h"
 #include "support/SampleInstallation.h"
 #include "support/Servers.h"
+#include "support/sample/Recorder.h"
 
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -34,9 +37,11 @@ constexpr std::string_view c_help = R"(Velmora.Sample.exe: a sample installation
                              without --yes it only says what it would lay down
   show                       what of it is there
   remove                     removes everything that install makes, bystanders too
-  uninstall [--running] PROGRAM ARGS...
+  uninstall [--running] [--recorded] PROGRAM ARGS...
                              runs the uninstaller, shows its log as it is written, returns its exit code;
-                             with --running the product's services and client, and a program from its folder, run then
+                             with --running the product's services and client, and a program from its folder, run then;
+                             with --recorded its dialogs are answered with yes, and every picture that the screen shows
+                             is put into pictures\run beside this program
 )";
 
 void Print(std::string_view text)
@@ -236,10 +241,38 @@ private:
     SampleProgram m_helper{InstallFolder() + LR"(\current\Helper.exe)"};
 };
 
-int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments, bool isRunning)
+// How the uninstaller is run.
+struct UninstallOptions
+{
+    bool isRunning = false;
+    bool isRecorded = false;
+};
+
+// Whether the uninstaller shows a console for these arguments, in which it asks for a key in the end.
+bool HasConsole(std::span<wchar_t* const> arguments)
+{
+    constexpr std::array<std::wstring_view, 4> c_withoutConsole{L"-s", L"--silent", L"-g", L"--gui"};
+    return !arguments.empty() &&
+           std::ranges::find(c_withoutConsole, std::wstring_view(arguments.front())) == c_withoutConsole.end();
+}
+
+bool IsHelp(std::span<wchar_t* const> arguments)
+{
+    return HasConsole(arguments) && std::wstring_view(arguments.front()) != L"-v" &&
+           std::wstring_view(arguments.front()) != L"--verbose";
+}
+
+void SavePictures(const Recorder& recorder)
+{
+    const std::size_t count = recorder.Save(BuiltFile(L"pictures\\run"));
+    Print(count == 0 ? "Nothing was to be seen on the screen.\n"
+                     : std::to_string(count) + " pictures of the screen: pictures\\run, beside this program\n");
+}
+
+int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments, const UninstallOptions& how)
 {
     std::optional<RunningParts> running;
-    if (isRunning)
+    if (how.isRunning)
     {
         running.emplace();
     }
@@ -249,8 +282,17 @@ int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments, 
         commandLine += (commandLine.empty() ? L"" : L" ") + std::wstring(argument);
     }
     LogPrinter printer;
+    Recorder recorder;
     RunOptions options;
-    options.whileRunning = std::ref(printer);
+    options.whileRunning = [&](const std::string& log) {
+        printer(log);
+        if (how.isRecorded)
+        {
+            recorder.Look(log);
+        }
+    };
+    options.hasConsole = how.isRecorded && HasConsole(arguments);
+    options.hasShortLog = IsHelp(arguments);
     options.limit = std::chrono::hours(1);
     const RunResult result = RunProgram(program, commandLine, options);
     printer(result.log);
@@ -263,6 +305,10 @@ int Uninstall(const std::wstring& program, std::span<wchar_t* const> arguments, 
     if (running)
     {
         running->Show();
+    }
+    if (how.isRecorded)
+    {
+        SavePictures(recorder);
     }
     Print("Exit code: " + std::to_string(result.exitCode) + "\n");
     return static_cast<int>(result.exitCode);
@@ -287,14 +333,19 @@ int Run(std::span<wchar_t* const> arguments)
     }
     if (command == L"uninstall")
     {
-        const bool isRunning = arguments.size() > 1 && std::wstring_view(arguments[1]) == L"--running";
-        const auto rest = arguments.subspan(isRunning ? 2 : 1);
+        UninstallOptions how;
+        auto rest = arguments.subspan(1);
+        for (; !rest.empty() && std::wstring_view(rest.front()).starts_with(L"--"); rest = rest.subspan(1))
+        {
+            how.isRunning = how.isRunning || std::wstring_view(rest.front()) == L"--running";
+            how.isRecorded = how.isRecorded || std::wstring_view(rest.front()) == L"--recorded";
+        }
         if (rest.empty())
         {
             Print(c_help);
             return c_wrongUse;
         }
-        return Uninstall(FullPath(rest.front()), rest.subspan(1), isRunning);
+        return Uninstall(FullPath(rest.front()), rest.subspan(1), how);
     }
     if (command == L"remove")
     {

@@ -1,7 +1,9 @@
 // A library that the tests load into a program which they start under Wine: it stands in for ControlServiceExW, which
-// Wine does not have (it ends the program that calls it), and follows the program into the processes that it starts.
+// Wine does not have (it ends the program that calls it), does what Windows' control flow guard does, and follows the
+// program into the processes that it starts.
 // The program knows nothing of it: the library replaces the functions in the program's import table.
 #include "support/ImportTableFake.h"
+#include "support/stand_ins/FlowGuard.h"
 #include "support/stand_ins/LoadIntoProcess.h"
 #include "support/stand_ins/SharedRecord.h"
 
@@ -141,6 +143,10 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
     if (Record() == nullptr)
     {
         return FALSE;
+    }
+    if (StartFlowGuard(Record()->guardedCalls))
+    {
+        InterlockedIncrement(&Record()->guardedProcesses);
     }
     StandIn("ControlServiceExW", reinterpret_cast<void*>(&StandInForControlServiceEx));
     StandIn("CreateProcessW", reinterpret_cast<void*>(&StandInForCreateProcess));

@@ -4,6 +4,7 @@
 #include "support/IngestionServer.h"
 #include "support/TestFolder.h"
 #include "support/Text.h"
+#include "support/TlsFront.h"
 
 #include <windows.h>
 
@@ -297,6 +298,15 @@ INSTANTIATE_TEST_SUITE_P(
         Trouble{"a server that hangs up after the body", {.text = ""}, true},
         Trouble{"a server that talks something else", {.text = "220 mail.example ESMTP\r\n\r\n"}, true},
         Trouble{"too many requests", {.text = std::string(c_tooMany) + "Retry-After: 60\r\n\r\n"}, false},
+        Trouble{"an answer with a very long header",
+                {.text = "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\nX-Sentry-Rate-Limits: " +
+                         std::string(20'000, 'x') + "\r\n\r\n"},
+                false},
+        Trouble{"a very long answer",
+                {.text = "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 999999999999\r\n\r\n" +
+                         std::string(1'000'000, 'x'),
+                 .staysSilent = true},
+                false},
         Trouble{"a server error",
                 {.text = "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"},
                 false},
@@ -340,8 +350,89 @@ TEST_F(SentryArrivalTest, nothing_is_said_in_the_clear_to_a_server_that_was_to_b
     const IngestionServer server;
     Start("https" + server.Dsn().substr(std::strlen("http")));
     Capture(SENTRY_LEVEL_ERROR, "text");
-    EXPECT_EQ(Close(), c_isStandIn ? 1 : 0);
+    EXPECT_EQ(Close(), c_isStandIn ? 1 : 2); // the library keeps its session too
     EXPECT_THAT(server.Requests(), IsEmpty());
+}
+
+// A server that speaks TLS, with a certificate that holds or with one that does not.
+class SentryTlsTest : public SentryArrivalTest
+{
+protected:
+    void SetUp() override
+    {
+        if (!TlsFront::IsPossible())
+        {
+            GTEST_SKIP() << "The server that speaks TLS is a program of the system below Wine.";
+        }
+    }
+
+    // Captures an event, which does not get through. It is sent by a later run.
+    void ExpectNothingToBeSent(const std::string& dsn) const
+    {
+        Start(dsn);
+        Capture(SENTRY_LEVEL_ERROR, "text");
+        EXPECT_EQ(Close(), c_isStandIn ? 1 : 0);
+        EXPECT_THAT(server.Requests(), IsEmpty());
+        if (c_isStandIn)
+        {
+            Start(server.Dsn());
+            EXPECT_EQ(Close(), 0);
+            ASSERT_EQ(Envelopes(server).size(), 1U);
+            EXPECT_EQ(Message(Envelopes(server)[0]), "text");
+        }
+    }
+
+    IngestionServer server;
+};
+
+TEST_F(SentryTlsTest, events_arrive_at_a_server_whose_certificate_is_of_a_trusted_authority)
+{
+    const TlsFront front(server, "localhost", 1);
+    const TrustedAuthority trust(front.Authority());
+    Start(front.Dsn());
+    Capture(SENTRY_LEVEL_ERROR, "text");
+    EXPECT_TRUE(server.WaitFor(1)); // Wine takes a second to look at its authorities for the first time
+    EXPECT_EQ(Close(), 0);
+    ASSERT_EQ(Envelopes(server).size(), 1U);
+    EXPECT_EQ(Message(Envelopes(server)[0]), "text");
+    EXPECT_EQ(Exists(database), !c_isStandIn);
+}
+
+TEST_F(SentryTlsTest, nothing_is_sent_when_nobody_trusts_the_authority)
+{
+    const TlsFront front(server, "localhost", 1);
+    ExpectNothingToBeSent(front.Dsn());
+}
+
+TEST_F(SentryTlsTest, nothing_is_sent_when_another_authority_is_trusted)
+{
+    const TlsFront front(server, "localhost", 1);
+    const TlsFront other(server, "localhost", 1);
+    const TrustedAuthority trust(other.Authority());
+    ExpectNothingToBeSent(front.Dsn());
+}
+
+TEST_F(SentryTlsTest, nothing_is_sent_when_the_certificate_is_another_hosts)
+{
+    const TlsFront front(server, "elsewhere.example", 1);
+    const TrustedAuthority trust(front.Authority());
+    ExpectNothingToBeSent(front.Dsn());
+}
+
+TEST_F(SentryTlsTest, nothing_is_sent_when_the_certificate_has_expired)
+{
+    const TlsFront front(server, "localhost", -1);
+    const TrustedAuthority trust(front.Authority());
+    ExpectNothingToBeSent(front.Dsn());
+}
+
+TEST_F(SentryTlsTest, trust_ends_with_the_test)
+{
+    const TlsFront front(server, "localhost", 1);
+    {
+        const TrustedAuthority trust(front.Authority());
+    }
+    ExpectNothingToBeSent(front.Dsn());
 }
 
 TEST_F(SentryArrivalTest, a_DSN_that_is_none_sends_nothing)

@@ -171,6 +171,54 @@ TEST(SentryEnvelopeTest, does_not_go_out_when_it_is_none)
     }
 }
 
+TEST(SentryEnvelopeTest, goes_out_with_nothing_else_of_its_header)
+{
+    const auto text = PrepareToSend(
+        "{\"dsn\":\"https://key@elsewhere/1\",\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{}\n", {}, c_time);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(ParseEnvelope(*text).header,
+              (nlohmann::json{{"event_id", "1"},
+                              {"sdk", {{"name", "sentry.native.velmora"}, {"version", "0.7.5"}}},
+                              {"sent_at", "2026-03-07T09:05:12.345Z"}}));
+}
+
+TEST(SentryEnvelopeTest, no_header_is_too_deep_for_it)
+{
+    const std::string deep(500'000, '['); // a file may hold twice as many
+    const std::string header = R"({"event_id":"1","x":)" + deep + std::string(deep.size(), ']') + "}\n";
+    EXPECT_TRUE(PrepareToSend(header, {}, c_time));
+    EXPECT_FALSE(PrepareToSend(deep + "\n", {}, c_time));
+}
+
+TEST(SentryEnvelopeTest, no_text_can_add_a_line_to_it)
+{
+    const std::string evil = "1\r\n{\"type\":\"attachment\"}\n\"";
+    const Origin origin{.release = evil, .environment = evil};
+    const auto envelope =
+        ParseEnvelope(MakeEnvelope(origin, c_id, {.level = SENTRY_LEVEL_INFO, .logger = evil, .text = evil},
+                                   {MakeBreadcrumb(c_time, evil, evil)}));
+    EXPECT_EQ(envelope.items.size(), 1U);
+    const auto event = EventOf(envelope);
+    EXPECT_EQ(event["release"], evil);
+    EXPECT_EQ(event["environment"], evil);
+    EXPECT_EQ(event["logger"], evil);
+    EXPECT_EQ(event["message"]["formatted"], evil);
+    EXPECT_EQ(event["breadcrumbs"][0]["type"], evil);
+    const CrashEnvelope crash = MakeCrashEnvelope(origin, c_id);
+    EXPECT_EQ(EventOf(ParseEnvelope(crash.head + crash.tail))["release"], evil);
+}
+
+TEST(SentryEnvelopeTest, a_crash_has_its_places_even_when_texts_look_like_them)
+{
+    const CrashEnvelope crash =
+        MakeCrashEnvelope({.release = "Exception 0x\"timestamp\":\"", .environment = "Exception 0x"}, c_id);
+    CrashEnvelope changed = crash;
+    changed.head.replace(changed.codeOffset, 8, "12345678");
+    const auto event = EventOf(ParseEnvelope(changed.head + changed.tail));
+    EXPECT_EQ(event["exception"]["values"][0]["type"], "Exception 0x12345678");
+    EXPECT_EQ(event["release"], "Exception 0x\"timestamp\":\"");
+}
+
 TEST(SentryEnvelopeTest, knows_a_minidump_by_its_beginning)
 {
     EXPECT_TRUE(IsMinidump("MDMP rest"));

@@ -151,6 +151,80 @@ TEST_F(SentryStoreTest, gives_up_those_that_are_too_many)
     EXPECT_FALSE(Exists(database));
 }
 
+TEST_F(SentryStoreTest, takes_over_no_more_than_twenty_runs)
+{
+    for (int i = 0; i < 25; ++i)
+    {
+        root.AddFile(L"a\\b\\Sentry\\" + std::to_wstring(i) + L".run\\1.envelope", std::to_string(i));
+    }
+    const auto store = Open();
+    EXPECT_TRUE(store->NextLeft());
+    int locks = 0;
+    for (const std::wstring& name : Content())
+    {
+        locks += name.ends_with(L".run.lock") ? 1 : 0;
+    }
+    EXPECT_EQ(locks, 21); // its own too
+}
+
+TEST_F(SentryStoreTest, does_not_look_at_a_folder_that_was_filled_up_to_its_end)
+{
+    const auto store = Open();
+    int looks = 0;
+    Fake<&FindNextFileW> next = [&](HANDLE, LPWIN32_FIND_DATAW) -> BOOL {
+        ++looks;
+        return TRUE; // for ever
+    };
+    EXPECT_FALSE(store->HasLeft());
+    EXPECT_EQ(looks, 9'999); // and the first
+}
+
+TEST_F(SentryStoreTest, reads_up_to_the_largest_report_there_can_be)
+{
+    const std::string largest(1U << 20, 'x');
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", largest);
+    const std::string dump = "MDMP" + std::string((16U << 20) - 4, 'x');
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.dmp", dump);
+    EXPECT_TRUE(TakeLeft(*Open()) == std::set<std::string>{largest + "|" + dump});
+}
+
+TEST_F(SentryStoreTest, reads_nothing_whose_size_makes_no_sense)
+{
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", "one");
+    const auto store = Open();
+    Fake<&GetFileInformationByHandle> information = [&](HANDLE file, LPBY_HANDLE_FILE_INFORMATION its) -> BOOL {
+        const BOOL result = information.Hidden(file, its);
+        its->nFileSizeHigh = (its->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? 0 : 0x80000000;
+        return result;
+    };
+    EXPECT_EQ(TakeLeft(*store), std::set<std::string>{"|"});
+}
+
+TEST_F(SentryStoreTest, opens_files_and_folders_as_what_they_are)
+{
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", "one");
+    int opened = 0;
+    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
+                                    DWORD disposition, DWORD flags, HANDLE pattern) {
+        ++opened;
+        EXPECT_NE(flags & FILE_FLAG_OPEN_REPARSE_POINT, 0U) << Narrow(path);
+        EXPECT_EQ(share & (FILE_SHARE_WRITE | FILE_SHARE_DELETE), 0U) << Narrow(path);
+        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+    };
+    const auto store = Open();
+    store->Keep("1", "text");
+    store->NextLeft();
+    EXPECT_EQ(opened, 8); // two folders with a lock each, this run's report, the database folder, the report, no dump
+}
+
+TEST_F(SentryStoreTest, overwrites_nothing)
+{
+    const auto store = Open();
+    EXPECT_TRUE(store->Keep("1", "one"));
+    EXPECT_FALSE(store->Keep("1", "two"));
+    EXPECT_EQ(ReadFileText(store->EnvelopePath("1")), "one");
+}
+
 TEST_F(SentryStoreTest, reads_nothing_that_is_too_large)
 {
     root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", std::string((1U << 20) + 1, 'x'));
@@ -176,6 +250,17 @@ TEST_F(SentryStoreTest, does_not_open_a_link)
     ASSERT_TRUE(CreateDirectoryLink(database, target));
     EXPECT_FALSE(Open());
     EXPECT_TRUE(Exists(target + L"\\x.run\\1.envelope"));
+    EXPECT_TRUE(RemoveDirectoryLink(database));
+}
+
+TEST_F(SentryStoreTest, does_not_remove_a_link_that_it_did_not_open)
+{
+    const std::wstring target = root.AddFolder(L"target"); // empty, so that it could be removed
+    root.AddFolder(L"a\\b");
+    ASSERT_TRUE(CreateDirectoryLink(database, target));
+    EXPECT_FALSE(Open());
+    EXPECT_TRUE(Exists(database));
+    EXPECT_TRUE(Exists(target));
     EXPECT_TRUE(RemoveDirectoryLink(database));
 }
 

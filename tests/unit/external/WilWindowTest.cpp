@@ -141,6 +141,18 @@ TEST(Srwlock, is_held_by_one_writer)
     ReleaseSRWLockShared(locked);
 }
 
+TEST(Srwlock, is_taken_without_waiting_when_it_is_free)
+{
+    wil::srwlock lock;
+    auto held = lock.try_lock_exclusive();
+    EXPECT_TRUE(held);
+    EXPECT_FALSE(lock.try_lock_exclusive());
+    held.reset();
+    EXPECT_TRUE(lock.try_lock_exclusive());
+    const auto reader = lock.lock_shared();
+    EXPECT_FALSE(lock.try_lock_exclusive());
+}
+
 TEST(Srwlock, is_held_by_any_number_of_readers)
 {
     std::vector<SRWLOCK*> locked;

@@ -167,6 +167,12 @@ public:
         return rwlock_release_shared_scope_exit(&m_lock);
     }
 
+    // Takes the lock when it is free; the result is empty when it is not.
+    [[nodiscard]] rwlock_release_exclusive_scope_exit try_lock_exclusive() noexcept
+    {
+        return rwlock_release_exclusive_scope_exit(::TryAcquireSRWLockExclusive(&m_lock) ? &m_lock : nullptr);
+    }
+
 private:
     SRWLOCK m_lock = SRWLOCK_INIT;
 };

@@ -1,0 +1,7 @@
+// What every program takes: it starts and ends.
+#include <windows.h>
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
+{
+    return 0;
+}

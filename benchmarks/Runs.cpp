@@ -1,0 +1,226 @@
+#include "Runs.h"
+
+#include "Installer/Logger.h"
+#include "Table.h"
+#include "end_to_end/StatusWindowLayout.h"
+#include "support/BuiltFiles.h"
+#include "support/Names.h"
+#include "support/Owners.h"
+#include "support/RunProgram.h"
+#include "support/RunningProduct.h"
+#include "support/SampleInstallation.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Benchmarks
+{
+namespace
+{
+using namespace Testing;
+
+constexpr int c_rounds = 9;
+constexpr int c_lines = 1000;
+constexpr wchar_t c_program[] = L"Velmora.Uninstaller.exe";
+
+// What a run pauses for by design when a client and two services obey at once: before it starts; until the client has
+// gone; until a service has stopped, after that, and after its deletion.
+constexpr double c_prescribedPauses = 200 + 1000 + 2 * (500 + 1000 + 5000);
+
+struct Started
+{
+    UniqueHandle process;
+    UniqueHandle thread;
+};
+
+Started Start(const std::wstring& program, const std::wstring& argument = {})
+{
+    std::wstring line = L'"' + program + L"\" " + argument;
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION started{};
+    if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started))
+    {
+        throw std::runtime_error("A program cannot be started.");
+    }
+    return {UniqueHandle(started.hProcess), UniqueHandle(started.hThread)};
+}
+
+void End(const Started& started)
+{
+    TerminateProcess(started.process.get(), 0);
+    WaitForSingleObject(started.process.get(), INFINITE);
+}
+
+bool HasLog(const std::wstring& folder)
+{
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = FindFirstFileW((folder + L"Uninstaller_*.log").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+    {
+        return false;
+    }
+    FindClose(search);
+    return found.nFileSizeLow != 0;
+}
+
+double TimeEmptyProgram()
+{
+    return Time([] { WaitForSingleObject(Start(BuiltFile(L"Empty.exe")).process.get(), INFINITE); }).count();
+}
+
+double TimeToFirstLine()
+{
+    const std::wstring folder = LogFolderIn(TemporaryFolder());
+    std::filesystem::remove_all(folder);
+    Started started;
+    const double taken = Time([&] {
+                             started = Start(BuiltFile(c_program), L"-s");
+                             while (!HasLog(folder))
+                             {
+                                 Sleep(0);
+                             }
+                         }).count();
+    End(started);
+    std::filesystem::remove_all(folder);
+    return taken;
+}
+
+double TimeToFirstFrame()
+{
+    const StatusWindowLayout layout(96);
+    const RECT place = layout.WindowOn(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN));
+    const HDC screen = GetDC(nullptr);
+    constexpr COLORREF c_track = RGB(c_trackColour >> 16 & 0xFF, c_trackColour >> 8 & 0xFF, c_trackColour & 0xFF);
+    Started started;
+    const double taken =
+        Time([&] {
+            started = Start(BuiltFile(c_program));
+            while (GetPixel(screen, place.left + 100, place.top + static_cast<LONG>(layout.track.top) + 2) != c_track)
+            {
+                Sleep(0);
+            }
+        }).count();
+    ReleaseDC(nullptr, screen);
+    End(started);
+    std::filesystem::remove_all(LogFolderIn(TemporaryFolder()));
+    return taken;
+}
+
+void MeasureStart()
+{
+    std::vector<double> empty;
+    std::vector<double> line;
+    std::vector<double> frame;
+    for (int round = 0; round < c_rounds; ++round)
+    {
+        empty.push_back(TimeEmptyProgram());
+        line.push_back(TimeToFirstLine());
+        frame.push_back(TimeToFirstFrame());
+    }
+    PrintRow("Start to first log line", Median(line), "ms", "an empty program's whole run", Median(empty));
+    PrintRow("Start to first frame", Median(frame), "ms", "an empty program's whole run", Median(empty));
+}
+
+// The most memory that a process has had to itself, in KiB.
+double PeakOf(const std::wstring& program, const std::wstring& argument)
+{
+    const Started started = Start(program, argument);
+    double peak = 0;
+    while (WaitForSingleObject(started.process.get(), 1) == WAIT_TIMEOUT)
+    {
+        PROCESS_MEMORY_COUNTERS counters{};
+        if (GetProcessMemoryInfo(started.process.get(), &counters, sizeof(counters)))
+        {
+            peak = std::max(peak, static_cast<double>(counters.PeakWorkingSetSize) / 1024);
+        }
+    }
+    return peak;
+}
+
+void MeasureMemory()
+{
+    LayDownSample();
+    const std::wstring program = Expand(L"<Downloads>") + L"\\" + c_program;
+    CopyFileW(BuiltFile(c_program).c_str(), program.c_str(), FALSE);
+    PrintFigure("Memory at its peak in a silent run", PeakOf(program, L"-s"), "KiB");
+    RemoveSample();
+}
+
+void MeasureWholeRun()
+{
+    std::vector<double> taken;
+    for (int round = 0; round < 3; ++round)
+    {
+        LayDownSample();
+        const std::wstring program = Expand(L"<Downloads>") + L"\\" + c_program;
+        CopyFileW(BuiltFile(c_program).c_str(), program.c_str(), FALSE);
+        {
+            SampleService updater(c_updaterService, ServiceMode::Obeys);
+            SampleService auth(c_authService, ServiceMode::Obeys);
+            updater.Start();
+            auth.Start();
+            const SampleClient client(InstallFolder() + L"\\current\\Velmora.exe", ClientMode::Closes);
+            const RunResult result = RunProgram(program, L"-s");
+            if (result.exitCode != 0)
+            {
+                throw std::runtime_error("The run ended with " + std::to_string(result.exitCode) + ":\n" + result.log);
+            }
+            taken.push_back(static_cast<double>(result.duration.count()));
+        }
+        RemoveSample();
+    }
+    PrintRow("Silent run of the running product", Median(taken), "ms", "its prescribed pauses", c_prescribedPauses,
+             1.05);
+}
+
+void MeasureLog()
+{
+    constexpr wchar_t c_file[] = L"C:\\Benchmark.log";
+    constexpr char c_line[] = "|INFO|:    Deleting installation folder...\r\n";
+    std::vector<double> own;
+    std::vector<double> plain;
+    for (int round = 0; round < c_rounds; ++round)
+    {
+        Installer::Logger logger(Installer::RunType::Silent);
+        own.push_back(Time([&] {
+                          for (int i = 0; i < c_lines; ++i)
+                          {
+                              logger.Info(L"Deleting installation folder...");
+                          }
+                      }).count());
+        DeleteFileW(logger.LogPath().c_str());
+        plain.push_back(Time([&] {
+                            for (int i = 0; i < c_lines; ++i)
+                            {
+                                const HANDLE file = CreateFileW(c_file, FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                                                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+                                DWORD written = 0;
+                                WriteFile(file, c_line, sizeof(c_line) - 1, &written, nullptr);
+                                CloseHandle(file);
+                            }
+                        }).count());
+        DeleteFileW(c_file);
+    }
+    PrintRow("A line of the log", Median(own) * 1000 / c_lines, "µs", "opening, appending, closing",
+             Median(plain) * 1000 / c_lines);
+}
+} // namespace
+
+void MeasureRuns()
+{
+    MeasureStart();
+    MeasureMemory();
+    MeasureLog();
+    MeasureWholeRun();
+    std::error_code none;
+    PrintFigure("The program's file",
+                static_cast<double>(std::filesystem::file_size(BuiltFile(c_program), none)) / 1024, "KiB");
+}
+} // namespace Benchmarks

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace Benchmarks
+{
+// Whole runs of the program: to the first line of the log, to the first frame, with the product running, and what a
+// line of the log takes.
+void MeasureRuns();
+} // namespace Benchmarks
