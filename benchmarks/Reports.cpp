@@ -43,7 +43,8 @@ void Measure(const std::string& what, const std::string& dsn, bool hasEvent, int
 void MeasureReports()
 {
     const Testing::IngestionServer server;
-    const Testing::IngestionServer silent([](std::size_t) { return Testing::IngestionAnswer{.staysSilent = true}; });
+    const Testing::IngestionServer silent(
+        [](std::size_t) { return Testing::IngestionAnswer{.text = "", .staysSilent = true}; });
     Measure("an address that leads nowhere, an event", VELMORA_CRASH_REPORT_DSN, true);
     Measure("a server, nothing to send", server.Dsn(), false);
     Measure("a server, an event", server.Dsn(), true);

@@ -4,6 +4,8 @@
 #include "Runs.h"
 #include "Table.h"
 
+#include <windows.h>
+
 #include <cstdio>
 #include <exception>
 #include <string_view>
@@ -12,6 +14,8 @@ int wmain(int count, wchar_t** arguments)
 try
 {
     using namespace Benchmarks;
+    // Where it was started from may be no folder of this Windows.
+    SetCurrentDirectoryW(L"C:\\");
     PrintHead();
     MeasureRuns();
     MeasureReports();
