@@ -4,7 +4,6 @@
 #include "support/Servers.h"
 
 #include <algorithm>
-#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -14,40 +13,11 @@ namespace Testing
 {
 namespace
 {
-// When the program is ended: as soon as this is so.
-struct Moment
-{
-    std::string name;
-    std::function<bool(const std::string& log)> hasCome;
-};
-
-// The line is in the log, for the first time or for the second, which is the copy's.
-Moment AfterLine(std::string_view line, int times = 1)
-{
-    return {.name = "after \"" + std::string(line) + "\"", .hasCome = [=](const std::string& log) {
-                std::size_t found = 0;
-                for (int time = 0; time < times && found != std::string::npos; ++time)
-                {
-                    found = log.find(line, time == 0 ? 0 : found + line.size());
-                }
-                return found != std::string::npos;
-            }};
-}
-
-Moment WithHalfOfTheFolderGone()
-{
-    return {.name = "with half of the installation folder gone", .hasCome = [](const std::string& log) {
-                constexpr std::size_t c_half = 50;
-                return log.find("Deleting installation folder...") != std::string::npos &&
-                       MeasureTree(InstallFolder()).files < c_half;
-            }};
-}
-
 // Moments that share a test, for it takes long to make a Windows.
 struct Stage
 {
     std::string name;
-    std::vector<Moment> moments;
+    std::vector<KillMoment> moments;
 };
 
 void PrintTo(const Stage& stage, std::ostream* stream)
@@ -55,24 +25,28 @@ void PrintTo(const Stage& stage, std::ostream* stream)
     *stream << stage.name;
 }
 
-class InterruptedRunTest : public EndToEndTest, public ::testing::WithParamInterface<Stage>
+std::string Describe(const KillMoment& moment)
+{
+    return "The program was ended after \"" + moment.line + "\" (line " + std::to_string(moment.times) + ") and " +
+           std::to_string(moment.deletions) + " deleted files.";
+}
+
+class InterruptedRunTest : public EndToEndTest
 {
 protected:
-    // Starts the installed program and ends it at that moment. When it was faster, it is given a second and a third
-    // try.
-    void RunUntil(const Moment& moment)
+    // Starts the installed program on a full installation, ends it at that moment, and starts it again.
+    void ExpectSafeEnd(const KillMoment& moment)
     {
-        constexpr int c_tries = 3;
-        for (int tries = 0; tries < c_tries && !WasKilled(); ++tries)
-        {
-            WriteMachinePath(m_path);
-            LayDownSample();
-            // No service runs, so there is nothing to stand in for.
-            RunInstalled(L"-s", {.killWhen = moment.hasCome, .hasStandIns = false});
-        }
-        EXPECT_TRUE(WasKilled()) << "It was never ended.";
+        SCOPED_TRACE(Describe(moment));
+        WriteMachinePath(m_path);
+        LayDownSample();
+        RunInstalled(L"-s", {.killAt = moment});
+        ASSERT_TRUE(Result().wasKilled);
+        ExpectNothingTorn();
+        ExpectCompletion();
     }
 
+private:
     // What the run has not removed is as it was, and what it has changed is as it is to be in the end: nothing is half
     // done but trees.
     void ExpectNothingTorn() const
@@ -145,13 +119,7 @@ protected:
         RemoveTree(TemporaryFolder() + L"Velmora");
     }
 
-private:
     static constexpr std::wstring_view c_entry = LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)";
-
-    bool WasKilled() const
-    {
-        return Result().exitCode == c_killed || (Result().copy && Result().copy->exitCode == c_killed);
-    }
 
     // What the migrator says about what is left of the legacy package.
     static std::vector<std::string> Migration(const MachineState& left)
@@ -172,14 +140,15 @@ private:
     RawValue m_path = ReadMachinePath();
 };
 
-TEST_P(InterruptedRunTest, Is_completed_by_the_next_one)
+class InterruptedStageTest : public InterruptedRunTest, public ::testing::WithParamInterface<Stage>
 {
-    for (const Moment& moment : GetParam().moments)
+};
+
+TEST_P(InterruptedStageTest, Is_completed_by_the_next_run)
+{
+    for (const KillMoment& moment : GetParam().moments)
     {
-        SCOPED_TRACE("The program was ended " + moment.name + ".");
-        RunUntil(moment);
-        ExpectNothingTorn();
-        ExpectCompletion();
+        ExpectSafeEnd(moment);
     }
 }
 
@@ -187,28 +156,56 @@ const std::vector<Stage>& Stages()
 {
     static const std::vector<Stage> stages{
         {"Relocation",
-         {AfterLine("Uninstaller is running inside installation directory."), AfterLine("This process will now exit"),
-          AfterLine("Running the Velmora uninstaller", 2)}},
+         {{"Uninstaller is running inside installation directory."},
+          {"This process will now exit"},
+          {"Running the Velmora uninstaller", 2}}},
         {"Shutdown_and_shortcuts",
-         {AfterLine("Velmora will leave user directories as-is."), AfterLine("No processes found locking"),
-          AfterLine("Deleting desktop shortcut..."), AfterLine("Deleting start menu shortcut...")}},
+         {{"Velmora will leave user directories as-is."},
+          {"No processes found locking"},
+          {"Deleting desktop shortcut..."},
+          {"Deleting start menu shortcut..."}}},
         {"Services_path_and_firewall",
-         {AfterLine("Uninstalling updater service..."), AfterLine("Uninstalling authorization service..."),
-          AfterLine("Removing from path..."), AfterLine("Deleting firewall rules...")}},
+         {{"Uninstalling updater service..."},
+          {"Uninstalling authorization service..."},
+          {"Removing from path..."},
+          {"Deleting firewall rules..."}}},
         {"Registrations",
-         {AfterLine("Removing startup entry..."), AfterLine("Deregistering application from system..."),
-          AfterLine("Removing uninstall entry...")}},
+         {{"Removing startup entry..."},
+          {"Deregistering application from system..."},
+          {"Removing uninstall entry..."}}},
         {"Folders",
-         {AfterLine("Deleting installation folder..."), WithHalfOfTheFolderGone(),
-          AfterLine("Deleting OrvaneAuthService folders..."), AfterLine("Deleting VelmoraUpdater folder...")}},
+         {{"Deleting installation folder..."},
+          {"Deleting installation folder...", 1, 50},
+          {"Deleting OrvaneAuthService folders..."},
+          {"Deleting VelmoraUpdater folder..."}}},
         {"Package",
-         {AfterLine("Searching for provisioned"), AfterLine("Deprovisioned"), AfterLine("Preparing to remove"),
-          AfterLine("Uninstall Complete!")}},
+         {{"Searching for provisioned"}, {"Deprovisioned"}, {"Preparing to remove"}, {"Uninstall Complete!"}}},
     };
     return stages;
 }
 
-INSTANTIATE_TEST_SUITE_P(During, InterruptedRunTest, ::testing::ValuesIn(Stages()),
+INSTANTIATE_TEST_SUITE_P(During, InterruptedStageTest, ::testing::ValuesIn(Stages()),
                          [](const auto& stage) { return stage.param.name; });
+
+// Every line of the log in turn, dealt out to a few tests.
+class InterruptedLineTest : public InterruptedRunTest, public ::testing::WithParamInterface<int>
+{
+};
+
+constexpr int c_hands = 4;
+
+TEST_P(InterruptedLineTest, Is_completed_by_the_next_run)
+{
+    LayDownSample();
+    RunInstalled();
+    const auto lines = static_cast<int>(std::ranges::count(Result().log, '\n'));
+    ASSERT_GT(lines, 30);
+    for (int line = GetParam() + 1; line <= lines; line += c_hands)
+    {
+        ExpectSafeEnd({.line = "", .times = line});
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(After_one_line_in_four, InterruptedLineTest, ::testing::Range(0, c_hands));
 } // namespace
 } // namespace Testing

@@ -629,7 +629,7 @@ TEST_F(NoWindowTest, A_window_that_cannot_be_made_makes_the_run_a_verbose_one_wi
 {
     if (!IsWine())
     {
-        GTEST_SKIP();
+        GTEST_SKIP() << "Windows' own GDI+ cannot be replaced.";
     }
     const BrokenGdiPlus broken;
     std::vector<std::wstring> owned;

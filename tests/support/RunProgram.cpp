@@ -18,9 +18,13 @@ namespace Testing
 {
 namespace
 {
-// How many milliseconds to wait for the program's end before the log is looked at again: a run that only shows the help
-// deletes its log as soon as it is written.
-constexpr DWORD c_lookEvery = 1;
+// How many milliseconds to wait for the program's end before the log is looked at again. Looking takes as much of the
+// processor as the program itself, which waits most of the time.
+constexpr DWORD c_lookEvery = 8;
+
+// The same where every moment counts: a run that only shows the help deletes its log as soon as it is written, and a
+// test that does something meanwhile means one moment.
+constexpr DWORD c_lookOften = 1;
 
 // How often a program is started that Wine fails to start.
 constexpr int c_starts = 3;
@@ -284,28 +288,6 @@ StartedProcess StartWith(const StandIns& standIns, const std::wstring& program, 
     return started;
 }
 
-// Whether the program has begun to start its copy and not come to the end of that.
-bool IsStartingCopy(const std::string& log)
-{
-    return log.find("Starting \"") != std::string::npos && log.find("This process will now exit") == std::string::npos;
-}
-
-// Ends the copy, or the program when there is none. Not in the middle of starting the copy: what is not quite a process
-// by then would neither run nor end. Returns whether that was done.
-bool Kill(const StartedProcess& program, const UniqueHandle& copy, LogFollower& follower)
-{
-    // It stands still while that is looked at.
-    SuspendThread(program.thread.get());
-    follower.Read();
-    const bool isTime = !IsStartingCopy(follower.Text());
-    if (isTime)
-    {
-        TerminateProcess(copy ? copy.get() : program.process.get(), c_killed);
-    }
-    ResumeThread(program.thread.get());
-    return isTime;
-}
-
 // Answers the dialog if it is there, and takes in what it says if it is a message box. Returns whether it was there.
 bool Answer(const DialogAnswer& answer, HWND& last, std::vector<MessageBoxText>& messages)
 {
@@ -361,9 +343,9 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     RunResult result;
     const auto startTime = std::chrono::steady_clock::now();
     std::optional<StandIns> standIns;
-    if (options.hasStandIns)
+    if (options.hasStandIns || options.killAt)
     {
-        standIns.emplace();
+        standIns.emplace(options.killAt);
     }
     const StartedProcess started =
         standIns ? StartWith(*standIns, program, arguments, options) : Start(program, arguments, options, 0);
@@ -378,10 +360,10 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         user.emplace();
     }
     bool hasEnded = false;
-    bool wasKilled = false;
-    while (!hasEnded || (copy && !HasEnded(copy, c_lookEvery)))
+    const DWORD lookEvery = options.hasShortLog || options.whileRunning ? c_lookOften : c_lookEvery;
+    while (!hasEnded || (copy && !HasEnded(copy, lookEvery)))
     {
-        hasEnded = HasEnded(process, hasEnded ? 0 : c_lookEvery);
+        hasEnded = HasEnded(process, hasEnded ? 0 : lookEvery);
         follower.Read();
         // It starts the copy as the last thing, so the copy lives when it has ended.
         if (!copy && follower.Text().find("Starting \"") != std::string::npos)
@@ -392,10 +374,6 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
                 copy = std::move(found);
                 result.copy = EndedProcess{.id = id};
             }
-        }
-        if (options.killWhen && !wasKilled && options.killWhen(follower.Text()))
-        {
-            wasKilled = Kill(started, copy, follower);
         }
         if (standIns)
         {
@@ -432,7 +410,8 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         result.copy->exitCode = ExitCodeOf(copy);
         result.endedBeforeCopy = EndOf(process) < EndOf(copy);
     }
-    if (standIns)
+    result.wasKilled = standIns && standIns->HasKilled();
+    if (options.hasStandIns)
     {
         result.serviceControls = standIns->ServiceControls();
         result.guardedProcesses = standIns->GuardedProcesses();

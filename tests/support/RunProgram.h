@@ -70,9 +70,8 @@ struct RunOptions
     std::wstring logFolder = LogFolderIn(TemporaryFolder());
     // Called again and again while the program runs, with all that is in the log by then.
     std::function<void(const std::string& log)> whileRunning{};
-    // As soon as this is true of what is in the log by then, the process that does the work is ended in the middle of
-    // it: the copy when there is one. While the copy is being started, a moment later.
-    std::function<bool(const std::string& log)> killWhen{};
+    // When the process that does the work is ended in the middle of it.
+    std::optional<KillMoment> killAt{};
     // The dialogs that come, one after the other, and their answers.
     std::vector<DialogAnswer> answers{};
     // The program deletes its log as soon as it is written.
@@ -86,9 +85,6 @@ struct RunOptions
     // What Wine lacks is supplied to the program from outside.
     bool hasStandIns = IsWine();
 };
-
-// The exit code of a process that killWhen has ended.
-inline constexpr DWORD c_killed = 0xDEAD;
 
 // A process that has ended.
 struct EndedProcess
@@ -118,6 +114,8 @@ struct RunResult
     std::optional<std::vector<ServiceControl>> serviceControls{};
     // How many of their processes had control flow guard, as the stand-ins give it.
     int guardedProcesses = 0;
+    // Whether killAt has come.
+    bool wasKilled = false;
     // What the message boxes among them said.
     std::vector<MessageBoxText> messages;
     std::chrono::milliseconds duration{};

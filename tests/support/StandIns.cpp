@@ -20,7 +20,7 @@ std::wstring NextRecordName()
 }
 } // namespace
 
-StandIns::StandIns()
+StandIns::StandIns(const std::optional<KillMoment>& kill)
     : m_name(NextRecordName()),
       m_mapping(
           CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(SharedRecord), m_name.c_str())),
@@ -36,6 +36,14 @@ StandIns::StandIns()
         throw std::runtime_error("The path is too long: " + ToUtf8(library));
     }
     library.copy(m_record->library.data(), library.size());
+    if (kill)
+    {
+        SharedMoment& end = m_record->end;
+        kill->line.copy(end.line.data(), end.line.size() - 1);
+        end.lines = kill->times;
+        end.deletions = kill->deletions;
+        end.exitCode = c_killed;
+    }
 }
 
 StandIns::~StandIns() = default;
@@ -79,6 +87,11 @@ std::vector<ServiceControl> StandIns::ServiceControls() const
                             .error = control.error});
     }
     return controls;
+}
+
+bool StandIns::HasKilled() const noexcept
+{
+    return m_record->end.ended > 0;
 }
 
 int StandIns::GuardedProcesses() const noexcept

@@ -1,5 +1,5 @@
-// What Wine lacks of Windows and the uninstaller needs, supplied from outside to the program that a test starts. On
-// Windows itself none of it is used.
+// What a test does to the program that it starts, from within it: supplies what Wine lacks of Windows and the
+// uninstaller needs (none of that is used on Windows itself), and ends it in the middle of its work.
 #pragma once
 
 #include "support/Owners.h"
@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,14 +32,27 @@ struct ServiceControl
     DWORD error = 0;
 };
 
+// The exit code of a process that was ended in the middle of its work.
+inline constexpr DWORD c_killed = 0xDEAD;
+
+// When a process is ended in the middle of its work: as soon as a line that contains the text is in the log for the
+// n-th time, counted over the program and its copy, and so many files have been deleted after it.
+struct KillMoment
+{
+    std::string line;
+    int times = 1;
+    int deletions = 0;
+};
+
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
-//   ControlServiceExW in its import table and writes the calls down, and does what control flow guard does;
+//   ControlServiceExW in its import table and writes the calls down, does what control flow guard does, and ends the
+//   process at a given moment;
 // - somebody who tells Wine when the process of a service has ended.
 class StandIns
 {
 public:
-    StandIns();
+    explicit StandIns(const std::optional<KillMoment>& kill);
     ~StandIns();
     StandIns(const StandIns&) = delete;
     StandIns& operator=(const StandIns&) = delete;
@@ -54,6 +68,9 @@ public:
 
     // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
     std::vector<ServiceControl> ServiceControls() const;
+
+    // Whether that moment has come.
+    bool HasKilled() const noexcept;
 
     // The number of processes in which calls were checked as Windows' control flow guard does it.
     int GuardedProcesses() const noexcept;

@@ -1,4 +1,4 @@
-// What the library that stands in for missing parts of Windows shares with the tests that load it into a program.
+// What the library that the tests load into a program shares with them.
 #pragma once
 
 #include <windows.h>
@@ -25,6 +25,20 @@ struct SharedControl
     DWORD error;
 };
 
+// When a process is to end in the middle of its work, and how.
+struct SharedMoment
+{
+    // A part of the line of the log after which it ends.
+    std::array<char, 128> line;
+    // How many such lines are still to be written, and how many files to be deleted after them. A process ends when
+    // both have come to 0; it does not when it began with no line.
+    LONG lines;
+    LONG deletions;
+    DWORD exitCode;
+    // How many processes have ended so.
+    LONG ended;
+};
+
 struct SharedRecord
 {
     // The library, for the processes that the program starts.
@@ -37,5 +51,6 @@ struct SharedRecord
     // How many processes have a table of functions for control flow guard, and how many calls were checked against it.
     LONG guardedProcesses;
     volatile long guardedCalls;
+    SharedMoment end;
 };
 } // namespace Testing
