@@ -198,6 +198,13 @@ MachineState EndToEndTest::DeclaredState(bool removeUserSettings) const
     return state;
 }
 
+MachineState EndToEndTest::DeclaredStateOf(const std::wstring& program) const
+{
+    MachineState state = StateAfter(program, false);
+    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
+}
+
 MachineState EndToEndTest::DeclaredStateWithoutLogFolder(bool removeUserSettings) const
 {
     return StateAfter(m_program, removeUserSettings);

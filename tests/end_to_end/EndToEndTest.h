@@ -53,9 +53,15 @@ protected:
     static std::wstring InstalledProgram();
     static std::wstring RelocatedCopy(const std::wstring& temporaryFolder = TemporaryFolder());
 
+    // Starts that program, waits for its end, and takes the machine's state before and after.
+    void RunAt(const std::wstring& program, const std::wstring& arguments, const RunOptions& options);
+
     // The state that the last run must have led to when it removed what is declared, and left behind what every run
     // does. What the servers were asked for is taken as it is.
     MachineState DeclaredState(bool removeUserSettings = false) const;
+
+    // The same when it was a run of the uninstaller at that place.
+    MachineState DeclaredStateOf(const std::wstring& program) const;
 
     // The same for a run that went on as its copy: that is left instead, with the log of the first process.
     MachineState RelocatedState(const std::wstring& temporaryFolder = TemporaryFolder()) const;
@@ -112,7 +118,6 @@ private:
     void ExpectLogName() const;
     void ExpectKeptLog(MachineState& state) const;
     MachineState StateAfter(const std::wstring& program, bool removeUserSettings) const;
-    void RunAt(const std::wstring& program, const std::wstring& arguments, const RunOptions& options);
 
     std::wstring m_program;
     std::wstring m_furtherDrives;

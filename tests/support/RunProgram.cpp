@@ -176,15 +176,17 @@ std::vector<const LogFollower::Log*> LogFollower::Written() const
 
 namespace
 {
-// The running child of a process with the same file name, with the right to wait for it; nothing when there is none.
-std::pair<UniqueHandle, DWORD> FindCopy(DWORD parent, const std::wstring& name)
+// The first of the running processes with this file name that is one of those that are meant, with the right to wait
+// for it; nothing when there is none.
+template <typename Meant>
+std::pair<UniqueHandle, DWORD> FindProcess(const std::wstring& name, Meant meant)
 {
     const UniqueHandle snapshot = OwnFile(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof(entry);
     for (BOOL more = Process32FirstW(snapshot.get(), &entry); more; more = Process32NextW(snapshot.get(), &entry))
     {
-        if (entry.th32ParentProcessID == parent && SameName(entry.szExeFile, name))
+        if (SameName(entry.szExeFile, name) && meant(entry))
         {
             return {UniqueHandle(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE,
                                              entry.th32ProcessID)),
@@ -192,6 +194,17 @@ std::pair<UniqueHandle, DWORD> FindCopy(DWORD parent, const std::wstring& name)
         }
     }
     return {};
+}
+
+// The running child of a process with the same file name.
+std::pair<UniqueHandle, DWORD> FindCopy(DWORD parent, const std::wstring& name)
+{
+    return FindProcess(name, [&](const PROCESSENTRY32W& entry) { return entry.th32ParentProcessID == parent; });
+}
+
+bool Runs(const std::wstring& name)
+{
+    return FindProcess(name, [](const PROCESSENTRY32W&) { return true; }).second != 0;
 }
 
 bool HasEnded(const UniqueHandle& process, DWORD milliseconds = 0)
@@ -361,7 +374,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     }
     bool hasEnded = false;
     const DWORD lookEvery = options.hasShortLog || options.whileRunning ? c_lookOften : c_lookEvery;
-    while (!hasEnded || (copy && !HasEnded(copy, lookEvery)))
+    while (!hasEnded || (copy && !HasEnded(copy, lookEvery)) || (!options.awaited.empty() && Runs(options.awaited)))
     {
         hasEnded = HasEnded(process, hasEnded ? 0 : lookEvery);
         follower.Read();

@@ -82,6 +82,8 @@ struct RunOptions
     HANDLE token = nullptr;
     // When the program has not ended by then, it is ended, and the run counts as failed.
     std::chrono::milliseconds limit = std::chrono::seconds(90);
+    // The run has not ended as long as a program of this name runs, however it was started.
+    std::wstring awaited{};
     // What Wine lacks is supplied to the program from outside.
     bool hasStandIns = IsWine();
 };
