@@ -4,6 +4,7 @@
 #include "support/DirectoryLink.h"
 #include "support/Names.h"
 #include "support/RunningProduct.h"
+#include "support/Services.h"
 #include "support/StandIns.h"
 
 #include <windows.h>
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <initializer_list>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -72,7 +72,7 @@ protected:
     }
 
     // The run made the pauses that the design prescribes. How long it took on top of them is for people to read.
-    void ExpectPauses(std::initializer_list<milliseconds> pauses) const
+    void ExpectPauses(const std::vector<milliseconds>& pauses) const
     {
         milliseconds sum = c_atStart;
         for (const milliseconds pause : pauses)
@@ -172,6 +172,31 @@ TEST_F(ShutdownTest, A_stopped_service_is_only_deleted)
     EXPECT_FALSE(service.IsInstalled());
     ExpectPauses({c_afterDeletion});
 }
+
+class UndeletableServiceTest : public ShutdownTest,
+                               public ::testing::WithParamInterface<std::pair<std::wstring_view, Step>>
+{
+};
+
+TEST_P(UndeletableServiceTest, Makes_the_run_a_partial_one)
+{
+    const SampleService service(GetParam().first, ServiceMode::Obeys);
+    // As long as somebody has it open, a service that is to be deleted stays, and nobody can delete it again.
+    const UniqueService held = OpenServiceOf(service.Name(), DELETE);
+    ASSERT_TRUE(DeleteService(held.get()));
+    Run();
+    MachineState expected = DeclaredState();
+    expected.CopyTree(LR"(HKLM\SYSTEM\CurrentControlSet\Services\)" + service.Name(), After());
+    ExpectPartialUninstall(
+        ExpectedLog().Fails(GetParam().second,
+                            static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_SERVICE_MARKED_FOR_DELETE))),
+        expected);
+    ExpectPauses(std::vector(9, milliseconds(1000)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Service, UndeletableServiceTest,
+                         ::testing::Values(std::pair(c_updaterService, Step::UpdaterService),
+                                           std::pair(c_authService, Step::AuthService)));
 
 TEST_F(ShutdownTest, A_service_that_is_stopping_already_is_not_asked_again)
 {
