@@ -38,7 +38,7 @@ else()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(CompilerOptions INTERFACE
       -Wshadow-all -Wunreachable-code-aggressive -Wcomma -Wrange-loop-analysis -Wmissing-prototypes
-      -Wmissing-variable-declarations -Wnewline-eof)
+      -Wmissing-variable-declarations -Wnewline-eof -Wzero-as-null-pointer-constant)
   endif()
 endif()
 

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 
 namespace Installer

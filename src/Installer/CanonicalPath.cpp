@@ -6,6 +6,10 @@
 
 #include <wil/resource.h>
 
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace Installer

@@ -14,9 +14,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <exception>
+#include <filesystem>
 #include <iterator>
+#include <map>
+#include <set>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace Installer
 {

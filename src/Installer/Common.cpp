@@ -9,8 +9,11 @@
 #include <wil/result.h>
 
 #include <array>
+#include <cstddef>
 #include <limits>
 #include <optional>
+#include <string>
+#include <string_view>
 
 namespace Installer
 {

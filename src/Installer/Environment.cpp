@@ -2,7 +2,9 @@
 
 #include <wil/result.h>
 
+#include <cstddef>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace Installer

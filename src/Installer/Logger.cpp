@@ -13,9 +13,12 @@
 
 #include <array>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 namespace Installer
 {

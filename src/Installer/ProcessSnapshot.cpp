@@ -1,5 +1,7 @@
 #include "Installer/ProcessSnapshot.h"
 
+#include <functional>
+
 namespace Installer
 {
 

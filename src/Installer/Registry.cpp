@@ -8,8 +8,13 @@
 #include <wil/registry.h>
 #include <wil/result.h>
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Installer
 {

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <exception>
+#include <string>
 
 namespace Installer
 {

@@ -15,6 +15,8 @@
 #include <wil/resource.h>
 #include <wil/result.h>
 
+#include <string>
+
 namespace Installer
 {
 

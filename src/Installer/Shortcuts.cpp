@@ -7,6 +7,8 @@
 #include <wil/resource.h>
 #include <wil/result.h>
 
+#include <string>
+
 namespace Installer
 {
 

@@ -4,6 +4,10 @@
 
 #include <shobjidl.h>
 
+#include <cstdint>
+#include <memory>
+#include <string>
+
 namespace Installer
 {
 

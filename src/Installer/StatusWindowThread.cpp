@@ -7,7 +7,10 @@
 
 #include <wil/result.h>
 
+#include <cstdint>
 #include <cstring>
+#include <memory>
+#include <string>
 #include <utility>
 
 namespace Installer

@@ -6,6 +6,7 @@
 
 #include <wil/resource.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 

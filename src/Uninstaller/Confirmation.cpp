@@ -7,6 +7,8 @@
 
 #include <commctrl.h>
 
+#include <string>
+
 namespace Uninstaller
 {
 

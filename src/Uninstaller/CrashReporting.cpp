@@ -5,6 +5,8 @@
 
 #include <sentry.h>
 
+#include <string>
+
 namespace Uninstaller
 {
 

@@ -5,6 +5,9 @@
 #include <fmt/format.h>
 #include <fmt/xchar.h>
 
+#include <string>
+#include <string_view>
+
 namespace Uninstaller
 {
 

@@ -10,6 +10,11 @@
 #include <wil/result.h>
 #include <wil/token_helpers.h>
 
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
 namespace Uninstaller
 {
 

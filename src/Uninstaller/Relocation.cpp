@@ -10,6 +10,7 @@
 
 #include <exception>
 #include <optional>
+#include <string>
 
 namespace Uninstaller
 {

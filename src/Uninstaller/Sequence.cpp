@@ -17,6 +17,7 @@
 #include <windows.h>
 
 #include <optional>
+#include <string>
 #include <type_traits>
 
 namespace Uninstaller

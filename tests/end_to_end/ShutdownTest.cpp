@@ -187,10 +187,9 @@ TEST_P(UndeletableServiceTest, Makes_the_run_a_partial_one)
     Run();
     MachineState expected = DeclaredState();
     expected.CopyTree(LR"(HKLM\SYSTEM\CurrentControlSet\Services\)" + service.Name(), After());
-    ExpectPartialUninstall(
-        ExpectedLog().Fails(GetParam().second,
-                            static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_SERVICE_MARKED_FOR_DELETE))),
-        expected);
+    ExpectPartialUninstall(ExpectedLog().Fails(GetParam().second, static_cast<unsigned long>(HRESULT_FROM_WIN32(
+                                                                      ERROR_SERVICE_MARKED_FOR_DELETE))),
+                           expected);
     ExpectPauses(std::vector(9, milliseconds(1000)));
 }
 

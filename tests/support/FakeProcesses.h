@@ -250,6 +250,8 @@ private:
     bool m_firstFails = false;
     ULONG_PTR m_nextHandle = c_firstHandle;
 
+    // The test program's own number could be that of one of the processes.
+    Fake<&GetCurrentProcessId> m_self = []() -> DWORD { return 4711; };
     Fake<&CreateToolhelp32Snapshot> m_snapshot = [this](DWORD flags, DWORD id) {
         Note("snapshot " + std::to_string(flags) + " " + std::to_string(id));
         return TakeSnapshot();
