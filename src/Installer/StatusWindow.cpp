@@ -14,7 +14,7 @@ namespace Installer
 namespace
 {
 
-constexpr int c_pollMilliseconds = 50;
+constexpr int c_startPollMilliseconds = 50;
 constexpr int c_lastPollMilliseconds = 1000;
 constexpr int c_phaseCount = 10;
 
@@ -30,9 +30,9 @@ void StartThread(StatusWindowData& data, const std::shared_ptr<StatusWindowData>
 
 void WaitWhileStarting(const StatusWindowData& data)
 {
-    for (int waited = 0; waited <= c_lastPollMilliseconds; waited += c_pollMilliseconds)
+    for (int waited = 0; waited <= c_lastPollMilliseconds; waited += c_startPollMilliseconds)
     {
-        Sleep(c_pollMilliseconds);
+        Sleep(c_startPollMilliseconds);
         if (data.state != StatusWindowState::Starting)
         {
             return;

@@ -27,7 +27,7 @@ constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX; // shown when
 // In pixels at 96 DPI.
 constexpr int c_width = 500;
 constexpr int c_height = 340;
-constexpr int c_dpi = 96;
+constexpr int c_usualDpi = 96;
 
 // What only the window procedure uses. There is one status window in a process, and it asks for its frame before it is
 // known whose it is.
@@ -234,7 +234,7 @@ private:
 
 int ScaleToDpi(int length, int dpi)
 {
-    return static_cast<int>(static_cast<float>(dpi) * static_cast<float>(length) / c_dpi);
+    return static_cast<int>(static_cast<float>(dpi) * static_cast<float>(length) / c_usualDpi);
 }
 
 // In the middle of the desktop.
