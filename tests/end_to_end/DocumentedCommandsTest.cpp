@@ -125,7 +125,7 @@ TEST_F(DocumentedCommandsTest, Started_elsewhere_it_tells_its_exit_code)
     EXPECT_EQ(OutputLines().back(), "0");
     MachineState expected = DeclaredStateOf(deployed);
     expected.CopyWithParents(deployed, After());
-    EXPECT_EQ(expected.Find(deployed)->data, Before().Find(Documented())->data);
+    expected.Set(deployed, *Before().Find(Documented()));
     expected.CopyWithParents(m_output, After());
     ExpectState(expected);
     EXPECT_EQ(LinesOf(Result().log), ExpectedLog().Lines());

@@ -193,14 +193,12 @@ MachineState EndToEndTest::StateAfter(const std::wstring& program, bool removeUs
 
 MachineState EndToEndTest::DeclaredState(bool removeUserSettings) const
 {
-    MachineState state = DeclaredStateWithoutLogFolder(removeUserSettings);
-    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
-    return state;
+    return DeclaredStateOf(m_program, removeUserSettings);
 }
 
-MachineState EndToEndTest::DeclaredStateOf(const std::wstring& program) const
+MachineState EndToEndTest::DeclaredStateOf(const std::wstring& program, bool removeUserSettings) const
 {
-    MachineState state = StateAfter(program, false);
+    MachineState state = StateAfter(program, removeUserSettings);
     state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
     return state;
 }

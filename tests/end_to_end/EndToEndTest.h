@@ -61,7 +61,7 @@ protected:
     MachineState DeclaredState(bool removeUserSettings = false) const;
 
     // The same when it was a run of the uninstaller at that place.
-    MachineState DeclaredStateOf(const std::wstring& program) const;
+    MachineState DeclaredStateOf(const std::wstring& program, bool removeUserSettings = false) const;
 
     // The same for a run that went on as its copy: that is left instead, with the log of the first process.
     MachineState RelocatedState(const std::wstring& temporaryFolder = TemporaryFolder()) const;

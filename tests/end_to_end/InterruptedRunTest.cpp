@@ -4,7 +4,6 @@
 #include "support/Servers.h"
 
 #include <algorithm>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,18 +12,6 @@ namespace Testing
 {
 namespace
 {
-// Moments that share a test, for it takes long to make a Windows.
-struct Stage
-{
-    std::string name;
-    std::vector<KillMoment> moments;
-};
-
-void PrintTo(const Stage& stage, std::ostream* stream)
-{
-    *stream << stage.name;
-}
-
 std::string Describe(const KillMoment& moment)
 {
     return "The program was ended after \"" + moment.line + "\" (line " + std::to_string(moment.times) + ") and " +
@@ -140,59 +127,17 @@ private:
     RawValue m_path = ReadMachinePath();
 };
 
-class InterruptedStageTest : public InterruptedRunTest, public ::testing::WithParamInterface<Stage>
+TEST_F(InterruptedRunTest, With_half_of_the_folder_gone_it_is_completed_by_the_next_run)
 {
-};
-
-TEST_P(InterruptedStageTest, Is_completed_by_the_next_run)
-{
-    for (const KillMoment& moment : GetParam().moments)
-    {
-        ExpectSafeEnd(moment);
-    }
+    ExpectSafeEnd({.line = "Deleting installation folder...", .deletions = 50});
 }
-
-const std::vector<Stage>& Stages()
-{
-    static const std::vector<Stage> stages{
-        {"Relocation",
-         {{"Uninstaller is running inside installation directory."},
-          {"This process will now exit"},
-          {"Running the Velmora uninstaller", 2}}},
-        {"Shutdown_and_shortcuts",
-         {{"Velmora will leave user directories as-is."},
-          {"No processes found locking"},
-          {"Deleting desktop shortcut..."},
-          {"Deleting start menu shortcut..."}}},
-        {"Services_path_and_firewall",
-         {{"Uninstalling updater service..."},
-          {"Uninstalling authorization service..."},
-          {"Removing from path..."},
-          {"Deleting firewall rules..."}}},
-        {"Registrations",
-         {{"Removing startup entry..."},
-          {"Deregistering application from system..."},
-          {"Removing uninstall entry..."}}},
-        {"Folders",
-         {{"Deleting installation folder..."},
-          {"Deleting installation folder...", 1, 50},
-          {"Deleting OrvaneAuthService folders..."},
-          {"Deleting VelmoraUpdater folder..."}}},
-        {"Package",
-         {{"Searching for provisioned"}, {"Deprovisioned"}, {"Preparing to remove"}, {"Uninstall Complete!"}}},
-    };
-    return stages;
-}
-
-INSTANTIATE_TEST_SUITE_P(During, InterruptedStageTest, ::testing::ValuesIn(Stages()),
-                         [](const auto& stage) { return stage.param.name; });
 
 // Every line of the log in turn, dealt out to a few tests.
 class InterruptedLineTest : public InterruptedRunTest, public ::testing::WithParamInterface<int>
 {
 };
 
-constexpr int c_hands = 4;
+constexpr int c_hands = 6;
 
 TEST_P(InterruptedLineTest, Is_completed_by_the_next_run)
 {
@@ -206,6 +151,6 @@ TEST_P(InterruptedLineTest, Is_completed_by_the_next_run)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(After_one_line_in_four, InterruptedLineTest, ::testing::Range(0, c_hands));
+INSTANTIATE_TEST_SUITE_P(After_one_line_in_six, InterruptedLineTest, ::testing::Range(0, c_hands));
 } // namespace
 } // namespace Testing

@@ -202,9 +202,15 @@ std::pair<UniqueHandle, DWORD> FindCopy(DWORD parent, const std::wstring& name)
     return FindProcess(name, [&](const PROCESSENTRY32W& entry) { return entry.th32ParentProcessID == parent; });
 }
 
-bool Runs(const std::wstring& name)
+// Whether a program of that name runs. Waits for its end, at most so many milliseconds.
+bool Runs(const std::wstring& name, DWORD milliseconds)
 {
-    return FindProcess(name, [](const PROCESSENTRY32W&) { return true; }).second != 0;
+    const auto [process, id] = FindProcess(name, [](const PROCESSENTRY32W&) { return true; });
+    if (process)
+    {
+        WaitForSingleObject(process.get(), milliseconds);
+    }
+    return id != 0;
 }
 
 bool HasEnded(const UniqueHandle& process, DWORD milliseconds = 0)
@@ -374,7 +380,8 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     }
     bool hasEnded = false;
     const DWORD lookEvery = options.hasShortLog || options.whileRunning ? c_lookOften : c_lookEvery;
-    while (!hasEnded || (copy && !HasEnded(copy, lookEvery)) || (!options.awaited.empty() && Runs(options.awaited)))
+    while (!hasEnded || (copy && !HasEnded(copy, lookEvery)) ||
+           (!options.awaited.empty() && Runs(options.awaited, lookEvery)))
     {
         hasEnded = HasEnded(process, hasEnded ? 0 : lookEvery);
         follower.Read();

@@ -18,6 +18,8 @@ void End()
 {
     InterlockedIncrement(&Moment()->ended);
     TerminateProcess(GetCurrentProcess(), Moment()->exitCode);
+    // Whoever gets here has not ended.
+    InterlockedDecrement(&Moment()->ended);
 }
 
 // Whether what is written is a line of the log, and the one that is waited for.
@@ -51,7 +53,7 @@ BOOL WINAPI DeleteAndEnd(const wchar_t* path)
 void EndAt(SharedMoment& moment) noexcept
 {
     Moment() = &moment;
-    SetImportSlot(FindImportSlot("WriteFile"), reinterpret_cast<void*>(&WriteAndEnd));
-    SetImportSlot(FindImportSlot("DeleteFileW"), reinterpret_cast<void*>(&DeleteAndEnd));
+    SetImportSlot(ImportSlot("WriteFile"), reinterpret_cast<void*>(&WriteAndEnd));
+    SetImportSlot(ImportSlot("DeleteFileW"), reinterpret_cast<void*>(&DeleteAndEnd));
 }
 } // namespace Testing
