@@ -199,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(Service, UndeletableServiceTest,
 
 TEST_F(ShutdownTest, A_service_that_is_stopping_already_is_not_asked_again)
 {
-    SampleService service(c_authService, ServiceMode::TakesThreeSeconds);
+    SampleService service(c_authService, ServiceMode::StaysPending);
     service.Start();
     ASSERT_EQ(service.AskToStop(), DWORD{ERROR_SUCCESS});
     ASSERT_EQ(service.State(), SERVICE_STOP_PENDING);
@@ -207,8 +207,8 @@ TEST_F(ShutdownTest, A_service_that_is_stopping_already_is_not_asked_again)
     ExpectFullSuccess();
     ExpectStopRequests({});
     EXPECT_FALSE(service.IsInstalled());
-    EXPECT_EQ(service.Process().ExitCode(), c_endedByItself);
-    ExpectPauses({c_poll, c_afterStop, c_afterDeletion});
+    EXPECT_EQ(service.Process().ExitCode(), c_ended);
+    ExpectPauses({c_untilForce, c_afterStop, c_afterDeletion});
 }
 
 TEST_F(ShutdownTest, The_services_of_others_go_on)
