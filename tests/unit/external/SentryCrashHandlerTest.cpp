@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <wil/resource.h>
 
+#include <atomic>
 #include <bit>
 #include <csignal>
 #include <exception>
@@ -261,12 +262,18 @@ TEST_F(SentryCrashHandlerTest, does_not_begin_again_when_it_crashes_itself)
 TEST_F(SentryCrashHandlerTest, lets_a_second_thread_that_crashes_wait_for_the_first)
 {
     std::optional<DWORD> limit;
+    std::atomic<DWORD> second = 0;
+    Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
+        if (GetCurrentThreadId() != second)
+        {
+            return wait.Hidden(handle, its); // for the second thread's end
+        }
+        limit = its;
+        return WAIT_TIMEOUT;
+    };
     g_onDump = [&] {
         std::thread([&] {
-            Fake<&WaitForSingleObject> wait = [&](HANDLE, DWORD its) -> DWORD {
-                limit = its;
-                return WAIT_TIMEOUT;
-            };
+            second = GetCurrentThreadId();
             RaiseUnhandled();
         }).join();
     };
