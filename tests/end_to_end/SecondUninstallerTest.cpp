@@ -14,33 +14,42 @@ namespace Testing
 {
 namespace
 {
-constexpr std::chrono::seconds c_inTime{30};
-
 class SecondUninstallerTest : public EndToEndTest
 {
 protected:
-    // Runs a silent uninstaller, and a second one that is started as soon as the line is in the first one's log.
-    // Whoever uninstalls does not get to the end of it before the other one is refused: a file is in use until then.
-    void RunTwo(std::string_view line, const std::wstring& secondArguments = L"-s", RunOptions secondOptions = {})
+    // Runs an uninstaller, and a second one that is started as soon as the line is in the first one's log. The first
+    // one does not get to its end before: with a window, it waits for somebody who has seen its result.
+    void RunTwo(std::string_view line, const std::wstring& secondArguments = L"-s",
+                const RunOptions& secondOptions = {})
+    {
+        RunOptions first = WithSecond(line, ProgramPath(), secondArguments, secondOptions);
+        first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};
+        Run(L"-g", first);
+    }
+
+    // Runs two silent ones that are started at the same time. Whoever uninstalls does not get to the end of it before
+    // the other one is refused: a file is in use until then.
+    void RunTwoAtOnce()
     {
         UniqueHandle held = OwnFile(CreateFileW((InstallFolder() + LR"(\current\Velmora.exe)").c_str(), GENERIC_READ,
                                                 FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(held);
-        secondOptions.limit = c_inTime;
-        secondOptions.whileRunning = [&](const std::string& log) {
+        RunOptions second;
+        second.whileRunning = [&](const std::string& log) {
             if (log.find("Only one instance") != std::string::npos)
             {
                 held.reset();
             }
         };
-        Run(L"-s", WithSecond(line, ProgramPath(), secondArguments, secondOptions));
+        // True before there is any log.
+        Run(L"-s", WithSecond("", ProgramPath(), L"-s", second));
     }
 
     // The same for two that are started in the installation folder.
     void RunTwoInstalled(std::string_view line)
     {
         // Without stand-ins, which there is no service for: the first one may end the second before they are loaded.
-        RunOptions first = WithSecond(line, InstalledProgram(), L"-s", {.limit = c_inTime, .hasStandIns = false});
+        RunOptions first = WithSecond(line, InstalledProgram(), L"-s", {.hasStandIns = false});
         first.hasStandIns = false;
         RunInstalled(L"-s", first);
     }
@@ -68,14 +77,12 @@ private:
     RunOptions WithSecond(std::string_view line, const std::wstring& program, const std::wstring& arguments,
                           const RunOptions& options)
     {
-        return {.whileRunning =
-                    [=, this](const std::string& log) {
-                        if (!m_second && log.find(line) != std::string::npos)
-                        {
-                            m_second = RunProgram(program, arguments, options);
-                        }
-                    },
-                .limit = c_inTime};
+        return {.whileRunning = [=, this](const std::string& log) {
+            if (!m_second && log.find(line) != std::string::npos)
+            {
+                m_second = RunProgram(program, arguments, options);
+            }
+        }};
     }
 
     std::optional<RunResult> m_second;
@@ -84,8 +91,7 @@ private:
 TEST_F(SecondUninstallerTest, Started_at_once_only_one_of_them_uninstalls)
 {
     LayDownSample();
-    // True before there is any log.
-    RunTwo("");
+    RunTwoAtOnce();
     // Either may be the first to find nobody else.
     EXPECT_EQ(Result().exitCode + Second().exitCode, c_fullSuccess + c_alreadyRunning);
     ExpectClean(DeclaredState());
