@@ -70,6 +70,17 @@ std::optional<MessageIcon> RecognizeIcon(const Picture& picture)
     const bool isClear = candidates[0].first * 2 < candidates[1].first;
     return isClear ? std::optional(candidates[0].second) : std::nullopt;
 }
+// Lets a message box be seen whole. Every thread tells the screen below Wine for itself which of its windows is in
+// front, and so the box's owner, a window of another thread, may end up before it. It is in the middle; the corner is
+// free.
+void Uncover(HWND dialog)
+{
+    RECT place{};
+    if (GetWindowRect(dialog, &place) && (place.left != 0 || place.top != 0))
+    {
+        SetWindowPos(dialog, nullptr, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_ASYNCWINDOWPOS);
+    }
+}
 } // namespace
 
 void PrintTo(const MessageBoxText& box, std::ostream* stream)
@@ -133,6 +144,7 @@ std::optional<MessageBoxText> ReadAndCloseMessageBox(const std::wstring& title)
         const auto icon = RecognizeIcon(CaptureWindow(parts.icon));
         if (!icon)
         {
+            Uncover(dialog);
             return std::nullopt;
         }
         box.icon = *icon;

@@ -11,6 +11,7 @@
 #include <array>
 #include <ctime>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -322,6 +323,33 @@ bool Answer(const DialogAnswer& answer, HWND& last, std::vector<MessageBoxText>&
     return message.has_value();
 }
 
+BOOL CALLBACK DescribeWindow(HWND window, LPARAM parameter)
+{
+    if (!IsWindowVisible(window))
+    {
+        return TRUE;
+    }
+    std::array<wchar_t, 256> name{};
+    std::array<wchar_t, 256> title{};
+    GetClassNameW(window, name.data(), static_cast<int>(name.size()));
+    InternalGetWindowText(window, title.data(), static_cast<int>(title.size())); // does not ask a program that hangs
+    RECT place{};
+    GetWindowRect(window, &place);
+    std::ostringstream text;
+    text << ToUtf8(name.data()) << " \"" << ToUtf8(title.data()) << "\" at " << place.left << ", " << place.top << ", "
+         << place.right - place.left << " x " << place.bottom - place.top << '\n';
+    *reinterpret_cast<std::string*>(parameter) += text.str();
+    return TRUE;
+}
+
+// The windows that can be seen, from the front to the back, a line each.
+std::string DescribeWindows()
+{
+    std::string text;
+    EnumWindows(DescribeWindow, reinterpret_cast<LPARAM>(&text));
+    return text;
+}
+
 // A user at the console: reads it until a key is asked for, and then presses one.
 class ConsoleUser
 {
@@ -414,9 +442,12 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         }
         if (std::chrono::steady_clock::now() - startTime > options.limit)
         {
+            const std::string windows = DescribeWindows();
             TerminateProcess(process.get(), 1);
             TerminateProcess(copy.get(), 1);
-            throw std::runtime_error(ToUtf8(program) + " did not end in time; its log until then:\n" + follower.Text());
+            throw std::runtime_error(
+                ToUtf8(program) + " did not end in time; dialogs answered: " + std::to_string(result.dialogsAnswered) +
+                "; the windows then:\n" + windows + "its log until then:\n" + follower.Text());
         }
     }
     follower.Read();

@@ -233,7 +233,7 @@ SampleService::SampleService(std::wstring_view name, ServiceMode mode, std::wstr
     : m_name(name),
       m_program(L"Velmora.Sample.Service.exe", std::move(path))
 {
-    const UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
+    const UniqueService manager = OpenServiceManager(SC_MANAGER_CREATE_SERVICE);
     const std::wstring commandLine = Quoted(m_program.Path()) + L" " + NumberOf(mode) + L" " + m_ready.Name();
     const UniqueService service(CreateServiceW(manager.get(), m_name.c_str(), m_name.c_str(), SERVICE_QUERY_STATUS,
                                                SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,

@@ -1,6 +1,7 @@
 #include "support/Services.h"
 
 #include "support/Names.h"
+#include "support/Waiting.h"
 #include "support/Wine.h"
 #include "support/product/Product.h"
 
@@ -21,13 +22,23 @@ std::optional<DWORD> ActiveProcessOf(const std::wstring& name)
 }
 } // namespace
 
-UniqueService OpenServiceOf(const std::wstring& name, DWORD access)
+UniqueService OpenServiceManager(DWORD access)
 {
-    UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    if (!manager)
+    UniqueService manager;
+    const bool isOpen = BecomesTrue([&] {
+        manager.reset(OpenSCManagerW(nullptr, nullptr, access));
+        return manager || GetLastError() != RPC_S_SERVER_UNAVAILABLE;
+    });
+    if (!isOpen || !manager)
     {
         ThrowWindowsError("Cannot open the service manager", GetLastError());
     }
+    return manager;
+}
+
+UniqueService OpenServiceOf(const std::wstring& name, DWORD access)
+{
+    UniqueService manager = OpenServiceManager(SC_MANAGER_CONNECT);
     UniqueService service(OpenServiceW(manager.get(), name.c_str(), access));
     const DWORD error = GetLastError();
     // Closing the manager must not hide the reason.
