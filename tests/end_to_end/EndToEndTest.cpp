@@ -5,7 +5,6 @@
 #include "support/ReportAddress.h"
 #include "support/RunningProduct.h"
 #include "support/Servers.h"
-#include "support/Services.h"
 
 #include <windows.h>
 
@@ -102,7 +101,6 @@ void AskForProfiles()
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
 {
     AskForProfiles();
-    OpenServiceManager(SC_MANAGER_CONNECT); // which the program needs too
     RegisterServers();
     const std::wstring built = BuiltFile(c_programName);
     if (!CopyFileW(built.c_str(), m_program.c_str(), FALSE))
