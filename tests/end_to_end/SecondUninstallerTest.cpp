@@ -45,7 +45,8 @@ protected:
         Run(L"-s", WithSecond("", ProgramPath(), L"-s", second));
     }
 
-    // The same for two that are started in the installation folder.
+    // Runs a silent one in the installation folder, and a second one there as soon as the line is in the first one's
+    // log.
     void RunTwoInstalled(std::string_view line)
     {
         // Without stand-ins, which there is no service for: the first one may end the second before they are loaded.

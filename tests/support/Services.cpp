@@ -1,7 +1,6 @@
 #include "support/Services.h"
 
 #include "support/Names.h"
-#include "support/Waiting.h"
 #include "support/Wine.h"
 #include "support/product/Product.h"
 
@@ -24,12 +23,8 @@ std::optional<DWORD> ActiveProcessOf(const std::wstring& name)
 
 UniqueService OpenServiceManager(DWORD access)
 {
-    UniqueService manager;
-    const bool isOpen = BecomesTrue([&] {
-        manager.reset(OpenSCManagerW(nullptr, nullptr, access));
-        return manager || GetLastError() != RPC_S_SERVER_UNAVAILABLE;
-    });
-    if (!isOpen || !manager)
+    UniqueService manager(OpenSCManagerW(nullptr, nullptr, access));
+    if (!manager)
     {
         ThrowWindowsError("Cannot open the service manager", GetLastError());
     }

@@ -18,8 +18,7 @@ struct ServiceCloser
 };
 using UniqueService = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceCloser>;
 
-// Connects to the service manager, which on a busy machine may still be starting: it is waited for. Throws
-// std::runtime_error when there is none.
+// Connects to the service manager. Throws std::runtime_error when there is none.
 UniqueService OpenServiceManager(DWORD access);
 
 // Opens a service: empty when it cannot be opened, the reason then is GetLastError(). As long as anybody has it open, a
