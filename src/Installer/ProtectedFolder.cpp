@@ -64,6 +64,13 @@ bool IsProfile(const std::filesystem::path& folder)
     return profiles && folder.parent_path() == *profiles;
 }
 
+// Whatever it is, no product lives there.
+bool IsInsideWindows(const std::filesystem::path& folder)
+{
+    const auto windows = FindKnownFolder(FOLDERID_Windows);
+    return windows && IsInside(folder, *windows);
+}
+
 } // namespace
 
 bool IsProtectedFolder(const std::wstring& folder) noexcept
@@ -78,7 +85,7 @@ try
     {
         *canonical = canonical->parent_path(); // less the separator at its end
     }
-    return IsVolumeRoot(*canonical) || IsProfile(*canonical) ||
+    return IsVolumeRoot(*canonical) || IsProfile(*canonical) || IsInsideWindows(*canonical) ||
            std::ranges::any_of(c_protectedFolders, [&](const KNOWNFOLDERID* id) {
                const auto known = FindKnownFolder(*id);
                return known && (*known == *canonical || IsInside(*known, *canonical));

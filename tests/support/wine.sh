@@ -9,7 +9,31 @@ export WINEDLLOVERRIDES="mscoree=;mshtml=;winedbg.exe=d;winemenubuilder.exe=d"
 export WINEARCH=win64
 unset WINEPREFIX
 
-# Makes the prefix that all others are copied from, unless it is there already: build/wine/ready.
+# Runs a program of Wine's own; one that does not end within two minutes has failed.
+in_windows() {
+    echo "> $*"
+    env -u DISPLAY timeout --kill-after=10 120 "$wine" "$@" </dev/null
+}
+
+# Sets Windows up in the folder $WINEPREFIX.
+set_up_prefix() {
+    local value style
+    in_windows wineboot -i || return
+    # A Windows 10 of 2022: Wine knows that of 2019, and the program needs that of 2020.
+    in_windows winecfg -v win10 || return
+    for value in CurrentBuild CurrentBuildNumber; do
+        in_windows reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion' /v "$value" /d 19045 /f || return
+    done
+    # Without a window manager Wine would wait for one at every window that closes.
+    in_windows reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f || return
+    # A free font in the place of the status window's.
+    for style in '' ' Semibold'; do
+        in_windows reg add 'HKCU\Software\Wine\Fonts\Replacements' /v "Segoe UI$style" /d "Open Sans$style" /f || return
+    done
+    timeout --kill-after=10 120 "$wineserver" -w
+}
+
+# Makes the prefix that all others are copied from, unless it is there already: build/wine/ready. Wine gets three tries.
 # Everything in it is a real folder (Wine makes links into the home folder), so nothing outside can be deleted from it.
 make_ready_prefix() {
     local prefix="$wine_folder/ready"
@@ -18,26 +42,19 @@ make_ready_prefix() {
         flock 9
         # Another user's would not do: Wine would link its own user's folders to the home folder.
         if [ "$prefix/complete" -nt "${BASH_SOURCE[0]}" ] && [ -O "$prefix" ]; then exit 0; fi
-        local new="$wine_folder/ready.new"
+        local new="$wine_folder/ready.new" try
         # What the unit tests share was copied from the last one.
         WINEPREFIX="$wine_folder/unit" "$wineserver" -k >/dev/null 2>&1 || true
-        rm -rf "$new" "$prefix" "$wine_folder/unit"
+        rm -rf "$prefix" "$wine_folder/unit"
         export WINEPREFIX="$new"
-        env -u DISPLAY "$wine" wineboot -i >"$wine_folder/wineboot.log" 2>&1 </dev/null
-        # A Windows 10 of 2022: Wine knows that of 2019, and the program needs that of 2020.
-        env -u DISPLAY "$wine" winecfg -v win10 >/dev/null 2>&1 </dev/null
-        for value in CurrentBuild CurrentBuildNumber; do
-            env -u DISPLAY "$wine" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion' /v "$value" /d 19045 /f \
-                >/dev/null 2>&1 </dev/null
-        done
-        # Without a window manager Wine would wait for one at every window that closes.
-        env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
-        # A free font in the place of the status window's.
-        for style in '' ' Semibold'; do
-            env -u DISPLAY "$wine" reg add 'HKCU\Software\Wine\Fonts\Replacements' /v "Segoe UI$style" \
-                /d "Open Sans$style" /f >/dev/null 2>&1 </dev/null
-        done
-        "$wineserver" -w
+        for try in 1 2 3; do
+            rm -rf "$new"
+            if set_up_prefix >"$wine_folder/wineboot.log" 2>&1; then break; fi
+            "$wineserver" -k >/dev/null 2>&1 || true
+            echo "Wine did not set up its prefix (try $try of 3):"
+            cat "$wine_folder/wineboot.log"
+            [ "$try" != 3 ]
+        done >&2
         find "$new/drive_c/users" -type l | while IFS= read -r link; do
             rm "$link"
             mkdir "$link"

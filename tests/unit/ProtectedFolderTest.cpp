@@ -137,12 +137,13 @@ TEST_P(KnownFolderTest, protects_what_holds_it)
     EXPECT_TRUE(IsProtectedFolder(root.Path()));
 }
 
-TEST_P(KnownFolderTest, does_not_protect_what_is_in_it_or_beside_it)
+TEST_P(KnownFolderTest, protects_what_is_in_it_only_when_it_is_Windows_and_nothing_beside_it)
 {
     const std::wstring inside = Folder() + (known == &FOLDERID_UserProfiles ? L"\\me\\Velmora" : L"\\Velmora");
 
-    EXPECT_FALSE(IsProtectedFolder(inside));
-    EXPECT_FALSE(IsProtectedFolder(inside + L"\\"));
+    // No product lives in Windows itself.
+    EXPECT_EQ(IsProtectedFolder(inside), known == &FOLDERID_Windows);
+    EXPECT_EQ(IsProtectedFolder(inside + L"\\"), known == &FOLDERID_Windows);
     EXPECT_FALSE(IsProtectedFolder(Folder() + L" 2"));
     EXPECT_FALSE(IsProtectedFolder(Folder().substr(0, Folder().size() - 1)));
 }
