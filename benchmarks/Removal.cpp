@@ -183,15 +183,26 @@ void MeasureTree(Shape shape, int files, double& perFileOfFirst)
 }
 } // namespace
 
-void MeasureRemoval(bool isLong)
+void MeasureRemoval(bool isLong, std::wstring_view shape)
 {
-    for (const Shape shape : {Shape::Flat, Shape::Deep, Shape::Wide})
+    bool isMeasured = false;
+    for (const Shape each : {Shape::Flat, Shape::Deep, Shape::Wide})
     {
+        const std::string_view name = NameOf(each);
+        if (!shape.empty() && !std::ranges::equal(shape, name))
+        {
+            continue;
+        }
         double perFileOfFirst = 0;
         for (const int files : isLong ? std::vector{1000, 10'000, 100'000} : std::vector{1000, 10'000})
         {
-            MeasureTree(shape, files, perFileOfFirst);
+            MeasureTree(each, files, perFileOfFirst);
         }
+        isMeasured = true;
+    }
+    if (!isMeasured)
+    {
+        throw std::runtime_error("There is no such shape.");
     }
 }
 } // namespace Benchmarks

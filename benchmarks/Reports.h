@@ -2,6 +2,7 @@
 
 namespace Benchmarks
 {
-// What crash reporting adds to a run: its start, and its end with and without something to send and somebody to take it.
+// What crash reporting adds to a run: its start, and its end with and without something to send and somebody to take
+// it.
 void MeasureReports();
 } // namespace Benchmarks

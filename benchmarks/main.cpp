@@ -1,5 +1,6 @@
-// Benchmarks [--long | --trees]: prints a table of how long things take, each compared with something in the same run;
-// with --long, trees of 100,000 files too, with --trees nothing but trees.
+// Benchmarks [--long | --trees [flat | deep | wide]]: prints a table of how long things take, each compared with
+// something in the same run; with --long, trees of 100,000 files too, with --trees nothing but trees, of that shape
+// only.
 #include "Removal.h"
 #include "Reports.h"
 #include "Runs.h"
@@ -24,7 +25,7 @@ try
         MeasureRuns();
         MeasureReports();
     }
-    MeasureRemoval(!how.empty());
+    MeasureRemoval(!how.empty(), count > 2 ? arguments[2] : L"");
     return 0;
 }
 catch (const std::exception& exception)
