@@ -53,7 +53,7 @@ make_ready_prefix() {
             "$wineserver" -k >/dev/null 2>&1 || true
             echo "Wine did not set up its prefix (try $try of 3):"
             cat "$wine_folder/wineboot.log"
-            [ "$try" != 3 ]
+            [ "$try" != 3 ] || exit 1
         done >&2
         find "$new/drive_c/users" -type l | while IFS= read -r link; do
             rm "$link"
