@@ -40,6 +40,12 @@ void WaitWhileStarting(const StatusWindowData& data)
     }
 }
 
+// The window when it is running, else null. The handle is there before the state says so.
+HWND FindRunningWindow(const StatusWindowData& data)
+{
+    return data.state == StatusWindowState::Running ? data.window.load() : nullptr;
+}
+
 // How far the whole run is, in percent.
 std::int32_t OverallProgress(int phase, int phaseCount, int percent)
 {
@@ -75,16 +81,15 @@ StatusWindow::StatusWindow(HINSTANCE module, const std::wstring& className, cons
 
 StatusWindow::~StatusWindow()
 {
-    HWND window = m_data->window;
-    if (State() == StatusWindowState::Running)
+    if (HWND running = FindRunningWindow(*m_data); running != nullptr)
     {
-        SendMessageW(window, WM_CLOSE, 0, 0);
+        SendMessageW(running, WM_CLOSE, 0, 0);
         m_data->accessibilityRoot.reset();
     }
     m_data->thread.reset();
-    if (window != nullptr)
+    if (HWND window = m_data->window; window != nullptr)
     {
-        DestroyWindow(window); // gone already, unless its thread has been stopped
+        DestroyWindow(window); // fails: it is gone, or came only now and is its thread's
     }
 }
 
@@ -96,15 +101,15 @@ StatusWindowState StatusWindow::State() const
 HWND StatusWindow::Window() const
 {
     // The user can close the window, and a dialog with an owner that is gone would not be shown.
-    HWND window = m_data->window;
-    return State() == StatusWindowState::Running && IsWindow(window) ? window : nullptr;
+    HWND window = FindRunningWindow(*m_data);
+    return IsWindow(window) ? window : nullptr;
 }
 
 void StatusWindow::SetStatusText(const std::wstring& text)
 {
-    if (State() == StatusWindowState::Running)
+    if (HWND window = FindRunningWindow(*m_data); window != nullptr)
     {
-        SendMessageW(m_data->window, c_setStatusText, 0, reinterpret_cast<LPARAM>(text.c_str()));
+        SendMessageW(window, c_setStatusText, 0, reinterpret_cast<LPARAM>(text.c_str()));
     }
 }
 
@@ -117,11 +122,11 @@ void StatusWindow::SetPhase(int phase, int, int percent)
 
 void StatusWindow::SetProgress(int percent)
 {
-    if (State() != StatusWindowState::Running)
+    HWND window = FindRunningWindow(*m_data);
+    if (window == nullptr)
     {
         return;
     }
-    HWND window = m_data->window;
     const std::int32_t progress = OverallProgress(m_data->phase, m_data->phaseCount, percent);
     wil::com_ptr_nothrow<ITaskbarList3> taskbar;
     CoCreateInstance(CLSID_TaskbarList, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(taskbar.put()));

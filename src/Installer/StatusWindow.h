@@ -26,9 +26,9 @@ struct StatusWindowData;
 class StatusWindow
 {
 public:
-    // Starts the window's thread and waits for it, for about a second at most. State() tells the outcome; a window that
-    // comes later still becomes Running. The logo is the "PNG" resource of that number; none is fine. The headline may
-    // have two lines.
+    // Starts the window's thread and waits for it, for about a second at most. State() tells how that ended, and
+    // changes once more when the window comes later. The logo is the "PNG" resource of that number; none is fine. The
+    // headline may have two lines.
     StatusWindow(HINSTANCE module, const std::wstring& className, const std::wstring& title,
                  const std::wstring& headline, int logoResourceId);
 

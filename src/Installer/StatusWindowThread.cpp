@@ -121,6 +121,15 @@ void OnSetProgress(HWND window, std::int32_t progress)
     InvalidateRect(window, nullptr, TRUE);
 }
 
+// UI Automation holds elements that have raised an event until it is told that their window goes.
+void OnDestroy(HWND window)
+{
+    if (RootOf(window))
+    {
+        UiaReturnRawElementProvider(window, 0, 0, nullptr);
+    }
+}
+
 void OnDestroyed(StatusWindowData* data)
 {
     BufferedPaintUnInit();
@@ -160,6 +169,9 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARA
                 return UiaReturnRawElementProvider(window, wParam, lParam, root.get());
             }
         }
+        break;
+    case WM_DESTROY:
+        OnDestroy(window);
         break;
     case WM_NCDESTROY:
         OnDestroyed(DataOf(window));

@@ -34,7 +34,7 @@ struct StatusWindowData
     std::wstring title;
     std::wstring headline;
 
-    // Set by the window's thread; the state by both.
+    // Set by the window's thread, the window before the state becomes Running; the state by both.
     std::atomic<HWND> window = nullptr;
     std::atomic<StatusWindowState> state = StatusWindowState::Starting;
 

@@ -45,6 +45,9 @@ public:
     // Called on the thread: gives way to the test until it says GoOn.
     void StandStill() { SwitchToFiber(m_test); }
 
+    // Whether it is the thread that asks.
+    bool IsCurrent() const { return m_fiber != nullptr && GetCurrentFiber() == m_fiber; }
+
     bool IsRunning() const { return m_fiber != nullptr && !m_ended; }
     DWORD ExitCode() const { return m_exitCode; }
 

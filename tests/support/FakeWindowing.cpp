@@ -33,8 +33,17 @@ void FakeWindowing::EndLoop(int result)
 
 void FakeWindowing::DestroyTheWindow()
 {
+    Send(WM_DESTROY);
     Send(WM_NCDESTROY);
     m_windowExists = false;
+}
+
+void FakeWindowing::ForgetRaisers()
+{
+    for (IRawElementProviderSimple* const raiser : std::exchange(m_raisers, {}))
+    {
+        raiser->Release();
+    }
 }
 
 std::vector<std::string> FakeWindowing::LeftBehind() const
@@ -58,6 +67,10 @@ std::vector<std::string> FakeWindowing::LeftBehind() const
     if (m_memory != nullptr && GlobalFlags(m_memory) != GMEM_INVALID_HANDLE)
     {
         left.emplace_back("memory");
+    }
+    if (!m_raisers.empty())
+    {
+        left.emplace_back("elements that UI Automation holds");
     }
     return left;
 }

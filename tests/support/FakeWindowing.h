@@ -81,6 +81,7 @@ public:
 
 private:
     void DestroyTheWindow();
+    void ForgetRaisers();
     template <class Result, class... Arguments>
     Result Answer(const std::string& function, Result success, Result failure, const Arguments&... arguments)
     {
@@ -97,6 +98,7 @@ private:
     std::deque<MSG> m_queue;
     std::optional<int> m_loopResult;
     HGLOBAL m_memory = nullptr;
+    std::vector<IRawElementProviderSimple*> m_raisers; // held until UI Automation is told that the window goes
 
     HANDLE m_threadHandle = reinterpret_cast<HANDLE>(INT_PTR{0x1c4});
     HWND m_desktop = reinterpret_cast<HWND>(INT_PTR{0x10010});
@@ -211,12 +213,13 @@ private:
     };
     Fake<&::DestroyWindow> m_destroyWindow = [this](HWND window) -> BOOL {
         journal.Add("DestroyWindow", window);
-        const bool exists = m_windowExists && window == Window();
-        if (exists)
+        if (!m_windowExists || window != Window() || !thread.IsCurrent())
         {
-            DestroyTheWindow();
+            SetLastError(m_windowExists && window == Window() ? ERROR_ACCESS_DENIED : ERROR_INVALID_WINDOW_HANDLE);
+            return FALSE;
         }
-        return exists;
+        DestroyTheWindow();
+        return TRUE;
     };
     Fake<&::IsWindow> m_isWindow = [this](HWND window) -> BOOL { return m_windowExists && window == Window(); };
     Fake<&::SetWindowLongPtrW> m_setWindowLong = [this](HWND window, int index, LONG_PTR value) {
@@ -404,6 +407,16 @@ private:
     };
     Fake<&::UiaReturnRawElementProvider> m_returnProvider = [this](HWND window, WPARAM wParam, LPARAM lParam,
                                                                    IRawElementProviderSimple* provider) -> LRESULT {
+        EXPECT_TRUE(m_windowExists);
+        if (provider == nullptr)
+        {
+            journal.Add("UiaReturnRawElementProvider", window, wParam, lParam, provider);
+            if (wParam == 0 && lParam == 0)
+            {
+                ForgetRaisers();
+            }
+            return 0;
+        }
         journal.Add("UiaReturnRawElementProvider", window, wParam, lParam);
         givenRoot = provider;
         return 815;
@@ -413,6 +426,11 @@ private:
         journal.Add("UiaRaiseAutomationEvent", id);
         raisedFor.push_back(provider);
         onEvent();
+        if (m_windowExists)
+        {
+            provider->AddRef();
+            m_raisers.push_back(provider);
+        }
         return S_OK;
     };
 };

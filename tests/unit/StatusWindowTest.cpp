@@ -1,6 +1,7 @@
 #include "Installer/StatusWindow.h"
 
 #include "Installer/StatusWindowThread.h"
+#include "support/AfterFirstAccess.h"
 #include "support/FakeWindowing.h"
 #include "support/OutOfMemory.h"
 
@@ -497,6 +498,7 @@ TEST_F(StatusWindowTest, leaves_everything_that_needs_its_object_to_Windows_befo
 
     EXPECT_EQ(CallsFor(WM_GETOBJECT, 7, UiaRootObjectId), Calls{"DefWindowProcW(61, 7, -25)"});
     EXPECT_EQ(CallsFor(WM_PAINT), Calls{"DefWindowProcW(15, 0, 0)"});
+    EXPECT_EQ(CallsFor(WM_DESTROY), Calls{"DefWindowProcW(2, 0, 0)"});
     EXPECT_EQ(CallsFor(WM_NCDESTROY), (Calls{"BufferedPaintUnInit()", "DefWindowProcW(130, 0, 0)"}));
 
     BufferedPaintInit();
@@ -508,7 +510,6 @@ TEST_F(StatusWindowTest, leaves_all_other_messages_to_Windows)
     OpenQuietly();
 
     EXPECT_EQ(CallsFor(WM_ERASEBKGND, 5, 6), Calls{"DefWindowProcW(20, 5, 6)"});
-    EXPECT_EQ(CallsFor(WM_DESTROY), Calls{"DefWindowProcW(2, 0, 0)"}); // no WM_QUIT: the thread stays
     EXPECT_EQ(CallsFor(WM_NCHITTEST, 0, 1), Calls{"DefWindowProcW(132, 0, 1)"});
     EXPECT_EQ(CallsFor(WM_USER, 1, 2), Calls{"DefWindowProcW(1024, 1, 2)"});
     EXPECT_EQ(CallsFor(WM_USER + 3, 1, 2), Calls{"DefWindowProcW(1027, 1, 2)"});
@@ -579,6 +580,8 @@ TEST_F(StatusWindowTest, has_no_elements_when_memory_runs_out)
     EXPECT_EQ(window->State(), StatusWindowState::Running);
     EXPECT_EQ(CallsFor(WM_GETOBJECT, 7, UiaRootObjectId), Calls{"DefWindowProcW(61, 7, -25)"});
     EXPECT_EQ(Shown(), "Uninstalling Velmora\nThis may take a few seconds.|Getting things ready...|0");
+    window.reset();
+    EXPECT_THAT(windowing.journal.Take(), Not(Contains(StartsWith("UiaReturnRawElementProvider("))));
 }
 
 TEST_F(StatusWindowTest, runs_an_ordinary_message_loop)
@@ -608,7 +611,8 @@ TEST_P(StatusWindowLoopTest, ends_when_there_are_no_more_messages_and_gives_ever
     EXPECT_FALSE(windowing.thread.IsRunning());
     EXPECT_EQ(windowing.thread.ExitCode(), 0U);
     EXPECT_EQ(windowing.journal.Take(),
-              (Calls{"DestroyWindow(window)", "BufferedPaintUnInit()", "GdipDisposeImage(bitmap(logo))",
+              (Calls{"DestroyWindow(window)", "UiaReturnRawElementProvider(window, 0, 0, null)",
+                     "DefWindowProcW(2, 0, 0)", "BufferedPaintUnInit()", "GdipDisposeImage(bitmap(logo))",
                      "DefWindowProcW(130, 0, 0)", "UnregisterClassW(#49443, module)", "GdiplusShutdown(GDI+ 1)"}));
     EXPECT_THAT(windowing.LeftBehind(), ElementsAre("1 thread handle"));
     // The window that is gone stays what it was to its owner.
@@ -758,12 +762,52 @@ TEST_F(StatusWindowTest, is_closed_when_it_goes)
     window.reset();
 
     EXPECT_EQ(windowing.journal.Take(),
-              (Calls{"SendMessageW(window, 16, 0, 0)", "DefWindowProcW(16, 0, 0)", "BufferedPaintUnInit()",
-                     "GdipDisposeImage(bitmap(logo))", "DefWindowProcW(130, 0, 0)", "CloseHandle(thread)",
-                     "DestroyWindow(window)"}));
+              (Calls{"SendMessageW(window, 16, 0, 0)", "DefWindowProcW(16, 0, 0)",
+                     "UiaReturnRawElementProvider(window, 0, 0, null)", "DefWindowProcW(2, 0, 0)",
+                     "BufferedPaintUnInit()", "GdipDisposeImage(bitmap(logo))", "DefWindowProcW(130, 0, 0)",
+                     "CloseHandle(thread)", "DestroyWindow(window)"}));
     // What is left is its thread's, which waits for messages until the process ends.
     EXPECT_TRUE(windowing.thread.IsRunning());
     EXPECT_THAT(windowing.LeftBehind(), ElementsAre("GDI+ 1", "1 window class"));
+}
+
+TEST_F(StatusWindowTest, tells_UI_Automation_that_it_goes_while_its_root_is_still_there)
+{
+    OpenQuietly();
+    windowing.clientsListen = true;
+    windowing.Send(WM_PAINT);
+    ASSERT_THAT(windowing.LeftBehind(), Contains("elements that UI Automation holds"));
+    const auto root = data.lock()->accessibilityRoot;
+    Fake<&UiaReturnRawElementProvider> returnProvider = [&](HWND handle, WPARAM wParam, LPARAM lParam,
+                                                            IRawElementProviderSimple* provider) -> LRESULT {
+        EXPECT_TRUE(data.lock()->accessibilityRoot);
+        return returnProvider.Hidden(handle, wParam, lParam, provider);
+    };
+
+    window.reset();
+
+    // Nobody else holds any of its elements any more.
+    EXPECT_THAT(windowing.LeftBehind(), Not(Contains("elements that UI Automation holds")));
+    root->AddRef();
+    EXPECT_EQ(root->Release(), 1U);
+}
+
+// Another thread may do anything between two of this one's reads.
+TEST_F(StatusWindowTest, may_come_at_the_very_moment_when_it_goes)
+{
+    windowing.threadStart = 1051;
+    Open();
+    windowing.journal.Take();
+    const auto known = data.lock();
+    {
+        const AfterFirstAccess comes(*known, [] { Sleep(1); });
+        window.reset();
+    }
+
+    EXPECT_EQ(known->state, StatusWindowState::Running);
+    EXPECT_EQ(windowing.journal.CallsOf({"SendMessageW", "CloseHandle", "DestroyWindow"}),
+              (Calls{"CloseHandle(thread)", "DestroyWindow(window)"}));
+    EXPECT_TRUE(windowing.WindowExists()); // it is its thread's: no other one can destroy it
 }
 
 TEST_F(StatusWindowTest, releases_its_root_when_it_goes_and_leaves_it_to_those_who_still_hold_it)
