@@ -118,7 +118,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     {
         return ShowHelp(logger);
     }
-    if (window && window->State() != Installer::StatusWindowState::Running)
+    if (window && runType != Installer::RunType::Gui) // whether or not it has come by now
     {
         logger.Warning(L"Failed to create the uninstaller window, running in verbose mode.", false);
     }

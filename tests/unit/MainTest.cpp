@@ -331,6 +331,22 @@ TEST_F(MainWindowTest, a_window_that_comes_late_is_used_from_then_on_and_goes_af
     EXPECT_EQ(log.All()[2], c_noWindow);
 }
 
+TEST_F(MainWindowTest, a_window_that_comes_just_after_it_was_given_up_was_too_late_all_the_same)
+{
+    desktop.outcome = FakeStatusWindow::Outcome::Late;
+    Fake<&AllocConsole> comes = [this]() -> BOOL {
+        desktop.ShowNow();
+        return TRUE;
+    };
+    CancelWhenAsked();
+
+    EXPECT_EQ(Run(L"-g"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Verbose");
+    EXPECT_EQ(log.All()[2], c_noWindow);
+    EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
+}
+
 TEST_F(MainWindowTest, a_check_that_fails_tells_the_user_in_the_window_before_it_goes)
 {
     isNewEnough = FALSE;
