@@ -385,6 +385,48 @@ TEST_F(StopRunningClientTest, asks_the_windows_that_it_found_before_one_went_awa
                 ElementsAre("owner 10", "next 10 2", "owner 20", "next 20 2", "class 10 512", "post 10 111 c351 0"));
 }
 
+TEST_F(StopRunningClientTest, asks_a_window_once_that_is_met_twice)
+{
+    AddClient(40);
+    const FakeWindow handler{.handle = 0x10, .process = 40, .className = c_handler};
+    windows.Add(handler);
+    windows.Add({.handle = 0x20, .process = 4, .className = L"Other"});
+    windows.onOwner = [&](std::uintptr_t window) {
+        if (window == 0x20) // as soon as it has been met, it goes behind the next one
+        {
+            windows.Remove(handler.handle);
+            windows.Add(handler);
+        }
+    };
+    windows.onPost = [this](std::uintptr_t) { processes.Remove(40); };
+
+    EXPECT_TRUE(Stop());
+
+    EXPECT_THAT(CallsOf({"owner", "class", "post"}),
+                ElementsAre("owner 10", "owner 20", "owner 10", "class 10 512", "post 10 111 c351 0"));
+    EXPECT_EQ(log.Lines(), (Lines{Found(40), c_asked, c_ended}));
+}
+
+TEST_F(StopRunningClientTest, writes_the_ids_of_processes_without_a_sign)
+{
+    AddClient(0x80000004);
+    AddClient(0xFFFFFFFC);
+
+    EXPECT_TRUE(Stop());
+
+    EXPECT_EQ(log.Lines(),
+              (Lines{"|INFO|:    [ClientHelper] Found running Velmora process! (2147483652). Attempting to gracefully "
+                     "stop it...",
+                     "|INFO|:    [ClientHelper] Found running Velmora process! (4294967292). Attempting to gracefully "
+                     "stop it...",
+                     "|INFO|:    [ClientHelper] Velmora process still running after graceful shutdown attempt. "
+                     "(2147483652). Attempting to force close...",
+                     c_terminated,
+                     "|INFO|:    [ClientHelper] Velmora process still running after graceful shutdown attempt. "
+                     "(4294967292). Attempting to force close...",
+                     c_terminated, c_allTerminated}));
+}
+
 TEST_F(StopRunningClientTest, looks_ten_times_a_second_apart_before_it_terminates)
 {
     for (const ULONGLONG end : std::initializer_list<ULONGLONG>{1, 999, 1000, 5500, 8999, 9000})
@@ -946,6 +988,19 @@ TEST_F(CheckDirectoryLockedTest, asks_the_user_with_the_processes_on_one_line)
             .buttons = {{4, L"Retry"}, {11, L"Continue"}, {2, L"Cancel"}},
             .defaultButton = 2,
             .footer = L"[1200] a.exe[3400] b.exe"}));
+}
+
+TEST_F(CheckDirectoryLockedTest, writes_the_ids_of_processes_without_a_sign)
+{
+    AddProgram(0x80000004, L"Velmora\\a.exe");
+    AddProgram(0xFFFFFFFC, L"Velmora\\b.exe");
+    dialog.Answer({.button = IDCANCEL});
+
+    EXPECT_FALSE(Check());
+
+    EXPECT_EQ(dialog.Shown().front().footer, L"[2147483652] a.exe[4294967292] b.exe");
+    EXPECT_EQ(log.Lines(), Listed({"|WARNING|:                  - a.exe (Pid: 2147483652)",
+                                   "|WARNING|:                  - b.exe (Pid: 4294967292)", c_canceled}));
 }
 
 TEST_F(CheckDirectoryLockedTest, keeps_a_name_with_a_line_break_on_the_line)

@@ -1,13 +1,20 @@
 #include "Uninstaller/ExitCode.h"
 
+#include "Installer/Common.h"
 #include "ProductSettings.h"
+
+#include <windows.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace
 {
@@ -78,6 +85,57 @@ TEST(ExitCodeTest, messages_with_places_for_values_cannot_be_had_without_them)
     for (const int code : c_patterns)
     {
         EXPECT_THROW(exitCodeMessage(code), fmt::format_error) << code;
+    }
+}
+
+// Where this program keeps a text among its constants; null when it does not. The test's own texts are narrow ones.
+wchar_t* FindConstant(const std::wstring& text)
+{
+    auto* const base = reinterpret_cast<char*>(GetModuleHandleW(nullptr));
+    const auto* const headers =
+        reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
+    const std::string_view image(base, headers->OptionalHeader.SizeOfImage);
+    // With the null at its end.
+    const auto found = image.find({reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
+    return found == std::string_view::npos ? nullptr : reinterpret_cast<wchar_t*>(base + found);
+}
+
+// What a code's message is when the program's constant of that text has lost the braces of its places, so that it needs
+// no values; and what it is to be then.
+std::pair<std::wstring, std::wstring> MessageWithoutPlaces(int code, const std::string& text)
+{
+    const std::wstring pattern = Installer::Utf8ToWide(text);
+    wchar_t* const constant = FindConstant(pattern);
+    if (constant == nullptr)
+    {
+        return {L"no such text", pattern};
+    }
+    std::wstring expected = pattern;
+    std::ranges::replace(expected, L'{', L'<');
+    std::ranges::replace(expected, L'}', L'>');
+    DWORD protection = 0;
+    VirtualProtect(constant, pattern.size() * sizeof(wchar_t), PAGE_READWRITE, &protection);
+    expected.copy(constant, expected.size());
+    const std::wstring message = exitCodeMessage(code);
+    pattern.copy(constant, pattern.size());
+    VirtualProtect(constant, pattern.size() * sizeof(wchar_t), protection, &protection);
+    return {message, expected};
+}
+
+TEST(ExitCodeTest, messages_with_places_for_values_are_known_to_the_letter)
+{
+    for (const auto& [code, text] : std::initializer_list<std::pair<int, std::string>>{
+             {11, "A downgrade attempt was made from {} to {}.  This is not supported. Please download the latest "
+                  "version of Velmora from " VELMORA_DOWNLOAD_SITE " or uninstall Velmora first before continuing."},
+             {13, "There's not enough space on your disk to install Velmora to '{}'. {} MB required, but only found {} "
+                  "MB!"},
+             {14, "Velmora was unable to determine how much disk space is required to install: {}. Please see the logs "
+                  "for more information."},
+             {16, "Unable to copy the Velmora Uninstaller to temporary directory. Please restart your system and try "
+                  "again. Reason: {}."}})
+    {
+        const auto [message, expected] = MessageWithoutPlaces(code, text);
+        EXPECT_EQ(message, expected) << code;
     }
 }
 

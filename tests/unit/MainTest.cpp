@@ -184,6 +184,15 @@ TEST_F(MainTest, a_silent_run_does_everything_in_its_order)
     EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
 }
 
+TEST_F(MainTest, writes_the_id_of_its_process_without_a_sign)
+{
+    const Fake<&GetCurrentProcessId> high = []() -> DWORD { return 0xFFFFFFFC; };
+
+    Run(L"-h");
+
+    EXPECT_EQ(log.All().front(), "|INFO|:    Running the Velmora uninstaller (4294967292)...");
+}
+
 TEST_F(MainTest, a_mutex_that_cannot_be_closed_at_the_end_is_an_exception)
 {
     handles.closeError = ERROR_INVALID_HANDLE;

@@ -358,4 +358,51 @@ TEST_F(RelocateTest, what_is_no_standard_exception_passes)
     EXPECT_THROW(Relocate(), int);
 }
 
+// A run that ends with an error, whose log is opened.
+class RelocateEndTest : public RelocateTest
+{
+protected:
+    RelocateEndTest()
+    {
+        root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
+        log.onLine = [this](const std::string& line) {
+            if (line == "|INFO|:    Requested to open log...")
+            {
+                isAskedToOpen = true;
+                EXPECT_FALSE(desktop.Calls().empty());
+                EXPECT_TRUE(HasNotFinished());
+            }
+        };
+    }
+
+    // Nothing has been done of what comes at the very end.
+    bool HasNotFinished() const
+    {
+        return scheduled.empty() && SentryTesting::CurrentRun().isStarted &&
+               Exists(root / L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
+    }
+
+    bool isAskedToOpen = false;
+};
+
+TEST_F(RelocateEndTest, a_failed_copy_ends_after_the_message_box_and_after_the_log_is_opened)
+{
+    copyResult = [](unsigned) { return ERROR_ACCESS_DENIED; };
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_TRUE(isAskedToOpen);
+    EXPECT_FALSE(HasNotFinished());
+}
+
+TEST_F(RelocateEndTest, a_failed_start_ends_after_the_message_box_and_after_the_log_is_opened)
+{
+    startResult = ERROR_FILE_NOT_FOUND;
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
+
+    EXPECT_TRUE(isAskedToOpen);
+    EXPECT_EQ(scheduled.size(), 1U);
+}
+
 } // namespace

@@ -160,9 +160,11 @@ protected:
     Fake<&SHChangeNotify> notify = [](LONG, UINT, LPCVOID, LPCVOID) {};
     Fake<&SendMessageTimeoutW> send = [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, PDWORD_PTR) -> LRESULT { return 1; };
     Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        onFinish();
         scheduled.emplace_back(from);
         return TRUE;
     };
+    std::function<void()> onFinish = [] {}; // the first that the end of a run does
     Fake<&FormatMessageW> format = [](DWORD, LPCVOID, DWORD code, DWORD, LPWSTR text, DWORD, va_list*) -> DWORD {
         return static_cast<DWORD>(swprintf(text, 256, L"<%lx>", code));
     };
@@ -352,6 +354,7 @@ protected:
     {
         desktop.onCall = [this](const std::string& call) { order.push_back(call); };
         log.onLine = [this](const std::string&) { order.push_back(LogLines().back()); };
+        onFinish = [this] { order.emplace_back("finish"); };
     }
 
     ExitCode Run()
@@ -402,8 +405,10 @@ TEST_F(SequenceWindowTest, shows_what_is_done_and_how_far_it_is)
     expected.emplace_back("progress 86");
     expected.insert(expected.end(), c_fullLog.end() - 3, c_fullLog.end() - 1);
     step({"progress 90", "progress 100"}, "Uninstall Complete!");
-    expected.insert(expected.end(), {"foreground", "box 64 \"Velmora Uninstalled\" \"Velmora has been successfully "
-                                                   "uninstalled.\""});
+    expected.insert(expected.end(), {"foreground",
+                                     "box 64 \"Velmora Uninstalled\" \"Velmora has been successfully "
+                                     "uninstalled.\"",
+                                     "finish"});
     EXPECT_EQ(order, expected);
 }
 
@@ -438,12 +443,12 @@ TEST_F(SequenceWindowTest, tells_of_a_partial_success_before_the_log_is_opened)
 
     EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
 
-    ASSERT_GE(order.size(), 5U);
-    EXPECT_EQ(Lines(order.end() - 5, order.end()),
+    ASSERT_GE(order.size(), 6U);
+    EXPECT_EQ(Lines(order.end() - 6, order.end()),
               (Lines{c_partial[0], "foreground",
                      "box 48 \"Velmora Partially Uninstalled\" \"Velmora has been successfully uninstalled, but some "
                      "files may remain. See the logs for more information.\"",
-                     c_partial[1], c_partial[2]}));
+                     c_partial[1], c_partial[2], "finish"}));
 }
 
 TEST_F(SequenceWindowTest, tells_without_an_owner_when_the_window_could_not_be_shown)
@@ -465,10 +470,11 @@ TEST_F(SequenceWindowTest, tells_that_the_client_still_runs)
 
     EXPECT_EQ(Run(), EXIT_ERROR_CLIENT_RUNNING);
 
-    EXPECT_EQ(Lines(order.end() - 3, order.end()),
-              (Lines{"|ERROR|:   Is Client Stopped:0, Services Stopped Result: 0", "foreground",
-                     "box 16 \"Velmora Uninstaller Failed\" \"" + Narrow(exitCodeMessage(EXIT_ERROR_CLIENT_RUNNING)) +
-                         "\""}));
+    EXPECT_EQ(
+        Lines(order.end() - 4, order.end()),
+        (Lines{"|ERROR|:   Is Client Stopped:0, Services Stopped Result: 0", "foreground",
+               "box 16 \"Velmora Uninstaller Failed\" \"" + Narrow(exitCodeMessage(EXIT_ERROR_CLIENT_RUNNING)) + "\"",
+               "finish"}));
 }
 
 TEST_F(SequenceWindowTest, asks_about_running_programs_in_front_of_the_window_and_tells_that_they_still_run)
@@ -486,10 +492,10 @@ TEST_F(SequenceWindowTest, asks_about_running_programs_in_front_of_the_window_an
 
     EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
     EXPECT_EQ(
-        Lines(order.end() - 5, order.end()),
+        Lines(order.end() - 6, order.end()),
         (Lines{"|INFO|:    [ClientHelper] User canceled the uninstaller.", "foreground",
                "box 16 \"Velmora Uninstaller Failed\" \"" + Narrow(exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED)) + "\"",
-               "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring..."}));
+               "|INFO|:    Requested to open log...", "|INFO|:    Not running as GUI, ignoring...", "finish"}));
 }
 
 TEST_F(SequenceWindowTest, a_run_without_a_window_shows_nothing)
@@ -825,6 +831,20 @@ TEST_F(RunningProductTest, removes_nothing_when_its_client_cannot_be_ended)
     EXPECT_EQ(LogLines().back(), "|ERROR|:   Is Client Stopped:0, Services Stopped Result: 0");
     EXPECT_EQ(clock.Sleeps().size(), 21U);
     ExpectNothingRemoved();
+}
+
+TEST_F(RunningProductTest, does_not_tell_the_makers_of_a_client_that_cannot_be_ended)
+{
+    sentry_init(sentry_options_new());
+    processes.Add({.id = 40, .name = L"Velmora.exe", .openToTerminateError = ERROR_ACCESS_DENIED});
+
+    EXPECT_EQ(Run(), EXIT_ERROR_CLIENT_RUNNING);
+
+    const SentryTesting::Run told = SentryTesting::CurrentRun();
+    SentryTesting::Forget();
+    EXPECT_TRUE(told.events.empty());
+    ASSERT_FALSE(told.breadcrumbs.empty());
+    EXPECT_EQ(told.breadcrumbs.back().message, "Error:Is Client Stopped:0, Services Stopped Result: 0");
 }
 
 TEST_F(RunningProductTest, removes_nothing_when_its_services_cannot_be_dealt_with)

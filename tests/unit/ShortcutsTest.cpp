@@ -114,12 +114,31 @@ TEST_F(ShortcutsTest, a_shortcut_that_is_let_go_is_deleted_at_a_later_attempt)
 
 TEST_F(ShortcutsTest, a_folder_that_cannot_be_found_is_asked_for_ten_times)
 {
-    folders.knownFolderResult = E_FAIL;
+    constexpr HRESULT c_missing = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    root.AddFile(L"Desktop\\Velmora.lnk");
+    root.AddFile(L"Programs\\Velmora.lnk");
+    folders.knownFolderResult = c_missing;
+    std::vector<GUID> asked;
+    Fake<&SHGetKnownFolderPath> find = [&](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) -> HRESULT {
+        asked.push_back(id);
+        return find.Hidden(id, flags, token, path);
+    };
 
-    EXPECT_EQ(DeleteDesktopShortcut(), E_FAIL);
+    EXPECT_EQ(DeleteDesktopShortcut(), c_missing);
 
+    EXPECT_EQ(asked, std::vector<GUID>(10, FOLDERID_PublicDesktop));
     EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
-    EXPECT_TRUE(failures.Contains("Shortcuts", E_FAIL));
+    EXPECT_TRUE(failures.Contains("Shortcuts", c_missing));
+    EXPECT_EQ(failures.Entries().size(), 10U);
+
+    asked.clear();
+    EXPECT_EQ(DeleteStartMenuShortcut(), c_missing);
+
+    EXPECT_EQ(asked, std::vector<GUID>(10, FOLDERID_CommonPrograms));
+    EXPECT_EQ(clock.Sleeps(), Pauses(20, 1000));
+    EXPECT_TRUE(Exists(root / L"Desktop\\Velmora.lnk"));
+    EXPECT_TRUE(Exists(root / L"Programs\\Velmora.lnk"));
+    EXPECT_TRUE(notified.empty());
 }
 
 TEST_F(ShortcutsTest, the_last_failure_is_returned)
