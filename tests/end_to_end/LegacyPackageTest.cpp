@@ -1,6 +1,12 @@
 // The packaged installation of earlier releases, in every state in which it can be found.
 #include "EndToEndTest.h"
+#include "StatusWindowLayout.h"
+#include "support/Owners.h"
 #include "support/Servers.h"
+#include "support/Waiting.h"
+#include "support/WindowCapture.h"
+
+#include <windows.h>
 
 #include <algorithm>
 #include <string>
@@ -156,6 +162,52 @@ TEST_F(LegacyPackageTest, An_operation_that_ends_late_is_waited_for)
     Run();
     ExpectFullSuccess();
     EXPECT_GE(Result().duration, std::chrono::milliseconds(1400));
+}
+
+// Paints over what a window shows on the screen.
+void PaintOver(HWND window)
+{
+    RECT area{};
+    GetWindowRect(window, &area);
+    HDC screen = GetDC(nullptr);
+    FillRect(screen, &area, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
+    ReleaseDC(nullptr, screen);
+}
+
+TEST_F(LegacyPackageTest, The_window_is_painted_while_the_package_manager_works)
+{
+    constexpr wchar_t c_event[] = L"Velmora.Tests.RemovalMayEnd";
+    constexpr int c_progress = 86; // in percent, at this step
+    const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, c_event));
+    const StatusWindowLayout layout(USER_DEFAULT_SCREEN_DPI);
+    bool isLookedAt = false;
+    bool isPainted = false;
+    RunOptions options{.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}};
+    options.whileRunning = [&](const std::string&) {
+        if (isLookedAt || std::ranges::count(packages.Calls(), c_removal) == 0)
+        {
+            return;
+        }
+        isLookedAt = true;
+        HWND window = FindWindowW(L"VELMORA_UNINSTALLER", nullptr);
+        Picture before;
+        EXPECT_TRUE(BecomesTrue([&] {
+            before = CaptureWindow(window);
+            return CheckBar(layout, before, c_progress).empty() && CheckBackground(layout, before).empty();
+        }));
+        PaintOver(window);
+        EXPECT_TRUE(BecomesTrue([&] { return CaptureWindow(window).IsPlain(); }));
+        InvalidateRect(window, nullptr, TRUE);
+        isPainted = BecomesTrue([&] { return CaptureWindow(window) == before; });
+        EXPECT_EQ(packages.Calls().back(), c_removal);
+        EXPECT_FALSE(packages.KeysIn(L"Installed").empty()); // it still works
+        SetEvent(mayEnd.get());
+    };
+    LayDownSample();
+    packages.WriteText(L"Events", c_removal, c_event);
+    Run(L"-g", options);
+    EXPECT_TRUE(isPainted);
+    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
 }
 
 TEST_F(LegacyPackageTest, Operations_that_fail_late_are_waited_for)

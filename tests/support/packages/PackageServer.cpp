@@ -1,6 +1,7 @@
 // The package manager of the end-to-end tests, in place of Windows' own: a Windows Runtime server in a DLL.
 #include "support/packages/PackageServer.h"
 
+#include "support/Owners.h"
 #include "support/ServerState.h"
 #include "support/packages/PackageObjects.h"
 
@@ -120,7 +121,16 @@ private:
             succeed();
             started->Finish({});
         };
-        if (const auto delay = m_state.ReadNumber({}, L"DelayMilliseconds"))
+        const std::wstring event = m_state.ReadText(L"Events", Join(function, argument));
+        if (!event.empty())
+        {
+            std::thread([end, event] {
+                const UniqueHandle signal(OpenEventW(SYNCHRONIZE, FALSE, event.c_str()));
+                WaitForSingleObject(signal.get(), INFINITE);
+                end();
+            }).detach();
+        }
+        else if (const auto delay = m_state.ReadNumber({}, L"DelayMilliseconds"))
         {
             std::thread([end, delay] {
                 Sleep(*delay);

@@ -13,6 +13,8 @@
 //                              operation. All others complete, and what they are for is done.
 //     DelayMilliseconds        REG_DWORD: operations end that much later, on another thread; without it they have
 //                              ended before their caller has them
+//     Events                   a key; each value's name is a call as in Results and its data (REG_SZ) the name of an
+//                              event: its operations end, on another thread, when that is signaled
 //     Calls                    a key; what was called, in order: the values 0001, 0002, ... with the function and what
 //                              it was called with, as in Failures. Of the functions that only read, none is there.
 #pragma once
