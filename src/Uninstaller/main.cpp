@@ -58,8 +58,17 @@ int ShowHelp(Installer::Logger& logger)
     return EXIT_NO_ERROR;
 }
 
+// Windows and the C runtime tell of a failure (a crash, a drive without a medium) in a dialog, which nobody may be there
+// to close. Crash reporting comes first all the same: Windows calls its filter before it looks at the error mode.
+void ShowNoErrorDialogs()
+{
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+    _set_error_mode(_OUT_TO_STDERR);
+}
+
 // What the program imports comes from there already (LoadConfiguration.s); what is loaded later, and is not named by
-// its whole path, does too. The program may lie in a folder that any user can write to.
+// its whole path, does too. The program may lie in a folder that any user can write to. (Crash reporting, which starts
+// earlier, looks for its libraries there by itself.)
 void LoadLibrariesOnlyFromSystemFolder()
 {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
@@ -73,12 +82,6 @@ void LeaveCurrentFolder()
     std::array<wchar_t, MAX_PATH> folder{};
     GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
     SetCurrentDirectoryW(folder.data());
-}
-
-// The C runtime tells of a program that ends by an exception in a message box, which nobody may be there to close.
-void TellNobodyOfAbnormalEnd()
-{
-    _set_error_mode(_OUT_TO_STDERR);
 }
 
 // Returns as what the run goes on: a GUI run whose window cannot be shown becomes a verbose one. It keeps that window
@@ -101,10 +104,10 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 {
     using namespace Uninstaller;
 
-    LoadLibrariesOnlyFromSystemFolder();
     StartCrashReporting();
+    ShowNoErrorDialogs();
+    LoadLibrariesOnlyFromSystemFolder();
     SetThreadDescription(GetCurrentThread(), L"uninstaller_thread");
-    TellNobodyOfAbnormalEnd();
     LeaveCurrentFolder();
     const CommandLine commandLine = ParseCommandLine();
 

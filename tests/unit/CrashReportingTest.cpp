@@ -12,6 +12,7 @@
 
 #include <regex>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -54,6 +55,7 @@ TEST_F(CrashReportingTest, starts_with_its_options_and_nothing_else)
     EXPECT_EQ(run.databasePath, std::string(folder.begin(), folder.end()));
     EXPECT_EQ(run.release, "velmora-windows-uninstaller@2.8.1.2171");
     EXPECT_FALSE(run.debug);
+    EXPECT_EQ(run.options, (std::vector<std::string>{"dsn", "database path", "release", "debug"}));
 }
 
 TEST_F(CrashReportingTest, gives_its_folder_as_UTF_8)

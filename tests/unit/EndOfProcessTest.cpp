@@ -59,6 +59,7 @@ TEST_F(FinishProcessTest, schedules_the_file_then_deletes_the_log_then_ends_cras
     EXPECT_EQ(order, (std::vector<std::string>{"schedule", "delete the log"}));
     EXPECT_FALSE(Exists(log));
     EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
+    EXPECT_EQ(SentryTesting::CurrentRun().closes, 1);
     EXPECT_FALSE(Exists(folders.Temp() + L"Velmora\\Uninstaller\\Sentry"));
     EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
 }

@@ -263,7 +263,8 @@ TEST_F(LoggerTest, leaves_breadcrumbs_without_a_type)
 
     const auto run = SentryTesting::CurrentRun();
     EXPECT_EQ(run.breadcrumbs,
-              (std::vector<Breadcrumb>{{"", "one\ntwo"}, {"", "Warning:\xe2\x82\xac"}, {"", "Error:three"}}));
+              (std::vector<Breadcrumb>{
+                  {std::nullopt, "one\ntwo"}, {std::nullopt, "Warning:\xe2\x82\xac"}, {std::nullopt, "Error:three"}}));
     EXPECT_TRUE(run.events.empty());
 }
 

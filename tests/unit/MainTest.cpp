@@ -24,6 +24,7 @@
 #include <algorithm>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -90,8 +91,14 @@ protected:
     };
     Fake<&SetDefaultDllDirectories> setLibraryFolders = [this](DWORD flags) -> BOOL {
         EXPECT_EQ(flags, static_cast<DWORD>(LOAD_LIBRARY_SEARCH_SYSTEM32));
-        order.emplace_back(SentryTesting::CurrentRun().isStarted ? "libraries too late" : "libraries");
+        order.emplace_back(SentryTesting::CurrentRun().isStarted ? "libraries" : "libraries too early");
         return TRUE;
+    };
+    UINT errorMode = SEM_NOALIGNMENTFAULTEXCEPT; // what the process that started this one has left it
+    Fake<&GetErrorMode> getErrorMode = [this]() -> UINT { return errorMode; };
+    Fake<&SetErrorMode> setProcessErrorMode = [this](UINT mode) -> UINT {
+        order.emplace_back(SentryTesting::CurrentRun().isStarted ? "error mode" : "error mode too early");
+        return std::exchange(errorMode, mode);
     };
     Fake<&SetThreadDescription> describe = [this](HANDLE thread, PCWSTR description) -> HRESULT {
         order.emplace_back(SentryTesting::CurrentRun().isStarted ? "thread" : "thread too early");
@@ -167,8 +174,8 @@ TEST_F(MainTest, a_silent_run_does_everything_in_its_order)
 {
     EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"libraries", "thread", "no message box", "current folder", "command line", "version", "COM",
-                            "elevation", "mutex"}));
+    EXPECT_EQ(order, (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line",
+                            "version", "COM", "elevation", "mutex"}));
     ASSERT_GE(log.All().size(), 7U);
     EXPECT_EQ(Lines(log.All().begin(), log.All().begin() + 7),
               (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Silent",
@@ -191,6 +198,14 @@ TEST_F(MainTest, writes_the_id_of_its_process_without_a_sign)
     Run(L"-h");
 
     EXPECT_EQ(log.All().front(), "|INFO|:    Running the Velmora uninstaller (4294967292)...");
+}
+
+TEST_F(MainTest, no_dialog_of_Windows_own_is_shown_and_the_rest_of_the_error_mode_stays)
+{
+    Run(L"-s");
+
+    EXPECT_EQ(errorMode, UINT{SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX |
+                              SEM_NOALIGNMENTFAULTEXCEPT});
 }
 
 TEST_F(MainTest, a_mutex_that_cannot_be_closed_at_the_end_is_an_exception)
@@ -239,8 +254,9 @@ TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)
 
     EXPECT_EQ(Run(L"-v"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"libraries", "thread", "no message box", "current folder", "command line", "console",
-                            "version", "COM", "elevation", "mutex", "confirmation", "pause", "console goes"}));
+    EXPECT_EQ(order,
+              (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line", "console",
+                     "version", "COM", "elevation", "mutex", "confirmation", "pause", "console goes"}));
     EXPECT_EQ(log.All()[1], "|INFO|:    Requested run type of Verbose");
     EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_FALSE(handles.IsOpen(mutex));
@@ -267,9 +283,10 @@ protected:
     // What happens from the start to the end of a run that the user cancels.
     static Lines Cancelled(const Lines& start, const Lines& end)
     {
-        Lines lines{"libraries",
-                    "thread",
+        Lines lines{"error mode",
                     "no message box",
+                    "libraries",
+                    "thread",
                     "current folder",
                     "command line",
                     "window VELMORA_UNINSTALLER \"Velmora Uninstaller\" \"Uninstalling Velmora\nThis may take a few "
@@ -362,7 +379,7 @@ TEST_F(MainWindowTest, a_check_that_fails_tells_the_user_in_the_window_before_it
 
     EXPECT_EQ(Run(L""), Uninstaller::EXIT_ERROR_WINDOWS_VERSION);
 
-    EXPECT_EQ(Lines(order.begin() + 6, order.end()),
+    EXPECT_EQ(Lines(order.begin() + 7, order.end()),
               (Lines{"version", "foreground",
                      "box 16 \"Version Not Supported\" \"You need at least Windows 10 20H1 - May 2020 Update "
                      "(10.0.19041) to continue.\"",
@@ -373,8 +390,8 @@ TEST_F(MainTest, the_help_is_shown_and_nothing_else_is_done)
 {
     EXPECT_EQ(Run(L"--help"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(order, (Lines{"libraries", "thread", "no message box", "current folder", "command line", "console",
-                            "pause", "console goes"}));
+    EXPECT_EQ(order, (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line",
+                            "console", "pause", "console goes"}));
     EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_EQ(log.All(),
               (Lines{"|INFO|:    Running the Velmora uninstaller (4711)...", "|INFO|:    Requested run type of Verbose",
@@ -394,7 +411,8 @@ TEST_F(MainTest, a_Windows_that_is_too_old_ends_the_run_before_anything_else)
 
     EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_WINDOWS_VERSION);
 
-    EXPECT_EQ(order, (Lines{"libraries", "thread", "no message box", "current folder", "command line", "version"}));
+    EXPECT_EQ(order, (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line",
+                            "version"}));
     EXPECT_TRUE(registry.Calls().empty());
 }
 
@@ -404,8 +422,8 @@ TEST_F(MainTest, COM_that_cannot_be_started_is_an_exception_of_the_projection)
 
     EXPECT_THROW(Run(L"-s"), winrt::hresult_error);
 
-    EXPECT_EQ(order,
-              (Lines{"libraries", "thread", "no message box", "current folder", "command line", "version", "COM"}));
+    EXPECT_EQ(order, (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line",
+                            "version", "COM"}));
 }
 
 TEST_F(MainTest, a_process_that_is_not_elevated_ends_the_run_before_the_mutex)
@@ -414,8 +432,8 @@ TEST_F(MainTest, a_process_that_is_not_elevated_ends_the_run_before_the_mutex)
 
     EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_NOT_ELEVATED);
 
-    EXPECT_EQ(order, (Lines{"libraries", "thread", "no message box", "current folder", "command line", "version", "COM",
-                            "elevation"}));
+    EXPECT_EQ(order, (Lines{"error mode", "no message box", "libraries", "thread", "current folder", "command line",
+                            "version", "COM", "elevation"}));
     EXPECT_TRUE(registry.Calls().empty());
 }
 
@@ -443,7 +461,7 @@ TEST_F(MainTest, a_program_in_the_installation_folder_is_relocated)
     Fake<&CreateProcessW> start = [&](LPCWSTR, LPWSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
                                       LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION information) -> BOOL {
         started = line;
-        EXPECT_EQ(order[3], "current folder");
+        EXPECT_EQ(order[4], "current folder");
         *information = {handles.Make(), handles.Make(), 1, 2};
         return TRUE;
     };

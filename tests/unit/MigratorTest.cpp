@@ -344,7 +344,7 @@ TEST_F(MigratorTest, sends_only_the_second_failure_when_both_removals_fail)
     EXPECT_THAT(Captured(), ElementsAre("[Migrator] Failed to remove legacy Velmora installation: -2147009278"));
     EXPECT_THAT(SentryTesting::CurrentRun().breadcrumbs,
                 Contains(SentryTesting::Breadcrumb{
-                    "", "Error:[Migrator] Failed to remove legacy Velmora installation: -2147009295"}));
+                    std::nullopt, "Error:[Migrator] Failed to remove legacy Velmora installation: -2147009295"}));
 }
 
 TEST_F(MigratorTest, returns_the_failure_of_the_last_removal_that_failed)

@@ -188,8 +188,10 @@ protected:
             return FALSE;
         }
         *information = {handles.Make(), handles.Make(), 1, 2};
+        started = *information;
         return TRUE;
     };
+    PROCESS_INFORMATION started{}; // the copy, when it was
     std::string argumentInLog = "-s";
     Installer::Logger logger{RunType::Gui};
 };
@@ -207,6 +209,34 @@ TEST_F(RelocateTest, copies_the_program_and_starts_the_copy_with_the_same_argume
     EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_TRUE(clock.Sleeps().empty());
     EXPECT_FALSE(mutex);
+}
+
+TEST_F(RelocateTest, lets_go_of_the_copy_before_it_says_that_it_ends)
+{
+    std::vector<std::string> afterwards;
+    log.onLine = [&](const std::string& line) {
+        if (started.hProcess != nullptr)
+        {
+            EXPECT_FALSE(handles.IsOpen(started.hProcess)) << line;
+            EXPECT_FALSE(handles.IsOpen(started.hThread)) << line;
+            afterwards.push_back(line);
+        }
+    };
+
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(afterwards, (Lines{"|INFO|:    This process will now exit (without waiting for user feedback)",
+                                 "|INFO|:    ----------"}));
+}
+
+TEST_F(RelocateTest, ends_crash_reporting_once_and_last_of_all)
+{
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    const auto run = SentryTesting::CurrentRun();
+    EXPECT_EQ(run.closes, 1);
+    ASSERT_FALSE(run.breadcrumbs.empty());
+    EXPECT_EQ(run.breadcrumbs.back().message, "----------"); // none is kept after the end
 }
 
 TEST_F(RelocateTest, without_an_argument_the_copy_gets_no_command_line)

@@ -492,7 +492,7 @@ protected:
     void ExpectLoggedError(const std::string& text) const
     {
         EXPECT_EQ(ReadLog(), "|ERROR|:   " + text + "\n");
-        EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs, (std::vector<Breadcrumb>{{"", "Error:" + text}}));
+        EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs, (std::vector<Breadcrumb>{{std::nullopt, "Error:" + text}}));
         EXPECT_EQ(SentryTesting::CurrentRun().events, std::vector<SentryTesting::Event>());
     }
 
@@ -609,7 +609,7 @@ TEST_F(StopServicesTest, an_exception_from_any_call_is_logged_and_ends_it_with_e
         SCOPED_TRACE(call);
         throwing = call;
         log += "|ERROR|:   " + c_errorText + "gr\xC3\xBC\xC3\x9F dich\n";
-        breadcrumbs.push_back({"", "Error:" + c_errorText + "gr\xC3\xBC\xC3\x9F dich"});
+        breadcrumbs.push_back({std::nullopt, "Error:" + c_errorText + "gr\xC3\xBC\xC3\x9F dich"});
 
         EXPECT_EQ(StopServices(logger), E_UNEXPECTED);
 

@@ -3,17 +3,17 @@
 
 #include <sentry.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace SentryTesting
 {
 
-// A text that was null is empty.
 struct Breadcrumb
 {
-    std::string type;
-    std::string message;
+    std::optional<std::string> type; // nothing: null
+    std::string message;             // one that was null is empty
 
     bool operator==(const Breadcrumb&) const = default;
 };
@@ -36,6 +36,8 @@ struct Run
     std::string databasePath;
     std::string release;
     bool debug = false;
+    std::vector<std::string> options; // the names of those that were set, in the order of the calls
+    int closes = 0;                   // calls of sentry_close since it was started
     std::vector<Breadcrumb> breadcrumbs; // oldest first
     std::vector<Event> events;           // in the order of their capture
 };

@@ -124,10 +124,14 @@ std::size_t EndOf(std::string_view text, std::string_view part)
 
 } // namespace
 
-std::string MakeBreadcrumb(const Timestamp& timestamp, const std::string& type, const std::string& message)
+std::string MakeBreadcrumb(const Timestamp& timestamp, const std::optional<std::string>& type,
+                           const std::string& message)
 {
     Json breadcrumb{{"timestamp", ToText(timestamp)}};
-    AddText(breadcrumb, "type", type);
+    if (type)
+    {
+        breadcrumb["type"] = *type;
+    }
     AddText(breadcrumb, "message", message);
     return Write(breadcrumb);
 }

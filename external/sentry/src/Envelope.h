@@ -14,8 +14,9 @@
 namespace Reporter
 {
 
-// A breadcrumb as JSON. Empty texts are left out.
-std::string MakeBreadcrumb(const Timestamp& timestamp, const std::string& type, const std::string& message);
+// A breadcrumb as JSON. A type that is none and an empty message are left out.
+std::string MakeBreadcrumb(const Timestamp& timestamp, const std::optional<std::string>& type,
+                           const std::string& message);
 
 // What every event of a run says.
 struct Origin

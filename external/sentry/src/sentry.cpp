@@ -226,6 +226,21 @@ struct sentry_options_s : Counted
     std::string environment;
 };
 
+namespace
+{
+
+// Sets an option of that name.
+template <class Function>
+void Set(sentry_options_t& options, const char* name, Function function) noexcept
+{
+    Try([&] {
+        function(options.run);
+        options.run.options.emplace_back(name);
+    });
+}
+
+} // namespace
+
 extern "C" {
 
 void sentry_value_decref(sentry_value_t value)
@@ -235,7 +250,10 @@ void sentry_value_decref(sentry_value_t value)
 
 sentry_value_t sentry_value_new_breadcrumb(const char* type, const char* message)
 {
-    return Try([&] { return NewValue(Breadcrumb{.type = ToText(type), .message = ToText(message)}); });
+    return Try([&] {
+        return NewValue(
+            Breadcrumb{.type = type ? std::optional<std::string>(type) : std::nullopt, .message = ToText(message)});
+    });
 }
 
 sentry_value_t sentry_value_new_message_event(sentry_level_t level, const char* logger, const char* text)
@@ -264,7 +282,7 @@ void sentry_options_set_dsn(sentry_options_t* opts, const char* dsn)
 {
     if (opts)
     {
-        Try([&] { opts->run.dsn = ToText(dsn); });
+        Set(*opts, "dsn", [&](Run& run) { run.dsn = ToText(dsn); });
     }
 }
 
@@ -272,7 +290,7 @@ void sentry_options_set_database_path(sentry_options_t* opts, const char* path)
 {
     if (opts)
     {
-        Try([&] { opts->run.databasePath = ToText(path); });
+        Set(*opts, "database path", [&](Run& run) { run.databasePath = ToText(path); });
     }
 }
 
@@ -280,7 +298,7 @@ void sentry_options_set_release(sentry_options_t* opts, const char* release)
 {
     if (opts)
     {
-        Try([&] { opts->run.release = ToText(release); });
+        Set(*opts, "release", [&](Run& run) { run.release = ToText(release); });
     }
 }
 
@@ -288,7 +306,7 @@ void sentry_options_set_debug(sentry_options_t* opts, int debug)
 {
     if (opts)
     {
-        opts->run.debug = debug != 0;
+        Set(*opts, "debug", [&](Run& run) { run.debug = debug != 0; });
     }
 }
 
@@ -322,6 +340,7 @@ int sentry_init(sentry_options_t* options)
 int sentry_close(void)
 {
     const auto held = g_lock.lock_exclusive();
+    ++g_session.run.closes;
     return Close(g_session);
 }
 

@@ -84,19 +84,27 @@ TEST(SentryEnvelopeTest, what_is_not_known_is_left_out)
 
 TEST(SentryEnvelopeTest, breadcrumbs_follow_in_their_order)
 {
-    const auto event = EventOf(
-        ParseEnvelope(MakeMessage(SENTRY_LEVEL_INFO, "text",
-                                  {MakeBreadcrumb(c_time, "", "one, \"first\""), MakeBreadcrumb(c_time, "http", "")})));
+    const auto event = EventOf(ParseEnvelope(
+        MakeMessage(SENTRY_LEVEL_INFO, "text",
+                    {MakeBreadcrumb(c_time, std::nullopt, "one, \"first\""), MakeBreadcrumb(c_time, "http", "")})));
     EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
     EXPECT_EQ(event["breadcrumbs"],
               nlohmann::json::array({{{"timestamp", "2026-03-07T09:05:12.345Z"}, {"message", "one, \"first\""}},
                                      {{"timestamp", "2026-03-07T09:05:12.345Z"}, {"type", "http"}}}));
 }
 
+TEST(SentryEnvelopeTest, a_type_that_is_empty_is_one)
+{
+    EXPECT_EQ(MakeBreadcrumb(c_time, "", "one"),
+              R"({"timestamp":"2026-03-07T09:05:12.345Z","type":"","message":"one"})");
+    EXPECT_EQ(MakeBreadcrumb(c_time, std::nullopt, "one"),
+              R"({"timestamp":"2026-03-07T09:05:12.345Z","message":"one"})");
+}
+
 TEST(SentryEnvelopeTest, what_is_no_UTF_8_is_replaced)
 {
-    const auto event = EventOf(
-        ParseEnvelope(MakeMessage(SENTRY_LEVEL_INFO, "a\xFFz \xC3\xA4", {MakeBreadcrumb(c_time, "", "b\xC3")})));
+    const auto event = EventOf(ParseEnvelope(
+        MakeMessage(SENTRY_LEVEL_INFO, "a\xFFz \xC3\xA4", {MakeBreadcrumb(c_time, std::nullopt, "b\xC3")})));
     EXPECT_EQ(event["message"]["formatted"], "a\xEF\xBF\xBDz \xC3\xA4");
     EXPECT_EQ(event["breadcrumbs"][0]["message"], "b\xEF\xBF\xBD");
 }
@@ -107,8 +115,8 @@ TEST(SentryEnvelopeTest, a_crash_has_places_for_what_is_not_known_yet)
     std::ranges::copy(c_time, crash.head.begin() + static_cast<std::ptrdiff_t>(crash.timestampOffset));
     std::ranges::copy(std::string("c0000005"), crash.head.begin() + static_cast<std::ptrdiff_t>(crash.codeOffset));
 
-    const auto event = EventOf(ParseEnvelope(crash.head + MakeBreadcrumb(c_time, "", "one") + "," +
-                                             MakeBreadcrumb(c_time, "", "two") + crash.tail));
+    const auto event = EventOf(ParseEnvelope(crash.head + MakeBreadcrumb(c_time, std::nullopt, "one") + "," +
+                                             MakeBreadcrumb(c_time, std::nullopt, "two") + crash.tail));
 
     EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
     EXPECT_EQ(event["level"], "fatal");

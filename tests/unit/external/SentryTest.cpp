@@ -60,6 +60,7 @@ TEST_F(SentryTest, init_starts_a_run_with_the_options)
     EXPECT_EQ(run.databasePath, "C:\\Temp\\Sentry");
     EXPECT_EQ(run.release, "program@1.2");
     EXPECT_TRUE(run.debug);
+    EXPECT_THAT(run.options, ElementsAre("dsn", "database path", "release", "debug"));
 }
 
 TEST_F(SentryTest, options_can_be_set_anew_removed_and_freed)
@@ -85,8 +86,10 @@ TEST_F(SentryTest, close_ends_the_run_and_what_it_kept_can_still_be_seen)
     Start();
     Leave("a");
     Capture("e");
+    EXPECT_EQ(CurrentRun().closes, 0);
     EXPECT_EQ(sentry_close(), 0);
     EXPECT_EQ(sentry_close(), 0);
+    EXPECT_EQ(CurrentRun().closes, 2);
     EXPECT_FALSE(CurrentRun().isStarted);
     EXPECT_EQ(CurrentRun().breadcrumbs.size(), 1U);
     EXPECT_EQ(CurrentRun().events.size(), 1U);
@@ -116,6 +119,14 @@ TEST_F(SentryTest, breadcrumbs_are_kept_in_order)
     Leave("one");
     sentry_add_breadcrumb(sentry_value_new_breadcrumb("error", "two"));
     EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{"default", "one"}, Breadcrumb{"error", "two"}));
+}
+
+TEST_F(SentryTest, a_breadcrumb_without_a_type_is_not_one_with_an_empty_type)
+{
+    Start();
+    sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, "one"));
+    sentry_add_breadcrumb(sentry_value_new_breadcrumb("", "two"));
+    EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{std::nullopt, "one"}, Breadcrumb{"", "two"}));
 }
 
 TEST_F(SentryTest, the_last_hundred_breadcrumbs_are_kept)
