@@ -18,9 +18,11 @@
 #include <string_view>
 #include <utility>
 
-// What runs in the dying process takes no memory from the heap, which may be what is broken, and waits for nothing that
-// another thread may hold for ever. (Windows' own functions, MiniDumpWriteDump above all, keep to that as well as they
-// can.) So its lock is one of Windows': the runtime's take memory when they are first used.
+// What runs in the dying process takes no memory from the heap, which may be what is broken, and waits for nothing
+// without a limit. So its lock is one of Windows': the runtime's take memory when they are first used.
+// MiniDumpWriteDump cannot promise as much: it may wait for the loader's lock or the heap's, and the thread that has it
+// is the one that crashed, or one that MiniDumpWriteDump itself has suspended. It gets a thread of its own, and another
+// one, which it does not suspend, watches over it.
 namespace Reporter
 {
 
@@ -35,7 +37,9 @@ constexpr DWORD c_aborted = 0x40000015;
 // What an overflown stack still has for the handler.
 constexpr ULONG c_stackForHandler = 64 * 1024;
 
-// How long a crashing thread waits for another one that writes the report, in milliseconds.
+// How long the minidump may take, and how long a crashing thread waits for another one that writes the report, in
+// milliseconds.
+constexpr DWORD c_minidumpLimit = 10'000;
 constexpr DWORD c_otherThreadLimit = 10'000;
 
 // How long the end of the handler waits for a thread that is in it, in milliseconds.
@@ -68,6 +72,11 @@ struct CrashHandler::State
     wil::unique_handle written{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     std::atomic<DWORD> crashedThread = 0;
     MINIDUMP_EXCEPTION_INFORMATION information{};
+    DWORD code = 0; // of the exception
+    // The threads that are there for the minidump alone.
+    std::atomic<DWORD> watchingThread = 0;
+    std::atomic<DWORD> writingThread = 0;
+    bool areThreadsLeft = false; // nobody waits for them any more; they may still use all this
 
     wil::srwlock lock;
     std::deque<std::string> breadcrumbs; // guarded by it
@@ -78,9 +87,13 @@ struct CrashHandler::State
     SignalHandler previousAbort = SIG_DFL;
 
     void Write(EXCEPTION_POINTERS* exception);
-    void WriteEnvelope(DWORD code);
+    bool IsForMinidump(DWORD thread) const noexcept { return thread == watchingThread || thread == writingThread; }
+    void WriteEnvelope();
     void WriteMinidump(EXCEPTION_POINTERS* exception);
+    static DWORD WINAPI WatchMinidump(void* parameter) noexcept;
     static DWORD WINAPI WriteMinidumpHere(void* parameter) noexcept;
+    static BOOL CALLBACK ChooseContent(void* parameter, MINIDUMP_CALLBACK_INPUT* input,
+                                       MINIDUMP_CALLBACK_OUTPUT* output);
     void WriteFromHere();
 
     static LONG WINAPI OnException(EXCEPTION_POINTERS* exception);
@@ -121,18 +134,20 @@ void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
     DWORD none = 0;
     if (!crashedThread.compare_exchange_strong(none, thread))
     {
-        if (none != thread) // otherwise the handler itself crashed, or a terminate goes on to abort
+        // Otherwise the handler itself crashed, or a terminate goes on to abort.
+        if (none != thread && !IsForMinidump(thread))
         {
             WaitForSingleObject(written.get(), c_otherThreadLimit);
         }
         return;
     }
-    WriteEnvelope(exception->ExceptionRecord->ExceptionCode);
+    code = exception->ExceptionRecord->ExceptionCode;
+    WriteEnvelope();
     WriteMinidump(exception);
     SetEvent(written.get());
 }
 
-void CrashHandler::State::WriteEnvelope(DWORD code)
+void CrashHandler::State::WriteEnvelope()
 {
     const wil::unique_hfile file = CreateNew(plan.envelopePath);
     if (!file)
@@ -163,32 +178,65 @@ void CrashHandler::State::WriteEnvelope(DWORD code)
     WriteText(file.get(), envelope.tail);
 }
 
+// Returns when the minidump is written, or when it takes too long.
 void CrashHandler::State::WriteMinidump(EXCEPTION_POINTERS* exception)
 {
-    information = {GetCurrentThreadId(), exception, FALSE};
-    if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_STACK_OVERFLOW)
+    if (!writeDump)
     {
-        WriteMinidumpHere(this);
         return;
     }
-    // What is left of the stack would not do.
-    const wil::unique_handle thread(CreateThread(nullptr, 0, WriteMinidumpHere, this, 0, nullptr));
-    if (thread)
+    information = {GetCurrentThreadId(), exception, FALSE};
+    const wil::unique_handle watching(CreateThread(nullptr, 0, WatchMinidump, this, 0, nullptr));
+    if (watching)
     {
-        WaitForSingleObject(thread.get(), c_otherThreadLimit);
+        // Where this thread has the loader's lock, that one never comes to begin.
+        areThreadsLeft = WaitForSingleObject(watching.get(), c_minidumpLimit) != WAIT_OBJECT_0;
     }
+}
+
+// Ends the process if the minidump takes too long: the thread that crashed may be suspended for good.
+DWORD WINAPI CrashHandler::State::WatchMinidump(void* parameter) noexcept
+{
+    State& state = *static_cast<State*>(parameter);
+    state.watchingThread = GetCurrentThreadId();
+    const wil::unique_handle writing(CreateThread(nullptr, 0, WriteMinidumpHere, parameter, 0, nullptr));
+    if (writing && WaitForSingleObject(writing.get(), c_minidumpLimit) != WAIT_OBJECT_0)
+    {
+        TerminateProcess(GetCurrentProcess(), state.code);
+    }
+    return 0;
 }
 
 DWORD WINAPI CrashHandler::State::WriteMinidumpHere(void* parameter) noexcept
 {
     State& state = *static_cast<State*>(parameter);
-    const wil::unique_hfile file = state.writeDump ? CreateNew(state.plan.minidumpPath) : wil::unique_hfile();
+    state.writingThread = GetCurrentThreadId();
+    const wil::unique_hfile file = CreateNew(state.plan.minidumpPath);
     if (file)
     {
+        MINIDUMP_CALLBACK_INFORMATION callback{ChooseContent, parameter};
         state.writeDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal, &state.information,
-                        nullptr, nullptr);
+                        nullptr, &callback);
     }
     return 0;
+}
+
+// Leaves out the threads that are there for the minidump alone: what is left out is not suspended either.
+BOOL CALLBACK CrashHandler::State::ChooseContent(void* parameter, MINIDUMP_CALLBACK_INPUT* input,
+                                                 MINIDUMP_CALLBACK_OUTPUT* /*output*/)
+{
+    const State& state = *static_cast<const State*>(parameter);
+    switch (input->CallbackType)
+    {
+    case IncludeThreadCallback:
+        return !state.IsForMinidump(input->IncludeThread.ThreadId);
+    case IncludeModuleCallback:
+    case ModuleCallback:
+    case ThreadCallback:
+        return TRUE; // as it is
+    default:
+        return FALSE; // nothing more
+    }
 }
 
 // For an end that is no exception of Windows.
@@ -256,7 +304,7 @@ CrashHandler::~CrashHandler()
     std::set_terminate(m_state->previousTerminate);
     std::signal(SIGABRT, m_state->previousAbort == SIG_ERR ? SIG_DFL : m_state->previousAbort);
     State::s_current = nullptr;
-    if (State::s_users != 0)
+    if (State::s_users != 0 || m_state->areThreadsLeft)
     {
         // A thread is crashing meanwhile. It gets the time that its report takes, and keeps what it works with.
         if (m_state->crashedThread != GetCurrentThreadId())

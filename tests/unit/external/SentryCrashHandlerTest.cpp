@@ -45,15 +45,33 @@ struct Dump
 
 std::vector<Dump> g_dumps;
 std::function<void()> g_onDump;
-int g_previous = 0; // calls of what the process had set before
+std::function<void(const std::function<bool(DWORD)>& includes)> g_onThreads; // is told whether a thread is to be in it
+int g_previous = 0;                                                          // calls of what the process had set before
 
 BOOL WINAPI WriteDump(HANDLE, DWORD process, HANDLE file, MINIDUMP_TYPE type, PMINIDUMP_EXCEPTION_INFORMATION exception,
-                      PMINIDUMP_USER_STREAM_INFORMATION, PMINIDUMP_CALLBACK_INFORMATION)
+                      PMINIDUMP_USER_STREAM_INFORMATION, PMINIDUMP_CALLBACK_INFORMATION callback)
 {
     g_dumps.push_back(
         {process, type, exception->ThreadId, exception->ExceptionPointers, GetCurrentThreadId()}); // room is reserved
     DWORD written = 0;
     WriteFile(file, "MDMP", 4, &written, nullptr);
+    const auto asks = [&](MINIDUMP_CALLBACK_TYPE kind, DWORD thread) {
+        MINIDUMP_CALLBACK_INPUT input{};
+        input.ProcessId = process;
+        input.CallbackType = kind;
+        input.IncludeThread.ThreadId = thread;
+        MINIDUMP_CALLBACK_OUTPUT output{};
+        return callback->CallbackRoutine(callback->CallbackParam, &input, &output) != FALSE;
+    };
+    EXPECT_TRUE(asks(IncludeModuleCallback, 0));
+    EXPECT_TRUE(asks(ModuleCallback, 0));
+    EXPECT_TRUE(asks(ThreadCallback, 0));
+    EXPECT_FALSE(asks(MemoryCallback, 0)) << "it is asked for memory until it has no more";
+    EXPECT_FALSE(asks(CancelCallback, 0));
+    if (g_onThreads)
+    {
+        g_onThreads([&](DWORD thread) { return asks(IncludeThreadCallback, thread); });
+    }
     g_onDump();
     return TRUE;
 }
@@ -72,6 +90,7 @@ protected:
         g_dumps.clear();
         g_dumps.reserve(10);
         g_onDump = [] {};
+        g_onThreads = nullptr;
         g_previous = 0;
         record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
         Make();
@@ -144,7 +163,7 @@ TEST_F(SentryCrashHandlerTest, writes_an_envelope_and_a_minidump_and_goes_on_wit
     EXPECT_EQ(g_dumps[0].process, GetCurrentProcessId());
     EXPECT_EQ(g_dumps[0].type, MiniDumpNormal);
     EXPECT_EQ(g_dumps[0].crashedThread, GetCurrentThreadId());
-    EXPECT_EQ(g_dumps[0].thread, GetCurrentThreadId());
+    EXPECT_NE(g_dumps[0].thread, GetCurrentThreadId());
     EXPECT_EQ(g_dumps[0].pointers, &pointers);
     EXPECT_EQ(ReadFileText(minidumpPath), "MDMP");
     EXPECT_EQ(loadFlags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
@@ -242,19 +261,173 @@ TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_the_library_is_not_
     EXPECT_FALSE(Exists(minidumpPath));
 }
 
-TEST_F(SentryCrashHandlerTest, writes_the_minidump_from_another_thread_after_a_stack_overflow)
+TEST_F(SentryCrashHandlerTest, leaves_the_threads_out_that_are_there_for_the_minidump_alone)
 {
-    record.ExceptionCode = EXCEPTION_STACK_OVERFLOW;
-    RaiseUnhandled();
-    ASSERT_EQ(g_dumps.size(), 1U);
-    EXPECT_EQ(g_dumps[0].crashedThread, GetCurrentThreadId());
-    EXPECT_NE(g_dumps[0].thread, GetCurrentThreadId());
+    std::vector<DWORD> made;
+    made.reserve(10);
+    std::vector<bool> areIncluded;
+    areIncluded.reserve(10);
+    bool isCrashedIncluded = false;
+    const DWORD crashed = GetCurrentThreadId();
+    {
+        Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
+                                         LPVOID parameter, DWORD flags, LPDWORD) {
+            const HANDLE thread = create.Hidden(attributes, stack, start, parameter, flags | CREATE_SUSPENDED, nullptr);
+            made.push_back(GetThreadId(thread));
+            ResumeThread(thread);
+            return thread;
+        };
+        g_onThreads = [&](const std::function<bool(DWORD)>& includes) {
+            isCrashedIncluded = includes(crashed);
+            for (const DWORD thread : made)
+            {
+                areIncluded.push_back(includes(thread));
+            }
+        };
+        RaiseUnhandled();
+    }
+    EXPECT_TRUE(isCrashedIncluded);
+    EXPECT_THAT(areIncluded, ElementsAre(false, false));
+    EXPECT_THAT(made, testing::Contains(g_dumps.at(0).thread));
+}
+
+TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
+{
+    const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const wil::unique_handle isWriting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const wil::unique_handle hasEnded(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    g_onDump = [&] {
+        SetEvent(isWriting.get());
+        WaitForSingleObject(goOn.get(), c_long);
+        SetEvent(hasEnded.get());
+    };
+    const DWORD crashing = GetCurrentThreadId();
+    std::optional<DWORD> limit;
+    {
+        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
+            if (GetCurrentThreadId() != crashing)
+            {
+                return wait.Hidden(handle, its);
+            }
+            limit = its;
+            wait.Hidden(isWriting.get(), c_long);
+            return WAIT_TIMEOUT;
+        };
+        EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
+        handler.reset(); // they keep what they use
+        SetEvent(goOn.get());
+        wait.Hidden(hasEnded.get(), c_long);
+    }
+    EXPECT_EQ(limit, 10'000U);
+    EXPECT_EQ(g_previous, 1);
+    EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0xc0000005");
+    Sleep(50); // the two threads end
+}
+
+// As Windows does it: all other threads that are to be in the minidump are suspended, and one of them has a lock.
+TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what_a_suspended_thread_has)
+{
+    const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const wil::unique_handle crashed(
+        OpenThread(THREAD_SUSPEND_RESUME | THREAD_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentThreadId()));
+    ASSERT_TRUE(crashed);
+    const DWORD crashedId = GetCurrentThreadId();
+    g_onThreads = [&](const std::function<bool(DWORD)>& includes) {
+        ASSERT_TRUE(includes(crashedId));
+        Sleep(50); // it waits by now
+        SuspendThread(crashed.get());
+    };
+    g_onDump = [&] { WaitForSingleObject(goOn.get(), c_long); };
+    std::atomic<DWORD> limit = 0;
+    std::atomic<int> ends = 0;
+    std::atomic<UINT> code = 0;
+    {
+        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
+            if (GetCurrentThreadId() == crashedId || handle == goOn.get())
+            {
+                return wait.Hidden(handle, c_long);
+            }
+            limit = its;
+            return wait.Hidden(handle, 500);
+        };
+        Fake<&TerminateProcess> terminate = [&](HANDLE process, UINT its) -> BOOL {
+            EXPECT_EQ(process, GetCurrentProcess());
+            code = its;
+            ++ends;
+            ResumeThread(crashed.get()); // instead of the end
+            SetEvent(goOn.get());
+            return TRUE;
+        };
+        RaiseUnhandled();
+        EXPECT_EQ(ends, 1);
+        EXPECT_EQ(code, static_cast<UINT>(EXCEPTION_ACCESS_VIOLATION));
+        EXPECT_EQ(limit, 10'000U);
+    }
+    EXPECT_TRUE(Exists(envelopePath));
+    Sleep(50); // the thread ends
+}
+
+// A dying process may get no thread any more: neither the first nor the second.
+TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_there_is_no_thread_for_it)
+{
+    for (const int failing : {1, 2})
+    {
+        DeleteFileW(envelopePath.c_str());
+        handler.reset();
+        Make();
+        std::atomic<int> threads = 0;
+        Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
+                                         LPVOID parameter, DWORD flags, LPDWORD id) -> HANDLE {
+            if (++threads == failing)
+            {
+                SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+                return nullptr;
+            }
+            return create.Hidden(attributes, stack, start, parameter, flags, id);
+        };
+        EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
+        EXPECT_EQ(g_previous, failing);
+        EXPECT_EQ(threads, failing);
+        EXPECT_TRUE(Exists(envelopePath));
+        EXPECT_THAT(g_dumps, IsEmpty());
+    }
 }
 
 TEST_F(SentryCrashHandlerTest, does_not_begin_again_when_it_crashes_itself)
 {
-    g_onDump = [&] { RaiseUnhandled(); };
+    int envelopes = 0;
+    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
+                                    DWORD disposition, DWORD flags, HANDLE pattern) {
+        if (path == envelopePath && ++envelopes == 1)
+        {
+            RaiseUnhandled();
+        }
+        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+    };
     RaiseUnhandled();
+    EXPECT_EQ(envelopes, 1);
+    EXPECT_EQ(g_dumps.size(), 1U);
+    EXPECT_EQ(g_previous, 2);
+}
+
+TEST_F(SentryCrashHandlerTest, a_crash_while_the_minidump_is_written_waits_for_nobody)
+{
+    std::vector<DWORD> waits;
+    waits.reserve(10);
+    g_onDump = [&] {
+        const DWORD writing = GetCurrentThreadId();
+        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD limit) -> DWORD {
+            if (GetCurrentThreadId() == writing)
+            {
+                waits.push_back(limit);
+                return WAIT_TIMEOUT;
+            }
+            return wait.Hidden(handle, limit);
+        };
+        RaiseUnhandled();
+    };
+    RaiseUnhandled();
+    EXPECT_THAT(waits, IsEmpty());
     EXPECT_EQ(g_dumps.size(), 1U);
     EXPECT_EQ(g_previous, 2);
 }
@@ -318,12 +491,18 @@ TEST_F(SentryCrashHandlerTest, waits_in_the_end_for_a_thread_that_is_crashing)
 TEST_F(SentryCrashHandlerTest, does_not_wait_in_the_end_for_its_own_thread)
 {
     int waits = 0;
-    g_onDump = [&] {
-        Fake<&WaitForSingleObject> wait = [&](HANDLE, DWORD) -> DWORD {
-            ++waits;
-            return WAIT_TIMEOUT;
-        };
-        handler.reset();
+    const DWORD crashing = GetCurrentThreadId();
+    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
+                                    DWORD disposition, DWORD flags, HANDLE pattern) {
+        if (GetCurrentThreadId() == crashing)
+        {
+            Fake<&WaitForSingleObject> wait = [&](HANDLE, DWORD) -> DWORD {
+                ++waits;
+                return WAIT_TIMEOUT;
+            };
+            handler.reset();
+        }
+        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
     };
     const auto handlersFilter = filter;
     EXPECT_EQ(handlersFilter(&pointers), EXCEPTION_EXECUTE_HANDLER);
