@@ -1,5 +1,6 @@
 #include "Installer/StatusWindowThread.h"
 
+#include "Installer/CrashStack.h"
 #include "Installer/StatusWindowPainting.h"
 
 #include <dwmapi.h>
@@ -361,6 +362,7 @@ bool RunWindow(std::shared_ptr<StatusWindowData>& data)
 
 DWORD WINAPI RunStatusWindowThread(void* argument)
 {
+    ReserveStackForCrashReport();
     SetThreadDescription(GetCurrentThread(), c_threadName);
     auto data = std::move(static_cast<StatusWindowData*>(argument)->heldByWindowThread);
     if (!RunWindow(data))

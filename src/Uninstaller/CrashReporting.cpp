@@ -1,6 +1,7 @@
 #include "Uninstaller/CrashReporting.h"
 
 #include "Installer/Common.h"
+#include "Installer/CrashStack.h"
 #include "ProductSettings.h"
 
 #include <sentry.h>
@@ -18,6 +19,7 @@ void StartCrashReporting()
     sentry_options_set_release(options, "velmora-windows-uninstaller@" VELMORA_VERSION);
     sentry_options_set_debug(options, 0);
     sentry_init(options); // takes the options over; nothing here depends on its result
+    Installer::ReserveStackForCrashReport();
 }
 
 void CloseCrashReporting()

@@ -58,6 +58,21 @@ TEST_F(CrashReportingTest, starts_with_its_options_and_nothing_else)
     EXPECT_EQ(run.options, (std::vector<std::string>{"dsn", "database path", "release", "debug"}));
 }
 
+// Whichever library reports, it is the program that sees to this, on each of its threads.
+TEST_F(CrashReportingTest, leaves_room_for_a_report_on_the_stack)
+{
+    root.AddFile(L"Temp\\Velmora"); // and so no place for reports: the stand-in does not do it
+    std::vector<ULONG> reserved;
+    Fake<&SetThreadStackGuarantee> guarantee = [&](PULONG bytes) -> BOOL {
+        reserved.push_back(*bytes);
+        return TRUE;
+    };
+
+    StartCrashReporting();
+
+    EXPECT_EQ(reserved, std::vector<ULONG>{65536});
+}
+
 TEST_F(CrashReportingTest, gives_its_folder_as_UTF_8)
 {
     std::wstring temp = root.AddFolder(L"\u00e4\u65e5") + L"\\";

@@ -122,6 +122,21 @@ TEST_F(StatusWindowTest, shows_its_headline_the_first_text_and_an_empty_bar)
     EXPECT_EQ(Shown(), "Uninstalling Velmora\nThis may take a few seconds.|Getting things ready...|0");
 }
 
+TEST_F(StatusWindowTest, leaves_room_for_a_crash_report_on_the_stack_of_its_thread)
+{
+    std::vector<ULONG> reserved;
+    Fake<&SetThreadStackGuarantee> guarantee = [&](PULONG bytes) -> BOOL {
+        EXPECT_TRUE(windowing.thread.IsRunning());
+        EXPECT_FALSE(windowing.WindowExists());
+        reserved.push_back(*bytes);
+        return TRUE;
+    };
+
+    Open();
+
+    EXPECT_EQ(reserved, std::vector<ULONG>{65536});
+}
+
 TEST_F(StatusWindowTest, is_set_up_in_this_order)
 {
     Open();

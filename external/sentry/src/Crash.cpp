@@ -34,9 +34,6 @@ constexpr std::size_t c_breadcrumbLimit = 100;
 // The code that Windows' own runtime gives to abort.
 constexpr DWORD c_aborted = 0x40000015;
 
-// What an overflown stack still has for the handler.
-constexpr ULONG c_stackForHandler = 64 * 1024;
-
 // How long the minidump may take, and how long a crashing thread waits for another one that writes the report, in
 // milliseconds.
 constexpr DWORD c_minidumpLimit = 10'000;
@@ -61,6 +58,12 @@ void WriteText(HANDLE file, std::string_view text)
 }
 
 } // namespace
+
+void ReserveStack() noexcept
+{
+    ULONG bytes = 64 * 1024;
+    SetThreadStackGuarantee(&bytes);
+}
 
 struct CrashHandler::State
 {
@@ -290,8 +293,7 @@ void CrashHandler::State::OnAbort(int signal)
 
 CrashHandler::CrashHandler(CrashPlan plan) : m_state(std::make_unique<State>(std::move(plan)))
 {
-    ULONG stack = c_stackForHandler;
-    SetThreadStackGuarantee(&stack);
+    ReserveStack();
     State::s_current = m_state.get();
     m_state->previousFilter = SetUnhandledExceptionFilter(State::OnException);
     m_state->previousTerminate = std::set_terminate(State::OnTerminate);

@@ -16,6 +16,10 @@ struct CrashPlan
     std::wstring minidumpPath;
 };
 
+// Lets an overflown stack of the calling thread have enough left for the handler. Windows knows this for each thread
+// only.
+void ReserveStack() noexcept;
+
 // From its making to its end, a crash of the process writes an envelope and a minidump: an exception that nobody
 // handles (whichever thread raises it), std::terminate and abort. What the process had set for them before is called
 // afterwards, and is back in place in the end. One at a time. Its end waits for a crash that is under way in another

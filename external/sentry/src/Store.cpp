@@ -263,15 +263,16 @@ void Store::TakeOverLeft()
         Folder folder{.path = run + L'\\', .handle = {}, .lock = Lock(run + std::wstring(c_lockEnding))};
         if (!folder.lock || !OpenFolder(folder))
         {
-            continue; // it goes on, or is no folder of a run
+            continue; // it goes on, or this run has it already, or it is no folder of a run
         }
         ForEach(folder.path, false, [&](const std::wstring& name) {
             if (!IsEnvelopeName(name))
             {
                 return;
             }
-            if (m_leftEnvelopes.size() < c_mostLeft)
+            if (m_reportsTaken < c_mostLeft)
             {
+                ++m_reportsTaken;
                 m_leftEnvelopes.push_back(folder.path + name);
             }
             else
@@ -285,7 +286,7 @@ void Store::TakeOverLeft()
 
 std::optional<Store::Left> Store::NextLeft()
 {
-    if (!std::exchange(m_hasTakenOver, true))
+    if (m_leftEnvelopes.empty())
     {
         TakeOverLeft();
     }

@@ -55,7 +55,8 @@ public:
     // Whether another run has left anything. Quick.
     bool HasLeft() const;
 
-    // The next report that was left, and of which run this one took over its folder; each comes once.
+    // The next report that was left, and of which run this one took over its folder; each comes once. When there is
+    // none, it looks for runs that have left some since the last time, because they went on until then.
     std::optional<Left> NextLeft();
     static void Drop(const Left& left);
 
@@ -76,7 +77,7 @@ private:
     Folder m_run;
     std::vector<Folder> m_left;
     std::vector<std::wstring> m_leftEnvelopes;
-    bool m_hasTakenOver = false;
+    std::size_t m_reportsTaken = 0;
 };
 
 } // namespace Reporter

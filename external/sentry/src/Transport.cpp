@@ -1,5 +1,6 @@
 #include "Transport.h"
 
+#include "Crash.h"
 #include "Envelope.h"
 #include "Http.h"
 #include "RateLimits.h"
@@ -65,13 +66,13 @@ struct Transport::Shared
 
     static DWORD WINAPI ThreadMain(void* parameter) noexcept;
 
-    std::atomic<bool> sendsLeft = false;
+    std::atomic<bool> hasLeft = false; // what other runs have left is to be looked at
     wil::unique_handle wake{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 
 private:
     void Run();
     void Send(const Envelope& envelope);
-    bool SendNextLeft();
+    void SendNextLeft();
     bool Deliver(std::string_view envelope, std::string_view minidump);
 
     std::optional<Envelope> TakeNext()
@@ -97,8 +98,9 @@ private:
 
     wil::unique_handle m_stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     std::atomic<bool> m_isClosing = false;
-    Http m_http;         // the thread's own
-    RateLimits m_limits; // the thread's own
+    Http m_http;               // the thread's own
+    RateLimits m_limits;       // the thread's own
+    bool m_leavesLeft = false; // the thread's own: what others have left stays with them
     wil::srwlock m_queueLock;
     std::deque<Envelope> m_queue; // guarded by it
     wil::srwlock m_storeLock;
@@ -107,6 +109,7 @@ private:
 
 DWORD WINAPI Transport::Shared::ThreadMain(void* parameter) noexcept
 {
+    ReserveStack();
     const std::unique_ptr<std::shared_ptr<Shared>> shared(static_cast<std::shared_ptr<Shared>*>(parameter));
     try
     {
@@ -128,9 +131,9 @@ void Transport::Shared::Run()
         {
             Send(*envelope);
         }
-        else if (sendsLeft)
+        else if (hasLeft.exchange(false)) // before it is looked at: it may be said again meanwhile
         {
-            sendsLeft = SendNextLeft();
+            SendNextLeft();
         }
         else if (isLast || WaitForSingleObject(wake.get(), INFINITE) != WAIT_OBJECT_0)
         {
@@ -147,16 +150,20 @@ void Transport::Shared::Send(const Envelope& envelope)
     }
 }
 
-// Returns whether there is more to send, and somebody to send it to.
-bool Transport::Shared::SendNextLeft()
+void Transport::Shared::SendNextLeft()
 {
-    const auto left = WithStore([](Store& store) { return store.NextLeft(); });
-    if (!left || !Deliver(left->envelope, left->minidump))
+    const auto left = m_leavesLeft ? std::nullopt : WithStore([](Store& store) { return store.NextLeft(); });
+    if (!left)
     {
-        return false;
+        return;
+    }
+    if (!Deliver(left->envelope, left->minidump))
+    {
+        m_leavesLeft = true;
+        return;
     }
     WithStore([&](Store& /*store*/) { Store::Drop(*left); });
-    return true;
+    hasLeft = true; // there may be more
 }
 
 // Returns whether nothing more is to be done for the envelope: it was answered in whatever way, it is none at all, or
@@ -194,7 +201,7 @@ void Transport::Send(std::string id, std::string envelope)
 
 void Transport::SendLeft()
 {
-    m_shared->sendsLeft = true;
+    m_shared->hasLeft = true;
     Start();
 }
 

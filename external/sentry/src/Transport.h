@@ -29,7 +29,8 @@ public:
     // Takes an envelope with the id that it has in the store.
     void Send(std::string id, std::string envelope);
 
-    // Sends what other runs have left behind.
+    // Sends what other runs have left behind, also since the last time. Once one of these reports has got no answer,
+    // the others stay for a later run.
     void SendLeft();
 
     // Lets the thread finish what it has, for so many milliseconds at most. It then gives up what is under way, and

@@ -135,12 +135,24 @@ auto Try(Function function) noexcept
     }
 }
 
+// Sends what other runs have left, if there is any.
+void SendLeft(Session& session)
+{
+    if (session.store && session.store->HasLeft())
+    {
+        session.transport->SendLeft();
+    }
+}
+
 // Ends a run. Returns how many of its envelopes are left on the disk.
 int Close(Session& session)
 {
     session.run.isStarted = false;
     if (session.transport)
     {
+        // A run that was still ending when this one began has ended by now: what it did not get sent is in nobody's
+        // hands.
+        Try([&] { SendLeft(session); });
         Try([&] { session.transport->Close(c_closeLimit); });
         session.transport.reset();
     }
@@ -175,10 +187,7 @@ void OpenTransport(Session& session)
         return;
     }
     session.transport = std::make_unique<Reporter::Transport>(*dsn, session.store);
-    if (session.store && session.store->HasLeft())
-    {
-        session.transport->SendLeft();
-    }
+    SendLeft(session);
 }
 
 void AddBreadcrumb(Session& session, const Value& value, const Breadcrumb& breadcrumb)

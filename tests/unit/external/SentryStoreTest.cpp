@@ -139,6 +139,46 @@ TEST_F(SentryStoreTest, leaves_a_run_alone_that_goes_on)
     EXPECT_EQ(other->Count(), 1U);
 }
 
+TEST_F(SentryStoreTest, takes_over_later_what_a_run_leaves_that_went_on)
+{
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", "crash");
+    auto other = Open();
+    other->Keep("2", "two");
+    EXPECT_TRUE(other->NextLeft()); // and takes the crash over, but does not get it sent
+    auto store = Open();
+    EXPECT_FALSE(store->NextLeft());
+    other.reset();
+    EXPECT_EQ(TakeLeft(*store), (std::set<std::string>{"crash|", "two|"}));
+    EXPECT_FALSE(store->NextLeft());
+    store.reset();
+    EXPECT_FALSE(Exists(database));
+}
+
+TEST_F(SentryStoreTest, gives_each_report_once_however_often_it_is_asked)
+{
+    root.AddFile(L"a\\b\\Sentry\\x.run\\1.envelope", "crash");
+    const auto store = Open();
+    EXPECT_TRUE(store->NextLeft()); // and is not dropped
+    EXPECT_FALSE(store->NextLeft());
+    EXPECT_FALSE(store->NextLeft());
+}
+
+TEST_F(SentryStoreTest, gives_up_those_that_are_too_many_however_often_it_looks)
+{
+    auto other = Open();
+    for (int i = 0; i < 15; ++i)
+    {
+        root.AddFile(L"a\\b\\Sentry\\x.run\\" + std::to_wstring(i) + L".envelope", std::to_string(i));
+        other->Keep(std::to_string(i), std::to_string(i));
+    }
+    auto store = Open();
+    EXPECT_EQ(TakeLeft(*store).size(), 15U);
+    other.reset();
+    EXPECT_EQ(TakeLeft(*store).size(), 5U);
+    store.reset();
+    EXPECT_FALSE(Exists(database));
+}
+
 TEST_F(SentryStoreTest, gives_up_those_that_are_too_many)
 {
     for (int i = 0; i < 25; ++i)

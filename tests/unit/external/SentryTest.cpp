@@ -1,3 +1,5 @@
+#include "FakeWinHttp.h"
+#include "Store.h"
 #include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/Text.h"
@@ -241,6 +243,35 @@ TEST_F(SentryTest, threads_can_report_at_the_same_time)
     }
     EXPECT_EQ(CurrentRun().breadcrumbs.size(), 100U);
     EXPECT_EQ(CurrentRun().events.size(), 200U);
+}
+
+// A run begins while another one, which it goes on for, is still ending.
+TEST_F(SentryTest, close_sends_what_a_run_has_left_that_ended_meanwhile)
+{
+    const Testing::TestFolder root;
+    const std::string database = Testing::Narrow(root / L"Sentry");
+    Testing::FakeWinHttp winHttp;
+    SentryTesting::SetOffline(false);
+    auto other = Reporter::Store::Open(database);
+    ASSERT_TRUE(other);
+    const auto start = [&] {
+        sentry_options_t* const options = sentry_options_new();
+        sentry_options_set_dsn(options, "https://key@host.example/1");
+        sentry_options_set_database_path(options, database.c_str());
+        EXPECT_EQ(sentry_init(options), 0);
+    };
+    start();
+    ASSERT_TRUE(other->Keep("1", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{}\n"));
+    other.reset();
+    EXPECT_EQ(sentry_close(), 0);
+    EXPECT_EQ(winHttp.requests.size(), 1U);
+    EXPECT_FALSE(Testing::Exists(root / L"Sentry"));
+
+    // And none there is: nobody is asked.
+    start();
+    EXPECT_EQ(sentry_close(), 0);
+    EXPECT_EQ(winHttp.requests.size(), 1U);
+    SentryTesting::SetOffline(true);
 }
 
 TEST_F(SentryTest, without_memory_nothing_is_reported_and_nothing_breaks)

@@ -126,6 +126,21 @@ TEST_F(SentryTransportTest, sends_in_order_from_one_thread_and_drops_what_was_an
     EXPECT_EQ(store->Count(), 0U);
 }
 
+TEST_F(SentryTransportTest, leaves_room_for_a_crash_report_on_the_stack_of_its_thread)
+{
+    ULONG reserved = 0;
+    DWORD reserving = 0;
+    Fake<&SetThreadStackGuarantee> guarantee = [&](PULONG bytes) -> BOOL {
+        reserved = *bytes;
+        reserving = GetCurrentThreadId();
+        return TRUE;
+    };
+    Send("1");
+    Close();
+    EXPECT_EQ(reserved, 65536U);
+    EXPECT_NE(reserving, GetCurrentThreadId());
+}
+
 TEST_F(SentryTransportTest, keeps_what_got_no_answer)
 {
     winHttp.failing = {"ReceiveResponse"};
@@ -174,6 +189,64 @@ TEST_F(SentryTransportTest, sends_nothing_more_of_what_was_left_when_the_first_g
     transport.reset();
     store.reset();
     EXPECT_EQ(Left().size(), 2U);
+}
+
+TEST_F(SentryTransportTest, sends_later_what_a_run_leaves_that_went_on)
+{
+    auto other = OpenStore();
+    ASSERT_TRUE(other->Keep("1", MakeText("1")));
+    transport->SendLeft();
+    Send("2");
+    while (store->Count() != 0)
+    {
+        Sleep(1);
+    }
+    other.reset();
+    transport->SendLeft();
+    Close();
+    EXPECT_THAT(Sent(), ElementsAre("2", "1"));
+}
+
+TEST_F(SentryTransportTest, sends_nothing_that_was_left_after_one_that_got_no_answer)
+{
+    root.AddFile(L"Sentry\\x.run\\1.envelope", MakeText("1"));
+    root.AddFile(L"Sentry\\x.run\\2.envelope", MakeText("2"));
+    winHttp.failing = {"ReceiveResponse"};
+    winHttp.onSend = [&](const FakeWinHttp::Tell& tell) {
+        SetEvent(isStuck.get());
+        tell(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
+    };
+    transport->SendLeft();
+    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    transport->SendLeft();
+    Close();
+    EXPECT_EQ(winHttp.requests.size(), 1U);
+}
+
+// The thread is in the middle of looking when it is told to look again.
+TEST_F(SentryTransportTest, looks_again_when_it_is_told_so_while_it_looks)
+{
+    auto other = OpenStore();
+    ASSERT_TRUE(other->Keep("1", MakeText("1")));
+    int looks = 0;
+    Fake<&FindFirstFileW> find = [&](LPCWSTR path, LPWIN32_FIND_DATAW found) {
+        if (++looks == 1)
+        {
+            SetEvent(isStuck.get());
+            WaitForSingleObject(goOn.get(), c_long);
+        }
+        else if (looks == 2)
+        {
+            other.reset(); // between the two
+        }
+        return find.Hidden(path, found);
+    };
+    transport->SendLeft();
+    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    transport->SendLeft();
+    SetEvent(goOn.get());
+    Close();
+    EXPECT_THAT(Sent(), ElementsAre("1"));
 }
 
 TEST_F(SentryTransportTest, works_without_a_store)
