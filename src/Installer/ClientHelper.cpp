@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -336,7 +337,7 @@ bool TerminateLockers(const Processes& lockers, Logger& logger)
 
 } // namespace
 
-std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& directory)
+std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& directory, std::optional<DWORD> starter)
 {
     const DWORD self = GetCurrentProcessId();
     const wil::unique_tool_help_snapshot snapshot = TakeProcessSnapshot();
@@ -349,7 +350,7 @@ std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& 
         return lockers; // nothing can be compared with it
     }
     ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
-        if (process.th32ProcessID != self)
+        if (process.th32ProcessID != self && process.th32ProcessID != starter)
         {
             AddIfStartedFrom(*folder, process, lockers);
         }
@@ -357,7 +358,8 @@ std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& 
     return lockers;
 }
 
-bool CheckDirectoryLocked(const std::wstring& directory, Logger& logger, bool silent, HWND owner) noexcept
+bool CheckDirectoryLocked(const std::wstring& directory, Logger& logger, bool silent, HWND owner,
+                          std::optional<DWORD> starter) noexcept
 try
 {
     logger.Info(L"[ClientHelper] Checking if directory is locked: " + directory);
@@ -366,7 +368,7 @@ try
         logger.Info(L"[ClientHelper] Directory does not exist, cannot be locked!");
         return true;
     }
-    const Processes lockers = FindProcessesLockingDirectory(directory);
+    const Processes lockers = FindProcessesLockingDirectory(directory, starter);
     if (lockers.empty())
     {
         logger.Info(L"[ClientHelper] No processes found locking the directory.");
@@ -386,7 +388,7 @@ try
         return false;
     case IDRETRY:
         logger.Info(L"[ClientHelper] User prompted to retry...");
-        return CheckDirectoryLocked(directory, logger, false, owner);
+        return CheckDirectoryLocked(directory, logger, false, owner, starter);
     case IDCONTINUE:
         return TerminateLockers(lockers, logger);
     default:

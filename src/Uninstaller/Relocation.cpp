@@ -78,6 +78,11 @@ ExitCode EndWithCopyStarted(const RunContext& run)
 
 } // namespace
 
+std::wstring GetCopyPath()
+{
+    return Installer::GetUninstallerTempFolder() + c_copyName;
+}
+
 ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std::wstring& argument,
                   wil::unique_handle& mutex)
 {
@@ -87,7 +92,7 @@ ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std:
     std::optional<HRESULT> failure;
     try
     {
-        const std::wstring copy = Installer::GetUninstallerTempFolder() + c_copyName;
+        const std::wstring copy = GetCopyPath();
         const HRESULT copied = CopyProgram(ownPath, copy);
         if (copied != S_OK)
         {

@@ -12,6 +12,9 @@
 namespace Uninstaller
 {
 
+// Where the copy lies.
+std::wstring GetCopyPath();
+
 // Copies the program at `ownPath` to the temporary folder, hands the mutex over and starts the copy with the same
 // argument (empty for none). Ends the run: returns EXIT_NO_ERROR when the copy was started, which is not waited for;
 // EXIT_ERROR_COPY_TO_TEMP or EXIT_ERROR_RUN_FROM_TEMP when it could not be made or started.

@@ -12,6 +12,7 @@
 #include "Installer/Shortcuts.h"
 #include "Uninstaller/Confirmation.h"
 #include "Uninstaller/EndOfProcess.h"
+#include "Uninstaller/StartingProcess.h"
 #include "Uninstaller/UserCleanup.h"
 
 #include <windows.h>
@@ -315,6 +316,15 @@ std::optional<bool> Confirm(const RunContext& run, const std::wstring& ownPath, 
     return std::nullopt;
 }
 
+// Returns whether nothing runs from the installation folder any more. The process that this one was started by may
+// still do so for a moment.
+bool EndProcessesIn(const std::wstring& installFolder, const RunContext& run, const std::wstring& ownPath)
+{
+    const auto starter = WaitForStartingProcess(ownPath, installFolder);
+    return CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, DialogOwner(run),
+                                starter ? std::optional(starter->id) : std::nullopt);
+}
+
 // Ends what runs of the product: nothing is removed under a running program. Returns nothing, or the exit code when the
 // run ended here.
 std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
@@ -333,8 +343,7 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& inst
         return EXIT_ERROR_CLIENT_RUNNING;
     }
     // In a folder that is not deleted anyway, nobody is in the way.
-    if (!IsProtectedFolder(installFolder) &&
-        !CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, DialogOwner(run)))
+    if (!IsProtectedFolder(installFolder) && !EndProcessesIn(installFolder, run, ownPath))
     {
         ShowError(run, exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED));
         run.logger.OpenLog();

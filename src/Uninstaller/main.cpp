@@ -58,8 +58,8 @@ int ShowHelp(Installer::Logger& logger)
     return EXIT_NO_ERROR;
 }
 
-// Windows and the C runtime tell of a failure (a crash, a drive without a medium) in a dialog, which nobody may be there
-// to close. Crash reporting comes first all the same: Windows calls its filter before it looks at the error mode.
+// Windows and the C runtime tell of a failure (a crash, a drive without a medium) in a dialog, which nobody may be
+// there to close. Crash reporting comes first all the same: Windows calls its filter before it looks at the error mode.
 void ShowNoErrorDialogs()
 {
     SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);

@@ -31,6 +31,10 @@ struct FakeProcess
     DWORD openToTerminateError = ERROR_SUCCESS; // why it cannot be opened for that, if so
     DWORD terminateError = ERROR_SUCCESS;       // why it cannot be terminated, if so
     bool survives = false;                      // does not end although it is terminated
+    DWORD parent = 0;                           // the process that started it
+    ULONGLONG created = 0;                      // when that was
+    DWORD timesError = ERROR_SUCCESS;           // why that is not told, if so
+    bool endsWhenWaitedFor = false;             // within the time that somebody waits for its end
 };
 
 // The processes of the machine, as snapshots show them and as they are opened, with a list of all calls:
@@ -67,7 +71,7 @@ public:
     std::optional<DWORD> IdOf(HANDLE process) const
     {
         const auto found = m_opened.find(process);
-        return found == m_opened.end() ? std::nullopt : std::optional(found->second);
+        return found == m_opened.end() ? std::nullopt : std::optional(found->second.id);
     }
 
     // What CreateToolhelp32Snapshot returns when it shall fail, and its last error.
@@ -94,8 +98,8 @@ public:
     std::size_t OpenSnapshots() const { return m_snapshots.size(); }
 
     // Every call so far: "snapshot <flags> <id>", "first <size>", "next", "open <access> <id>" (with " inherited" for
-    // such a handle), "image <flags> <id>", "terminate <id> <exit code>", "close snapshot", "close <id>", "close
-    // <name>". The access mask is hexadecimal.
+    // such a handle), "image <flags> <id>", "times <id>", "wait <id> <milliseconds>", "terminate <id> <exit code>",
+    // "close snapshot", "close <id>", "close <name>". The access mask is hexadecimal.
     const std::vector<std::string>& Calls() const { return m_calls; }
 
     // The calls since the last time.
@@ -105,6 +109,12 @@ public:
     void Note(const std::string& call) { m_calls.push_back(call); }
 
 private:
+    struct Opened
+    {
+        DWORD id = 0;
+        DWORD access = 0;
+    };
+
     struct Snapshot
     {
         std::vector<FakeProcess> processes;
@@ -139,6 +149,7 @@ private:
         }
         const FakeProcess& process = processes[next++];
         entry.th32ProcessID = process.id;
+        entry.th32ParentProcessID = process.parent;
         std::wmemcpy(entry.szExeFile, process.name.c_str(), process.name.size() + 1);
         return TRUE;
     }
@@ -171,7 +182,7 @@ private:
             return nullptr;
         }
         const HANDLE handle = MakeHandle(std::to_string(id));
-        m_opened[handle] = id;
+        m_opened[handle] = {.id = id, .access = access};
         return handle;
     }
 
@@ -216,6 +227,42 @@ private:
         return process.has_value();
     }
 
+    bool Allows(HANDLE handle, DWORD access) const { return (m_opened.at(handle).access & access) == access; }
+
+    // Of this process, as of an opened one.
+    BOOL ReadTimes(HANDLE handle, FILETIME& created) const
+    {
+        const auto process =
+            handle == GetCurrentProcess() ? Find(GetCurrentProcessId()) : FindOpened(handle, &FakeProcess::timesError);
+        if (!process || process->timesError != ERROR_SUCCESS)
+        {
+            SetLastError(process ? process->timesError : GetLastError());
+            return FALSE;
+        }
+        if (handle != GetCurrentProcess() && !Allows(handle, PROCESS_QUERY_LIMITED_INFORMATION))
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+        created = {static_cast<DWORD>(process->created), static_cast<DWORD>(process->created >> 32)};
+        return TRUE;
+    }
+
+    DWORD Wait(HANDLE handle)
+    {
+        const auto process = Find(*IdOf(handle));
+        if (!Allows(handle, SYNCHRONIZE))
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return WAIT_FAILED;
+        }
+        if (process && process->endsWhenWaitedFor)
+        {
+            Remove(process->id);
+        }
+        return process && !process->endsWhenWaitedFor ? WAIT_TIMEOUT : WAIT_OBJECT_0;
+    }
+
     // The id of an opened process as the list of calls names it.
     std::string NameOf(HANDLE process) const
     {
@@ -243,7 +290,7 @@ private:
     std::vector<FakeProcess> m_processes{{.id = 0, .name = L"[System Process]", .session = 0}};
     std::map<HANDLE, std::string> m_names; // of everything that is open
     std::map<HANDLE, Snapshot> m_snapshots;
-    std::map<HANDLE, DWORD> m_opened;
+    std::map<HANDLE, Opened> m_opened;
     std::vector<std::string> m_calls;
     HANDLE m_failedSnapshot = nullptr;
     DWORD m_snapshotError = ERROR_SUCCESS;
@@ -271,6 +318,18 @@ private:
     Fake<&QueryFullProcessImageNameW> m_queryImage = [this](HANDLE process, DWORD flags, wchar_t* name, DWORD* size) {
         Note("image " + std::to_string(flags) + " " + NameOf(process));
         return ReadImage(process, name, *size);
+    };
+    Fake<&GetProcessTimes> m_times = [this](HANDLE process, FILETIME* created, FILETIME*, FILETIME*, FILETIME*) {
+        Note("times " + (process == GetCurrentProcess() ? "self" : NameOf(process)));
+        return ReadTimes(process, *created);
+    };
+    Fake<&WaitForSingleObject> m_wait = [this](HANDLE handle, DWORD milliseconds) {
+        if (!IdOf(handle))
+        {
+            return m_wait.Hidden(handle, milliseconds);
+        }
+        Note("wait " + NameOf(handle) + " " + std::to_string(milliseconds));
+        return Wait(handle);
     };
     Fake<&TerminateProcess> m_terminate = [this](HANDLE process, UINT exitCode) {
         Note("terminate " + NameOf(process) + " " + std::to_string(exitCode));

@@ -64,8 +64,8 @@ struct WindowsErrors
 };
 
 // All functions of Windows that a run calls on its own thread, able to fail. Left out are those that do not fail when
-// they are called as they should be (clocks, the comparison of texts), those whose result says nothing, and waiting and
-// signaling: without them nothing can go on.
+// they are called as they should be (clocks, the comparison of texts), those whose result says nothing, and signaling:
+// without it nothing can go on.
 class FaultyWindows
 {
 public:
@@ -124,6 +124,8 @@ private:
     Faulty<&OpenProcess> m_openProcess{m_injector, c_errors.openProcess};
     Faulty<&TerminateProcess> m_terminate{m_injector, c_errors.endProcess};
     Faulty<&QueryFullProcessImageNameW> m_image{m_injector, c_errors.image};
+    Faulty<&GetProcessTimes> m_times{m_injector, c_errors.denied};
+    Faulty<&WaitForSingleObject> m_wait{m_injector, c_errors.badHandle, c_invalid};
     Faulty<&CloseHandle> m_closeHandle{m_injector, c_errors.badHandle, c_closes};
     Faulty<&ProcessIdToSessionId> m_session{m_injector, c_errors.badProcess};
     Faulty<&WTSGetActiveConsoleSessionId> m_console{m_injector, c_errors.badProcess, c_invalid};

@@ -17,6 +17,7 @@ constexpr wchar_t c_uninstallKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVers
 constexpr wchar_t c_runKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run";
 constexpr wchar_t c_approvedKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\Run";
 constexpr wchar_t c_publicShortcut[] = L"C:\\Users\\Public\\Desktop\\Velmora.lnk";
+constexpr wchar_t c_starterProgram[] = L"C:\\Program Files\\Velmora\\current\\Velmora.Uninstaller.exe";
 constexpr wchar_t c_authServiceProgram[] = L"C:\\Program Files\\OrvaneAuthService\\service.exe";
 constexpr const wchar_t* c_services[] = {L"OrvaneAuthService", L"VelmoraUpdaterService", L"Velmora Updater Service",
                                          L"Spooler"};
@@ -80,9 +81,10 @@ void SimulatedMachine::AddFiles()
         m_files.AddFile(file);
     }
     m_files.AddFile(ownPath);
+    m_files.AddFile(c_starterProgram);
     m_files.isInUse = [this](const std::wstring& path) {
         bool isRunning = path == ownPath;
-        for (const DWORD id : {c_client, DWORD{52}, DWORD{60}, DWORD{1301}, DWORD{1302}})
+        for (const DWORD id : {c_client, DWORD{52}, DWORD{60}, DWORD{70}, DWORD{1301}, DWORD{1302}})
         {
             const auto process = m_processes.Find(id);
             isRunning = isRunning || (process && process->image == path);
@@ -151,6 +153,13 @@ void SimulatedMachine::AddProcesses()
     m_processes.Add({.id = 52, .name = L"helper.exe", .image = L"C:\\Program Files\\Velmora\\current\\helper.exe"});
     m_processes.Add({.id = 60, .name = L"program.exe", .image = L"C:\\Program Files\\Velmora2\\program.exe"});
     m_processes.Add({.id = 61, .name = L"velmora.exe", .image = L"C:\\Windows\\System32\\notepad.exe"});
+    // The program runs as the copy that the other process started, which is about to end.
+    m_processes.Add({.id = 70,
+                     .name = L"Velmora.Uninstaller.exe",
+                     .image = c_starterProgram,
+                     .created = 1,
+                     .endsWhenWaitedFor = true});
+    m_processes.Add({.id = 4711, .name = L"Velmora.Uninstaller.exe", .image = ownPath, .parent = 70, .created = 2});
     m_processes.Add({.id = 1301, .name = L"service.exe", .image = c_authServiceProgram});
     m_processes.Add({.id = 1302, .name = L"updater.exe", .image = L"C:\\Windows\\updater.exe"});
     m_processes.Add({.id = 1303, .name = L"spooler.exe", .image = L"C:\\Windows\\spooler.exe"});
@@ -180,7 +189,7 @@ std::set<std::string> SimulatedMachine::Everything() const
         }
     }
     for (const DWORD id :
-         {c_client, DWORD{52}, DWORD{60}, DWORD{61}, DWORD{1301}, DWORD{1302}, DWORD{1303}, c_explorer})
+         {c_client, DWORD{52}, DWORD{60}, DWORD{61}, DWORD{70}, DWORD{1301}, DWORD{1302}, DWORD{1303}, c_explorer})
     {
         if (m_processes.Find(id))
         {

@@ -725,6 +725,15 @@ TEST_F(FindProcessesLockingDirectoryTest, leaves_out_its_own_process)
     EXPECT_EQ(NewCalls(), Walk(1));
 }
 
+TEST_F(FindProcessesLockingDirectoryTest, leaves_out_the_process_that_went_on_as_this_one)
+{
+    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
+    AddProgram(71, L"Velmora\\a.exe");
+
+    EXPECT_THAT(FindProcessesLockingDirectory(folder, 70), ElementsAre(Pair(71, L"a.exe")));
+    EXPECT_EQ(NewCalls(), Walk({{}, {"open 1000 71", "image 0 71", "close 71"}}));
+}
+
 TEST_F(FindProcessesLockingDirectoryTest, does_not_look_at_the_first_process)
 {
     processes.PutFirst(Program(4, L"Velmora\\a.exe"));
@@ -1098,6 +1107,29 @@ TEST_F(CheckDirectoryLockedTest, goes_by_the_last_answer_after_a_retry)
     EXPECT_FALSE(Check());
 
     EXPECT_EQ(log.Lines().back(), c_canceled);
+}
+
+TEST_F(CheckDirectoryLockedTest, leaves_the_process_alone_that_went_on_as_this_one)
+{
+    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
+
+    EXPECT_TRUE(CheckDirectoryLocked(folder, log.Logger(), true, nullptr, 70));
+
+    EXPECT_EQ(log.Lines(), (Lines{Checking(), c_noLockers}));
+    EXPECT_THAT(CallsOf({"terminate"}), IsEmpty());
+}
+
+TEST_F(CheckDirectoryLockedTest, leaves_that_process_alone_at_a_retry_too)
+{
+    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
+    AddProgram(71, L"Velmora\\a.exe");
+    dialog.Answer({.button = IDRETRY});
+    dialog.Answer({.button = IDCONTINUE});
+
+    EXPECT_TRUE(CheckDirectoryLocked(folder, log.Logger(), false, c_owner, 70));
+
+    EXPECT_THAT(CallsOf({"terminate"}), ElementsAre("terminate 71 0"));
+    EXPECT_EQ(dialog.Shown().size(), 2U);
 }
 
 TEST_F(CheckDirectoryLockedTest, is_content_when_the_folder_is_gone_at_a_retry)

@@ -221,7 +221,7 @@ const Row c_rows[] = {
 // Everything that a run may leave or end: of the product, but nothing that is to be removed.
 bool IsRunningProduct(const std::string& thing)
 {
-    static const Things processes{"process 40", "process 52", "process 1301", "process 1302"};
+    static const Things processes{"process 40", "process 52", "process 70", "process 1301", "process 1302"};
     return processes.contains(thing);
 }
 
@@ -419,7 +419,7 @@ const Group c_groups[] = {
       "GetFileAttributesW", "SetFileInformationByHandle", "DeleteFileW"}},
     {"processes",
      {"Process32", "QueryServiceStatusEx", "CloseServiceHandle", "Open", "QueryFullProcessImageNameW",
-      "CreateToolhelp32Snapshot", "TerminateProcess"}},
+      "CreateToolhelp32Snapshot", "TerminateProcess", "GetProcessTimes", "WaitForSingleObject"}},
     {"rest", {}},
 };
 

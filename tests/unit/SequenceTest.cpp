@@ -958,4 +958,28 @@ TEST_F(RunningProductTest, removes_nothing_when_what_runs_from_its_folder_cannot
     ExpectNothingRemoved();
 }
 
+// The first process still runs from the installation folder while it closes its crash reporting.
+TEST_F(RunningProductTest, waits_for_the_process_that_started_it_as_its_copy_and_does_not_end_it)
+{
+    const std::wstring ownPath = folders.Temp() + L"Velmora\\Uninstaller\\Velmora.Uninstaller.exe";
+    const std::wstring image = root.AddFile(L"Program Files\\Velmora\\Velmora.Uninstaller.exe");
+    for (const bool endsInTime : {true, false})
+    {
+        processes.Add({.id = 70, .image = image, .created = 1, .endsWhenWaitedFor = endsInTime});
+        processes.Add({.id = 4711, .image = ownPath, .parent = 70, .created = 2});
+        root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
+
+        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Silent}, installFolder, ownPath),
+                  EXIT_NO_ERROR);
+
+        EXPECT_EQ(processes.Find(70).has_value(), !endsInTime);
+        EXPECT_EQ(std::ranges::count(processes.NewCalls(), "wait 70 5000"), 1);
+        EXPECT_EQ(std::ranges::count(LogLines(), c_fullLog[2]), endsInTime ? 1 : 2);
+        EXPECT_EQ(std::ranges::count(LogLines(), c_fullLog[3]), endsInTime ? 1 : 2);
+        EXPECT_EQ(processes.OpenHandles(), 0U);
+        processes.Remove(70);
+        processes.Remove(4711);
+    }
+}
+
 } // namespace
