@@ -55,6 +55,33 @@ protected:
         EXPECT_FALSE(IsThere(ReportFolder()));
     }
 
+    // What a run that crashed has left.
+    static void LeaveCrash()
+    {
+        const std::wstring run = ReportFolder() + L"\\0123456789abcdef0123456789abcdef.run\\";
+        WriteTestFile(run + L"1.envelope", 1);
+        WriteBytes(run + L"1.envelope", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n");
+        WriteBytes(run + L"1.dmp", "MDMP and more");
+    }
+
+    // That crash, whole.
+    static void ExpectCrash(const IngestionRequest& request)
+    {
+        const ParsedEnvelope envelope = ParseEnvelope(request.body);
+        ASSERT_EQ(envelope.items.size(), 2U);
+        EXPECT_EQ(EventOf(envelope)["event_id"], "1");
+        EXPECT_EQ(envelope.items[1].payload, "MDMP and more");
+    }
+
+    // The run went on as its copy, which removed everything, the reports too, and met nobody in the installation
+    // folder.
+    void ExpectRelocated() const
+    {
+        MachineState state = RelocatedState();
+        state.Erase(ReportFolder());
+        ExpectRelocatedEnd(c_fullSuccess, RelocationLog("Silent", RelocatedCopy(), "-s"), ExpectedLog().Lines(), state);
+    }
+
     // What the log says should have arrived: the text of its error line, after the lines before it.
     void ExpectEventOfTheLog(const IngestionServer& server) const
     {
@@ -169,19 +196,40 @@ TEST_F(CrashReportTest, A_crash_of_an_earlier_run_is_sent)
     const IngestionServer server;
     ReportTo(server.Dsn());
     LayDownSample();
-    const std::wstring run = ReportFolder() + L"\\0123456789abcdef0123456789abcdef.run\\";
-    WriteTestFile(run + L"1.envelope", 1);
-    WriteBytes(run + L"1.envelope", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n");
-    WriteBytes(run + L"1.dmp", "MDMP and more");
+    LeaveCrash();
     Run();
     EXPECT_EQ(Result().exitCode, c_fullSuccess);
     const auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 1U);
-    const ParsedEnvelope envelope = ParseEnvelope(requests[0].body);
-    ASSERT_EQ(envelope.items.size(), 2U);
-    EXPECT_EQ(EventOf(envelope)["event_id"], "1");
-    EXPECT_EQ(envelope.items[1].payload, "MDMP and more");
+    ExpectCrash(requests[0]);
     EXPECT_FALSE(IsThere(ReportFolder()));
+}
+
+// The first process waits two seconds for the server, while its copy already looks for what holds the folder.
+TEST_F(CrashReportTest, A_first_process_that_is_slow_to_end_ends_by_itself)
+{
+    const IngestionServer server([](std::size_t) { return IngestionAnswer{.text = "", .staysSilent = true}; });
+    ReportTo(server.Dsn());
+    LayDownSample();
+    LeaveCrash();
+    RunInstalled();
+    ExpectRelocated();
+    EXPECT_FALSE(server.Requests().empty());
+}
+
+TEST_F(CrashReportTest, What_the_first_process_cannot_send_is_sent_by_its_copy)
+{
+    const IngestionServer server([](std::size_t request) {
+        return request == 0 ? IngestionAnswer{.text = "", .staysSilent = true} : IngestionAnswer{};
+    });
+    ReportTo(server.Dsn());
+    LayDownSample();
+    LeaveCrash();
+    RunInstalled();
+    ExpectRelocated();
+    const auto requests = server.Requests();
+    ASSERT_EQ(requests.size(), 2U);
+    ExpectCrash(requests[1]);
 }
 } // namespace
 } // namespace Testing
