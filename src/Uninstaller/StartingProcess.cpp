@@ -6,6 +6,8 @@
 
 #include <wil/win32_helpers.h>
 
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace Uninstaller
@@ -43,10 +45,10 @@ std::optional<DWORD> FindParent()
 std::optional<FILETIME> CreationTime(HANDLE process)
 {
     FILETIME creation{};
-    FILETIME exit{};
-    FILETIME kernel{};
-    FILETIME user{};
-    return GetProcessTimes(process, &creation, &exit, &kernel, &user) ? std::optional(creation) : std::nullopt;
+    FILETIME end{};
+    FILETIME inKernel{};
+    FILETIME inProgram{};
+    return GetProcessTimes(process, &creation, &end, &inKernel, &inProgram) ? std::optional(creation) : std::nullopt;
 }
 
 // Whether a process was there before this one: the id of one that has ended is given to others.

@@ -36,8 +36,8 @@ struct Run
     std::string databasePath;
     std::string release;
     bool debug = false;
-    std::vector<std::string> options; // the names of those that were set, in the order of the calls
-    int closes = 0;                   // calls of sentry_close since it was started
+    std::vector<std::string> options;    // the names of those that were set, in the order of the calls
+    int closes = 0;                      // calls of sentry_close since it was started
     std::vector<Breadcrumb> breadcrumbs; // oldest first
     std::vector<Event> events;           // in the order of their capture
 };
