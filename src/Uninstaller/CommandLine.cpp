@@ -29,13 +29,15 @@ constexpr struct
 
 using unique_arguments = wil::unique_any<PWSTR*, decltype(&::LocalFree), ::LocalFree>;
 
-// The argument in the system's 8-bit code page, which is what it is compared in. Characters that the code page does not
-// have do not turn into similar ones: a switch with a typographic dash is not that switch.
+// The argument in the system's 8-bit code page, which is what it is compared in; empty when it cannot be converted.
+// Characters that the code page does not have do not turn into similar ones: a switch with a typographic dash is not
+// that switch. A code page of UTF-8 has all characters, and refuses the flag.
 std::string Narrow(const wchar_t* argument)
 {
-    const int length = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, argument, -1, nullptr, 0, nullptr, nullptr);
+    const DWORD flags = GetACP() == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS;
+    const int length = WideCharToMultiByte(CP_ACP, flags, argument, -1, nullptr, 0, nullptr, nullptr);
     std::string text(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, argument, -1, text.data(), length, nullptr, nullptr);
+    WideCharToMultiByte(CP_ACP, flags, argument, -1, text.data(), length, nullptr, nullptr);
     if (!text.empty())
     {
         text.pop_back(); // the final zero, which the length includes

@@ -1,5 +1,6 @@
 #include "Uninstaller/CommandLine.h"
 
+#include "support/FakeCodePage.h"
 #include "support/ImportTableFake.h"
 
 #include <windows.h>
@@ -115,6 +116,46 @@ TEST(CommandLineTest, the_argument_is_compared_in_the_8_bit_code_page)
     ExpectRun(L" -s", RunType::Silent);
 
     EXPECT_EQ(codePages, std::vector<UINT>(2, CP_ACP));
+}
+
+TEST(CommandLineTest, switches_are_known_in_every_code_page)
+{
+    for (const UINT page : {1252U, 932U, 1251U, static_cast<UINT>(CP_UTF8)})
+    {
+        SCOPED_TRACE(page);
+        const FakeCodePage codePage(page);
+
+        ExpectRun(L" -s", RunType::Silent);
+        ExpectRun(L" --silent", RunType::Silent);
+        ExpectRun(L" -v", RunType::Verbose);
+        ExpectRun(L" --gui", RunType::Gui);
+    }
+}
+
+TEST(CommandLineTest, no_other_text_becomes_a_switch_in_any_code_page)
+{
+    for (const UINT page : {1252U, 932U, 1251U, static_cast<UINT>(CP_UTF8)})
+    {
+        SCOPED_TRACE(page);
+        const FakeCodePage codePage(page);
+
+        // Dashes, full-width letters, a letter with an accent, and what is no valid text.
+        for (const wchar_t* const argument :
+             {L" \u2212s", L" \u2013s", L" \uff0ds", L" -\uff53", L" -\u015b", L" -s\u0301", L" -s\xd800", L" \xdc00"})
+        {
+            ExpectHelp(argument);
+        }
+    }
+}
+
+TEST(CommandLineTest, an_argument_that_cannot_be_converted_asks_for_the_help)
+{
+    Fake<&WideCharToMultiByte> failing = [](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) -> int {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    };
+
+    ExpectHelp(L" -s");
 }
 
 TEST(CommandLineTest, the_help_has_four_lines)
