@@ -5,6 +5,7 @@
 #include "Installer/Logger.h"
 #include "Installer/ProcessSnapshot.h"
 #include "Installer/Retry.h"
+#include "Installer/Text.h"
 
 #include <commctrl.h>
 
@@ -64,7 +65,7 @@ HRESULT LastResult()
 void LogException(Logger& logger, const wchar_t* text, const char* what, bool capture) noexcept
 try
 {
-    logger.Error(text + Utf8ToWide(what), capture);
+    logger.Error(text + WidenExceptionText(what), capture);
 }
 CATCH_LOG()
 

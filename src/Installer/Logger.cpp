@@ -2,17 +2,16 @@
 
 #include "Installer/Common.h"
 #include "Installer/ShellHelpers.h"
+#include "Installer/Text.h"
 
 #include <windows.h>
 
 #include <sentry.h>
-#include <strsafe.h>
 
 #include <wil/resource.h>
 #include <wil/result.h>
 
 #include <array>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -48,18 +47,6 @@ void WriteToConsole(const std::wstring& line)
     WriteConsoleW(GetStdHandle(STD_OUTPUT_HANDLE), line.c_str(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
 
-// The line as UTF-8. Names of files need not be valid UTF-16, and a line about one must not get lost: what is not valid
-// is replaced.
-std::string EncodeLine(const std::wstring& line)
-{
-    const int length =
-        WideCharToMultiByte(CP_UTF8, 0, line.c_str(), static_cast<int>(line.size()), nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, line.c_str(), static_cast<int>(line.size()), bytes.data(), length, nullptr,
-                        nullptr);
-    return bytes;
-}
-
 // Opened and closed for every line, so that the line is on disk when the program goes on, whatever becomes of it.
 void AppendToFile(const std::wstring& path, const std::wstring& line)
 {
@@ -67,7 +54,7 @@ void AppendToFile(const std::wstring& path, const std::wstring& line)
                                              nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file)
     {
-        const std::string bytes = EncodeLine(line);
+        const std::string bytes = EncodeUtf8(line);
         DWORD written = 0;
         WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
     }
@@ -75,12 +62,12 @@ void AppendToFile(const std::wstring& path, const std::wstring& line)
 
 void AddBreadcrumb(const std::wstring& message)
 {
-    sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, WideToUtf8(message).c_str()));
+    sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, EncodeUtf8(message).c_str()));
 }
 
 void CaptureEvent(sentry_level_t level, const std::wstring& message)
 {
-    sentry_capture_event(sentry_value_new_message_event(level, "logger", WideToUtf8(message).c_str()));
+    sentry_capture_event(sentry_value_new_message_event(level, "logger", EncodeUtf8(message).c_str()));
 }
 
 bool FileExists(const std::wstring& path)
@@ -98,16 +85,34 @@ bool FileExists(const std::wstring& path)
     return false;
 }
 
-// The C runtime starts whatever command processor the environment names, and the user's part of the environment is not
-// to decide what runs elevated.
-void WaitForKey()
+// Empty when the folder of Windows is not told.
+std::wstring FindCommandProcessor()
 {
-    std::array<wchar_t, MAX_PATH> processor{};
-    GetSystemDirectoryW(processor.data(), static_cast<UINT>(processor.size()));
-    StringCchCatW(processor.data(), processor.size(), L"\\cmd.exe");
-    _wputenv_s(L"COMSPEC", processor.data());
-    std::system("PAUSE");
+    std::array<wchar_t, MAX_PATH> folder{};
+    const UINT length = GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
+    const bool isWhole = length > 0 && length < folder.size();
+    return isWhole ? std::wstring(folder.data()) + L"\\cmd.exe" : std::wstring();
 }
+
+// Not through the C runtime, which starts whatever command processor the environment names and lets it run the user's
+// AutoRun commands first: what the user has set is not to decide what runs elevated. "/d" leaves AutoRun out.
+void WaitForKey() noexcept
+try
+{
+    const std::wstring processor = FindCommandProcessor();
+    std::wstring commandLine = L'"' + processor + L"\" /d /c PAUSE";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION information{};
+    if (!processor.empty() && CreateProcessW(processor.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                             nullptr, &startup, &information))
+    {
+        const wil::unique_handle process(information.hProcess);
+        const wil::unique_handle thread(information.hThread);
+        WaitForSingleObject(process.get(), INFINITE);
+    }
+}
+CATCH_LOG()
 
 } // namespace
 
@@ -190,7 +195,7 @@ void Logger::OpenLog()
     }
     catch (const std::exception& exception)
     {
-        Warning(L"ShellExecuteFromExplorer failed: " + Utf8ToWide(exception.what()), false);
+        Warning(L"ShellExecuteFromExplorer failed: " + WidenExceptionText(exception.what()), false);
     }
 }
 
@@ -200,9 +205,8 @@ try
     std::wstring line(tag);
     line += message;
     std::erase(line, L'\n');
-    line += L'\n';
-    WriteToConsole(line);
-    AppendToFile(m_logPath, line);
+    WriteToConsole(line + L'\n');
+    AppendToFile(m_logPath, line + L"\r\n");
 }
 CATCH_LOG()
 

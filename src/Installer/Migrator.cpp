@@ -3,6 +3,7 @@
 #include "Installer/ClientHelper.h"
 #include "Installer/Common.h"
 #include "Installer/Logger.h"
+#include "Installer/Text.h"
 
 #include <roapi.h>
 
@@ -85,7 +86,7 @@ void Guard(Logger& logger, const wchar_t* failureText, Search search)
     }
     catch (const std::exception& exception)
     {
-        logger.Error(failureText + Utf8ToWide(exception.what()), false);
+        logger.Error(failureText + WidenExceptionText(exception.what()), false);
     }
     catch (...)
     {
@@ -161,7 +162,7 @@ try
 }
 catch (const std::exception& exception)
 {
-    logger.Error(c_removalFailed + Utf8ToWide(exception.what()), false);
+    logger.Error(c_removalFailed + WidenExceptionText(exception.what()), false);
 }
 
 void RemovePackages(const PackageManager& manager, Logger& logger, HRESULT& result)

@@ -1,7 +1,7 @@
 #include "Installer/Service.h"
 
-#include "Installer/Common.h"
 #include "Installer/Logger.h"
+#include "Installer/Text.h"
 
 #include <winsvc.h>
 
@@ -147,7 +147,8 @@ constexpr const wchar_t* c_productServices[] = {c_authService, c_updaterService,
 void LogUnexpectedError(Logger& logger, const std::exception& exception) noexcept
 try
 {
-    logger.Error(L"[ClientHelper] Unexpected error while stopping services: " + Utf8ToWide(exception.what()), false);
+    logger.Error(L"[ClientHelper] Unexpected error while stopping services: " + WidenExceptionText(exception.what()),
+                 false);
 }
 CATCH_LOG()
 

@@ -2,6 +2,7 @@
 
 #include "Installer/Common.h"
 #include "Installer/Retry.h"
+#include "Installer/Text.h"
 #include "Uninstaller/CrashReporting.h"
 #include "Uninstaller/EndOfProcess.h"
 #include "Uninstaller/Preconditions.h"
@@ -105,7 +106,7 @@ ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std:
     }
     catch (const std::exception& exception)
     {
-        return EndWithoutCopy(run, Installer::Utf8ToWide(exception.what()));
+        return EndWithoutCopy(run, Installer::WidenExceptionText(exception.what()));
     }
     return failure ? EndWithCopyNotStarted(run, start, *failure, ownPath) : EndWithCopyStarted(run);
 }

@@ -2,6 +2,7 @@
 
 #include "Installer/Common.h"
 #include "Installer/Security.h"
+#include "Installer/Text.h"
 
 #include <windows.h>
 
@@ -59,8 +60,8 @@ try
 }
 catch (const std::exception& exception)
 {
-    run.logger.Warning(L"Something went wrong while trying to clean up user files: " + Utf8ToWide(exception.what()),
-                       false);
+    run.logger.Warning(
+        L"Something went wrong while trying to clean up user files: " + WidenExceptionText(exception.what()), false);
     return false;
 }
 

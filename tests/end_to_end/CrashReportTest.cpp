@@ -92,10 +92,10 @@ protected:
         std::string_view log = Result().log;
         while (message.empty())
         {
-            const auto end = log.find('\n');
+            const auto end = log.find("\r\n");
             ASSERT_NE(end, std::string_view::npos) << "There is no error in the log.";
             const std::string_view line = log.substr(0, end);
-            log.remove_prefix(end + 1);
+            log.remove_prefix(end + 2);
             if (line.starts_with(error))
             {
                 message = line.substr(error.size());

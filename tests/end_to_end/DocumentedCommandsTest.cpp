@@ -72,10 +72,10 @@ protected:
     {
         std::vector<std::string> lines;
         std::string rest = std::regex_replace(log, std::regex(R"(uninstaller \(\d+\))"), "uninstaller (<pid>)");
-        for (auto end = rest.find('\n'); end != std::string::npos; end = rest.find('\n'))
+        for (auto end = rest.find("\r\n"); end != std::string::npos; end = rest.find("\r\n"))
         {
             lines.push_back(rest.substr(0, end));
-            rest.erase(0, end + 1);
+            rest.erase(0, end + 2);
         }
         return lines;
     }

@@ -14,6 +14,7 @@
 #include <array>
 #include <cstring>
 #include <iostream>
+#include <string_view>
 #include <utility>
 
 namespace Testing
@@ -34,18 +35,20 @@ constexpr std::array<std::wstring_view, 3> c_keysMadeByOpening{
 constexpr std::array<std::wstring_view, 2> c_calls{LR"(HKLM\Software\Velmora.Testing\Firewall\Calls)",
                                                    LR"(HKLM\Software\Velmora.Testing\Packages\Calls)"};
 
+// The lines of a log: each ends with a carriage return and a line feed.
 std::vector<std::string> SplitLines(const std::string& text)
 {
+    constexpr std::string_view c_end = "\r\n";
     std::vector<std::string> lines;
     std::size_t begin = 0;
-    for (auto end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin))
+    for (auto end = text.find(c_end); end != std::string::npos; end = text.find(c_end, begin))
     {
         lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
+        begin = end + c_end.size();
     }
     if (begin < text.size())
     {
-        lines.push_back(text.substr(begin) + " (without a line feed)");
+        lines.push_back(text.substr(begin) + " (without an end)");
     }
     return lines;
 }

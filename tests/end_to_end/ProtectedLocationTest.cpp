@@ -30,7 +30,7 @@ std::string Text(const std::vector<std::string>& lines)
     std::string text;
     for (const std::string& line : lines)
     {
-        text += line + "\n";
+        text += line + "\r\n";
     }
     return text;
 }

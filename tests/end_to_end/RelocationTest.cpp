@@ -162,7 +162,7 @@ TEST_F(RelocationTest, A_copy_whose_path_is_too_long_for_Windows_to_start_ends_t
     const std::string_view reason = "! Reason: ";
     const std::size_t begin = Result().log.find(reason) + reason.size();
     ExpectEnd(c_startFailed,
-              StartFailedLog("Silent", copy, "-s", Result().log.substr(begin, Result().log.find('\n', begin) - begin)),
+              StartFailedLog("Silent", copy, "-s", Result().log.substr(begin, Result().log.find('\r', begin) - begin)),
               state, true);
     RemoveTree(Expand(L"<Downloads>") + L"\\" + std::wstring(100, L'a'));
 }

@@ -70,7 +70,7 @@ protected:
         EXPECT_EQ(Result().exitCode, c_fullSuccess);
         EXPECT_EQ(Second().exitCode, c_alreadyRunning);
         // Two that were started in the same second have one log, which the first one deletes.
-        EXPECT_NE((Second().log + Result().log).find(SecondInstanceLog(runType).back() + "\n"), std::string::npos);
+        EXPECT_NE((Second().log + Result().log).find(SecondInstanceLog(runType).back() + "\r\n"), std::string::npos);
         ExpectClean(DeclaredState());
     }
 

@@ -4,6 +4,7 @@
 #include "support/FakeFileSystem.h"
 #include "support/FakeFirewall.h"
 #include "support/FakePackageManager.h"
+#include "support/FakePause.h"
 #include "support/FakeProcesses.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeServiceManager.h"
@@ -189,7 +190,7 @@ private:
     Fake<&AllocConsole> m_allocConsole = []() -> BOOL { return TRUE; };
     Fake<&FreeConsole> m_freeConsole = []() -> BOOL { return TRUE; };
     Fake<&_set_error_mode> m_errorMode = [](int) { return 0; };
-    Fake<&system> m_pause = [](const char*) { return 0; };
+    FakePause m_pause{[this] { return m_processes.MakeHandle("command processor"); }, [] {}};
     Fake<&WriteConsoleW> m_writeConsole = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
         NoteLine(Narrow({static_cast<const wchar_t*>(text), length - 1}));
         return TRUE;

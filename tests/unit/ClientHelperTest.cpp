@@ -3,6 +3,7 @@
 #include "support/Calls.h"
 #include "support/DirectoryLink.h"
 #include "support/FailureLog.h"
+#include "support/FakeCodePage.h"
 #include "support/FakeProcesses.h"
 #include "support/FakeTaskDialog.h"
 #include "support/FakeWindows.h"
@@ -572,7 +573,8 @@ TEST_F(StopRunningClientTest, logs_that_the_processes_cannot_be_listed_any_more)
 TEST_F(StopRunningClientTest, logs_the_text_of_any_standard_exception)
 {
     AddClient(40);
-    const Fake<&GetTopWindow> top = [](HWND) -> HWND { throw std::runtime_error("no luck \xe2\x82\xac"); };
+    const FakeCodePage western(1252);
+    const Fake<&GetTopWindow> top = [](HWND) -> HWND { throw std::runtime_error("no luck \x80"); };
 
     EXPECT_FALSE(Stop());
 
@@ -1279,7 +1281,8 @@ TEST_F(CheckDirectoryLockedTest, lets_the_removal_go_on_when_the_processes_canno
 TEST_F(CheckDirectoryLockedTest, logs_the_text_of_any_standard_exception)
 {
     AddProgram(1200, L"Velmora\\a.exe");
-    dialog.Answer({.whileShown = [] { throw std::runtime_error("no luck \xe2\x82\xac"); }});
+    const FakeCodePage western(1252);
+    dialog.Answer({.whileShown = [] { throw std::runtime_error("no luck \x80"); }});
 
     EXPECT_TRUE(Check());
 

@@ -1,8 +1,12 @@
 #include "Installer/Logger.h"
 
+#include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
+#include "support/FakePause.h"
+#include "support/OpenHandles.h"
 #include "support/OpenedFiles.h"
 #include "support/TestFolder.h"
+#include "support/Text.h"
 #include "support/VirtualClock.h"
 
 #include <windows.h>
@@ -14,6 +18,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -115,11 +120,11 @@ TEST_F(LoggerTest, tags_are_eleven_characters_wide)
     logger.Warning(L"four", true);
     logger.Error(L"five", true);
 
-    EXPECT_EQ(LogText(), "|INFO|:    one\n"
-                         "|WARNING|: two\n"
-                         "|ERROR|:   three\n"
-                         "|WARNING|: four\n"
-                         "|ERROR|:   five\n");
+    EXPECT_EQ(LogText(), "|INFO|:    one\r\n"
+                         "|WARNING|: two\r\n"
+                         "|ERROR|:   three\r\n"
+                         "|WARNING|: four\r\n"
+                         "|ERROR|:   five\r\n");
 }
 
 TEST_F(LoggerTest, writes_every_line_to_the_console_too_whether_or_not_there_is_one)
@@ -142,9 +147,9 @@ TEST_F(LoggerTest, writes_one_line_for_a_message_of_several)
     logger.Info(L"\n\na\r\nb\r\n\n");
     logger.Info(L"");
 
-    EXPECT_EQ(LogText(), "|INFO|:    ab\n"
-                         "|INFO|:    a\rb\r\n"
-                         "|INFO|:    \n");
+    EXPECT_EQ(LogText(), "|INFO|:    ab\r\n"
+                         "|INFO|:    a\rb\r\r\n"
+                         "|INFO|:    \r\n");
 }
 
 TEST_F(LoggerTest, writes_UTF_8)
@@ -153,7 +158,7 @@ TEST_F(LoggerTest, writes_UTF_8)
 
     logger.Info(L"\u00e9 \u0416 \u65e5 \U0001f600");
 
-    EXPECT_EQ(LogText(), "|INFO|:    \xc3\xa9 \xd0\x96 \xe6\x97\xa5 \xf0\x9f\x98\x80\n");
+    EXPECT_EQ(LogText(), "|INFO|:    \xc3\xa9 \xd0\x96 \xe6\x97\xa5 \xf0\x9f\x98\x80\r\n");
 }
 
 TEST_F(LoggerTest, keeps_a_line_about_a_name_that_is_no_valid_text)
@@ -162,7 +167,22 @@ TEST_F(LoggerTest, keeps_a_line_about_a_name_that_is_no_valid_text)
 
     logger.Info(L"before \xd800 after");
 
-    EXPECT_EQ(LogText(), "|INFO|:    before \xef\xbf\xbd after\n");
+    EXPECT_EQ(LogText(), "|INFO|:    before \xef\xbf\xbd after\r\n");
+}
+
+TEST_F(LoggerTest, reports_what_is_said_about_a_name_that_is_no_valid_text)
+{
+    Logger logger(RunType::Silent);
+
+    logger.Info(L"before \xd800 after");
+    logger.Warning(L"before \xd800 after", false);
+    logger.Error(L"before \xdc00 after", true);
+
+    const auto run = SentryTesting::CurrentRun();
+    EXPECT_EQ(run.breadcrumbs,
+              (std::vector<Breadcrumb>{{"", "before \xef\xbf\xbd after"}, {"", "Warning:before \xef\xbf\xbd after"}}));
+    ASSERT_EQ(run.events.size(), 1U);
+    EXPECT_EQ(run.events[0].message, "before \xef\xbf\xbd after");
 }
 
 TEST_F(LoggerTest, appends_to_a_file_that_is_there)
@@ -171,7 +191,7 @@ TEST_F(LoggerTest, appends_to_a_file_that_is_there)
 
     Logger(RunType::Silent).Info(L"later");
 
-    EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\n");
+    EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\r\n");
 }
 
 TEST_F(LoggerTest, writes_each_line_at_once_with_one_write_and_closes_the_file)
@@ -184,7 +204,7 @@ TEST_F(LoggerTest, writes_each_line_at_once_with_one_write_and_closes_the_file)
     Logger logger(RunType::Silent);
 
     logger.Info(L"one");
-    EXPECT_EQ(LogText(), "|INFO|:    one\n");
+    EXPECT_EQ(LogText(), "|INFO|:    one\r\n");
     logger.Info(L"two");
 
     EXPECT_EQ(writes, 2U);
@@ -217,7 +237,7 @@ TEST_F(LoggerTest, a_reader_that_holds_the_file_open_stops_nothing)
     logger.Info(L"two");
 
     CloseHandle(reader);
-    EXPECT_EQ(LogText(), "|INFO|:    one\n|INFO|:    two\n");
+    EXPECT_EQ(LogText(), "|INFO|:    one\r\n|INFO|:    two\r\n");
 }
 
 TEST_F(LoggerTest, a_file_that_cannot_be_opened_is_left_out)
@@ -294,7 +314,7 @@ TEST_F(LoggerTest, works_without_a_crash_reporter)
     logger.Info(L"one");
     logger.Error(L"two", true);
 
-    EXPECT_EQ(LogText(), "|INFO|:    one\n|ERROR|:   two\n");
+    EXPECT_EQ(LogText(), "|INFO|:    one\r\n|ERROR|:   two\r\n");
 }
 
 TEST_F(LoggerTest, writes_the_console_then_the_file_then_the_breadcrumb)
@@ -315,11 +335,27 @@ TEST_F(LoggerTest, writes_the_console_then_the_file_then_the_breadcrumb)
     EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 1U);
 }
 
-// The console of a run, and what the command processor is asked for.
+// The console of a run, and how a key is waited for in it.
 class LoggerConsoleTest : public LoggerTest
 {
 protected:
+    static std::string SystemFolder()
+    {
+        std::wstring folder(MAX_PATH, L'\0');
+        folder.resize(GetSystemDirectoryW(folder.data(), MAX_PATH));
+        return Narrow(folder);
+    }
+
+    // The start of the system's own command processor, without anything that a user has set for it.
+    static std::string Pause()
+    {
+        const std::string processor = SystemFolder() + "\\cmd.exe";
+        return "start " + processor + " as \"" + processor + "\" /d /c PAUSE";
+    }
+
     std::vector<std::string> calls;
+    OpenHandles handles;
+    DWORD startError = ERROR_SUCCESS;
     Fake<&AllocConsole> allocConsole = [this]() -> BOOL {
         calls.emplace_back("alloc");
         return FALSE; // its result does not matter
@@ -328,20 +364,26 @@ protected:
         calls.emplace_back("free");
         return FALSE;
     };
-    Fake<&system> runCommand = [this](const char* command) {
-        calls.push_back(command + (L" by " + std::wstring(_wgetenv(L"COMSPEC")) == SystemCommandProcessor()
-                                       ? std::string(" by the system's processor")
-                                       : std::string(" by somebody's processor")));
-        return 0;
+    FakePause pause{[this] { return handles.Make(); }, [this] { calls.emplace_back("wait"); }};
+    Fake<&CreateProcessW> start = [this](LPCWSTR program, LPWSTR commandLine, LPSECURITY_ATTRIBUTES process,
+                                         LPSECURITY_ATTRIBUTES thread, BOOL inherits, DWORD flags, LPVOID environment,
+                                         LPCWSTR folder, LPSTARTUPINFOW startup,
+                                         LPPROCESS_INFORMATION started) -> BOOL {
+        // As the C runtime starts it.
+        EXPECT_EQ(inherits, TRUE);
+        EXPECT_EQ(flags, 0U);
+        EXPECT_EQ(environment, nullptr);
+        EXPECT_EQ(folder, nullptr);
+        EXPECT_EQ(startup->dwFlags, 0U);
+        calls.push_back("start " + Narrow(program) + " as " + Narrow(commandLine));
+        if (startError != ERROR_SUCCESS)
+        {
+            SetLastError(startError);
+            return FALSE;
+        }
+        return start.Hidden(program, commandLine, process, thread, inherits, flags, environment, folder, startup,
+                            started);
     };
-
-private:
-    static std::wstring SystemCommandProcessor()
-    {
-        std::wstring folder(MAX_PATH, L'\0');
-        folder.resize(GetSystemDirectoryW(folder.data(), MAX_PATH));
-        return L" by " + folder + L"\\cmd.exe";
-    }
 };
 
 TEST_F(LoggerConsoleTest, a_verbose_run_has_one_and_waits_for_a_key_before_it_goes)
@@ -356,8 +398,34 @@ TEST_F(LoggerConsoleTest, a_verbose_run_has_one_and_waits_for_a_key_before_it_go
         EXPECT_EQ(console, std::vector<std::wstring>{L"|INFO|:    one\n"});
         EXPECT_EQ(calls.size(), 1U);
     }
-    EXPECT_EQ(calls, (std::vector<std::string>{"alloc", "PAUSE by the system's processor", "free"}));
+    EXPECT_EQ(calls, (std::vector<std::string>{"alloc", Pause(), "wait", "free"}));
     EXPECT_TRUE(Exists(LogFile()));
+}
+
+TEST_F(LoggerConsoleTest, goes_at_once_where_the_command_processor_does_not_start)
+{
+    startError = ERROR_FILE_NOT_FOUND;
+
+    {
+        const Logger logger(RunType::Verbose);
+    }
+
+    EXPECT_EQ(calls, (std::vector<std::string>{"alloc", Pause(), "free"}));
+}
+
+TEST_F(LoggerConsoleTest, starts_nothing_where_the_folder_of_Windows_is_not_told)
+{
+    for (const UINT length : {0U, MAX_PATH + 5U}) // a failure, and a buffer that is too small
+    {
+        calls.clear();
+        Fake<&GetSystemDirectoryW> systemFolder = [&](LPWSTR, UINT) { return length; };
+
+        {
+            const Logger logger(RunType::Verbose);
+        }
+
+        EXPECT_EQ(calls, (std::vector<std::string>{"alloc", "free"}));
+    }
 }
 
 TEST_F(LoggerConsoleTest, a_verbose_run_that_another_process_goes_on_with_does_not_wait)
@@ -387,7 +455,7 @@ TEST_F(LoggerTest, OpenLog_shows_the_log_of_a_GUI_run)
     logger.OpenLog();
 
     EXPECT_EQ(opened.All(), std::vector<std::wstring>{LogFile()});
-    EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n");
+    EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\r\n");
 }
 
 TEST_F(LoggerTest, OpenLog_shows_nothing_in_other_runs)
@@ -402,7 +470,7 @@ TEST_F(LoggerTest, OpenLog_shows_nothing_in_other_runs)
 
         logger.OpenLog();
 
-        EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n|INFO|:    Not running as GUI, ignoring...\n");
+        EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\r\n|INFO|:    Not running as GUI, ignoring...\r\n");
         DeleteFileW(LogFile().c_str());
     }
     EXPECT_TRUE(opened.All().empty());
@@ -422,7 +490,8 @@ TEST_F(LoggerTest, OpenLog_ignores_a_log_that_is_not_there_whatever_Windows_call
 
         logger.OpenLog();
 
-        EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\n|INFO|:    Log file does not exist, ignoring...\n");
+        EXPECT_EQ(LogText(),
+                  "|INFO|:    Requested to open log...\r\n|INFO|:    Log file does not exist, ignoring...\r\n");
         DeleteFileW(LogFile().c_str());
     }
     EXPECT_TRUE(opened.All().empty());
@@ -466,10 +535,25 @@ TEST_F(LoggerTest, OpenLog_warns_when_the_log_cannot_be_shown)
 
     logger.OpenLog();
 
-    const std::string start = "|INFO|:    Requested to open log...\n|WARNING|: ShellExecuteFromExplorer failed: ";
+    const std::string start = "|INFO|:    Requested to open log...\r\n|WARNING|: ShellExecuteFromExplorer failed: ";
     EXPECT_EQ(LogText().substr(0, start.size()), start);
     EXPECT_NE(LogText().find("80070483"), std::string::npos); // no program is associated with it
     EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
+}
+
+TEST_F(LoggerTest, OpenLog_tells_a_reason_in_the_code_page_of_the_system_in_one_line)
+{
+    const FakeCodePage western(1252);
+    const OpenedFiles opened;
+    Fake<&ShellExecuteW> open = [](HWND, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, INT) -> HINSTANCE {
+        throw std::runtime_error("Ung\xfcltig.\r\nWert\r\n");
+    };
+    Logger logger(RunType::Gui);
+
+    logger.OpenLog();
+
+    EXPECT_EQ(LogText(), "|INFO|:    Requested to open log...\r\n"
+                         "|WARNING|: ShellExecuteFromExplorer failed: Ung\xc3\xbcltig. Wert\r\n");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/FakeFirewall.h"
 #include "support/FakeFolders.h"
 #include "support/FakePackageManager.h"
+#include "support/FakePause.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeStatusWindow.h"
 #include "support/FakeTaskDialog.h"
@@ -160,10 +161,9 @@ protected:
         order.emplace_back("console");
         return TRUE;
     };
-    Fake<&system> pause = [this](const char*) {
-        order.emplace_back(mutex != nullptr && handles.IsOpen(mutex) ? "pause with the mutex" : "pause");
-        return 0;
-    };
+    FakePause pause{
+        [this] { return handles.Make(); },
+        [this] { order.emplace_back(mutex != nullptr && handles.IsOpen(mutex) ? "pause with the mutex" : "pause"); }};
     Fake<&FreeConsole> freeConsole = [this]() -> BOOL {
         order.emplace_back("console goes");
         return TRUE;

@@ -2,6 +2,7 @@
 
 #include "Installer/Logger.h"
 #include "support/DirectoryLink.h"
+#include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
 #include "support/FakePackageManager.h"
 #include "support/OutOfMemory.h"
@@ -16,6 +17,7 @@
 #include <gmock/gmock.h>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -648,6 +650,21 @@ TEST_F(MigratorTest, logs_the_text_of_a_standard_exception)
                             "FullName V1", "RemovePackageAsync V1 80000", failure(c_removalFailed), "stop client",
                             "FullName V2", "RemovePackageAsync V2 80000", failure(c_removalFailed)));
     EXPECT_THAT(Captured(), IsEmpty());
+}
+
+TEST_F(MigratorTest, logs_the_text_of_a_standard_exception_in_the_code_page_of_the_system)
+{
+    const FakeCodePage western(1252);
+    packages.provisioned = {Velmora(L"P1")};
+    packages.installed = {Velmora(L"V1")};
+    const Fake<&CreateEventExW> create = [](LPSECURITY_ATTRIBUTES, LPCWSTR, DWORD, DWORD) -> HANDLE {
+        throw std::runtime_error("no luck \x80\r\n");
+    };
+
+    EXPECT_EQ(Run(), S_OK);
+
+    EXPECT_THAT(happened, Contains(c_provisionedSearchFailed + "no luck ?"s)); // not ASCII
+    EXPECT_THAT(happened, Contains(c_removalFailed + "no luck ?"s));
 }
 
 TEST_F(MigratorTest, waits_with_an_event_that_stays_signaled)

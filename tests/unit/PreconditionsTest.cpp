@@ -349,7 +349,7 @@ TEST_F(FindInstallFolderTest, takes_the_folder_of_the_entry_and_logs_it_with_the
     EXPECT_EQ(FindInstallFolder(logger), L"D:\\Apps\\Velmora\\");
 
     EXPECT_EQ(ReadFileText(logger.LogPath()),
-              "|INFO|:    Found Velmora install entry at 'D:\\Apps\\Velmora\\', version 2.8.1.4464.\n");
+              "|INFO|:    Found Velmora install entry at 'D:\\Apps\\Velmora\\', version 2.8.1.4464.\r\n");
 }
 
 TEST_F(FindInstallFolderTest, takes_the_default_folder_without_an_entry)
@@ -358,8 +358,8 @@ TEST_F(FindInstallFolderTest, takes_the_default_folder_without_an_entry)
 
     EXPECT_EQ(ReadFileText(logger.LogPath()),
               "|INFO|:    Did not find previous Velmora install entry. Will continue with assuming default install "
-              "location.\n"
-              "|INFO|:    No previous Velmora install directory found, using default.\n");
+              "location.\r\n"
+              "|INFO|:    No previous Velmora install directory found, using default.\r\n");
 }
 
 TEST_F(FindInstallFolderTest, takes_the_default_folder_for_an_entry_that_makes_no_sense)

@@ -2,7 +2,9 @@
 
 #include "Installer/CanonicalPath.h"
 #include "Uninstaller/CrashReporting.h"
+#include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
+#include "support/FakePause.h"
 #include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
@@ -20,6 +22,7 @@
 #include <functional>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -271,10 +274,7 @@ TEST_F(RelocateTest, a_started_copy_lets_the_console_go_without_a_key)
         calls.emplace_back("free");
         return TRUE;
     };
-    Fake<&system> pause = [&](const char*) {
-        calls.emplace_back("pause");
-        return 0;
-    };
+    const FakePause pause([this] { return handles.Make(); }, [&] { calls.emplace_back("pause"); });
     {
         Installer::Logger verbose(RunType::Verbose);
         EXPECT_EQ(Uninstaller::Relocate({.logger = verbose, .runType = RunType::Verbose}, c_ownPath, L"-s", mutex),
@@ -379,6 +379,17 @@ TEST_F(RelocateTest, so_does_any_other_exception_on_the_way)
     EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
 
     ExpectError(CopyFailed(std::bad_alloc().what()));
+}
+
+TEST_F(RelocateTest, an_exception_with_text_in_the_code_page_of_the_system_is_told_in_full)
+{
+    const FakeCodePage western(1252);
+    copyResult = [](unsigned) -> DWORD { throw std::runtime_error("no luck \x80\r\n"); };
+
+    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
+
+    ASSERT_EQ(SentryTesting::CurrentRun().events.size(), 1U);
+    EXPECT_EQ(SentryTesting::CurrentRun().events[0].message, CopyFailed("no luck \xe2\x82\xac"));
 }
 
 TEST_F(RelocateTest, what_is_no_standard_exception_passes)

@@ -3,6 +3,7 @@
 #include "Installer/Logger.h"
 #include "support/Calls.h"
 #include "support/FailureLog.h"
+#include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
 #include "support/FakeServiceManager.h"
 #include "support/OutOfMemory.h"
@@ -491,7 +492,7 @@ protected:
     // That the log has this one error, and that it was not sent.
     void ExpectLoggedError(const std::string& text) const
     {
-        EXPECT_EQ(ReadLog(), "|ERROR|:   " + text + "\n");
+        EXPECT_EQ(ReadLog(), "|ERROR|:   " + text + "\r\n");
         EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs, (std::vector<Breadcrumb>{{std::nullopt, "Error:" + text}}));
         EXPECT_EQ(SentryTesting::CurrentRun().events, std::vector<SentryTesting::Event>());
     }
@@ -588,6 +589,7 @@ TEST_F(StopServicesTest, goes_on_after_services_that_do_not_stop)
 
 TEST_F(StopServicesTest, an_exception_from_any_call_is_logged_and_ends_it_with_every_handle_closed)
 {
+    const FakeCodePage western(1252);
     for (const std::wstring& name : c_names)
     {
         manager.Add(name);
@@ -597,7 +599,7 @@ TEST_F(StopServicesTest, an_exception_from_any_call_is_logged_and_ends_it_with_e
         EXPECT_EQ(call.find("Updater"), std::string::npos);
         if (call == throwing)
         {
-            throw std::runtime_error("gr\xC3\xBC\xC3\x9F dich");
+            throw std::runtime_error("gr\xFC\xDF dich");
         }
     };
     std::string log;
@@ -608,7 +610,7 @@ TEST_F(StopServicesTest, an_exception_from_any_call_is_logged_and_ends_it_with_e
     {
         SCOPED_TRACE(call);
         throwing = call;
-        log += "|ERROR|:   " + c_errorText + "gr\xC3\xBC\xC3\x9F dich\n";
+        log += "|ERROR|:   " + c_errorText + "gr\xC3\xBC\xC3\x9F dich\r\n";
         breadcrumbs.push_back({std::nullopt, "Error:" + c_errorText + "gr\xC3\xBC\xC3\x9F dich"});
 
         EXPECT_EQ(StopServices(logger), E_UNEXPECTED);

@@ -1,5 +1,6 @@
 #include "Uninstaller/UserCleanup.h"
 
+#include "support/FakeCodePage.h"
 #include "support/FakeDesktopUser.h"
 #include "support/FakeFolders.h"
 #include "support/FakeProcesses.h"
@@ -14,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -83,6 +85,17 @@ TEST_F(UserCleanupTest, shows_how_far_it_is_between_the_folders)
     EXPECT_TRUE(Uninstaller::CleanUpForCurrentUser({.logger = log.Logger(), .runType = {}, .window = window.Get()}));
 
     EXPECT_EQ(desktop.Calls().back(), "progress 88");
+}
+
+TEST_F(UserCleanupTest, tells_of_an_exception_with_text_in_the_code_page_of_the_system)
+{
+    const FakeCodePage western(1252);
+    Fake<&WTSGetActiveConsoleSessionId> console = []() -> DWORD { throw std::runtime_error("no luck \x80\r\n"); };
+
+    EXPECT_FALSE(CleanUp());
+
+    EXPECT_EQ(log.Lines(),
+              Lines{"|WARNING|: Something went wrong while trying to clean up user files: no luck ?"}); // not ASCII
 }
 
 TEST_F(UserCleanupTest, passes_on_what_is_no_standard_exception)
