@@ -52,6 +52,62 @@ DWORD ChooseExplorer(const std::map<DWORD, DWORD>& explorers, DWORD consoleSessi
     return explorer == explorers.end() ? c_noProcess : explorer->second;
 }
 
+// Enables a privilege of this process for as long as it lives, and then puts back what was before: one that had been
+// enabled stays so.
+class EnabledPrivilege
+{
+public:
+    explicit EnabledPrivilege(const wchar_t* name) noexcept
+    {
+        TOKEN_PRIVILEGES wanted{.PrivilegeCount = 1, .Privileges = {{.Luid = {}, .Attributes = SE_PRIVILEGE_ENABLED}}};
+        if (!LookupPrivilegeValueW(nullptr, name, &wanted.Privileges[0].Luid) ||
+            !OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, m_token.put()))
+        {
+            return;
+        }
+        DWORD size = 0;
+        // It succeeds without the privilege, too, and then says so in the last error.
+        m_isEnabled =
+            AdjustTokenPrivileges(m_token.get(), FALSE, &wanted, sizeof(m_previous), &m_previous, &size) != FALSE &&
+            GetLastError() == ERROR_SUCCESS;
+    }
+
+    ~EnabledPrivilege()
+    {
+        if (m_previous.PrivilegeCount != 0)
+        {
+            AdjustTokenPrivileges(m_token.get(), FALSE, &m_previous, 0, nullptr, nullptr);
+        }
+    }
+
+    EnabledPrivilege(const EnabledPrivilege&) = delete;
+    EnabledPrivilege& operator=(const EnabledPrivilege&) = delete;
+
+    explicit operator bool() const noexcept { return m_isEnabled; }
+
+private:
+    wil::unique_handle m_token;
+    TOKEN_PRIVILEGES m_previous{}; // only what has changed
+    bool m_isEnabled = false;
+};
+
+// Opens an Explorer; when the result is empty, the last error says why. The Explorer of another user, on whose desktop
+// an administrator has started this program, lets that administrator in with the privilege to debug alone.
+wil::unique_process_handle OpenExplorer(DWORD id) noexcept
+{
+    wil::unique_process_handle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
+    if (process || GetLastError() != ERROR_ACCESS_DENIED)
+    {
+        return process;
+    }
+    if (const EnabledPrivilege debugging(SE_DEBUG_NAME); debugging)
+    {
+        process.reset(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
+    }
+    SetLastError(ERROR_ACCESS_DENIED); // whatever failed on the way
+    return process;
+}
+
 } // namespace
 
 bool IsTokenElevated()
@@ -67,7 +123,7 @@ wil::unique_handle GetActiveConsoleExplorerToken()
     {
         throw std::runtime_error("Unable to find a explorer.exe process running under the active console session!");
     }
-    const wil::unique_process_handle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, processId));
+    const wil::unique_process_handle process = OpenExplorer(processId);
     THROW_LAST_ERROR_IF(!process);
     wil::unique_handle token;
     THROW_IF_WIN32_BOOL_FALSE(

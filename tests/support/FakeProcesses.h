@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,6 +36,7 @@ struct FakeProcess
     ULONGLONG created = 0;                      // when that was
     DWORD timesError = ERROR_SUCCESS;           // why that is not told, if so
     bool endsWhenWaitedFor = false;             // within the time that somebody waits for its end
+    bool isForDebuggers = false;                // denies access to all others
 };
 
 // The processes of the machine, as snapshots show them and as they are opened, with a list of all calls:
@@ -92,6 +94,11 @@ public:
         m_names[handle] = name;
         return handle;
     }
+
+    // Whether the program is one that may debug others.
+    std::function<bool()> isDebugging = [] { return false; };
+
+    bool IsOpen(HANDLE handle) const { return m_names.contains(handle); }
 
     // How many handles of all kinds are open now, and how many of them are snapshots.
     std::size_t OpenHandles() const { return m_names.size(); }
@@ -172,6 +179,10 @@ private:
     {
         const auto process = Find(id);
         DWORD error = !process || id == 0 ? ERROR_INVALID_PARAMETER : process->openError;
+        if (error == ERROR_SUCCESS && process->isForDebuggers && !isDebugging())
+        {
+            error = ERROR_ACCESS_DENIED;
+        }
         if (error == ERROR_SUCCESS && (access & PROCESS_TERMINATE) != 0)
         {
             error = process->openToTerminateError;

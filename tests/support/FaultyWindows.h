@@ -55,6 +55,7 @@ struct WindowsErrors
     List openProcess{ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER, ERROR_NOT_ENOUGH_MEMORY};
     List endProcess{ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE};
     List image{ERROR_ACCESS_DENIED, ERROR_GEN_FAILURE};
+    List noPrivilege{ERROR_NO_SUCH_PRIVILEGE, RPC_S_SERVER_UNAVAILABLE};
     List badProcess{ERROR_INVALID_PARAMETER};
     List oldVersion{ERROR_OLD_WIN_VERSION};
     List badWindow{ERROR_INVALID_WINDOW_HANDLE};
@@ -130,6 +131,8 @@ private:
     Faulty<&ProcessIdToSessionId> m_session{m_injector, c_errors.badProcess};
     Faulty<&WTSGetActiveConsoleSessionId> m_console{m_injector, c_errors.badProcess, c_invalid};
     Faulty<&OpenProcessToken> m_openToken{m_injector, c_errors.denied};
+    Faulty<&LookupPrivilegeValueW> m_privilege{m_injector, c_errors.noPrivilege};
+    Faulty<&AdjustTokenPrivileges> m_privileges{m_injector, c_errors.badHandle};
     Faulty<&GetTokenInformation> m_token{m_injector, c_errors.deniedOrNoMemory};
     Faulty<&IsWellKnownSid> m_sid{m_injector, c_errors.badProcess};
     Faulty<&VerifyVersionInfoW> m_version{m_injector, c_errors.oldVersion};

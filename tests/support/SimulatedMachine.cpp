@@ -163,7 +163,7 @@ void SimulatedMachine::AddProcesses()
     m_processes.Add({.id = 1301, .name = L"service.exe", .image = c_authServiceProgram});
     m_processes.Add({.id = 1302, .name = L"updater.exe", .image = L"C:\\Windows\\updater.exe"});
     m_processes.Add({.id = 1303, .name = L"spooler.exe", .image = L"C:\\Windows\\spooler.exe"});
-    m_processes.Add({.id = c_explorer, .name = L"explorer.exe", .session = c_session});
+    m_processes.Add({.id = c_explorer, .name = L"explorer.exe", .session = c_session, .isForDebuggers = true});
     m_windows.Add({.handle = 0x10, .process = c_explorer, .className = L"Shell_TrayWnd"});
     m_windows.Add({.handle = 0x20, .process = c_client, .className = L"Velmora_NotifyIcon_Handler_1"});
     m_windows.Add({.handle = 0x30, .process = 60, .className = L"Velmora_NotifyIcon_Handler_2"});
@@ -227,6 +227,9 @@ std::string SimulatedMachine::Leaks() const
     note("shell objects", static_cast<std::size_t>(m_shell.References()));
     note("texts", m_shell.Texts());
     note("pieces of memory", m_memory.size());
+    // What Windows does not take back stays.
+    const bool isRefused = m_injector.Function() == "AdjustTokenPrivileges";
+    note("enabled privileges", m_privileges.debug == FakePrivileges::State::Enabled && !isRefused ? 1 : 0);
     return leaks;
 }
 

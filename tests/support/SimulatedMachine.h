@@ -5,6 +5,7 @@
 #include "support/FakeFirewall.h"
 #include "support/FakePackageManager.h"
 #include "support/FakePause.h"
+#include "support/FakePrivileges.h"
 #include "support/FakeProcesses.h"
 #include "support/FakeRegistry.h"
 #include "support/FakeServiceManager.h"
@@ -149,6 +150,7 @@ private:
         *token = m_processes.MakeHandle("token");
         return TRUE;
     };
+    FakePrivileges m_privileges{m_processes};
     Fake<&SHGetKnownFolderPath> m_knownFolder = [this](REFKNOWNFOLDERID id, DWORD, HANDLE token, PWSTR* path) {
         const std::wstring folder = FindFolder(id, token != nullptr);
         *path = nullptr;

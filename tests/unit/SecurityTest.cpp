@@ -1,6 +1,7 @@
 #include "Installer/Security.h"
 
 #include "support/FailureLog.h"
+#include "support/FakePrivileges.h"
 #include "support/FakeProcesses.h"
 #include "support/ImportTableFake.h"
 #include "support/Text.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <wil/result.h>
 
+#include <algorithm>
 #include <exception>
 #include <set>
 #include <string>
@@ -156,6 +158,10 @@ private:
         token = *result = processes.MakeHandle("token");
         return TRUE;
     };
+
+protected:
+    FakePrivileges privileges{processes};
+    using Privilege = FakePrivileges::State;
 };
 
 TEST_F(GetActiveConsoleExplorerToken, opens_the_token_of_the_explorer_of_the_session_on_the_console)
@@ -300,11 +306,100 @@ TEST_F(GetActiveConsoleExplorerToken, throws_the_last_error_when_there_is_no_sna
 
 TEST_F(GetActiveConsoleExplorerToken, throws_the_last_error_when_the_explorer_cannot_be_opened)
 {
-    processes.Add({.id = 40, .name = L"explorer.exe", .openError = ERROR_ACCESS_DENIED});
+    processes.Add({.id = 40, .name = L"explorer.exe", .openError = ERROR_NOT_ENOUGH_MEMORY});
 
-    ExpectFailure(E_ACCESSDENIED);
+    ExpectFailure(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
     EXPECT_THAT(processes.Calls(), ElementsAre("console", "snapshot 2 0", "first 568", "next", "session 40", "next",
                                                "close snapshot", "open 400 40"));
+}
+
+TEST_F(GetActiveConsoleExplorerToken, opens_an_explorer_that_denies_access_with_the_privilege_to_debug)
+{
+    const FailureLog failures;
+    processes.Add({.id = 40, .name = L"explorer.exe", .isForDebuggers = true});
+
+    EXPECT_EQ(Choose(), "40");
+
+    EXPECT_THAT(processes.Calls(),
+                ElementsAre("console", "snapshot 2 0", "first 568", "next", "session 40", "next", "close snapshot",
+                            "open 400 40", "privilege SeDebugPrivilege", "own token 28", "enable", "open 400 40",
+                            "disable", "close own token", "token e 40", "close 40", "close token"));
+    EXPECT_EQ(privileges.debug, Privilege::Disabled);
+    EXPECT_THAT(failures.Entries(), IsEmpty());
+}
+
+TEST_F(GetActiveConsoleExplorerToken, throws_the_denial_when_nothing_helps_against_it)
+{
+    for (const Privilege before : {Privilege::NotHeld, Privilege::Disabled, Privilege::Enabled})
+    {
+        privileges.debug = before;
+        processes.Remove(40);
+        processes.Add({.id = 40, .name = L"explorer.exe", .openError = ERROR_ACCESS_DENIED});
+
+        ExpectFailure(E_ACCESSDENIED);
+        EXPECT_EQ(privileges.debug, before);
+    }
+}
+
+TEST_F(GetActiveConsoleExplorerToken, does_not_ask_again_without_the_privilege)
+{
+    privileges.debug = Privilege::NotHeld;
+    processes.Add({.id = 40, .name = L"explorer.exe", .isForDebuggers = true});
+
+    ExpectFailure(E_ACCESSDENIED);
+
+    EXPECT_THAT(processes.Calls(),
+                ElementsAre("console", "snapshot 2 0", "first 568", "next", "session 40", "next", "close snapshot",
+                            "open 400 40", "privilege SeDebugPrivilege", "own token 28", "enable", "close own token"));
+}
+
+TEST_F(GetActiveConsoleExplorerToken, leaves_a_privilege_enabled_that_was_so_before)
+{
+    privileges.debug = Privilege::Enabled;
+    unsigned asked = 0;
+    processes.Add({.id = 40, .name = L"explorer.exe"});
+    Fake<&OpenProcess> deniesOnce = [&](DWORD access, BOOL inherit, DWORD id) -> HANDLE {
+        if (++asked == 1)
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return nullptr;
+        }
+        return deniesOnce.Hidden(access, inherit, id);
+    };
+
+    EXPECT_EQ(Choose(), "40");
+
+    EXPECT_EQ(asked, 2U);
+    EXPECT_EQ(privileges.debug, Privilege::Enabled);
+    EXPECT_EQ(std::ranges::count(processes.Calls(), "disable"), 0);
+}
+
+TEST_F(GetActiveConsoleExplorerToken, throws_the_denial_whatever_fails_on_the_way_to_the_privilege)
+{
+    processes.Add({.id = 40, .name = L"explorer.exe", .isForDebuggers = true});
+    for (DWORD FakePrivileges::* const error :
+         {&FakePrivileges::lookUpError, &FakePrivileges::openError, &FakePrivileges::adjustError})
+    {
+        privileges.*error = ERROR_NOT_ENOUGH_MEMORY;
+        ExpectFailure(E_ACCESSDENIED);
+        privileges.*error = ERROR_SUCCESS;
+    }
+    EXPECT_EQ(std::ranges::count(processes.Calls(), "open 400 40"), 3);
+}
+
+TEST_F(GetActiveConsoleExplorerToken, throws_the_denial_when_the_explorer_has_gone_meanwhile)
+{
+    unsigned asked = 0;
+    AddExplorer(40, 1);
+    Fake<&OpenProcess> denies = [&](DWORD, BOOL, DWORD) -> HANDLE {
+        SetLastError(++asked == 1 ? ERROR_ACCESS_DENIED : ERROR_INVALID_PARAMETER);
+        return nullptr;
+    };
+
+    ExpectFailure(E_ACCESSDENIED);
+
+    EXPECT_EQ(asked, 2U);
+    EXPECT_EQ(privileges.debug, Privilege::Disabled);
 }
 
 TEST_F(GetActiveConsoleExplorerToken, throws_the_last_error_when_the_token_cannot_be_opened)
