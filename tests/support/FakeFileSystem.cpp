@@ -239,6 +239,13 @@ BOOL FakeFileSystem::Read(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, void* d
         *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data) = {.FileAttributes = node->attributes, .ReparseTag = 0};
         return TRUE;
     }
+    if (kind == FileBasicInfo)
+    {
+        FILE_BASIC_INFO& info = *static_cast<FILE_BASIC_INFO*>(data);
+        info = {};
+        info.FileAttributes = node->attributes;
+        return TRUE;
+    }
     if (kind == FileFullDirectoryInfo || kind == FileFullDirectoryRestartInfo)
     {
         return List(m_open.at(handle), kind == FileFullDirectoryRestartInfo, data, size);

@@ -42,6 +42,7 @@ struct WindowsErrors
     List attributes{ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND};
     List information{ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER, ERROR_NO_MORE_FILES};
     List disposition{ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER, ERROR_DIR_NOT_EMPTY};
+    List deviceControl{ERROR_INVALID_FUNCTION, ERROR_NOT_A_REPARSE_POINT};
     List finalPath{ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY};
     List write{ERROR_DISK_FULL};
     List copy{ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
@@ -98,6 +99,7 @@ private:
     Faulty<&GetFileInformationByHandle> m_information{m_injector, c_errors.denied};
     Faulty<&GetFileInformationByHandleEx> m_informationEx{m_injector, c_errors.information};
     Faulty<&SetFileInformationByHandle> m_setInformation{m_injector, c_errors.disposition};
+    Faulty<&DeviceIoControl> m_deviceControl{m_injector, c_errors.deviceControl};
     Faulty<&GetFinalPathNameByHandleW> m_finalPath{m_injector, c_errors.finalPath};
     Faulty<&GetFullPathNameW> m_fullPath{m_injector, c_errors.noMemory};
     Faulty<&GetVolumePathNameW> m_volume{m_injector, c_errors.denied};

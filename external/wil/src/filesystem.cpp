@@ -1,9 +1,14 @@
 #include "wil/filesystem.h"
 
+#include <winioctl.h>
+
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <cwctype>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace wil
@@ -18,36 +23,48 @@ constexpr std::wstring_view c_uncPrefix = L"\\\\";
 constexpr std::wstring_view c_extendedUncPrefix = L"\\\\?\\UNC\\";
 constexpr std::wstring_view c_separators = L"\\/";
 
-// How much of a directory is listed in one call.
+// How much of a directory is listed in one call. A reparse point's data is never as large.
 constexpr size_t c_listingBytes = size_t{64} * 1024;
+static_assert(c_listingBytes >= MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
 
-// Where the share's name ends in "server\share\...", from `begin` on.
-size_t EndOfShare(std::wstring_view path, size_t begin)
+// Whether a path begins with a prefix, with whichever separators and in whichever letter case.
+bool BeginsWith(std::wstring_view path, std::wstring_view prefix)
 {
-    const size_t server = path.find_first_of(c_separators, begin);
-    const size_t share = server == std::wstring_view::npos ? server : path.find_first_of(c_separators, server + 1);
-    return share == std::wstring_view::npos ? path.size() : share + 1;
+    return std::ranges::equal(prefix, path.substr(0, prefix.size()), [](wchar_t expected, wchar_t letter) {
+        return expected == L'\\' ? c_separators.find(letter) != std::wstring_view::npos
+                                 : letter == expected || letter == std::towlower(expected);
+    });
 }
 
-// The length of the part of a path that is no directory of its own: a drive, a share.
+// Where so many names end in a path, with one separator after the last of them, from `begin` on.
+size_t EndOfNames(std::wstring_view path, size_t begin, int names)
+{
+    size_t end = begin;
+    for (int i = 0; i < names; ++i)
+    {
+        end = path.find_first_of(c_separators, path.find_first_not_of(c_separators, end));
+    }
+    return end == std::wstring_view::npos ? path.size() : end + 1;
+}
+
+// The length of the part of a path that is no directory of its own: a drive, a volume, a share.
 size_t RootLength(std::wstring_view path)
 {
-    if (path.starts_with(c_extendedUncPrefix))
+    for (const std::wstring_view prefix : {c_extendedPrefix, c_devicePrefix})
     {
-        return EndOfShare(path, c_extendedUncPrefix.size());
+        if (BeginsWith(path, prefix))
+        {
+            const bool isUnc = BeginsWith(path.substr(prefix.size()), L"UNC\\");
+            // The device's name, or that of the redirector, the server's and the share's.
+            return EndOfNames(path, prefix.size(), isUnc ? 3 : 1);
+        }
     }
-    const bool isExtended = path.starts_with(c_extendedPrefix) || path.starts_with(c_devicePrefix);
-    if (!isExtended && path.starts_with(c_uncPrefix))
+    if (BeginsWith(path, c_uncPrefix))
     {
-        return EndOfShare(path, c_uncPrefix.size());
+        return EndOfNames(path, c_uncPrefix.size(), 2);
     }
-    size_t length = isExtended ? c_extendedPrefix.size() : 0;
-    if (path.size() > length + 1 && path[length + 1] == L':')
-    {
-        length += 2;
-    }
-    const size_t end = path.find_first_not_of(c_separators, length);
-    return end == std::wstring_view::npos ? path.size() : end;
+    const size_t drive = path.size() > 1 && path[1] == L':' ? 2 : 0;
+    return std::min(path.find_first_not_of(c_separators, drive), path.size());
 }
 
 void TrimTrailingSeparators(std::wstring& path)
@@ -67,7 +84,7 @@ size_t ParentLength(std::wstring_view path)
 }
 
 // A path as it is understood beyond MAX_PATH and whatever the names below it end with. One that is extended already is
-// taken as it is; any other is first made full and normalised as usual.
+// taken as it is; any other is first made full and normalised as usual, also when its prefix has forward slashes.
 HRESULT ExtendPath(PCWSTR path, std::wstring& extended)
 {
     extended = path;
@@ -82,9 +99,9 @@ HRESULT ExtendPath(PCWSTR path, std::wstring& extended)
         }
         RETURN_LAST_ERROR_IF(length == 0);
         full.resize(length);
-        if (full.starts_with(c_devicePrefix))
+        if (full.starts_with(c_devicePrefix) || full.starts_with(c_extendedPrefix))
         {
-            extended = full.replace(0, c_devicePrefix.size(), c_extendedPrefix);
+            extended = full.replace(0, c_extendedPrefix.size(), c_extendedPrefix);
         }
         else if (full.starts_with(c_uncPrefix))
         {
@@ -106,16 +123,50 @@ unique_hfile OpenItself(PCWSTR path, DWORD access, DWORD share) noexcept
                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-// Whether what lies below this directory belongs to it. Some directories (those of a cloud store, for one) have a
-// reparse point without being links; a link gives another place's contents.
+// Reads a file's attributes and, if it is a reparse point, the tag; 0 for the tag of anything else.
+DWORD ReadAttributes(HANDLE file, FILE_ATTRIBUTE_TAG_INFO& info)
+{
+    if (GetFileInformationByHandleEx(file, FileAttributeTagInfo, &info, sizeof(info)))
+    {
+        info.ReparseTag = WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) ? info.ReparseTag : 0;
+        return ERROR_SUCCESS;
+    }
+    // FAT32 and exFAT, which have no reparse points, cannot be asked for tags.
+    FILE_BASIC_INFO basic{};
+    if (GetLastError() != ERROR_INVALID_PARAMETER ||
+        !GetFileInformationByHandleEx(file, FileBasicInfo, &basic, sizeof(basic)))
+    {
+        return GetLastError();
+    }
+    info = {.FileAttributes = basic.FileAttributes, .ReparseTag = 0};
+    return ERROR_SUCCESS;
+}
+
+// Whether this is a name for another place, or a reparse point of which nobody tells what it is. Other reparse points
+// are files and directories like any: a cloud store's, a container's.
+bool IsLink(const FILE_ATTRIBUTE_TAG_INFO& info)
+{
+    return WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) &&
+           (info.ReparseTag == 0 || IsReparseTagNameSurrogate(info.ReparseTag));
+}
+
+// Whether what lies below this belongs to it.
 bool CanRecurseInto(const FILE_ATTRIBUTE_TAG_INFO& info)
 {
-    const bool isDirectory = WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY);
-    const bool isReparsePoint = WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT);
-    const bool isPlace = !IsReparseTagNameSurrogate(info.ReparseTag) &&
-                         (IsReparseTagDirectory(info.ReparseTag) || info.ReparseTag == IO_REPARSE_TAG_WCI);
-    return isDirectory && (!isReparsePoint || isPlace);
+    return WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY) && !IsLink(info);
 }
+
+// The data of a mount point before its names, whose offsets count from its end. A program's headers do not have it.
+struct MountPointData
+{
+    DWORD tag;
+    WORD dataLength;
+    WORD reserved;
+    WORD substituteNameOffset;
+    WORD substituteNameLength;
+    WORD printNameOffset;
+    WORD printNameLength;
+};
 
 // One removal of a tree, depth first. The directories from the root down to the one being worked on stay open, so none
 // of them can be exchanged for a link meanwhile; a tree is never as deep as a process may hold handles.
@@ -133,6 +184,7 @@ private:
     {
         unique_hfile handle;
         FILE_ATTRIBUTE_TAG_INFO info{};    // as seen through the handle
+        DWORD listError = ERROR_SUCCESS;   // why it cannot be listed through the handle, if so
         DWORD deleteError = ERROR_SUCCESS; // why it cannot be deleted through the handle, if so
     };
 
@@ -140,7 +192,7 @@ private:
     struct Subdirectory
     {
         std::wstring name;
-        DWORD attributes;
+        FILE_ATTRIBUTE_TAG_INFO info;
     };
 
     // A directory that is being emptied.
@@ -153,8 +205,6 @@ private:
     };
 
     DWORD Open(Directory& directory) const;
-    static DWORD ReadInformation(Directory& directory);
-    static bool IsPlace(const Directory& directory, DWORD attributesOfPath);
     HRESULT OpenRoot(HANDLE handle, Directory& root) const;
 
     void Enter(Directory directory);
@@ -162,7 +212,9 @@ private:
     void RemoveFile(DWORD attributes);
     void RemoveNextSubdirectory();
     void Leave();
-    void RemoveOpened(const Directory& directory);
+    static DWORD Delete(const Directory& directory);
+    DWORD DeleteLink(Directory& link);
+    bool IsVolumeMountPoint(const Directory& link);
     void Name(std::wstring_view entry);
     void Fail(DWORD error);
 
@@ -192,42 +244,34 @@ HRESULT TreeRemoval::Run(HANDLE rootHandle)
     return m_firstFailure;
 }
 
-// Opens the directory of the path. One that may not be deleted is opened all the same when it can be listed: its
-// contents may be removable.
+// Opens the directory of the path, for as much as it grants: the contents of one that may not be deleted may be
+// removable, and one that may not be listed may be a link or empty.
 DWORD TreeRemoval::Open(Directory& directory) const
 {
-    directory.handle = OpenItself(m_path.c_str(), GENERIC_READ | DELETE, FILE_SHARE_READ);
+    constexpr DWORD c_list = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;
+    directory.handle = OpenItself(m_path.c_str(), c_list | DELETE, FILE_SHARE_READ);
     if (!directory.handle)
     {
         const DWORD error = GetLastError();
-        if (error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION)
+        if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)
         {
-            directory.deleteError = error;
-            directory.handle = OpenItself(m_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+            return error;
+        }
+        directory.deleteError = error;
+        directory.handle = OpenItself(m_path.c_str(), c_list, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        if (!directory.handle)
+        {
+            directory.deleteError = ERROR_SUCCESS;
+            directory.listError = error;
+            directory.handle = OpenItself(m_path.c_str(), DELETE | FILE_READ_ATTRIBUTES,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
         }
         if (!directory.handle)
         {
             return error;
         }
     }
-    return ReadInformation(directory);
-}
-
-DWORD TreeRemoval::ReadInformation(Directory& directory)
-{
-    return GetFileInformationByHandleEx(directory.handle.get(), FileAttributeTagInfo, &directory.info,
-                                        sizeof(directory.info))
-               ? ERROR_SUCCESS
-               : GetLastError();
-}
-
-// Whether an opened directory may be entered: what its path was seen as must not have been a link either, for some
-// systems open a link's target all the same.
-bool TreeRemoval::IsPlace(const Directory& directory, DWORD attributesOfPath)
-{
-    return CanRecurseInto(directory.info) &&
-           (WI_IsFlagClear(attributesOfPath, FILE_ATTRIBUTE_REPARSE_POINT) ||
-            WI_IsFlagSet(directory.info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT));
+    return ReadAttributes(directory.handle.get(), directory.info);
 }
 
 HRESULT TreeRemoval::OpenRoot(HANDLE handle, Directory& root) const
@@ -239,7 +283,7 @@ HRESULT TreeRemoval::OpenRoot(HANDLE handle, Directory& root) const
         RETURN_IF_WIN32_BOOL_FALSE(
             DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
         root.handle.reset(copy);
-        error = ReadInformation(root);
+        error = ReadAttributes(root.handle.get(), root.info);
     }
     else
     {
@@ -250,17 +294,19 @@ HRESULT TreeRemoval::OpenRoot(HANDLE handle, Directory& root) const
     RETURN_IF_WIN32_ERROR(error);
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_DIRECTORY),
                  WI_IsFlagClear(root.info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY));
+    // Some systems open a link's target all the same: then its path alone is seen as a reparse point.
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED),
-                 !IsPlace(root, GetFileAttributesW(m_path.c_str())));
+                 !CanRecurseInto(root.info) || IsLink({.FileAttributes = GetFileAttributesW(m_path.c_str()),
+                                                       .ReparseTag = root.info.ReparseTag}));
     return S_OK;
 }
 
-// Removes the files of the directory that the path names, and remembers its subdirectories.
+// Removes the files of the directory that the path names, if it can be listed, and remembers its subdirectories.
 void TreeRemoval::Enter(Directory directory)
 {
     m_levels.push_back({.directory = std::move(directory), .pathLength = m_path.size(), .subdirectories = {}});
     bool isFirst = true;
-    for (bool isLast = false; !isLast;)
+    for (bool isLast = m_levels.back().directory.listError != ERROR_SUCCESS; !isLast;)
     {
         RemoveFilesOfListing(isFirst, isLast);
     }
@@ -295,7 +341,10 @@ void TreeRemoval::RemoveFilesOfListing(bool& isFirst, bool& isLast)
         }
         else if (name != L"." && name != L"..")
         {
-            level.subdirectories.push_back({.name = std::wstring(name), .attributes = entry.FileAttributes});
+            // A reparse point's tag lies where others have the size of their extended attributes.
+            level.subdirectories.push_back(
+                {.name = std::wstring(name),
+                 .info = {.FileAttributes = entry.FileAttributes, .ReparseTag = entry.EaSize}});
         }
         if (entry.NextEntryOffset == 0)
         {
@@ -335,26 +384,26 @@ void TreeRemoval::RemoveNextSubdirectory()
     m_levels.back().subdirectories.pop_back();
     Name(subdirectory.name);
     Directory directory;
-    const DWORD error = Open(directory);
-    if (error != ERROR_SUCCESS)
+    DWORD error = Open(directory);
+    if (error == ERROR_SUCCESS)
     {
-        if (error != ERROR_FILE_NOT_FOUND)
+        if (IsLink(directory.info))
         {
-            Fail(error);
+            error = DeleteLink(directory);
+        }
+        else if (IsLink(subdirectory.info))
+        {
+            // What was opened is the link's target, as some systems do it, or something put in its place.
+            error = ERROR_REPARSE_POINT_ENCOUNTERED;
+        }
+        else
+        {
+            Enter(std::move(directory));
         }
     }
-    else if (IsPlace(directory, subdirectory.attributes))
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
     {
-        Enter(std::move(directory));
-    }
-    else if (WI_IsFlagSet(directory.info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT))
-    {
-        RemoveOpened(directory);
-    }
-    else
-    {
-        // Listed as a link, but what was opened is none: it is the link's target, or something put in its place.
-        Fail(ERROR_REPARSE_POINT_ENCOUNTERED);
+        Fail(error);
     }
 }
 
@@ -364,40 +413,77 @@ void TreeRemoval::Leave()
     const Level level = std::move(m_levels.back());
     m_levels.pop_back();
     m_path.resize(level.pathLength);
-    const bool isKept = m_levels.empty() && WI_IsFlagSet(m_options, RemoveDirectoryOptions::KeepRootDirectory);
-    if (level.isEmptied && !isKept)
+    if (!level.isEmptied)
     {
-        RemoveOpened(level.directory);
+        if (!m_levels.empty())
+        {
+            m_levels.back().isEmptied = false;
+        }
+        return;
     }
-    else if (!m_levels.empty())
+    const bool isKept = m_levels.empty() && WI_IsFlagSet(m_options, RemoveDirectoryOptions::KeepRootDirectory);
+    const DWORD error = isKept ? level.directory.listError : Delete(level.directory);
+    if (error != ERROR_SUCCESS)
     {
-        m_levels.back().isEmptied = false;
+        Fail(error);
     }
 }
 
-// Deletes a directory through its handle: a name could mean something else by now.
-void TreeRemoval::RemoveOpened(const Directory& directory)
+// Deletes a directory, or a link, through its handle: a name could mean something else by now.
+DWORD TreeRemoval::Delete(const Directory& directory)
 {
-    DWORD error = directory.deleteError;
-    if (error == ERROR_SUCCESS)
+    if (directory.deleteError != ERROR_SUCCESS)
     {
-        // With these semantics the name goes at once, even while others have the directory open. Where they are not
-        // known, the directory goes with its last handle.
-        FILE_DISPOSITION_INFO_EX atOnce{.Flags = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS};
-        FILE_DISPOSITION_INFO atLastClose{.DeleteFile = TRUE};
-        if (SetFileInformationByHandle(directory.handle.get(), FileDispositionInfoEx, &atOnce, sizeof(atOnce)))
-        {
-            return;
-        }
-        error = GetLastError();
-        if (error != ERROR_ACCESS_DENIED &&
-            SetFileInformationByHandle(directory.handle.get(), FileDispositionInfo, &atLastClose, sizeof(atLastClose)))
-        {
-            return;
-        }
-        error = GetLastError();
+        return directory.deleteError;
     }
-    Fail(error);
+    // With these semantics the name goes at once, even while others have the directory open. Where they are not known,
+    // the directory goes with its last handle.
+    FILE_DISPOSITION_INFO_EX atOnce{.Flags = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS};
+    FILE_DISPOSITION_INFO atLastClose{.DeleteFile = TRUE};
+    if (SetFileInformationByHandle(directory.handle.get(), FileDispositionInfoEx, &atOnce, sizeof(atOnce)) ||
+        (GetLastError() != ERROR_ACCESS_DENIED &&
+         SetFileInformationByHandle(directory.handle.get(), FileDispositionInfo, &atLastClose, sizeof(atLastClose))))
+    {
+        return ERROR_SUCCESS;
+    }
+    const DWORD error = GetLastError();
+    // What is in it could not be seen, and that is what the administrator has to know.
+    return error == ERROR_DIR_NOT_EMPTY && directory.listError != ERROR_SUCCESS ? directory.listError : error;
+}
+
+DWORD TreeRemoval::DeleteLink(Directory& link)
+{
+    if (link.deleteError != ERROR_SUCCESS || !IsVolumeMountPoint(link))
+    {
+        return Delete(link);
+    }
+    // RemoveDirectoryW tells the mount manager, too. It opens the name once more, with DELETE, which the handle would
+    // not share. Whatever bears the name by then goes only if it is a link or an empty directory.
+    link.handle.reset();
+    return RemoveDirectoryW(m_path.c_str()) ? ERROR_SUCCESS : GetLastError();
+}
+
+// Whether a link is the place where a volume is mounted. What cannot be read about it is taken for no.
+bool TreeRemoval::IsVolumeMountPoint(const Directory& link)
+{
+    DWORD bytes = 0;
+    if (link.info.ReparseTag != IO_REPARSE_TAG_MOUNT_POINT ||
+        !DeviceIoControl(link.handle.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, m_listing.data(),
+                         static_cast<DWORD>(c_listingBytes), &bytes, nullptr))
+    {
+        return false;
+    }
+    MountPointData data{};
+    std::memcpy(&data, m_listing.data(), sizeof(data));
+    if (sizeof(data) + data.substituteNameOffset + data.substituteNameLength > bytes)
+    {
+        return false;
+    }
+    const void* const names = m_listing.data() + sizeof(data) / sizeof(ULONGLONG);
+    std::wstring target(data.substituteNameLength / sizeof(wchar_t), L'\0');
+    std::memcpy(target.data(), static_cast<const std::byte*>(names) + data.substituteNameOffset,
+                target.size() * sizeof(wchar_t));
+    return target.starts_with(L"\\??\\Volume{") && target.ends_with(L"}\\");
 }
 
 // Lets the path name an entry of the innermost directory.
@@ -463,8 +549,7 @@ unique_hfile TryCreateFileCanRecurseIntoDirectory(PCWSTR path, PWIN32_FIND_DATAW
     FILE_ATTRIBUTE_TAG_INFO info{};
     if (directory)
     {
-        if (!GetFileInformationByHandleEx(directory.get(), FileAttributeTagInfo, &info, sizeof(info)) ||
-            !CanRecurseInto(info))
+        if (ReadAttributes(directory.get(), info) != ERROR_SUCCESS || !CanRecurseInto(info))
         {
             directory.reset();
         }

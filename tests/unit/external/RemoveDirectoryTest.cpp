@@ -79,9 +79,9 @@ TEST_F(RemoveDirectoryTest, takes_a_path_in_every_form)
     const std::wstring path = folder / L"tree";
     std::wstring forward = path;
     std::replace(forward.begin(), forward.end(), L'\\', L'/');
-    for (const std::wstring& form :
-         {path, path + L"\\", path + L"\\\\", forward, forward + L"/", forward + L"//", Extended(path),
-          Extended(path) + L"\\", L"\\\\.\\" + path, folder / L"other\\..\\tree", path + L".", path + L" "})
+    for (const std::wstring& form : {path, path + L"\\", path + L"\\\\", forward, forward + L"/", forward + L"//",
+                                     Extended(path), Extended(path) + L"\\", L"\\\\.\\" + path, L"//?/" + forward,
+                                     L"//./" + forward + L"/", folder / L"other\\..\\tree", path + L".", path + L" "})
     {
         folder.AddFile(L"tree\\sub\\file");
         EXPECT_EQ(RemoveDirectoryRecursiveNoThrow(form.c_str()), S_OK) << testing::PrintToString(form);
@@ -122,6 +122,72 @@ TEST_F(RemoveDirectoryTest, opens_every_kind_of_path_in_its_extended_form)
     EXPECT_EQ(openedFor(L"\\\\?\\C:\\a. \\"), L"\\\\?\\C:\\a. ");
     const std::wstring longName = L"C:\\" + std::wstring(300, L'x');
     EXPECT_EQ(openedFor(longName.c_str()), L"\\\\?\\" + longName);
+}
+
+TEST_F(RemoveDirectoryTest, takes_the_volume_of_an_extended_path_for_no_directory_of_its_own)
+{
+    std::wstring opened;
+    const Fake<&CreateFileW> create = [&](const wchar_t* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD,
+                                          HANDLE) {
+        opened = path;
+        SetLastError(ERROR_BAD_NETPATH);
+        return INVALID_HANDLE_VALUE;
+    };
+    const auto openedFor = [&](const std::wstring& path) {
+        EXPECT_EQ(RemoveDirectoryRecursiveNoThrow(path.c_str()), HRESULT_FROM_WIN32(ERROR_BAD_NETPATH));
+        return opened;
+    };
+    const std::wstring volume = L"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}";
+    EXPECT_EQ(openedFor(volume + L"\\"), volume + L"\\");
+    EXPECT_EQ(openedFor(volume + L"\\\\"), volume + L"\\");
+    EXPECT_EQ(openedFor(volume + L"\\a\\"), volume + L"\\a");
+    EXPECT_EQ(openedFor(L"\\\\?\\C:\\"), L"\\\\?\\C:\\");
+    EXPECT_EQ(openedFor(L"\\\\?\\UNC\\server\\share\\"), L"\\\\?\\UNC\\server\\share\\");
+    EXPECT_EQ(openedFor(L"\\\\?\\unc\\server\\share\\"), L"\\\\?\\unc\\server\\share\\");
+    EXPECT_EQ(openedFor(L"\\\\?\\unc\\server\\share\\a\\"), L"\\\\?\\unc\\server\\share\\a");
+}
+
+TEST_F(RemoveDirectoryTest, makes_a_path_full_whose_prefix_has_forward_slashes)
+{
+    // As Windows does it: slashes become backslashes, several of them one, but for those that it begins with.
+    const Fake<&GetFullPathNameW> makeFull = [](const wchar_t* path, DWORD size, wchar_t* buffer, wchar_t**) -> DWORD {
+        std::wstring full = path;
+        std::replace(full.begin(), full.end(), L'/', L'\\');
+        for (size_t twice = full.find(L"\\\\", 2); twice != std::wstring::npos; twice = full.find(L"\\\\", 2))
+        {
+            full.erase(twice, 1);
+        }
+        if (full.size() >= size)
+        {
+            return static_cast<DWORD>(full.size() + 1);
+        }
+        buffer[full.copy(buffer, full.size())] = L'\0';
+        return static_cast<DWORD>(full.size());
+    };
+    std::wstring opened;
+    const Fake<&CreateFileW> create = [&](const wchar_t* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD,
+                                          HANDLE) {
+        opened = path;
+        SetLastError(ERROR_BAD_NETPATH);
+        return INVALID_HANDLE_VALUE;
+    };
+    const auto openedFor = [&](const wchar_t* path) {
+        EXPECT_EQ(RemoveDirectoryRecursiveNoThrow(path), HRESULT_FROM_WIN32(ERROR_BAD_NETPATH));
+        return opened;
+    };
+    EXPECT_EQ(openedFor(L"//?/C:/a//b/"), L"\\\\?\\C:\\a\\b");
+    EXPECT_EQ(openedFor(L"\\\\?/C:/a"), L"\\\\?\\C:\\a");
+    EXPECT_EQ(openedFor(L"/\\?\\C:\\a"), L"\\\\?\\C:\\a");
+    EXPECT_EQ(openedFor(L"//?/C:/"), L"\\\\?\\C:\\");
+    EXPECT_EQ(openedFor(L"//./C:/a"), L"\\\\?\\C:\\a");
+    EXPECT_EQ(openedFor(L"//?/UNC/server/share/a/"), L"\\\\?\\UNC\\server\\share\\a");
+    EXPECT_EQ(openedFor(L"//server/share/a/"), L"\\\\?\\UNC\\server\\share\\a");
+    EXPECT_EQ(openedFor(L"//?/Volume{1}/"), L"\\\\?\\Volume{1}\\");
+    EXPECT_EQ(openedFor(L"\\\\.\\Volume{1}\\a"), L"\\\\?\\Volume{1}\\a");
+    // A path that is long, and one that is taken as it is.
+    const std::wstring longName(300, L'x');
+    EXPECT_EQ(openedFor((L"//?/C:/" + longName).c_str()), L"\\\\?\\C:\\" + longName);
+    EXPECT_EQ(openedFor(L"\\\\?\\C:\\a\\\\b"), L"\\\\?\\C:\\a\\\\b");
 }
 
 TEST_F(RemoveDirectoryTest, fails_for_an_empty_path)
