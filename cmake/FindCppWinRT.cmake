@@ -47,7 +47,7 @@ if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
 
   add_library(CppWinRT INTERFACE)
   target_include_directories(CppWinRT SYSTEM INTERFACE ${names})
-  target_link_libraries(CppWinRT INTERFACE ole32 oleaut32 runtimeobject)
+  target_link_libraries(CppWinRT INTERFACE oleaut32 ole32 runtimeobject)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # clang's <cpuid.h> and mingw's <intrin.h> both define __cpuidex, and the latter brings a header of clang's that does
     # nothing but warn: leave both out.

@@ -2,6 +2,7 @@
 
 #include "Installer/CrashStack.h"
 #include "Installer/StatusWindowPainting.h"
+#include "Installer/ThreadName.h"
 
 #include <dwmapi.h>
 #include <uxtheme.h>
@@ -363,7 +364,7 @@ bool RunWindow(std::shared_ptr<StatusWindowData>& data)
 DWORD WINAPI RunStatusWindowThread(void* argument)
 {
     ReserveStackForCrashReport();
-    SetThreadDescription(GetCurrentThread(), c_threadName);
+    NameThread(c_threadName);
     auto data = std::move(static_cast<StatusWindowData*>(argument)->heldByWindowThread);
     if (!RunWindow(data))
     {

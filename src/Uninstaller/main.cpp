@@ -2,6 +2,7 @@
 #include "Installer/Logger.h"
 #include "Installer/ProtectedFolder.h"
 #include "Installer/StatusWindow.h"
+#include "Installer/ThreadName.h"
 #include "Uninstaller/CommandLine.h"
 #include "Uninstaller/CrashReporting.h"
 #include "Uninstaller/EndOfProcess.h"
@@ -107,7 +108,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     StartCrashReporting();
     ShowNoErrorDialogs();
     LoadLibrariesOnlyFromSystemFolder();
-    SetThreadDescription(GetCurrentThread(), L"uninstaller_thread");
+    Installer::NameThread(L"uninstaller_thread");
     LeaveCurrentFolder();
     const CommandLine commandLine = ParseCommandLine();
 

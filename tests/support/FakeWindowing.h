@@ -4,6 +4,7 @@
 #include "support/FakeGdiPlus.h"
 #include "support/FakeTaskbarList.h"
 #include "support/FakeThread.h"
+#include "support/FakeThreadNames.h"
 #include "support/ImportTableFake.h"
 #include "support/Journal.h"
 #include "support/VirtualClock.h"
@@ -141,11 +142,11 @@ private:
         onThreadHandleClosed();
         return TRUE;
     };
-    Fake<&::SetThreadDescription> m_describeThread = [this](HANDLE handle, PCWSTR description) -> HRESULT {
+    FakeThreadNames m_threadNames{[this](HANDLE handle, PCWSTR description) {
         EXPECT_EQ(handle, GetCurrentThread());
         journal.Add("SetThreadDescription", description);
         return E_FAIL; // which does not matter
-    };
+    }};
 
     // The desktop.
     Fake<&::GetDesktopWindow> m_getDesktop = [this] { return m_desktop; };

@@ -57,6 +57,7 @@ struct WindowsErrors
     List endProcess{ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE};
     List image{ERROR_ACCESS_DENIED, ERROR_GEN_FAILURE};
     List noPrivilege{ERROR_NO_SUCH_PRIVILEGE, RPC_S_SERVER_UNAVAILABLE};
+    List noFunction{ERROR_PROC_NOT_FOUND};
     List badProcess{ERROR_INVALID_PARAMETER};
     List oldVersion{ERROR_OLD_WIN_VERSION};
     List badWindow{ERROR_INVALID_WINDOW_HANDLE};
@@ -143,7 +144,7 @@ private:
     Faulty<&CreateThread> m_thread{m_injector, c_errors.noMemory};
     Faulty<&CreateEventW> m_event{m_injector, c_errors.noMemory};
     Faulty<&CreateEventExW> m_eventEx{m_injector, c_errors.noMemory};
-    Faulty<&SetThreadDescription> m_describe{m_injector, c_errors.com};
+    Faulty<&GetProcAddress> m_function{m_injector, c_errors.noFunction};
     Faulty<&LoadLibraryExW> m_library{m_injector, c_errors.noMemory};
 
     Faulty<&GetTopWindow> m_topWindow{m_injector, c_errors.denied};

@@ -10,6 +10,7 @@
 #include "support/FakeRegistry.h"
 #include "support/FakeServiceManager.h"
 #include "support/FakeStatusWindow.h"
+#include "support/FakeThreadNames.h"
 #include "support/FakeWindows.h"
 #include "support/FaultInjector.h"
 #include "support/ImportTableFake.h"
@@ -119,7 +120,7 @@ private:
     };
     Fake<&SetCurrentDirectoryW> m_setCurrentFolder = [](LPCWSTR) -> BOOL { return TRUE; };
     Fake<&GetLocalTime> m_localTime = [](LPSYSTEMTIME time) { *time = {2026, 11, 6, 21, 15, 0, 0, 0}; };
-    Fake<&SetThreadDescription> m_describe = [](HANDLE, PCWSTR) -> HRESULT { return S_OK; };
+    FakeThreadNames m_threadNames{[](HANDLE, PCWSTR) { return S_OK; }};
     Fake<&VerifyVersionInfoW> m_verifyVersion = [](LPOSVERSIONINFOEXW, DWORD, DWORDLONG) -> BOOL { return TRUE; };
     Fake<&CoInitializeEx> m_initialize = [](LPVOID, DWORD) -> HRESULT { return S_OK; };
     Fake<&GetTokenInformation> m_token = [this](HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID data, DWORD size,

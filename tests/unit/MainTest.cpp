@@ -6,6 +6,7 @@
 #include "support/FakeRegistry.h"
 #include "support/FakeStatusWindow.h"
 #include "support/FakeTaskDialog.h"
+#include "support/FakeThreadNames.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
 #include "support/TestFolder.h"
@@ -101,12 +102,12 @@ protected:
         order.emplace_back(SentryTesting::CurrentRun().isStarted ? "error mode" : "error mode too early");
         return std::exchange(errorMode, mode);
     };
-    Fake<&SetThreadDescription> describe = [this](HANDLE thread, PCWSTR description) -> HRESULT {
+    FakeThreadNames threadNames{[this](HANDLE thread, PCWSTR description) {
         order.emplace_back(SentryTesting::CurrentRun().isStarted ? "thread" : "thread too early");
         EXPECT_EQ(thread, GetCurrentThread());
         EXPECT_STREQ(description, L"uninstaller_thread");
         return S_OK;
-    };
+    }};
     Fake<&GetCurrentProcessId> processId = []() -> DWORD { return 4711; };
     Fake<&VerifyVersionInfoW> verifyVersion = [this](LPOSVERSIONINFOEXW, DWORD, DWORDLONG) -> BOOL {
         order.emplace_back("version");
