@@ -14,7 +14,7 @@ if(MSVC)
   target_compile_options(CompilerOptions INTERFACE
     /WX /W4 /permissive- /utf-8 /EHsc /Zc:__cplusplus /Zc:preprocessor /guard:cf
     $<$<CONFIG:Release>:/Zi> $<$<CONFIG:Release>:/Gy>)
-  # As LoadConfiguration.s and the toolchain of mingw-w64 have it: libraries from System32 only, control flow guard.
+  # Libraries from System32 only, as LoadConfiguration.s has it. Control flow guard, with Microsoft's runtime, is complete.
   target_link_options(CompilerOptions INTERFACE /DEPENDENTLOADFLAG:0x800 /GUARD:CF /CETCOMPAT
     $<$<CONFIG:Release>:/DEBUG> $<$<CONFIG:Release>:/OPT:REF> $<$<CONFIG:Release>:/OPT:ICF> /INCREMENTAL:NO)
 else()

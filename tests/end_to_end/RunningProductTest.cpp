@@ -440,7 +440,6 @@ TEST_F(UninstallerWithStandInsTest, The_uninstaller_and_its_copy_run_as_ever)
     ExpectRelocatedEnd(c_fullSuccess, RelocationLog("Silent", RelocatedCopy(), "-s"), ExpectedLog().Lines(),
                        RelocatedState());
     EXPECT_EQ(Result().serviceControls.has_value(), IsWine());
-    EXPECT_EQ(Result().guardedProcesses, IsWine() ? 2 : 0);
 }
 
 // ---- Clients and programs ------------------------------------------------------------------------------------------

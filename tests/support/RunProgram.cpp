@@ -465,7 +465,6 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     if (options.hasStandIns)
     {
         result.serviceControls = standIns->ServiceControls();
-        result.guardedProcesses = standIns->GuardedProcesses();
     }
     const auto logs = follower.Written();
     result.logPath = logs.empty() ? L"" : logs.back()->path;

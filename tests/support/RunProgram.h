@@ -114,8 +114,6 @@ struct RunResult
     std::size_t dialogsAnswered = 0;
     // The controls that it and its copy have sent to services; nothing when it ran without stand-ins: nobody saw them.
     std::optional<std::vector<ServiceControl>> serviceControls{};
-    // How many of their processes had control flow guard, as the stand-ins give it.
-    int guardedProcesses = 0;
     // Whether killAt has come.
     bool wasKilled = false;
     // What the message boxes among them said.

@@ -93,9 +93,4 @@ bool StandIns::HasKilled() const noexcept
 {
     return m_record->end.ended > 0;
 }
-
-int StandIns::GuardedProcesses() const noexcept
-{
-    return m_record->guardedCalls > 0 ? m_record->guardedProcesses : 0;
-}
 } // namespace Testing

@@ -46,8 +46,7 @@ struct KillMoment
 
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
-//   ControlServiceExW in its import table and writes the calls down, does what control flow guard does, and ends the
-//   process at a given moment;
+//   ControlServiceExW in its import table and writes the calls down, and ends the process at a given moment;
 // - somebody who tells Wine when the process of a service has ended.
 class StandIns
 {
@@ -71,9 +70,6 @@ public:
 
     // Whether that moment has come.
     bool HasKilled() const noexcept;
-
-    // The number of processes in which calls were checked as Windows' control flow guard does it.
-    int GuardedProcesses() const noexcept;
 
 private:
     struct ViewCloser

@@ -1,10 +1,9 @@
 // A library that the tests load into a program which they start: under Wine it stands in for ControlServiceExW, which
-// Wine does not have (it ends the program that calls it), and does what Windows' control flow guard does; when a test
-// says so it ends the program in the middle of its work; and it follows the program into the processes that it starts.
-// The program knows nothing of it: the library replaces the functions in the program's import table.
+// Wine does not have (it ends the program that calls it); when a test says so it ends the program in the middle of its
+// work; and it follows the program into the processes that it starts. The program knows nothing of it: the library
+// replaces the functions in the program's import table.
 #include "support/ImportTableFake.h"
 #include "support/Wine.h"
-#include "support/stand_ins/FlowGuard.h"
 #include "support/stand_ins/LoadIntoProcess.h"
 #include "support/stand_ins/SharedRecord.h"
 #include "support/stand_ins/SuddenEnd.h"
@@ -148,10 +147,6 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
     }
     if (IsWine())
     {
-        if (StartFlowGuard(Record()->guardedCalls))
-        {
-            InterlockedIncrement(&Record()->guardedProcesses);
-        }
         StandIn("ControlServiceExW", reinterpret_cast<void*>(&StandInForControlServiceEx));
     }
     if (Record()->end.lines > 0)

@@ -48,9 +48,6 @@ struct SharedRecord
     std::array<SharedControl, 64> controls;
     // Why a process that the program has started runs without the library, as an error number; 0 when each has it.
     LONG notFollowed;
-    // How many processes have a table of functions for control flow guard, and how many calls were checked against it.
-    LONG guardedProcesses;
-    volatile long guardedCalls;
     SharedMoment end;
 };
 } // namespace Testing
