@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <unknwn.h>
 #include <winstring.h>
 
 extern "C" BOOL WINAPI RoOriginateLanguageException(HRESULT error, HSTRING message, IUnknown* exception);

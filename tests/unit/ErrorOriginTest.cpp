@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <unknwn.h>
 #include <winstring.h>
 
 #include <gtest/gtest.h>
