@@ -2,26 +2,28 @@
 
 #include "support/MachineState.h"
 #include "support/Names.h"
+#include "support/RunningProduct.h"
 #include "support/SampleInstallation.h"
 #include "support/Waiting.h"
 
 #include <windows.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
 #include <string_view>
 
 namespace Testing
 {
-// The program that opens logs: it notes what it is given.
+// The program that opens logs: it notes what it is given, and as whom.
 class LogViewer
 {
 public:
     LogViewer()
     {
-        // A command processor is there on every Windows.
         WriteValue(c_extension, L"", REG_SZ, TextValue(REG_SZ, L"Velmora.Tests.Log").data);
         WriteValue(c_command, L"", REG_SZ,
-                   TextValue(REG_SZ, LR"(C:\windows\system32\cmd.exe /c echo "%1">")" + m_note + L"\"").data);
+                   TextValue(REG_SZ, L'"' + m_viewer.Path() + L"\" \"" + m_note + L"\" \"%1\"").data);
     }
 
     ~LogViewer()
@@ -33,12 +35,23 @@ public:
     LogViewer(const LogViewer&) = delete;
     LogViewer& operator=(const LogViewer&) = delete;
 
-    // What it was given, in quotes; nothing when it was not started in time.
-    std::string Opened() const
+    // What it noted; all empty when it was not started in time.
+    struct Note
+    {
+        std::string file;
+        std::string user;      // as a security identifier
+        std::string elevation; // "elevated" or "not elevated"
+    };
+    Note Read() const
     {
         std::string text;
-        const bool isNoted = BecomesTrue([&] { return (text = ReadText(m_note)).ends_with('\n'); });
-        return isNoted ? text.substr(0, text.find_first_of("\r\n")) : std::string{};
+        BecomesTrue([&] { return std::ranges::count(text = ReadText(m_note), '\n') == 3; });
+        std::istringstream lines(text);
+        Note note;
+        std::getline(lines, note.file);
+        std::getline(lines, note.user);
+        std::getline(lines, note.elevation);
+        return note;
     }
 
 private:
@@ -47,5 +60,6 @@ private:
 
     // Where the state of the machine is not looked at: it is written whenever the viewer gets to it.
     std::wstring m_note = LR"(C:\windows\Temp\Velmora.Tests.opened.txt)";
+    PlacedProgram m_viewer{L"Velmora.Sample.Viewer.exe", LR"(C:\windows\Temp\Velmora.Tests.Viewer.exe)"};
 };
 } // namespace Testing

@@ -1,6 +1,9 @@
 // The switches other than the silent one: consoles, the confirmation, and the help.
 #include "EndToEndTest.h"
+#include "LimitedDesktop.h"
+#include "LimitedToken.h"
 #include "LogViewer.h"
+#include "support/Identity.h"
 #include "support/Names.h"
 
 #include <windows.h>
@@ -159,7 +162,12 @@ TEST_F(OtherSwitchesTest, A_closed_confirmation_removes_nothing)
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
 }
 
-TEST_F(OtherSwitchesTest, A_log_that_tells_of_failures_is_shown_to_the_user)
+// The program is elevated, and the user's desktop is not. That one is there first.
+class DesktopUserTest : public LimitedDesktop, public EndToEndTest
+{
+};
+
+TEST_F(DesktopUserTest, Is_shown_a_log_that_tells_of_failures_without_elevation)
 {
     LayDownSample();
     const LogViewer viewer;
@@ -172,7 +180,10 @@ TEST_F(OtherSwitchesTest, A_log_that_tells_of_failures_is_shown_to_the_user)
                                Step::InstallFolder, static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)),
                                InstallFolder() + L"\\"),
                            state);
-    EXPECT_EQ(viewer.Opened(), '"' + ToUtf8(Result().logPath) + '"');
+    const LogViewer::Note note = viewer.Read();
+    EXPECT_EQ(note.file, ToUtf8(Result().logPath));
+    EXPECT_EQ(note.user, ToUtf8(UserOf(LimitedToken().get())));
+    EXPECT_EQ(note.elevation, "not elevated");
 }
 } // namespace
 } // namespace Testing

@@ -1,5 +1,6 @@
 // Runs that are refused before anything is removed.
 #include "EndToEndTest.h"
+#include "LimitedToken.h"
 #include "support/Names.h"
 #include "support/Owners.h"
 
@@ -75,27 +76,6 @@ TEST_F(PreconditionsTest, A_verbose_run_shows_why_it_ends)
     Run(L"-v", {.hasConsole = true});
     ExpectRefusal(c_windowsTooOld, TooOldWindowsLog("Verbose"));
     EXPECT_GE(Result().console.size(), TooOldWindowsLog("Verbose").size());
-}
-
-// The token of a user whose administrator's rights are asleep.
-UniqueHandle LimitedToken()
-{
-    HANDLE own = nullptr;
-    OpenProcessToken(GetCurrentProcess(), MAXIMUM_ALLOWED, &own);
-    const UniqueHandle ownToken(own);
-    TOKEN_LINKED_TOKEN linked{};
-    DWORD size = 0;
-    if (!GetTokenInformation(own, TokenLinkedToken, &linked, sizeof(linked), &size))
-    {
-        ThrowWindowsError("There is no limited token", GetLastError());
-    }
-    const UniqueHandle limited(linked.LinkedToken);
-    HANDLE primary = nullptr;
-    if (!DuplicateTokenEx(limited.get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary, &primary))
-    {
-        ThrowWindowsError("The limited token cannot be used", GetLastError());
-    }
-    return UniqueHandle(primary);
 }
 
 TEST_F(PreconditionsTest, A_process_that_is_not_elevated_is_refused)

@@ -498,7 +498,7 @@ TEST_P(LockerCancelTest, A_user_who_cancels_is_shown_the_log_and_nothing_is_remo
                   .Lines(),
               NothingRemoved(), true);
     EXPECT_TRUE(program.Process().IsRunning());
-    EXPECT_EQ(viewer.Opened(), '"' + ToUtf8(Result().logPath) + '"');
+    EXPECT_EQ(viewer.Read().file, ToUtf8(Result().logPath));
 }
 
 INSTANTIATE_TEST_SUITE_P(How, LockerCancelTest, ::testing::Values(std::optional(IDCANCEL), std::nullopt));

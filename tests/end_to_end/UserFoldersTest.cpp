@@ -1,5 +1,6 @@
-// The folders of the user who sits at the machine, which go with the settings.
+// The folders of the user who sits at the machine, and who is not elevated: they go with the settings.
 #include "EndToEndTest.h"
+#include "LimitedDesktop.h"
 #include "support/DirectoryLink.h"
 #include "support/Names.h"
 #include "support/SampleInstallation.h"
@@ -14,7 +15,7 @@ namespace
 {
 constexpr int c_removeSettings = 1;
 
-class UserFoldersTest : public EndToEndTest
+class UserFoldersTest : public LimitedDesktop, public EndToEndTest
 {
 protected:
     // A run whose user wants the settings to go.

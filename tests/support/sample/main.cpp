@@ -1,9 +1,9 @@
 // The sample product as a program: lays the sample installation down, shows what is left of it, removes it, and runs
 // the uninstaller while showing its log.
 #include "support/BuiltFiles.h"
+#include "support/Identity.h"
 #include "support/MachineState.h"
 #include "support/Names.h"
-#include "support/Owners.h"
 #include "support/RunProgram.h"
 #include "support/RunningProduct.h"
 #include "support/SampleInstallation.h"
@@ -48,20 +48,6 @@ void Print(std::string_view text)
 {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
-}
-
-bool IsElevated()
-{
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
-    {
-        return false;
-    }
-    const UniqueHandle owned(token);
-    TOKEN_ELEVATION elevation{};
-    DWORD size = 0;
-    return GetTokenInformation(token, TokenElevation, &elevation, sizeof(elevation), &size) &&
-           elevation.TokenIsElevated != 0;
 }
 
 std::string Padded(std::string text, std::size_t width)
@@ -322,7 +308,7 @@ int Run(std::span<wchar_t* const> arguments)
         Print(c_help);
         return command.empty() || command == L"--help" || command == L"-h" ? 0 : c_wrongUse;
     }
-    if (!IsElevated())
+    if (!IsElevated(GetCurrentProcessToken()))
     {
         Print("Please start this program as an administrator: it works on what is installed for all users.\n");
         return c_failed;
