@@ -1,12 +1,12 @@
 #include "Installer/CanonicalPath.h"
 
 #include "Installer/Common.h"
+#include "Installer/Path.h"
 
 #include <windows.h>
 
 #include <wil/resource.h>
 
-#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,31 +18,7 @@ namespace Installer
 namespace
 {
 
-constexpr std::wstring_view c_longPathPrefix = L"\\\\?\\";
-constexpr std::wstring_view c_longNetworkPrefix = L"\\\\?\\UNC\\";
-constexpr std::wstring_view c_networkPrefix = L"\\\\";
 constexpr wchar_t c_objectPrefix[] = L"\\\\?\\GLOBALROOT";
-constexpr std::wstring_view c_separators = L"\\/";
-
-// Whether a path begins with a drive.
-bool HasDrive(std::wstring_view path)
-{
-    return path.size() >= 2 && path[1] == L':';
-}
-
-// Writes a name the way people do where it can be written so.
-std::wstring WithoutPrefix(std::wstring name)
-{
-    if (name.starts_with(c_longNetworkPrefix))
-    {
-        name.replace(0, c_longNetworkPrefix.size(), c_networkPrefix);
-    }
-    else if (name.starts_with(c_longPathPrefix) && HasDrive(std::wstring_view(name).substr(c_longPathPrefix.size())))
-    {
-        name.erase(0, c_longPathPrefix.size());
-    }
-    return name;
-}
 
 // Reads the name of an open file. Returns ERROR_SUCCESS or why it is not known.
 DWORD ReadFinalName(HANDLE file, DWORD kind, std::wstring& name)
@@ -75,51 +51,58 @@ DWORD ReadCanonicalName(const std::wstring& path, std::wstring& name)
         return GetLastError();
     }
     DWORD error = ReadFinalName(file.get(), VOLUME_NAME_DOS, name);
-    if (error == ERROR_SUCCESS)
+    if (error == ERROR_PATH_NOT_FOUND || error == ERROR_INVALID_FUNCTION)
     {
-        name = WithoutPrefix(name);
-    }
-    else if (error == ERROR_PATH_NOT_FOUND)
-    {
-        // The volume has neither a letter nor a folder that leads to it.
+        // The volume has neither a letter nor a folder that leads to it, or the mount manager does not know it.
         error = ReadFinalName(file.get(), VOLUME_NAME_NT, name);
         name.insert(0, c_objectPrefix);
     }
     return error;
 }
 
+// Puts what there is not behind the name of what there is.
+std::wstring Append(std::wstring name, std::wstring_view rest)
+{
+    if (!name.ends_with(L'\\'))
+    {
+        name += L'\\';
+    }
+    name += rest;
+    return name.erase(name.find_last_not_of(L'\\') + 1);
+}
+
 } // namespace
 
-std::optional<std::filesystem::path> GetCanonicalPath(const std::wstring& path)
+std::optional<std::wstring> GetCanonicalPath(const std::wstring& path)
 {
+    const std::wstring whole = ToExtendedPath(path);
     std::wstring name;
-    std::size_t end = path.size(); // of the part of the path that is looked at
-    DWORD error = ReadCanonicalName(path, name);
+    std::wstring there = whole; // the part of the path that is looked at
+    DWORD error = ReadCanonicalName(there, name);
     while (MeansAbsence(error))
     {
-        end = path.find_last_of(c_separators, end - 1);
-        if (end == std::wstring::npos || end < c_networkPrefix.size())
+        const std::wstring_view parent = GetParentFolder(there);
+        if (parent.empty())
         {
-            return path; // not even its root is there
+            // Not even the root is there: it stays as it is written.
+            name = there;
+            error = ERROR_SUCCESS;
+            break;
         }
-        // With the separator: without it, "C:" would not be the root.
-        error = ReadCanonicalName(path.substr(0, end + 1), name);
+        there = parent;
+        error = ReadCanonicalName(there, name);
     }
     if (error != ERROR_SUCCESS)
     {
         return std::nullopt;
     }
-    if (end == path.size())
+    if (there.size() == whole.size())
     {
         return name;
     }
-    return std::filesystem::path(name) / std::filesystem::path(path.substr(end + 1)).lexically_normal();
-}
-
-bool IsInside(const std::filesystem::path& path, const std::filesystem::path& folder)
-{
-    const std::wstring relative = path.lexically_relative(folder).native();
-    return !relative.empty() && relative.front() != L'.';
+    // A relative path that leads to nothing from here does not mean a place here.
+    return std::filesystem::path(path).is_relative() ? path
+                                                     : Append(name, std::wstring_view(whole).substr(there.size()));
 }
 
 } // namespace Installer

@@ -1,20 +1,16 @@
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 
 namespace Installer
 {
 
-// A full path as the file system itself writes it: in its own letter case, with the long names, and with the targets of
-// links in place of the links. That is done for as much of the path as there is; the rest follows as it stands, less
-// its "." and "..". Returns nothing when something on the way is there but does not tell its name; no failure is
+// A path as the file system itself writes it: in its own letter case, with the long names, and with the targets of
+// links in place of the links; in the extended form ("\\?\"). That is done for as much of the path as there is; the
+// rest follows as it stands. Only the root of a volume has a separator at its end. A relative path that leads to nothing
+// is returned unchanged. Returns nothing when something on the way is there but does not tell its name; no failure is
 // recorded.
-std::optional<std::filesystem::path> GetCanonicalPath(const std::wstring& path);
-
-// Whether a path leads into a folder, by the texts of both alone, letter for letter. What begins with a full stop in
-// the folder is not seen as inside.
-bool IsInside(const std::filesystem::path& path, const std::filesystem::path& folder);
+std::optional<std::wstring> GetCanonicalPath(const std::wstring& path);
 
 } // namespace Installer

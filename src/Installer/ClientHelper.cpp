@@ -3,6 +3,7 @@
 #include "Installer/CanonicalPath.h"
 #include "Installer/Common.h"
 #include "Installer/Logger.h"
+#include "Installer/Path.h"
 #include "Installer/ProcessSnapshot.h"
 #include "Installer/Retry.h"
 #include "Installer/Text.h"
@@ -17,7 +18,6 @@
 #include <array>
 #include <cstddef>
 #include <exception>
-#include <filesystem>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -233,7 +233,7 @@ constexpr wchar_t c_lockCheckFailed[] = L"[ClientHelper] Unable to determine if 
 
 // Adds the process if its program file lies in the folder, which is given canonically, or below it. Returns whether it
 // is new among the processes; one that cannot be examined is not added.
-bool AddIfStartedFrom(const std::filesystem::path& folder, const PROCESSENTRY32W& entry, Processes& processes) noexcept
+bool AddIfStartedFrom(const std::wstring& folder, const PROCESSENTRY32W& entry, Processes& processes) noexcept
 try
 {
     const wil::unique_process_handle process(

@@ -1,5 +1,6 @@
 #include "Installer/Common.h"
 
+#include "Installer/Path.h"
 #include "Installer/Retry.h"
 
 #include <shlobj.h>
@@ -27,7 +28,9 @@ constexpr wchar_t c_defaultProgramFiles[] = L"C:\\Program Files\\";
 constexpr DWORD c_userDefaultLanguage = 0x400;
 constexpr wchar_t c_defaultProgramData[] = L"C:\\ProgramData\\";
 
-std::optional<std::wstring> GetTempFolder()
+// Nothing when Windows does not tell it, or memory runs out.
+std::optional<std::wstring> FindUninstallerTempFolder() noexcept
+try
 {
     const DWORD needed = GetTempPathW(0, nullptr);
     if (needed == 0)
@@ -42,17 +45,33 @@ std::optional<std::wstring> GetTempFolder()
         return std::nullopt;
     }
     folder.resize(length);
+    folder += c_uninstallerFolder;
     return folder;
 }
+catch (...)
+{
+    return std::nullopt;
+}
 
-std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
+std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id) noexcept
+try
 {
     wil::unique_cotaskmem_string folder;
     if (FAILED(SHGetKnownFolderPath(id, 0, nullptr, folder.put())))
     {
-        return fallback;
+        return std::nullopt;
     }
     return std::wstring(folder.get()) + L"\\";
+}
+catch (...)
+{
+    return std::nullopt;
+}
+
+std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
+{
+    auto folder = FindKnownFolder(id);
+    return folder ? *std::move(folder) : fallback;
 }
 
 // The length of a text for a Windows function that counts with int; 0 for a text that is too long to be counted.
@@ -69,14 +88,24 @@ bool IsLink(std::wstring path)
     // Behind a separator the name could already stand for the link's target.
     path.erase(path.find_last_not_of(L"\\/") + 1);
     const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+    {
+        return false;
+    }
+    // A folder of a cloud store, for one, has a reparse point without being a link. What is not told to be such a folder
+    // is taken for a link.
+    WIN32_FIND_DATAW found{};
+    const wil::unique_hfind search(FindFirstFileW(path.c_str(), &found));
+    return !search || found.dwReserved0 == IO_REPARSE_TAG_RESERVED_ZERO || IsReparseTagNameSurrogate(found.dwReserved0);
 }
 
 } // namespace
 
 std::wstring GetUninstallerTempFolder()
 {
-    const std::wstring folder = GetTempFolder().value_or(c_defaultTempFolder) + c_uninstallerFolder;
+    auto found = FindUninstallerTempFolder();
+    const std::wstring folder =
+        found ? *std::move(found) : std::wstring(c_defaultTempFolder) + c_uninstallerFolder;
     Retry(c_tenTimes, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
     return folder;
 }
@@ -119,9 +148,10 @@ std::string WideToUtf8(std::wstring_view text)
 HRESULT RemoveFolder(const std::wstring& path) noexcept
 try
 {
-    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsLink(path));
+    const std::wstring extended = ToExtendedPath(path);
+    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsLink(extended));
     const HRESULT result =
-        wil::RemoveDirectoryRecursiveNoThrow(path.c_str(), wil::RemoveDirectoryOptions::None, INVALID_HANDLE_VALUE);
+        wil::RemoveDirectoryRecursiveNoThrow(extended.c_str(), wil::RemoveDirectoryOptions::None, INVALID_HANDLE_VALUE);
     return result == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ? S_OK : result;
 }
 CATCH_RETURN()
@@ -131,9 +161,9 @@ HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept
     return Retry(c_tenTimes, [&] { return RemoveFolder(path); });
 }
 
-bool FolderExists(const std::wstring& path) noexcept
+bool FolderExists(const std::wstring& path)
 {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const DWORD attributes = GetFileAttributesW(ToExtendedPath(path).c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 

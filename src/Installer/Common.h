@@ -9,33 +9,36 @@
 namespace Installer
 {
 
-// The uninstaller's own folder below the temporary folder, ending in a backslash. Makes sure that it exists: up to ten
-// tries, a second apart; a folder that cannot be created is returned all the same. Never fails.
+// The folders end in a backslash. Each has a fixed place that stands in when Windows does not tell it or memory runs
+// out meanwhile; std::bad_alloc is thrown only when there is no memory for that either.
+
+// The uninstaller's own folder below the temporary folder. Makes sure that it exists: up to ten tries, a second apart; a
+// folder that cannot be created is returned all the same.
 std::wstring GetUninstallerTempFolder();
 
-// "C:\Program Files\" or wherever it is on this machine; ends in a backslash. Never fails.
+// "C:\Program Files\" or wherever it is on this machine.
 std::wstring GetProgramFilesFolder();
 
-// The folder of the 64-bit programs, which for this one is the same; ends in a backslash. Never fails.
+// The folder of the 64-bit programs, which for this one is the same.
 std::wstring GetProgramFilesX64Folder();
 
-// "C:\ProgramData\" or wherever it is on this machine; ends in a backslash. Never fails.
+// "C:\ProgramData\" or wherever it is on this machine.
 std::wstring GetProgramDataFolder();
 
 // UTF-8 to UTF-16 and back. Zero characters are kept. Text that is not valid gives an empty string.
 std::wstring Utf8ToWide(std::string_view text);
 std::string WideToUtf8(std::wstring_view text);
 
-// Removes a folder with everything in it, in one attempt. Links below it are removed, never followed. Returns S_OK when
-// the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED) when the path itself is a
-// link (nothing is touched then), and otherwise the failure of the removal.
+// Removes a folder with everything in it, in one attempt, however long its path. Links below it are removed, never
+// followed. Returns S_OK when the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)
+// when the path itself is a link (nothing is touched then), and otherwise the failure of the removal.
 HRESULT RemoveFolder(const std::wstring& path) noexcept;
 
 // RemoveFolder, up to ten times with a second's pause after every failure. Returns the last result.
 HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept;
 
-// Whether the path names a folder (or a link to one) that can be seen.
-bool FolderExists(const std::wstring& path) noexcept;
+// Whether the path, however long, names a folder (or a link to one) that can be seen.
+bool FolderExists(const std::wstring& path);
 
 // Whether a Win32 error code says of a path that there is nothing.
 bool MeansAbsence(DWORD error) noexcept;

@@ -1,19 +1,19 @@
 #include "Installer/ProtectedFolder.h"
 
 #include "Installer/CanonicalPath.h"
-#include "Installer/Common.h"
+#include "Installer/Path.h"
 
 #include <windows.h>
 
 #include <shlobj.h>
 
 #include <wil/resource.h>
-#include <wil/result.h>
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
+#include <cstddef>
 #include <optional>
+#include <string>
 
 namespace Installer
 {
@@ -21,54 +21,72 @@ namespace Installer
 namespace
 {
 
-// What other programs, other users and Windows itself live in.
-constexpr std::array c_protectedFolders{
-    &FOLDERID_Windows,         &FOLDERID_System,       &FOLDERID_SystemX86,          &FOLDERID_ProgramFiles,
-    &FOLDERID_ProgramFilesX86, &FOLDERID_ProgramData,  &FOLDERID_ProgramFilesCommon, &FOLDERID_ProgramFilesCommonX86,
-    &FOLDERID_Profile,         &FOLDERID_LocalAppData, &FOLDERID_RoamingAppData,     &FOLDERID_Public,
-    &FOLDERID_UserProfiles,
+// What is protected with a folder, besides everything that holds it.
+enum class Extent
+{
+    Alone,
+    WithItsFolders,   // those directly in it
+    WithEverythingInIt,
 };
 
-// Whether the answer is that this Windows has no such folder.
-bool IsAbsent(HRESULT result)
+struct ProtectedFolder
 {
-    return result == E_INVALIDARG ||
-           (HRESULT_FACILITY(result) == FACILITY_WIN32 && MeansAbsence(static_cast<DWORD>(HRESULT_CODE(result))));
-}
+    const KNOWNFOLDERID* id;
+    Extent extent = Extent::Alone;
+};
 
-// Nothing when this Windows has no such folder. Throws when it does not tell: then it could be any.
-std::optional<std::filesystem::path> FindKnownFolder(const KNOWNFOLDERID& id)
+// What other programs, other users and Windows itself live in.
+constexpr std::array c_protectedFolders{
+    ProtectedFolder{&FOLDERID_Windows, Extent::WithEverythingInIt}, // whatever it is, no product lives there
+    ProtectedFolder{&FOLDERID_System},
+    ProtectedFolder{&FOLDERID_SystemX86},
+    ProtectedFolder{&FOLDERID_ProgramFiles},
+    ProtectedFolder{&FOLDERID_ProgramFilesX86},
+    ProtectedFolder{&FOLDERID_ProgramFilesCommon},
+    ProtectedFolder{&FOLDERID_ProgramFilesCommonX86},
+    ProtectedFolder{&FOLDERID_ProgramData},
+    ProtectedFolder{&FOLDERID_UserProfiles, Extent::WithItsFolders}, // each of them is somebody's profile
+    ProtectedFolder{&FOLDERID_Profile},
+    ProtectedFolder{&FOLDERID_LocalAppData},
+    ProtectedFolder{&FOLDERID_RoamingAppData},
+    ProtectedFolder{&FOLDERID_Public},
+};
+
+// Where a known folder is, or else where it usually is; nothing when Windows tells neither. Whether it is there is not
+// asked: it may be on a server that cannot be reached.
+std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id)
 {
     wil::unique_cotaskmem_string folder;
-    const HRESULT result = SHGetKnownFolderPath(id, 0, nullptr, folder.put());
-    if (IsAbsent(result))
+    if (FAILED(SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, folder.put())) &&
+        FAILED(SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY | KF_FLAG_DEFAULT_PATH, nullptr, folder.put())))
     {
         return std::nullopt;
     }
-    THROW_IF_FAILED(result);
     // One that cannot be looked at is compared as it is written.
     return GetCanonicalPath(folder.get()).value_or(folder.get());
 }
 
-bool IsVolumeRoot(const std::filesystem::path& folder)
+// Whether a folder, given canonically, is protected by another.
+bool IsProtectedBy(const ProtectedFolder& its, const std::wstring& folder)
 {
-    std::array<wchar_t, MAX_PATH> volume{};
-    return GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
-           (folder / L"").lexically_normal() == std::filesystem::path(volume.data());
+    const auto known = FindKnownFolder(*its.id);
+    if (!known)
+    {
+        return false;
+    }
+    return IsSamePath(*known, folder) || IsBelow(*known, folder) ||
+           (its.extent == Extent::WithEverythingInIt && IsBelow(folder, *known)) ||
+           (its.extent == Extent::WithItsFolders && IsSamePath(std::wstring(GetParentFolder(folder)), *known));
 }
 
-// Every folder beside the one that is known is somebody's profile.
-bool IsProfile(const std::filesystem::path& folder)
+// Of a local volume the name alone tells it; of others Windows does.
+bool IsVolumeRoot(const std::wstring& folder)
 {
-    const auto profiles = FindKnownFolder(FOLDERID_UserProfiles);
-    return profiles && folder.parent_path() == *profiles;
-}
-
-// Whatever it is, no product lives there.
-bool IsInsideWindows(const std::filesystem::path& folder)
-{
-    const auto windows = FindKnownFolder(FOLDERID_Windows);
-    return windows && IsInside(folder, *windows);
+    // Room for the whole path, with a separator and a zero: Windows wants that much however short the answer is.
+    std::wstring volume(std::max<std::size_t>(folder.size() + 2, MAX_PATH), L'\0');
+    return folder.ends_with(L'\\') ||
+           (GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
+            IsSamePath(volume.c_str(), folder));
 }
 
 } // namespace
@@ -76,20 +94,9 @@ bool IsInsideWindows(const std::filesystem::path& folder)
 bool IsProtectedFolder(const std::wstring& folder) noexcept
 try
 {
-    auto canonical = GetCanonicalPath(folder);
-    if (!canonical)
-    {
-        return true;
-    }
-    if (!canonical->has_filename())
-    {
-        *canonical = canonical->parent_path(); // less the separator at its end
-    }
-    return IsVolumeRoot(*canonical) || IsProfile(*canonical) || IsInsideWindows(*canonical) ||
-           std::ranges::any_of(c_protectedFolders, [&](const KNOWNFOLDERID* id) {
-               const auto known = FindKnownFolder(*id);
-               return known && (*known == *canonical || IsInside(*known, *canonical));
-           });
+    const auto canonical = GetCanonicalPath(folder);
+    return !canonical || IsVolumeRoot(*canonical) ||
+           std::ranges::any_of(c_protectedFolders, [&](const auto& its) { return IsProtectedBy(its, *canonical); });
 }
 catch (...)
 {

@@ -1,6 +1,7 @@
 #include "Uninstaller/Preconditions.h"
 
 #include "Installer/Common.h"
+#include "Installer/ProtectedFolder.h"
 #include "Installer/Registry.h"
 #include "Installer/Security.h"
 #include "Uninstaller/EndOfProcess.h"
@@ -54,6 +55,11 @@ std::wstring FormatVersion(const std::array<std::uint16_t, 4>& version)
         text += (text.empty() ? L"" : L".") + std::to_wstring(number);
     }
     return text;
+}
+
+InstallFolder Examined(const std::wstring& path)
+{
+    return {.path = path, .isProtected = Installer::IsProtectedFolder(path)};
 }
 
 } // namespace
@@ -110,7 +116,7 @@ void ReleaseSingleInstance(wil::unique_handle& mutex)
     THROW_IF_WIN32_BOOL_FALSE(CloseHandle(mutex.release()));
 }
 
-std::wstring FindInstallFolder(Installer::Logger& logger)
+InstallFolder FindInstallFolder(Installer::Logger& logger)
 {
     const Installer::InstallRecord record = Installer::ReadInstallRecord();
     if (record.found)
@@ -126,9 +132,9 @@ std::wstring FindInstallFolder(Installer::Logger& logger)
     if (record.location.empty())
     {
         logger.Info(L"No previous Velmora install directory found, using default.");
-        return Installer::GetProgramFilesFolder() + c_defaultFolderName;
+        return Examined(Installer::GetProgramFilesFolder() + c_defaultFolderName);
     }
-    return record.location;
+    return Examined(record.location);
 }
 
 } // namespace Uninstaller

@@ -28,8 +28,15 @@ std::optional<ExitCode> CheckSingleInstance(const RunContext& run, wil::unique_h
 // Lets the next installer or uninstaller run. Throws wil::ResultException when the handle cannot be closed.
 void ReleaseSingleInstance(wil::unique_handle& mutex);
 
-// Where the product is installed, ending in a backslash: the folder that the uninstall entry names, otherwise the
-// default one below Program Files. Logs what was found.
-std::wstring FindInstallFolder(Installer::Logger& logger);
+// Where the product is installed, and whether that is a folder that is never deleted (IsProtectedFolder): decided once,
+// the whole run goes by it.
+struct InstallFolder
+{
+    std::wstring path; // ends in a backslash
+    bool isProtected = false;
+};
+
+// The folder that the uninstall entry names, otherwise the default one below Program Files. Logs what was found.
+InstallFolder FindInstallFolder(Installer::Logger& logger);
 
 } // namespace Uninstaller

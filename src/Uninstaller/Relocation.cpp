@@ -1,6 +1,7 @@
 #include "Uninstaller/Relocation.h"
 
 #include "Installer/Common.h"
+#include "Installer/Path.h"
 #include "Installer/Retry.h"
 #include "Installer/Text.h"
 #include "Uninstaller/CrashReporting.h"
@@ -94,7 +95,7 @@ ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std:
     try
     {
         const std::wstring copy = GetCopyPath();
-        const HRESULT copied = CopyProgram(ownPath, copy);
+        const HRESULT copied = CopyProgram(Installer::ToExtendedPath(ownPath), copy);
         if (copied != S_OK)
         {
             return EndWithoutCopy(run, std::to_wstring(copied));

@@ -5,7 +5,6 @@
 #include "Installer/Environment.h"
 #include "Installer/Firewall.h"
 #include "Installer/Migrator.h"
-#include "Installer/ProtectedFolder.h"
 #include "Installer/Registry.h"
 #include "Installer/Retry.h"
 #include "Installer/Service.h"
@@ -39,7 +38,7 @@ constexpr RetryPolicy c_fiveSlowAttempts{5, 5000, false};
 struct Removal
 {
     const RunContext& run;
-    const std::wstring& installFolder;
+    const InstallFolder& installFolder;
     bool removeUserSettings;
 };
 
@@ -103,9 +102,9 @@ HRESULT RemovePackage(const Removal& removal)
 }
 
 // What others live in stays, whoever wrote it into the install record.
-HRESULT DeleteInstallFolder(const std::wstring& folder)
+HRESULT DeleteInstallFolder(const Removal& removal)
 {
-    return IsProtectedFolder(folder) ? E_ACCESSDENIED : DeleteFolderWithRetry(folder);
+    return removal.installFolder.isProtected ? E_ACCESSDENIED : DeleteFolderWithRetry(removal.installFolder.path);
 }
 
 HRESULT CleanUpUser(const Removal& removal)
@@ -119,9 +118,9 @@ std::wstring NoFolder(const Removal&)
     return {};
 }
 
-std::wstring InstallFolder(const Removal& removal)
+std::wstring PathOfInstallFolder(const Removal& removal)
 {
-    return removal.installFolder;
+    return removal.installFolder.path;
 }
 
 std::wstring AuthServiceProgramFolder(const Removal&)
@@ -206,7 +205,7 @@ constexpr Step c_steps[] = {
         L"Unable to remove uninstall entry."},
     {{.phase = 8}, L"Deleting installation folder...",
         Do<DeleteInstallFolder>, c_once,
-        L"Unable to delete installation folder", Failure::MakesPartial, InstallFolder, IfFolderExists},
+        L"Unable to delete installation folder", Failure::MakesPartial, PathOfInstallFolder, IfFolderExists},
     {{.phase = 9}, L"Deleting OrvaneAuthService folders...",
         Do<RemoveFolder>, c_tenAttempts,
         L"Unable to delete PF OrvaneAuthService folder", Failure::Warns, AuthServiceProgramFolder},
@@ -327,7 +326,7 @@ bool EndProcessesIn(const std::wstring& installFolder, const RunContext& run, co
 
 // Ends what runs of the product: nothing is removed under a running program. Returns nothing, or the exit code when the
 // run ended here.
-std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
+std::optional<ExitCode> ShutDown(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
 {
     ShowProgress(run, {.phase = 1});
     Announce(run, L"Stopping Velmora...");
@@ -343,7 +342,7 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const std::wstring& inst
         return EXIT_ERROR_CLIENT_RUNNING;
     }
     // In a folder that is not deleted anyway, nobody is in the way.
-    if (!IsProtectedFolder(installFolder) && !EndProcessesIn(installFolder, run, ownPath))
+    if (!installFolder.isProtected && !EndProcessesIn(installFolder.path, run, ownPath))
     {
         ShowError(run, exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED));
         run.logger.OpenLog();
@@ -366,7 +365,7 @@ bool RemoveEverything(const Removal& removal)
 
 } // namespace
 
-ExitCode UninstallProduct(const RunContext& run, const std::wstring& installFolder, const std::wstring& ownPath)
+ExitCode UninstallProduct(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
 {
     ExitCode code{};
     const std::optional<bool> removeUserSettings = Confirm(run, ownPath, code);

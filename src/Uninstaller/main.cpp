@@ -1,6 +1,5 @@
-#include "Installer/CanonicalPath.h"
 #include "Installer/Logger.h"
-#include "Installer/ProtectedFolder.h"
+#include "Installer/Path.h"
 #include "Installer/StatusWindow.h"
 #include "Installer/ThreadName.h"
 #include "Uninstaller/CommandLine.h"
@@ -143,9 +142,9 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
         return *end;
     }
 
-    const std::wstring installFolder = FindInstallFolder(logger);
+    const InstallFolder installFolder = FindInstallFolder(logger);
     const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
-    if (Installer::IsInside(ownPath, installFolder) && !Installer::IsProtectedFolder(installFolder))
+    if (!installFolder.isProtected && Installer::IsInside(ownPath, installFolder.path))
     {
         return Relocate(run, ownPath, commandLine.argument, mutex);
     }

@@ -97,10 +97,10 @@ std::string FoundRecord(std::wstring_view location, std::string_view version)
     return Info("Found Velmora install entry at '" + ToUtf8(location) + "', version " + std::string(version) + ".");
 }
 
-std::vector<std::string> BeginRelocation(std::string_view runType)
+std::vector<std::string> BeginRelocation(std::string_view runType, std::wstring_view location = {})
 {
     return Append(CheckElevation(runType),
-                  {FoundRecord(InstallFolder() + L"\\", "2.8.1.2171"),
+                  {FoundRecord(location.empty() ? InstallFolder() + L"\\" : std::wstring(location), "2.8.1.2171"),
                    Info("Uninstaller is running inside installation directory. Copying to temporary location so we can "
                         "continue...")});
 }
@@ -176,9 +176,10 @@ std::vector<std::string> CancelledLog(std::string_view runType)
                   {FoundRecord(InstallFolder() + L"\\", "2.8.1.2171"), Info("User canceled the uninstaller.")});
 }
 
-std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument)
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
+                                       std::wstring_view location)
 {
-    return Append(BeginRelocation(runType),
+    return Append(BeginRelocation(runType, location),
                   {Info("Starting " + StartText(copy, argument)),
                    Info("This process will now exit (without waiting for user feedback)"), Info("----------")});
 }

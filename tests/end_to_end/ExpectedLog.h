@@ -37,8 +37,9 @@ std::vector<std::string> SecondInstanceLog(std::string_view runType);
 std::vector<std::string> CancelledLog(std::string_view runType);
 
 // The lines of a run that goes on as its copy, which is started with that argument; or cannot be copied or started, for
-// a reason in numbers.
-std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument);
+// a reason in numbers. The record names the sample's own folder unless there is another location.
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
+                                       std::wstring_view location = {});
 std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_view reason);
 std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
                                         std::string_view reason);

@@ -4,7 +4,9 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cwctype>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -74,6 +76,36 @@ INSTANTIATE_TEST_SUITE_P(Switch, RelocatedRunTest,
                                            RelocatedRun{L"--silent", "Silent"}, RelocatedRun{L"-g", "Gui"},
                                            RelocatedRun{L"--gui", "Gui"}, RelocatedRun{L"-v", "Verbose"},
                                            RelocatedRun{L"--verbose", "Verbose"}));
+
+TEST_F(RelocationTest, A_program_that_is_started_in_other_letter_case_goes_on_as_its_copy)
+{
+    LayDownSample();
+    ASSERT_TRUE(CopyFileW(ProgramPath().c_str(), InstalledProgram().c_str(), FALSE));
+    std::wstring program = InstalledProgram();
+    std::ranges::transform(program, program.begin(), [](wchar_t character) { return std::towlower(character); });
+    RunAt(program, L"-s", {});
+    ExpectRelocated("Silent", "-s");
+}
+
+class RelocatedSpellingTest : public RelocationTest, public ::testing::WithParamInterface<const wchar_t*>
+{
+};
+
+TEST_P(RelocatedSpellingTest, Of_the_location_makes_no_difference)
+{
+    LayDownSample();
+    const std::wstring location = Expand(GetParam());
+    WriteValue(LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)", L"InstallLocation", REG_SZ,
+               TextValue(REG_SZ, location).data);
+    RunInstalled();
+    const std::wstring folder = location + L"\\";
+    ExpectRelocatedEnd(c_fullSuccess, RelocationLog("Silent", RelocatedCopy(), "-s", folder),
+                       ExpectedLog().FindsRecord(folder).Lines(), RelocatedState());
+}
+
+INSTANTIATE_TEST_SUITE_P(Location, RelocatedSpellingTest,
+                         ::testing::Values(LR"(<ProgramFiles>\VELMORA)", LR"(<ProgramFiles>\X\..\Velmora)",
+                                           LR"(\\?\<ProgramFiles>\Velmora)"));
 
 TEST_F(RelocationTest, The_help_needs_no_copy)
 {

@@ -77,7 +77,8 @@ private:
             return ofUser(id, flags, token, path);
         }
         const std::wstring folder = Find(id);
-        if (folder.empty() || flags != 0 || FAILED(knownFolderResult))
+        const DWORD known = KF_FLAG_DONT_VERIFY | KF_FLAG_DEFAULT_PATH;
+        if (folder.empty() || (flags & ~known) != 0 || FAILED(knownFolderResult))
         {
             *path = nullptr;
             return FAILED(knownFolderResult) ? knownFolderResult : E_INVALIDARG;

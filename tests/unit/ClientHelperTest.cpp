@@ -8,6 +8,7 @@
 #include "support/FakeTaskDialog.h"
 #include "support/FakeWindows.h"
 #include "support/OutOfMemory.h"
+#include "support/PathLimits.h"
 #include "support/RunLog.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
@@ -719,6 +720,19 @@ TEST_F(FindProcessesLockingDirectoryTest, finds_what_runs_from_a_file_that_is_no
     EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(4, L"gone.exe")));
 }
 
+TEST_F(FindProcessesLockingDirectoryTest, knows_the_folder_with_a_prefix_and_with_a_long_path)
+{
+    const std::wstring name = L"Velmora\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    AddProgram(4, name + L"\\a.exe");
+    const PathLimits limits;
+
+    for (const std::wstring& directory : {folder, L"\\\\?\\" + folder, L"//?/" + folder, root / name})
+    {
+        EXPECT_THAT(FindProcessesLockingDirectory(directory), ElementsAre(Pair(4, L"a.exe"))) << directory;
+        EXPECT_THAT(FindProcessesLockingDirectory(directory + L"2"), IsEmpty()) << directory;
+    }
+}
+
 TEST_F(FindProcessesLockingDirectoryTest, leaves_out_its_own_process)
 {
     AddProgram(c_self, L"Velmora\\Velmora.Uninstaller.exe");
@@ -805,7 +819,7 @@ TEST_F(FindProcessesLockingDirectoryTest, finds_nothing_when_the_folder_cannot_b
     AddProgram(4, L"Velmora\\a.exe");
     const Fake<&CreateFileW> create = [this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
                                              DWORD disposition, DWORD flags, HANDLE pattern) {
-        if (path == folder)
+        if (path == L"\\\\?\\" + folder)
         {
             SetLastError(ERROR_ACCESS_DENIED);
             return INVALID_HANDLE_VALUE;

@@ -4,13 +4,21 @@
 #include "support/FailureLog.h"
 #include "support/FakeFolders.h"
 #include "support/OutOfMemory.h"
+#include "support/PathLimits.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 #include "unit/external/LinksAsOnWindows.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cwchar>
+#include <functional>
+#include <iterator>
+#include <new>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -187,6 +195,122 @@ TEST_F(FoldersTest, the_buffers_of_known_folders_are_freed)
     EXPECT_EQ(freed, 3U);
 }
 
+TEST_F(FoldersTest, known_folders_are_asked_for_with_flags_0)
+{
+    std::vector<DWORD> asked;
+    Fake<&SHGetKnownFolderPath> find = [&](REFKNOWNFOLDERID, DWORD flags, HANDLE, PWSTR*) -> HRESULT {
+        asked.push_back(flags);
+        return E_FAIL;
+    };
+
+    GetProgramFilesFolder();
+    GetProgramDataFolder();
+
+    EXPECT_EQ(asked, std::vector<DWORD>(2, 0));
+}
+
+// The places of a machine in texts of their own: nothing is allocated to tell them.
+class FoldersWithoutMemoryTest : public testing::Test
+{
+protected:
+    // What a helper returns when each of its allocations fails in turn, and none in the end. Nothing may be thrown.
+    static std::vector<std::wstring> RefuseEachAllocation(const std::function<std::wstring()>& helper)
+    {
+        std::vector<std::wstring> folders;
+        for (unsigned spared = 0;; ++spared)
+        {
+            std::wstring folder;
+            bool hasRefused = false;
+            try
+            {
+                const OutOfMemory outOfMemory(spared);
+                folder = helper();
+                hasRefused = OutOfMemory::HasRefused();
+            }
+            catch (const std::bad_alloc&)
+            {
+                ADD_FAILURE() << "thrown without the allocation after " << spared;
+                return folders;
+            }
+            folders.push_back(folder);
+            if (!hasRefused)
+            {
+                return folders;
+            }
+        }
+    }
+
+    // Without any memory there is not even the text of the fixed place.
+    static void ExpectThrowsWithoutMemory(const std::function<std::wstring()>& helper)
+    {
+        bool isThrown = false;
+        try
+        {
+            const OutOfMemory outOfMemory;
+            helper();
+        }
+        catch (const std::bad_alloc&)
+        {
+            isThrown = true;
+        }
+        EXPECT_TRUE(isThrown);
+    }
+
+    static constexpr wchar_t c_temp[] = L"D:\\Some temporary folder\\";
+    static constexpr wchar_t c_known[] = L"D:\\Some known folder";
+
+    Fake<&GetTempPathW> tempPath = [](DWORD size, LPWSTR path) -> DWORD {
+        if (size < std::size(c_temp))
+        {
+            return static_cast<DWORD>(std::size(c_temp));
+        }
+        std::wmemcpy(path, c_temp, std::size(c_temp));
+        return static_cast<DWORD>(std::size(c_temp) - 1);
+    };
+    Fake<&SHGetKnownFolderPath> knownFolder = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) -> HRESULT {
+        *path = static_cast<PWSTR>(CoTaskMemAlloc(sizeof(c_known)));
+        std::wmemcpy(*path, c_known, std::size(c_known));
+        return S_OK;
+    };
+    Fake<&CreateDirectoryW> createFolder = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
+    VirtualClock clock;
+    FailureLog failures;
+};
+
+TEST_F(FoldersWithoutMemoryTest, known_folders_have_their_fixed_fallback)
+{
+    struct Helper
+    {
+        std::wstring (*get)();
+        const wchar_t* fallback;
+    };
+    for (const Helper helper : {Helper{GetProgramFilesFolder, L"C:\\Program Files\\"},
+                                Helper{GetProgramFilesX64Folder, L"C:\\Program Files\\"},
+                                Helper{GetProgramDataFolder, L"C:\\ProgramData\\"}})
+    {
+        const std::vector<std::wstring> folders = RefuseEachAllocation(helper.get);
+
+        ASSERT_GE(folders.size(), 2U);
+        EXPECT_EQ(folders.back(), std::wstring(c_known) + L"\\");
+        EXPECT_EQ(std::set(folders.begin(), folders.end() - 1), std::set<std::wstring>{helper.fallback});
+        ExpectThrowsWithoutMemory(helper.get);
+    }
+}
+
+TEST_F(FoldersWithoutMemoryTest, the_temporary_folder_has_its_fixed_fallback)
+{
+    const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
+    const std::wstring found = std::wstring(c_temp) + L"Velmora\\Uninstaller\\";
+    const std::vector<std::wstring> folders = RefuseEachAllocation(GetUninstallerTempFolder);
+
+    // Once the place is known, only the creation of the folder needs memory, which is tried again.
+    const auto known = std::ranges::find(folders, found);
+    EXPECT_GE(known - folders.begin(), 2);
+    EXPECT_EQ(std::set(folders.begin(), known), std::set{fallback});
+    EXPECT_EQ(std::set(known, folders.end()), std::set{found});
+    ExpectThrowsWithoutMemory(GetUninstallerTempFolder);
+}
+
 TEST(ConversionTest, converts_both_ways)
 {
     EXPECT_EQ(Utf8ToWide("\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80"),
@@ -343,7 +467,116 @@ TEST_F(DeleteFolderTest, RemoveFolder_looks_at_the_name_itself_before_anything_i
 
     EXPECT_EQ(RemoveFolder(L"C:\\folder\\link\\//"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
 
-    EXPECT_EQ(asked, std::vector<std::wstring>{L"C:\\folder\\link"});
+    EXPECT_EQ(asked, std::vector<std::wstring>{L"\\\\?\\C:\\folder\\link"});
+}
+
+// Lets a folder have a reparse point with that tag, and a handle to it too.
+class ReparsePoint
+{
+public:
+    ReparsePoint(std::wstring path, DWORD tag) : m_path(L"\\\\?\\" + std::move(path)), m_tag(tag) {}
+
+private:
+    std::wstring m_path;
+    DWORD m_tag;
+    Fake<&GetFileAttributesW> m_attributes = [this](LPCWSTR path) -> DWORD {
+        const DWORD attributes = Fake<&GetFileAttributesW>::Real(path);
+        return path == m_path ? attributes | FILE_ATTRIBUTE_REPARSE_POINT : attributes;
+    };
+    Fake<&FindFirstFileW> m_find = [this](LPCWSTR path, LPWIN32_FIND_DATAW data) {
+        const HANDLE search = Fake<&FindFirstFileW>::Real(path, data);
+        if (path == m_path)
+        {
+            data->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+            data->dwReserved0 = m_tag;
+        }
+        return search;
+    };
+    Fake<&GetFileInformationByHandleEx> m_information = [this](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data,
+                                                               DWORD size) -> BOOL {
+        const BOOL result = Fake<&GetFileInformationByHandleEx>::Real(file, kind, data, size);
+        std::wstring name(500, L'\0');
+        name.resize(GetFinalPathNameByHandleW(file, name.data(), 500, VOLUME_NAME_DOS));
+        if (result && kind == FileAttributeTagInfo && name == m_path)
+        {
+            auto& information = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
+            information.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+            information.ReparseTag = m_tag;
+        }
+        return result;
+    };
+};
+
+TEST_F(DeleteFolderTest, RemoveFolder_removes_a_folder_whose_reparse_point_is_no_link)
+{
+    // Of a cloud store, of a container, of a provider of files.
+    for (const DWORD tag : {0x9000001AUL, 0x90001018UL, 0x9000001CUL})
+    {
+        root.AddFile(L"folder\\data");
+        const ReparsePoint reparsePoint(root / L"folder", tag);
+
+        EXPECT_EQ(RemoveFolder(root / L"folder\\"), S_OK) << tag;
+
+        EXPECT_FALSE(Exists(root / L"folder")) << tag;
+    }
+}
+
+TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_of_every_kind_and_what_could_be_one)
+{
+    // A junction, a symbolic link, one of another system; and one of a kind that is not told.
+    for (const DWORD tag : {0xA0000003UL, 0xA000000CUL, 0xA0000027UL, 0UL})
+    {
+        root.AddFile(L"folder\\data");
+        const ReparsePoint reparsePoint(root / L"folder", tag);
+
+        EXPECT_EQ(RemoveFolder(root / L"folder\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
+
+        EXPECT_TRUE(Exists(root / L"folder\\data")) << tag;
+    }
+}
+
+TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_reparse_point_that_cannot_be_looked_at)
+{
+    root.AddFile(L"folder\\data");
+    const ReparsePoint reparsePoint(root / L"folder", 0x9000001A);
+    Fake<&FindFirstFileW> find = [](LPCWSTR, LPWIN32_FIND_DATAW) -> HANDLE {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+
+    EXPECT_EQ(RemoveFolder(root / L"folder"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
+
+    EXPECT_TRUE(Exists(root / L"folder\\data"));
+}
+
+TEST_F(DeleteFolderTest, a_folder_with_a_long_path_is_found_and_removed)
+{
+    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    root.AddFile(name + L"\\deep\\file");
+    const PathLimits limits;
+
+    EXPECT_TRUE(FolderExists(root / name));
+    EXPECT_TRUE(FolderExists(root / name + L"\\"));
+    EXPECT_TRUE(FolderExists(L"\\\\?\\" + root / name));
+    EXPECT_FALSE(FolderExists(root / name + L"\\deep\\file"));
+    EXPECT_FALSE(FolderExists(root / name + L"2"));
+
+    EXPECT_EQ(DeleteFolderWithRetry(root / name + L"\\"), S_OK);
+
+    EXPECT_FALSE(FolderExists(root / name));
+    EXPECT_EQ(clock.Sleeps(), Pauses{});
+}
+
+TEST_F(DeleteFolderTest, a_link_with_a_long_path_is_refused)
+{
+    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    root.AddFile(name + L"\\data");
+    const ReparsePoint reparsePoint(root / name, 0xA0000003);
+    const PathLimits limits;
+
+    EXPECT_EQ(RemoveFolder(root / name + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
+
+    EXPECT_TRUE(Exists(root / name + L"\\data"));
 }
 
 TEST_F(DeleteFolderTest, RemoveFolder_removes_a_link_inside_without_following_it)

@@ -5,6 +5,7 @@
 #include "support/FakePause.h"
 #include "support/OpenHandles.h"
 #include "support/OpenedFiles.h"
+#include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/Text.h"
 #include "support/VirtualClock.h"
@@ -18,6 +19,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -108,6 +111,34 @@ TEST_F(LoggerTest, makes_its_folder_but_no_file_before_the_first_line)
     EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
     EXPECT_FALSE(Exists(LogFile()));
     EXPECT_TRUE(console.empty());
+}
+
+TEST_F(LoggerTest, is_not_made_without_memory_for_its_path)
+{
+    Fake<&GetTempPathW> unknown = [](DWORD, LPWSTR) -> DWORD { return 0; }; // the place is a fixed one
+    Fake<&CreateDirectoryW> create = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
+    unsigned thrown = 0;
+    bool hasRefused = true;
+    for (unsigned spared = 0; hasRefused; ++spared)
+    {
+        std::optional<Logger> logger;
+        try
+        {
+            const OutOfMemory outOfMemory(spared);
+            logger.emplace(RunType::Silent);
+            hasRefused = OutOfMemory::HasRefused();
+        }
+        catch (const std::bad_alloc&)
+        {
+            ++thrown;
+            continue;
+        }
+        // Where there is one, its path is whole.
+        EXPECT_EQ(logger->LogPath(),
+                  L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log")
+            << spared;
+    }
+    EXPECT_GE(thrown, 2U) << "the folder, and what is put behind it";
 }
 
 TEST_F(LoggerTest, tags_are_eleven_characters_wide)

@@ -1,3 +1,4 @@
+#include "Installer/Path.h"
 #include "Uninstaller/ExitCode.h"
 #include "support/FakeFirewall.h"
 #include "support/FakeFolders.h"
@@ -9,6 +10,7 @@
 #include "support/FakeThreadNames.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
+#include "support/PathLimits.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -469,11 +471,144 @@ TEST_F(MainTest, a_program_in_the_installation_folder_is_relocated)
 
     EXPECT_EQ(Run(L"--silent more"), Uninstaller::EXIT_NO_ERROR);
 
-    EXPECT_EQ(copied, OwnPath());
+    EXPECT_EQ(copied, Installer::ToExtendedPath(OwnPath()));
     EXPECT_EQ(started, L"\"" + folders.Temp() + L"Velmora\\Uninstaller\\Velmora.Uninstaller.exe\" --silent");
     EXPECT_EQ(log.All().back(), "|INFO|:    ----------");
     EXPECT_TRUE(Exists(OwnPath()));
     EXPECT_TRUE(scheduled.empty());
+}
+
+TEST_F(MainTest, decides_once_whether_the_folder_is_one_that_is_never_deleted)
+{
+    InstallTo(root / L"Elsewhere");
+    root.AddFile(L"Elsewhere\\Velmora.exe");
+    unsigned asked = 0;
+    Fake<&GetVolumePathNameW> volume = [&](LPCWSTR, LPWSTR, DWORD) -> BOOL {
+        ++asked;
+        return FALSE;
+    };
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(asked, 1U);
+    EXPECT_FALSE(Exists(root / L"Elsewhere"));
+}
+
+TEST_F(MainTest, does_not_delete_a_folder_that_was_seen_as_one_that_is_never_deleted_at_the_start)
+{
+    InstallTo(root / L"Elsewhere");
+    root.AddFile(L"Elsewhere\\data");
+    unsigned asked = 0;
+    Fake<&GetVolumePathNameW> volume = [&](LPCWSTR path, LPWSTR name, DWORD size) -> BOOL {
+        return ++asked == 1 && swprintf(name, size, L"%ls\\", path) > 0;
+    };
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(Exists(root / L"Elsewhere\\data"));
+}
+
+// A program whose path is the one that the test says, told as Windows tells it.
+class OwnPathTest : public MainTest
+{
+protected:
+    std::wstring ownPath = L"C:\\" + std::wstring(250, L'a') + L"\\" + std::wstring(250, L'b') + L"\\u.exe";
+    DWORD error = ERROR_SUCCESS;
+    std::vector<DWORD> sizes;
+    Fake<&GetModuleFileNameW> moduleName = [this](HMODULE module, LPWSTR name, DWORD size) -> DWORD {
+        EXPECT_EQ(module, nullptr);
+        sizes.push_back(size);
+        SetLastError(error);
+        if (error != ERROR_SUCCESS)
+        {
+            return 0;
+        }
+        const auto length = static_cast<DWORD>(ownPath.copy(name, size - 1));
+        name[length] = L'\0';
+        if (length == ownPath.size())
+        {
+            return length;
+        }
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return size;
+    };
+};
+
+TEST_F(OwnPathTest, may_be_long)
+{
+    InstallTo(ownPath.substr(0, ownPath.size() - 6));
+    const std::vector<std::wstring> whole{L"\\\\?\\" + ownPath};
+    std::vector<std::wstring> copied;
+    Fake<&CopyFileExW> copy = [&](LPCWSTR from, LPCWSTR, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
+        copied.emplace_back(from);
+        return TRUE;
+    };
+    Fake<&CreateProcessW> start = [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+                                      LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) -> BOOL {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    };
+    std::vector<std::wstring> deleted;
+    Fake<&MoveFileExW> schedule = [&](LPCWSTR from, LPCWSTR, DWORD) -> BOOL {
+        deleted.emplace_back(from);
+        return TRUE;
+    };
+    const PathLimits limits;
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_RUN_FROM_TEMP);
+
+    EXPECT_GT(sizes.size(), 1U);
+    EXPECT_EQ(copied, whole);
+    EXPECT_EQ(deleted, std::vector<std::wstring>{ownPath});
+}
+
+TEST_F(OwnPathTest, and_the_installation_folder_may_be_written_in_any_way)
+{
+    Fake<&CreateProcessW> start = [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+                                      LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION information) -> BOOL {
+        *information = {handles.Make(), handles.Make(), 1, 2};
+        return TRUE;
+    };
+    std::vector<std::wstring> copied;
+    Fake<&CopyFileExW> copy = [&](LPCWSTR from, LPCWSTR, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
+        copied.emplace_back(from);
+        return TRUE;
+    };
+    for (const wchar_t* const program : {L"D:\\Programs\\Velmora\\u.exe", L"d:\\programs\\velmora\\U.EXE"})
+    {
+        for (const wchar_t* const folder :
+             {L"D:\\Programs\\Velmora", L"d:\\PROGRAMS\\velmora\\", L"D:\\Programs\\X\\..\\Velmora",
+              L"\\\\?\\D:\\Programs\\Velmora", L"D:/Programs//Velmora/"})
+        {
+            ownPath = program;
+            InstallTo(folder);
+            copied.clear();
+
+            EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR) << folder;
+
+            EXPECT_EQ(copied, std::vector<std::wstring>{L"\\\\?\\" + ownPath}) << folder;
+            SentryTesting::Forget();
+        }
+    }
+}
+
+TEST_F(OwnPathTest, that_is_not_told_is_an_exception)
+{
+    error = ERROR_NOT_ENOUGH_MEMORY;
+    root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
+
+    try
+    {
+        Run(L"-s");
+        FAIL() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
+    }
+    EXPECT_EQ(log.All().back(), "|INFO|:    No previous Velmora install directory found, using default.");
+    EXPECT_TRUE(Exists(root / L"Program Files\\Velmora\\Velmora.exe"));
+    EXPECT_FALSE(handles.IsOpen(mutex));
 }
 
 // Runs of every kind, one after the other.

@@ -329,6 +329,23 @@ TEST_F(CheckSingleInstanceTest, a_handle_that_cannot_be_closed_is_an_exception)
     }
 }
 
+TEST_F(CheckSingleInstanceTest, a_handle_of_a_refused_run_that_cannot_be_closed_is_an_exception)
+{
+    error = ERROR_ALREADY_EXISTS;
+    handles.closeError = ERROR_INVALID_HANDLE;
+
+    try
+    {
+        CheckSingleInstance(run, mutex);
+        FAIL() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+    }
+    ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "", "Velmora Uninstaller Failed");
+}
+
 class FindInstallFolderTest : public PreconditionsTest
 {
 protected:
@@ -346,7 +363,7 @@ TEST_F(FindInstallFolderTest, takes_the_folder_of_the_entry_and_logs_it_with_the
 {
     AddEntry(L"D:\\Apps\\Velmora\\current", L"2.8.1.70000");
 
-    EXPECT_EQ(FindInstallFolder(logger), L"D:\\Apps\\Velmora\\");
+    EXPECT_EQ(FindInstallFolder(logger).path, L"D:\\Apps\\Velmora\\");
 
     EXPECT_EQ(ReadFileText(logger.LogPath()),
               "|INFO|:    Found Velmora install entry at 'D:\\Apps\\Velmora\\', version 2.8.1.4464.\r\n");
@@ -354,7 +371,7 @@ TEST_F(FindInstallFolderTest, takes_the_folder_of_the_entry_and_logs_it_with_the
 
 TEST_F(FindInstallFolderTest, takes_the_default_folder_without_an_entry)
 {
-    EXPECT_EQ(FindInstallFolder(logger), folders.ProgramFiles() + L"\\Velmora\\");
+    EXPECT_EQ(FindInstallFolder(logger).path, folders.ProgramFiles() + L"\\Velmora\\");
 
     EXPECT_EQ(ReadFileText(logger.LogPath()),
               "|INFO|:    Did not find previous Velmora install entry. Will continue with assuming default install "
@@ -366,7 +383,16 @@ TEST_F(FindInstallFolderTest, takes_the_default_folder_for_an_entry_that_makes_n
 {
     AddEntry(L"D:\\Apps\\Velmora", L"x");
 
-    EXPECT_EQ(FindInstallFolder(logger), folders.ProgramFiles() + L"\\Velmora\\");
+    EXPECT_EQ(FindInstallFolder(logger).path, folders.ProgramFiles() + L"\\Velmora\\");
+}
+
+TEST_F(FindInstallFolderTest, tells_whether_others_live_in_the_folder)
+{
+    AddEntry(root.AddFolder(L"Velmora"), L"2.8.1");
+    EXPECT_FALSE(FindInstallFolder(logger).isProtected);
+
+    AddEntry(folders.ProgramFiles(), L"2.8.1");
+    EXPECT_TRUE(FindInstallFolder(logger).isProtected);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "support/DirectoryLink.h"
 #include "support/ImportTableFake.h"
+#include "support/PathLimits.h"
 #include "support/TestFolder.h"
 
 #include <windows.h>
@@ -13,8 +14,12 @@
 #include <algorithm>
 #include <cwchar>
 #include <cwctype>
+#include <initializer_list>
+#include <iterator>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace
 {
@@ -77,18 +82,29 @@ protected:
     }
 
     TestFolder root;
-    const KNOWNFOLDERID* known = nullptr;  // the only one that Windows tells
-    const KNOWNFOLDERID* untold = nullptr; // the one that it fails to tell
+    const KNOWNFOLDERID* known = nullptr; // the only one that Windows tells
+    // Why that one, or each when there is none, is not where it should be: known only to a question that verifies it.
+    HRESULT unreachable = S_OK;
+    // Why the current places are not told, or not even the usual ones.
+    HRESULT untold = S_OK;
+    HRESULT untoldDefault = S_OK;
     HRESULT absence = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    std::vector<DWORD> askedWith;
     Fake<&SHGetKnownFolderPath> find = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) -> HRESULT {
-        EXPECT_EQ(flags, 0U);
+        const DWORD allowed = KF_FLAG_DONT_VERIFY | KF_FLAG_DEFAULT_PATH;
+        EXPECT_EQ(flags & ~allowed, 0U);
         EXPECT_EQ(token, nullptr);
+        askedWith.push_back(flags);
         const std::wstring folder = Find(id);
-        const bool fails = untold != nullptr && id == *untold;
-        if (folder.empty() || fails)
+        HRESULT result = folder.empty() ? absence : (flags & KF_FLAG_DEFAULT_PATH) != 0 ? untoldDefault : untold;
+        if (SUCCEEDED(result) && (flags & KF_FLAG_DONT_VERIFY) == 0)
         {
-            *path = nullptr;
-            return fails ? E_OUTOFMEMORY : absence;
+            result = unreachable;
+        }
+        *path = nullptr;
+        if (FAILED(result))
+        {
+            return result;
         }
         *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
         std::wmemcpy(*path, folder.c_str(), folder.size() + 1);
@@ -116,6 +132,8 @@ TEST_P(KnownFolderTest, is_protected_however_it_is_written)
     EXPECT_TRUE(IsProtectedFolder(upper));
     EXPECT_TRUE(IsProtectedFolder(slashes + L"/"));
     EXPECT_TRUE(IsProtectedFolder(L"\\\\?\\" + Folder()));
+    EXPECT_TRUE(IsProtectedFolder(L"//?/" + slashes + L"/"));
+    EXPECT_TRUE(IsProtectedFolder(L"\\\\.\\" + Folder()));
     EXPECT_TRUE(IsProtectedFolder(Folder() + L"\\.\\..\\" + Folder().substr(Folder().rfind(L'\\') + 1)));
 }
 
@@ -144,6 +162,7 @@ TEST_P(KnownFolderTest, protects_what_is_in_it_only_when_it_is_Windows_and_nothi
     // No product lives in Windows itself.
     EXPECT_EQ(IsProtectedFolder(inside), known == &FOLDERID_Windows);
     EXPECT_EQ(IsProtectedFolder(inside + L"\\"), known == &FOLDERID_Windows);
+    EXPECT_EQ(IsProtectedFolder(Folder() + L"\\.hidden\\Velmora"), known == &FOLDERID_Windows);
     EXPECT_FALSE(IsProtectedFolder(Folder() + L" 2"));
     EXPECT_FALSE(IsProtectedFolder(Folder().substr(0, Folder().size() - 1)));
 }
@@ -170,9 +189,9 @@ TEST_F(ProtectedFolderTest, a_volume_that_is_mounted_in_a_folder_is_protected)
 {
     const std::wstring volume = root.AddFolder(L"Volume");
     Fake<&GetVolumePathNameW> mounted = [&](LPCWSTR path, LPWSTR name, DWORD size) -> BOOL {
-        EXPECT_EQ(std::wstring(path).substr(0, volume.size()), volume);
-        EXPECT_EQ(size, DWORD{MAX_PATH});
-        std::wmemcpy(name, (volume + L"\\").c_str(), volume.size() + 2);
+        EXPECT_EQ(std::wstring(path).substr(0, volume.size() + 4), L"\\\\?\\" + volume);
+        EXPECT_GE(size, DWORD{MAX_PATH});
+        std::wmemcpy(name, (std::wstring(path).substr(0, volume.size() + 4) + L"\\").c_str(), volume.size() + 6);
         return TRUE;
     };
 
@@ -194,7 +213,7 @@ TEST_P(KnownFolderTest, is_protected_when_it_can_only_be_looked_at_once)
     unsigned opened = 0;
     Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                                   DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
-        if (path == Folder() && ++opened > 1)
+        if (path == L"\\\\?\\" + Folder() && ++opened > 1)
         {
             SetLastError(ERROR_ACCESS_DENIED);
             return INVALID_HANDLE_VALUE;
@@ -205,26 +224,111 @@ TEST_P(KnownFolderTest, is_protected_when_it_can_only_be_looked_at_once)
     EXPECT_TRUE(IsProtectedFolder(Folder()));
 }
 
-TEST_F(ProtectedFolderTest, every_folder_is_protected_while_Windows_does_not_tell_which_are)
+TEST_P(KnownFolderTest, on_a_server_that_cannot_be_reached_protects_itself_alone)
 {
-    for (const KnownFolder& folder : c_knownFolders)
+    for (const DWORD error : std::initializer_list<DWORD>{ERROR_BAD_NETPATH, ERROR_BAD_NET_NAME, ERROR_NO_SUCH_LOGON_SESSION, ERROR_NETWORK_UNREACHABLE,
+                              ERROR_LOGON_FAILURE, ERROR_ACCESS_DENIED, ERROR_NO_NETWORK})
     {
-        untold = folder.id;
-        EXPECT_TRUE(IsProtectedFolder(root / L"Velmora")) << testing::PrintToString(folder);
+        unreachable = HRESULT_FROM_WIN32(error);
+        // Nothing on it can be opened either.
+        Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                      DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
+            if (std::wstring_view(path).find(Folder()) != std::wstring_view::npos)
+            {
+                SetLastError(error);
+                return INVALID_HANDLE_VALUE;
+            }
+            return Fake<&CreateFileW>::Real(path, access, share, security, disposition, flags, model);
+        };
+
+        EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << error;
+        EXPECT_TRUE(IsProtectedFolder(Folder())) << error;
+        EXPECT_TRUE(IsProtectedFolder(root.Path())) << error;
+    }
+}
+
+TEST_P(KnownFolderTest, that_is_not_told_protects_where_it_usually_is)
+{
+    for (const HRESULT failure : {E_FAIL, E_OUTOFMEMORY, E_ACCESSDENIED, HRESULT_FROM_WIN32(ERROR_NO_NETWORK)})
+    {
+        untold = failure;
+        EXPECT_TRUE(IsProtectedFolder(Folder())) << failure;
+        EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << failure;
+    }
+}
+
+TEST_P(KnownFolderTest, that_is_not_told_at_all_protects_nothing)
+{
+    for (const HRESULT failure : {E_FAIL, E_INVALIDARG, E_OUTOFMEMORY, E_ACCESSDENIED, HRESULT_FROM_WIN32(ERROR_NO_NETWORK)})
+    {
+        untold = failure;
+        untoldDefault = failure;
+        EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << failure;
+        EXPECT_FALSE(IsProtectedFolder(Folder())) << failure;
     }
 }
 
 TEST_F(ProtectedFolderTest, what_this_Windows_does_not_have_protects_nothing)
 {
     known = &GUID_NULL;
-    for (const HRESULT result :
-         {HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), E_INVALIDARG})
-    {
-        absence = result;
-        EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << result;
-    }
-    absence = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(IsProtectedFolder(root / L"Velmora"));
+
+    EXPECT_FALSE(IsProtectedFolder(root / L"Velmora"));
+}
+
+TEST_F(ProtectedFolderTest, each_known_folder_is_asked_for_once)
+{
+    IsProtectedFolder(root / L"Velmora");
+
+    EXPECT_EQ(askedWith, std::vector<DWORD>(std::size(c_knownFolders), KF_FLAG_DONT_VERIFY));
+}
+
+TEST_F(ProtectedFolderTest, a_folder_may_have_a_long_path)
+{
+    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    root.AddFolder(L"Windows\\" + name);
+    root.AddFolder(name);
+    const PathLimits limits;
+
+    EXPECT_TRUE(IsProtectedFolder(root / (L"Windows\\" + name)));
+    EXPECT_FALSE(IsProtectedFolder(root / name));
+    EXPECT_FALSE(IsProtectedFolder(root / name + L"\\"));
+}
+
+TEST_F(ProtectedFolderTest, a_volume_is_asked_for_a_long_path_with_room_for_it)
+{
+    const std::wstring volume = root.AddFolder(std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b'));
+    Fake<&GetVolumePathNameW> mounted = [&](LPCWSTR path, LPWSTR name, DWORD size) -> BOOL {
+        std::wstring answer(path);
+        EXPECT_GE(size, answer.size() + 2);
+        answer += L'\\';
+        std::wmemcpy(name, answer.c_str(), answer.size() + 1);
+        return TRUE;
+    };
+
+    EXPECT_TRUE(IsProtectedFolder(volume));
+}
+
+TEST_F(ProtectedFolderTest, the_root_of_a_volume_that_the_mount_manager_does_not_know_is_protected)
+{
+    Fake<&GetVolumePathNameW> unknown = [](LPCWSTR, LPWSTR, DWORD) -> BOOL {
+        SetLastError(ERROR_INVALID_FUNCTION);
+        return FALSE;
+    };
+    Fake<&GetFinalPathNameByHandleW> objectNames = [&](HANDLE file, LPWSTR name, DWORD size, DWORD kind) -> DWORD {
+        if (kind == VOLUME_NAME_DOS)
+        {
+            SetLastError(ERROR_INVALID_FUNCTION);
+            return 0;
+        }
+        const DWORD length = Fake<&GetFinalPathNameByHandleW>::Real(file, name, size, VOLUME_NAME_DOS);
+        const std::wstring object = L"\\Device\\RamDisk" + std::wstring(name, length).substr(6);
+        std::wmemcpy(name, object.c_str(), object.size() + 1);
+        return static_cast<DWORD>(object.size());
+    };
+
+    EXPECT_TRUE(IsProtectedFolder(root.Path().substr(0, 3)));
+    EXPECT_FALSE(IsProtectedFolder(root / L"Velmora"));
+    EXPECT_TRUE(IsProtectedFolder(root / L"Windows\\Velmora"));
 }
 
 TEST_F(ProtectedFolderTest, a_folder_that_cannot_be_examined_is_protected)

@@ -1,6 +1,5 @@
 #include "Uninstaller/Relocation.h"
 
-#include "Installer/CanonicalPath.h"
 #include "Uninstaller/CrashReporting.h"
 #include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
@@ -9,6 +8,7 @@
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
 #include "support/OpenedFiles.h"
+#include "support/PathLimits.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -31,45 +31,8 @@ namespace
 
 using namespace Uninstaller;
 using namespace Testing;
-using Installer::IsInside;
 using Installer::RunType;
 using Lines = std::vector<std::string>;
-
-TEST(IsInsideTest, a_program_in_the_folder_or_below_it_is_inside)
-{
-    for (const wchar_t* const folder : {L"C:\\Program Files\\Velmora\\", L"C:\\Program Files\\Velmora",
-                                        L"C:/Program Files/Velmora/", L"C:\\Program Files\\Velmora\\\\"})
-    {
-        EXPECT_TRUE(IsInside(L"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe", folder)) << folder;
-        EXPECT_TRUE(IsInside(L"C:\\Program Files\\Velmora\\tools\\bin\\u.exe", folder)) << folder;
-    }
-    EXPECT_TRUE(IsInside(L"D:\\u.exe", L"D:\\"));
-    EXPECT_TRUE(IsInside(L"\\\\server\\share\\Velmora\\u.exe", L"\\\\server\\share\\Velmora\\"));
-}
-
-TEST(IsInsideTest, everything_else_is_outside)
-{
-    const std::wstring folder = L"C:\\Program Files\\Velmora\\";
-    for (const wchar_t* const program : {
-             L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Velmora.Uninstaller.exe",
-             L"C:\\Program Files\\Velmora.Uninstaller.exe",
-             L"C:\\Program Files\\Velmora2\\u.exe",             // its name begins with the folder's
-             L"C:\\Program Files\\VELMORA\\u.exe",              // letter case counts
-             L"D:\\Program Files\\Velmora\\u.exe",              // another drive
-             L"\\\\?\\C:\\Program Files\\Velmora\\u.exe",       // another way to write it
-             L"C:\\Program Files\\Velmora",                     // the folder itself
-             L"C:\\Program Files\\Velmora\\",                   //
-             L"C:\\Program Files\\Velmora\\..\\Velmora\\u.exe", // steps are not resolved
-             L"C:\\Program Files\\Velmora\\.hidden\\u.exe",     // begins like a step out
-             L"u.exe",
-             L"",
-         })
-    {
-        EXPECT_FALSE(IsInside(program, folder)) << program;
-    }
-    EXPECT_FALSE(IsInside(L"C:\\u.exe", L"D:\\"));
-    EXPECT_FALSE(IsInside(L"\\\\server\\other\\Velmora\\u.exe", L"\\\\server\\share\\Velmora\\"));
-}
 
 // A copy and a start that Windows carries out as the test says.
 class RelocateTest : public testing::Test
@@ -88,7 +51,7 @@ protected:
 
     ExitCode Relocate(const std::wstring& argument = L"-s")
     {
-        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, c_ownPath,
+        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, ownPath,
                                      argument, mutex);
     }
 
@@ -125,6 +88,7 @@ protected:
     }
 
     static constexpr wchar_t c_ownPath[] = L"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe";
+    std::wstring ownPath = c_ownPath;
     const std::string inside = "|INFO|:    Uninstaller is running inside installation directory. Copying to temporary "
                                "location so we can continue...";
 
@@ -150,7 +114,7 @@ protected:
     std::function<DWORD(unsigned copy)> copyResult = [](unsigned) { return ERROR_SUCCESS; };
     Fake<&CopyFileExW> copyFile = [this](LPCWSTR from, LPCWSTR to, LPPROGRESS_ROUTINE routine, LPVOID data,
                                          LPBOOL cancel, DWORD flags) -> BOOL {
-        EXPECT_STREQ(from, c_ownPath);
+        EXPECT_EQ(from, L"\\\\?\\" + ownPath);
         EXPECT_EQ(to, Target());
         EXPECT_EQ(routine, nullptr);
         EXPECT_EQ(data, nullptr);
@@ -240,6 +204,17 @@ TEST_F(RelocateTest, ends_crash_reporting_once_and_last_of_all)
     EXPECT_EQ(run.closes, 1);
     ASSERT_FALSE(run.breadcrumbs.empty());
     EXPECT_EQ(run.breadcrumbs.back().message, "----------"); // none is kept after the end
+}
+
+TEST_F(RelocateTest, a_program_with_a_long_path_is_copied_like_any_other)
+{
+    ownPath = L"C:\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b') + L"\\u.exe";
+    const PathLimits limits;
+
+    EXPECT_EQ(Relocate(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(copies, 1U);
+    EXPECT_EQ(starts, 1U);
 }
 
 TEST_F(RelocateTest, without_an_argument_the_copy_gets_no_command_line)

@@ -1,5 +1,6 @@
 #include "Uninstaller/Sequence.h"
 
+#include "support/DirectoryLink.h"
 #include "support/FakeDesktopUser.h"
 #include "support/FakeFirewall.h"
 #include "support/FakeFolders.h"
@@ -11,6 +12,7 @@
 #include "support/FakeTaskDialog.h"
 #include "support/FakeWindows.h"
 #include "support/LoggedLines.h"
+#include "support/PathLimits.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
 
@@ -92,7 +94,7 @@ protected:
 
     ExitCode Run(RunType runType = RunType::Silent)
     {
-        return UninstallProduct({.logger = logger, .runType = runType}, installFolder, L"C:\\own.exe");
+        return UninstallProduct({.logger = logger, .runType = runType}, {installFolder, isProtected}, L"C:\\own.exe");
     }
 
     // A run whose user answers the confirmation with that button and that choice.
@@ -151,6 +153,7 @@ protected:
     std::vector<std::string> packageCalls;
     FakePackageManager packages{packageCalls};
     std::wstring installFolder = folders.ProgramFiles() + L"\\Velmora\\";
+    bool isProtected = false;
     FakeServiceManager services{clock};
     FakeProcesses processes;
     FakeWindows windows{processes};
@@ -303,6 +306,7 @@ TEST_F(SequenceTest, an_installation_folder_that_others_live_in_is_never_touched
     const std::wstring image = root.AddFile(L"Program Files\\Other\\helper.exe");
     processes.Add({.id = 52, .name = L"helper.exe", .image = image});
     installFolder = folders.ProgramFiles() + L"\\";
+    isProtected = true;
 
     EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
 
@@ -315,6 +319,33 @@ TEST_F(SequenceTest, an_installation_folder_that_others_live_in_is_never_touched
     std::erase_if(expected, [](const std::string& line) { return line.find("[ClientHelper]") != std::string::npos; });
     EXPECT_EQ(LogLines(), expected);
     EXPECT_EQ(clock.Sleeps(), std::vector<DWORD>{200}) << "it was tried again";
+}
+
+TEST_F(SequenceTest, an_installation_folder_that_has_become_a_link_is_not_followed)
+{
+    root.AddFile(L"Precious\\data");
+    clock.At(100, [this] {
+        RemoveTestFolder(installFolder);
+        ASSERT_TRUE(CreateDirectoryLink(folders.ProgramFiles() + L"\\Velmora", root / L"Precious"));
+    });
+
+    EXPECT_EQ(Run(), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(Exists(root / L"Precious\\data"));
+}
+
+TEST_F(SequenceTest, a_long_installation_folder_is_examined_and_removed_like_any_other)
+{
+    const std::wstring name = L"Program Files\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    const std::wstring image = root.AddFile(name + L"\\helper.exe");
+    processes.Add({.id = 52, .name = L"helper.exe", .image = image});
+    installFolder = root / name + L"\\";
+    const PathLimits limits;
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_FALSE(processes.Find(52));
+    EXPECT_FALSE(Exists(root / name));
 }
 
 TEST_F(SequenceTest, a_machine_without_the_product_is_a_full_success)
@@ -359,7 +390,7 @@ protected:
 
     ExitCode Run()
     {
-        return UninstallProduct({.logger = logger, .runType = RunType::Silent, .window = shown}, installFolder,
+        return UninstallProduct({.logger = logger, .runType = RunType::Silent, .window = shown}, {installFolder},
                                 L"C:\\own.exe");
     }
 
@@ -486,7 +517,7 @@ TEST_F(SequenceWindowTest, asks_about_running_programs_in_front_of_the_window_an
     dialog.Answer({.button = IDCANCEL});
     NoteEverything();
 
-    EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Verbose, .window = shown}, installFolder,
+    EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Verbose, .window = shown}, {installFolder},
                                L"C:\\own.exe"),
               EXIT_ERROR_DIRECTORY_LOCKED);
 
@@ -516,7 +547,7 @@ TEST_F(SequenceWindowTest, a_cancelled_run_and_an_unknown_answer_show_nothing_bu
     dialog.Answer({.button = 42});
     for (const ExitCode code : {EXIT_NO_ERROR, EXIT_ERROR_PERMISSION_DIALOG_FAIL})
     {
-        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Gui, .window = shown}, installFolder,
+        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Gui, .window = shown}, {installFolder},
                                    L"C:\\own.exe"),
                   code);
     }
