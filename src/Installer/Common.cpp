@@ -92,8 +92,8 @@ bool IsLink(std::wstring path)
     {
         return false;
     }
-    // A folder of a cloud store, for one, has a reparse point without being a link. What is not told to be such a folder
-    // is taken for a link.
+    // A folder of a cloud store, for one, has a reparse point without being a link. What is not told to be such a
+    // folder is taken for a link.
     WIN32_FIND_DATAW found{};
     const wil::unique_hfind search(FindFirstFileW(path.c_str(), &found));
     return !search || found.dwReserved0 == IO_REPARSE_TAG_RESERVED_ZERO || IsReparseTagNameSurrogate(found.dwReserved0);
@@ -101,11 +101,15 @@ bool IsLink(std::wstring path)
 
 } // namespace
 
-std::wstring GetUninstallerTempFolder()
+std::wstring NameUninstallerTempFolder()
 {
     auto found = FindUninstallerTempFolder();
-    const std::wstring folder =
-        found ? *std::move(found) : std::wstring(c_defaultTempFolder) + c_uninstallerFolder;
+    return found ? *std::move(found) : std::wstring(c_defaultTempFolder) + c_uninstallerFolder;
+}
+
+std::wstring GetUninstallerTempFolder()
+{
+    const std::wstring folder = NameUninstallerTempFolder();
     Retry(c_tenTimes, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
     return folder;
 }

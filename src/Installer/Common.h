@@ -12,8 +12,11 @@ namespace Installer
 // The folders end in a backslash. Each has a fixed place that stands in when Windows does not tell it or memory runs
 // out meanwhile; std::bad_alloc is thrown only when there is no memory for that either.
 
-// The uninstaller's own folder below the temporary folder. Makes sure that it exists: up to ten tries, a second apart; a
-// folder that cannot be created is returned all the same.
+// The uninstaller's own folder below the temporary folder, whether or not it exists.
+std::wstring NameUninstallerTempFolder();
+
+// The same folder. Makes sure that it exists: up to ten tries, a second apart; a folder that cannot be created is
+// returned all the same.
 std::wstring GetUninstallerTempFolder();
 
 // "C:\Program Files\" or wherever it is on this machine.

@@ -25,7 +25,7 @@ namespace
 enum class Extent
 {
     Alone,
-    WithItsFolders,   // those directly in it
+    WithItsFolders, // those directly in it
     WithEverythingInIt,
 };
 

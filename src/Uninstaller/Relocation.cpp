@@ -82,7 +82,7 @@ ExitCode EndWithCopyStarted(const RunContext& run)
 
 std::wstring GetCopyPath()
 {
-    return Installer::GetUninstallerTempFolder() + c_copyName;
+    return Installer::NameUninstallerTempFolder() + c_copyName;
 }
 
 ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std::wstring& argument,
@@ -94,7 +94,7 @@ ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std:
     std::optional<HRESULT> failure;
     try
     {
-        const std::wstring copy = GetCopyPath();
+        const std::wstring copy = Installer::GetUninstallerTempFolder() + c_copyName;
         const HRESULT copied = CopyProgram(Installer::ToExtendedPath(ownPath), copy);
         if (copied != S_OK)
         {

@@ -12,7 +12,7 @@
 namespace Uninstaller
 {
 
-// Where the copy lies.
+// Where the copy lies, if there is one.
 std::wstring GetCopyPath();
 
 // Copies the program at `ownPath` to the temporary folder, hands the mutex over and starts the copy with the same

@@ -1,6 +1,7 @@
 #include "Uninstaller/StartingProcess.h"
 
 #include "Installer/CanonicalPath.h"
+#include "Installer/Path.h"
 #include "Installer/ProcessSnapshot.h"
 #include "Uninstaller/Relocation.h"
 

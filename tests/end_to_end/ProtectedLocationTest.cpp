@@ -142,9 +142,10 @@ TEST_F(ProtectedLocationTest, Folders_that_others_live_in_are_refused)
     const std::wstring hidden = LR"(C:\windows\.hidden)";
     ASSERT_TRUE(CreateDirectoryW(hidden.c_str(), nullptr));
     ExpectRefused({L"C:\\", drive.Root(), LR"(C:\windows)", LR"(C:\windows\system32)",
-                   LR"(C:\windows\system32\drivers)", hidden, Expand(L"<ProgramFiles>"), Expand(L"<ProgramFiles> (x86)"),
-                   Expand(LR"(<ProgramFiles>\Common Files)"), Expand(L"<ProgramData>"), users, profile, other,
-                   users + L"\\Public", localAppData, localAppData.substr(0, localAppData.rfind(L'\\'))});
+                   LR"(C:\windows\system32\drivers)", hidden, Expand(L"<ProgramFiles>"),
+                   Expand(L"<ProgramFiles> (x86)"), Expand(LR"(<ProgramFiles>\Common Files)"), Expand(L"<ProgramData>"),
+                   users, profile, other, users + L"\\Public", localAppData,
+                   localAppData.substr(0, localAppData.rfind(L'\\'))});
     RemoveTree(hidden);
     RemoveTree(other);
     RemoveTree(drive.Root() + L"somebody's.txt");

@@ -35,9 +35,8 @@ private:
 
     Fake<&CreateFileW> m_create = [this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                                          DWORD disposition, DWORD flags, HANDLE model) {
-        const HANDLE file = Refuses(path)
-                                ? INVALID_HANDLE_VALUE
-                                : m_create.Hidden(path, access, share, security, disposition, flags, model);
+        const HANDLE file = Refuses(path) ? INVALID_HANDLE_VALUE
+                                          : m_create.Hidden(path, access, share, security, disposition, flags, model);
         m_opened[file] = path;
         return file;
     };

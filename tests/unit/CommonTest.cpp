@@ -284,9 +284,9 @@ TEST_F(FoldersWithoutMemoryTest, known_folders_have_their_fixed_fallback)
         std::wstring (*get)();
         const wchar_t* fallback;
     };
-    for (const Helper helper : {Helper{GetProgramFilesFolder, L"C:\\Program Files\\"},
-                                Helper{GetProgramFilesX64Folder, L"C:\\Program Files\\"},
-                                Helper{GetProgramDataFolder, L"C:\\ProgramData\\"}})
+    for (const Helper helper :
+         {Helper{GetProgramFilesFolder, L"C:\\Program Files\\"},
+          Helper{GetProgramFilesX64Folder, L"C:\\Program Files\\"}, Helper{GetProgramDataFolder, L"C:\\ProgramData\\"}})
     {
         const std::vector<std::wstring> folders = RefuseEachAllocation(helper.get);
 

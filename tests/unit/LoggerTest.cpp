@@ -134,8 +134,7 @@ TEST_F(LoggerTest, is_not_made_without_memory_for_its_path)
             continue;
         }
         // Where there is one, its path is whole.
-        EXPECT_EQ(logger->LogPath(),
-                  L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log")
+        EXPECT_EQ(logger->LogPath(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Uninstaller_2026_3_7_9_5_12.log")
             << spared;
     }
     EXPECT_GE(thrown, 2U) << "the folder, and what is put behind it";

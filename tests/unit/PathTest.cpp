@@ -45,8 +45,8 @@ TEST(ToExtendedPath, takes_a_path_as_Windows_does_and_puts_the_prefix_in_front)
 
 TEST(ToExtendedPath, leaves_a_path_that_is_extended_as_it_is)
 {
-    for (const std::wstring path : {L"\\\\?\\C:\\Velmora", L"\\\\?\\UNC\\server\\share", L"\\\\?\\Volume{12}\\a",
-                                    L"\\\\?\\C:/X\\..\\Velmora. "})
+    for (const std::wstring path :
+         {L"\\\\?\\C:\\Velmora", L"\\\\?\\UNC\\server\\share", L"\\\\?\\Volume{12}\\a", L"\\\\?\\C:/X\\..\\Velmora. "})
     {
         EXPECT_EQ(ToExtendedPath(path), path);
     }
@@ -137,18 +137,19 @@ TEST(IsInside, knows_both_paths_in_every_spelling)
           L"\\\\?\\C:\\Program Files\\Velmora\\", L"\\\\?\\C:\\Program Files\\X\\..\\Velmora\\",
           L"\\\\?\\c:\\program files\\velmora", L"//?/C:/Program Files/Velmora/", L"\\\\.\\C:\\Program Files\\Velmora"})
     {
-        for (const std::wstring path : {L"C:\\Program Files\\Velmora\\u.exe", L"c:\\program files\\velmora\\U.EXE",
-                                        L"C:/Program Files/Velmora/bin//u.exe",
-                                        L"\\\\?\\C:\\Program Files\\Velmora\\u.exe",
-                                        L"C:\\Program Files\\Velmora\\X\\..\\u.exe"})
+        for (const std::wstring path :
+             {L"C:\\Program Files\\Velmora\\u.exe", L"c:\\program files\\velmora\\U.EXE",
+              L"C:/Program Files/Velmora/bin//u.exe", L"\\\\?\\C:\\Program Files\\Velmora\\u.exe",
+              L"C:\\Program Files\\Velmora\\X\\..\\u.exe"})
         {
             EXPECT_TRUE(IsInside(path, folder)) << path << " in " << folder;
             EXPECT_TRUE(IsBelow(path, folder)) << path << " in " << folder;
         }
         for (const std::wstring path :
              {L"C:\\Program Files\\Velmora\\.x\\a.exe", L"C:\\Program Files\\Velmora\\..\\u.exe",
-              L"C:\\Program Files\\Velmora", L"C:\\Program Files\\Velmora2\\u.exe", L"D:\\Program Files\\Velmora\\u.exe",
-              L"\\\\?\\D:\\Program Files\\Velmora\\u.exe", L"\\\\C\\Program Files\\Velmora\\u.exe"})
+              L"C:\\Program Files\\Velmora", L"C:\\Program Files\\Velmora2\\u.exe",
+              L"D:\\Program Files\\Velmora\\u.exe", L"\\\\?\\D:\\Program Files\\Velmora\\u.exe",
+              L"\\\\C\\Program Files\\Velmora\\u.exe"})
         {
             EXPECT_FALSE(IsInside(path, folder)) << path << " in " << folder;
         }

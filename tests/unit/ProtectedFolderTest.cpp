@@ -226,8 +226,9 @@ TEST_P(KnownFolderTest, is_protected_when_it_can_only_be_looked_at_once)
 
 TEST_P(KnownFolderTest, on_a_server_that_cannot_be_reached_protects_itself_alone)
 {
-    for (const DWORD error : std::initializer_list<DWORD>{ERROR_BAD_NETPATH, ERROR_BAD_NET_NAME, ERROR_NO_SUCH_LOGON_SESSION, ERROR_NETWORK_UNREACHABLE,
-                              ERROR_LOGON_FAILURE, ERROR_ACCESS_DENIED, ERROR_NO_NETWORK})
+    for (const DWORD error : std::initializer_list<DWORD>{ERROR_BAD_NETPATH, ERROR_BAD_NET_NAME,
+                                                          ERROR_NO_SUCH_LOGON_SESSION, ERROR_NETWORK_UNREACHABLE,
+                                                          ERROR_LOGON_FAILURE, ERROR_ACCESS_DENIED, ERROR_NO_NETWORK})
     {
         unreachable = HRESULT_FROM_WIN32(error);
         // Nothing on it can be opened either.
@@ -259,7 +260,8 @@ TEST_P(KnownFolderTest, that_is_not_told_protects_where_it_usually_is)
 
 TEST_P(KnownFolderTest, that_is_not_told_at_all_protects_nothing)
 {
-    for (const HRESULT failure : {E_FAIL, E_INVALIDARG, E_OUTOFMEMORY, E_ACCESSDENIED, HRESULT_FROM_WIN32(ERROR_NO_NETWORK)})
+    for (const HRESULT failure :
+         {E_FAIL, E_INVALIDARG, E_OUTOFMEMORY, E_ACCESSDENIED, HRESULT_FROM_WIN32(ERROR_NO_NETWORK)})
     {
         untold = failure;
         untoldDefault = failure;

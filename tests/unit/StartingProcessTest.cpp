@@ -177,6 +177,19 @@ TEST_F(StartingProcessTest, is_nothing_when_there_is_no_snapshot)
     ExpectNobodyIsWaitedFor();
 }
 
+TEST_F(StartingProcessTest, is_looked_for_without_a_pause_where_the_temporary_folder_cannot_be_made)
+{
+    const Fake<&CreateDirectoryW> refuse = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    };
+    starter.endsWhenWaitedFor = true;
+
+    EXPECT_FALSE(Wait());
+
+    EXPECT_TRUE(clock.Pauses().empty());
+}
+
 TEST_F(StartingProcessTest, is_nothing_when_memory_runs_out)
 {
     AddAll();
