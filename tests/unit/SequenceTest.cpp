@@ -1000,7 +1000,7 @@ TEST_F(RunningProductTest, waits_for_the_process_that_started_it_as_its_copy_and
         processes.Add({.id = 4711, .image = ownPath, .parent = 70, .created = 2});
         root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
 
-        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Silent}, installFolder, ownPath),
+        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Silent}, {installFolder}, ownPath),
                   EXIT_NO_ERROR);
 
         EXPECT_EQ(processes.Find(70).has_value(), !endsInTime);

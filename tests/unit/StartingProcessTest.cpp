@@ -187,7 +187,7 @@ TEST_F(StartingProcessTest, is_looked_for_without_a_pause_where_the_temporary_fo
 
     EXPECT_FALSE(Wait());
 
-    EXPECT_TRUE(clock.Pauses().empty());
+    EXPECT_TRUE(clock.Sleeps().empty());
 }
 
 TEST_F(StartingProcessTest, is_nothing_when_memory_runs_out)
