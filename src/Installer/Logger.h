@@ -10,6 +10,7 @@ namespace Installer
 
 // The log of one run. Every report becomes one line on the process's console (if it has one), in the log file, and in
 // the crash reporter: as a breadcrumb or, where the caller asks for it with `capture`, as an event that is sent.
+// The file is UTF-8, and its lines end with CR LF. What is not valid text in a message is replaced.
 // No report ever fails: what cannot be written is left out. Used from one thread only.
 class Logger
 {
