@@ -7,10 +7,11 @@
 
 #include <wil/resource.h>
 
-#include <filesystem>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Installer
 {
@@ -60,6 +61,25 @@ DWORD ReadCanonicalName(const std::wstring& path, std::wstring& name)
     return error;
 }
 
+constexpr std::wstring_view c_separators = L"\\/";
+
+bool IsSeparator(std::wstring_view path, std::size_t place)
+{
+    return place < path.size() && c_separators.find(path[place]) != std::wstring_view::npos;
+}
+
+// Whether a path means the same place whatever the current folder is.
+bool IsFull(std::wstring_view path)
+{
+    const bool hasDrive = path.size() > 1 && path[1] == L':';
+    return hasDrive ? IsSeparator(path, 2) : IsSeparator(path, 0) && IsSeparator(path, 1);
+}
+
+std::wstring WithoutLastSeparators(std::wstring path)
+{
+    return path.erase(path.find_last_not_of(c_separators) + 1);
+}
+
 // Puts what there is not behind the name of what there is.
 std::wstring Append(std::wstring name, std::wstring_view rest)
 {
@@ -68,7 +88,7 @@ std::wstring Append(std::wstring name, std::wstring_view rest)
         name += L'\\';
     }
     name += rest;
-    return name.erase(name.find_last_not_of(L'\\') + 1);
+    return WithoutLastSeparators(std::move(name));
 }
 
 } // namespace
@@ -101,8 +121,7 @@ std::optional<std::wstring> GetCanonicalPath(const std::wstring& path)
         return name;
     }
     // A relative path that leads to nothing from here does not mean a place here.
-    return std::filesystem::path(path).is_relative() ? path
-                                                     : Append(name, std::wstring_view(whole).substr(there.size()));
+    return IsFull(path) ? Append(name, std::wstring_view(whole).substr(there.size())) : WithoutLastSeparators(path);
 }
 
 } // namespace Installer

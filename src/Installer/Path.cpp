@@ -66,9 +66,15 @@ std::wstring WithoutPrefix(std::wstring path)
 std::wstring Normalized(std::wstring path)
 {
     std::ranges::replace(path, L'/', L'\\');
-    path = std::filesystem::path(WithoutPrefix(std::move(path))).lexically_normal().native();
-    path.erase(path.find_last_not_of(L'\\') + 1);
-    return path;
+    path = WithoutPrefix(std::move(path));
+    std::wstring normal = std::filesystem::path(path).lexically_normal().native();
+    // Not every standard library knows that two separators in front are not the same as one.
+    if (path.starts_with(c_networkPrefix) && !normal.starts_with(c_networkPrefix))
+    {
+        normal.insert(0, 1, L'\\');
+    }
+    normal.erase(normal.find_last_not_of(L'\\') + 1);
+    return normal;
 }
 
 // What of a path follows the folder: empty for the folder itself; nothing when the path leads elsewhere.

@@ -282,11 +282,13 @@ TEST_F(CanonicalPathTest, of_a_relative_path_is_looked_for_from_the_current_fold
         return static_cast<DWORD>(swprintf(name, MAX_PATH, L"C:\\Windows\\System32\\%ls", path));
     };
     files[L"C:\\Windows\\System32\\there"] = {.name = L"\\\\?\\C:\\Windows\\System32\\there"};
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
 
     EXPECT_EQ(GetCanonicalPath(L"there"), L"\\\\?\\C:\\Windows\\System32\\there");
-    EXPECT_EQ(GetCanonicalPath(L"%ProgramFiles%\\Velmora\\"), L"%ProgramFiles%\\Velmora\\");
-    EXPECT_EQ(GetCanonicalPath(L"\\gone"), L"\\gone");
+    EXPECT_EQ(GetCanonicalPath(L"%ProgramFiles%\\Velmora\\"), L"%ProgramFiles%\\Velmora");
+    for (const wchar_t* const path : {L"\\gone", L"C:gone", L"C:", L"C", L"..\\gone"})
+    {
+        EXPECT_EQ(GetCanonicalPath(path), path);
+    }
 }
 
 TEST_F(CanonicalPathTest, of_nothing_is_nothing)

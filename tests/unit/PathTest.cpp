@@ -205,6 +205,7 @@ TEST(IsSamePath, is_the_same_in_every_spelling)
     EXPECT_FALSE(IsSamePath(L"C:\\folder\\a", L"C:\\folder"));
     EXPECT_FALSE(IsSamePath(L"C:\\folder", L"C:\\folder\\a"));
     EXPECT_FALSE(IsSamePath(L"", L""));
+    EXPECT_FALSE(IsSamePath(L"\\\\server\\share", L"\\server\\share"));
 }
 
 } // namespace
