@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cwchar>
 #include <optional>
 #include <string>
 
@@ -31,7 +32,7 @@ enum class Extent
 
 struct ProtectedFolder
 {
-    const KNOWNFOLDERID* id;
+    const KNOWNFOLDERID* id = nullptr;
     Extent extent = Extent::Alone;
 };
 
@@ -56,9 +57,11 @@ constexpr std::array c_protectedFolders{
 // asked: it may be on a server that cannot be reached.
 std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id)
 {
+    constexpr DWORD current = KF_FLAG_DONT_VERIFY;
+    constexpr DWORD usual = current | DWORD{KF_FLAG_DEFAULT_PATH};
     wil::unique_cotaskmem_string folder;
-    if (FAILED(SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, folder.put())) &&
-        FAILED(SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY | KF_FLAG_DEFAULT_PATH, nullptr, folder.put())))
+    if (FAILED(SHGetKnownFolderPath(id, current, nullptr, folder.put())) &&
+        FAILED(SHGetKnownFolderPath(id, usual, nullptr, folder.put())))
     {
         return std::nullopt;
     }
@@ -82,11 +85,18 @@ bool IsProtectedBy(const ProtectedFolder& its, const std::wstring& folder)
 // Of a local volume the name alone tells it; of others Windows does.
 bool IsVolumeRoot(const std::wstring& folder)
 {
+    if (folder.ends_with(L'\\'))
+    {
+        return true;
+    }
     // Room for the whole path, with a separator and a zero: Windows wants that much however short the answer is.
     std::wstring volume(std::max<std::size_t>(folder.size() + 2, MAX_PATH), L'\0');
-    return folder.ends_with(L'\\') ||
-           (GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
-            IsSamePath(volume.c_str(), folder));
+    if (!GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())))
+    {
+        return false;
+    }
+    volume.resize(std::wcslen(volume.c_str()));
+    return IsSamePath(volume, folder);
 }
 
 } // namespace
