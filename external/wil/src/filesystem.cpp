@@ -296,8 +296,8 @@ HRESULT TreeRemoval::OpenRoot(HANDLE handle, Directory& root) const
                  WI_IsFlagClear(root.info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY));
     // Some systems open a link's target all the same: then its path alone is seen as a reparse point.
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED),
-                 !CanRecurseInto(root.info) || IsLink({.FileAttributes = GetFileAttributesW(m_path.c_str()),
-                                                       .ReparseTag = root.info.ReparseTag}));
+                 IsLink(root.info) || IsLink({.FileAttributes = GetFileAttributesW(m_path.c_str()),
+                                              .ReparseTag = root.info.ReparseTag}));
     return S_OK;
 }
 

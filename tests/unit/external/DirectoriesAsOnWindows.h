@@ -71,6 +71,9 @@ private:
         WORD printNameLength;
     };
 
+    // The tag of what is no reparse point may be anything.
+    static constexpr DWORD c_meaningless = 0x90000042;
+
     static std::wstring Plain(const std::wstring& path) { return path.starts_with(L"\\\\?\\") ? path.substr(4) : path; }
 
     static BOOL Fail(DWORD error)
@@ -139,11 +142,12 @@ private:
         {
             TellReparsePoints(opened->second.path, static_cast<std::byte*>(answer));
         }
-        else if (node.isReparsePoint && !node.isHidden && kind == FileAttributeTagInfo)
+        else if (kind == FileAttributeTagInfo)
         {
             auto& info = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(answer);
-            info.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            info.ReparseTag = node.tag;
+            const bool isSeen = node.isReparsePoint && !node.isHidden;
+            info.FileAttributes |= isSeen ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+            info.ReparseTag = isSeen ? node.tag : c_meaningless;
         }
         else if (node.isReparsePoint && !node.isHidden && kind == FileBasicInfo)
         {

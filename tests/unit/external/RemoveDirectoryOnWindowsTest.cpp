@@ -113,6 +113,19 @@ TEST_F(RemoveReparsePoint, refuses_a_name_surrogate_as_its_root)
     EXPECT_THAT(directories.Listed(), IsEmpty());
 }
 
+TEST_F(RemoveReparsePoint, refuses_a_root_that_is_a_link_by_its_handle_or_by_its_path_alone)
+{
+    folder.AddFile(L"target\\precious");
+    directories.HideReparsePointOfOpened(folder / L"target");
+    directories.MakeReparsePoint(folder / L"target", c_junction);
+    EXPECT_EQ(Remove(L"target"), c_isLink);
+
+    AddReparsePoint(L"link", c_junction);
+    const Fake<&GetFileAttributesW> attributes = [](const wchar_t*) { return DWORD{FILE_ATTRIBUTE_DIRECTORY}; };
+    EXPECT_EQ(Remove(L"link"), c_isLink);
+    EXPECT_THAT(directories.Listed(), IsEmpty());
+}
+
 TEST_F(RemoveReparsePoint, leaves_what_is_listed_as_a_link_but_opens_as_a_directory)
 {
     folder.AddFile(L"tree\\link\\precious");
@@ -289,6 +302,33 @@ TEST_F(RemoveWithFewRights, tells_that_a_directory_is_in_use_when_its_contents_c
     EXPECT_EQ(Remove(L"tree"), S_OK);
 }
 
+TEST_F(RemoveWithFewRights, deletes_an_empty_directory_that_others_have_open_and_share)
+{
+    for (const DWORD access : {DWORD{DELETE}, DWORD{FILE_ADD_FILE | FILE_LIST_DIRECTORY | DELETE}})
+    {
+        folder.AddFolder(L"tree\\shared");
+        {
+            const wil::unique_hfile holder(CreateFileW(
+                (folder / L"tree\\shared").c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+            ASSERT_TRUE(holder);
+            // Without POSIX semantics it goes with the last handle, and the tree at the next try.
+            Remove(L"tree");
+        }
+        EXPECT_FALSE(Exists(folder / L"tree\\shared")) << access;
+    }
+}
+
+TEST_F(RemoveWithFewRights, tells_why_a_directory_that_cannot_be_listed_cannot_be_deleted)
+{
+    directories.Grant(folder.AddFolder(L"tree\\closed"), c_deletion);
+    const Fake<&SetFileInformationByHandle> change = [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, void*, DWORD) {
+        SetLastError(ERROR_IO_DEVICE);
+        return FALSE;
+    };
+    EXPECT_EQ(Remove(L"tree"), HRESULT_FROM_WIN32(ERROR_IO_DEVICE));
+}
+
 TEST_F(RemoveVolumeMountPoint, takes_it_from_its_volume_as_RemoveDirectory_does)
 {
     const std::wstring mountPoint = AddReparsePoint(L"tree\\sub\\volume", c_junction, c_volume);
@@ -390,19 +430,32 @@ TEST_F(RemoveVolumeMountPoint, goes_when_it_grants_nothing_but_its_deletion)
     EXPECT_THAT(directories.Unmounted(), ElementsAre(mountPoint));
 }
 
-TEST_F(RemoveVolumeMountPoint, is_told_from_data_that_ends_before_its_target)
+TEST_F(RemoveVolumeMountPoint, is_told_by_no_more_than_the_data_that_was_read)
 {
-    AddReparsePoint(L"tree\\volume", c_junction, c_volume);
-    const Fake<&DeviceIoControl> control = [](HANDLE, DWORD, void*, DWORD, void* answer, DWORD size, DWORD* returned,
-                                              OVERLAPPED*) -> BOOL {
-        // What a name of all those bytes would hold is there from another call.
-        const WORD header[] = {0x0003, 0xA000, 8, 0, 0, static_cast<WORD>((std::size(c_volume) - 1) * 2), 0, 0};
+    constexpr WORD c_nameBytes = sizeof(c_volume) - sizeof(wchar_t);
+    constexpr WORD c_offset = 6;
+    constexpr WORD c_header[] = {0x0003, 0xA000, 0, 0, c_offset, c_nameBytes, 0, 0};
+    constexpr DWORD c_total = sizeof(c_header) + c_offset + c_nameBytes;
+    DWORD told = 0;
+    // What a name of all those bytes would hold is there, from another call.
+    const Fake<&DeviceIoControl> control = [&](HANDLE, DWORD, void*, DWORD, void* answer, DWORD size, DWORD* returned,
+                                               OVERLAPPED*) -> BOOL {
+        auto* const bytes = static_cast<std::byte*>(answer);
         std::memset(answer, 0, size);
-        std::memcpy(answer, header, sizeof(header));
-        std::memcpy(static_cast<std::byte*>(answer) + sizeof(header), c_volume, sizeof(c_volume));
-        *returned = sizeof(header);
+        std::memcpy(answer, c_header, sizeof(c_header));
+        std::memcpy(bytes + sizeof(c_header) + c_offset, c_volume, c_nameBytes);
+        *returned = told;
         return TRUE;
     };
+    for (const DWORD bytes : {c_total - 1, DWORD{sizeof(c_header)}, DWORD{0}})
+    {
+        told = bytes;
+        AddReparsePoint(L"tree\\volume", c_junction, c_volume);
+        EXPECT_EQ(Remove(L"tree"), S_OK) << bytes;
+        EXPECT_THAT(directories.Unmounted(), IsEmpty()) << bytes;
+    }
+    told = c_total;
+    AddReparsePoint(L"tree\\volume", c_junction, c_volume);
     EXPECT_EQ(Remove(L"tree"), S_OK);
-    EXPECT_THAT(directories.Unmounted(), IsEmpty());
+    EXPECT_THAT(directories.Unmounted(), ElementsAre(folder / L"tree\\volume"));
 }

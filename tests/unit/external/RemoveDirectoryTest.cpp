@@ -313,7 +313,8 @@ TEST_F(RemoveDirectoryTest, leaves_a_directory_that_cannot_be_opened_at_all)
                                          DWORD creation, DWORD flags, HANDLE templateFile) {
         if (std::wstring(path).ends_with(L"closed"))
         {
-            SetLastError((access & DELETE) != 0 ? ERROR_ACCESS_DENIED : ERROR_BAD_COMMAND);
+            const bool isForAll = (access & DELETE) != 0 && (access & FILE_LIST_DIRECTORY) != 0;
+            SetLastError(isForAll ? ERROR_ACCESS_DENIED : ERROR_BAD_COMMAND);
             return INVALID_HANDLE_VALUE;
         }
         return Fake<&CreateFileW>::Real(path, access, share, security, creation, flags, templateFile);

@@ -106,12 +106,12 @@ TEST_F(CreateDirectoryDeep, goes_up_to_the_drive_the_volume_or_the_share_and_doe
         SetLastError(ERROR_PATH_NOT_FOUND);
         return FALSE;
     };
-    for (const wchar_t* const root :
-         {L"X:\\", L"X:/", L"X:", L"\\\\?\\X:\\", L"//?/X:/", L"\\\\?/X:/", L"\\\\.\\X:\\",
-          L"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\",
-          L"//?/Volume{11111111-2222-3333-4444-555555555555}/",
-          L"\\\\.\\Volume{11111111-2222-3333-4444-555555555555}\\", L"\\\\server\\share\\", L"//server/share/",
-          L"\\\\?\\UNC\\server\\share\\", L"//?/UNC/server/share/", L"\\\\?\\unc\\server\\share\\"})
+    for (const wchar_t* const root : {L"X:\\", L"X:/", L"X:", L"\\\\?\\X:\\", L"//?/X:/", L"\\\\?/X:/", L"\\\\.\\X:\\",
+                                      L"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\",
+                                      L"//?/Volume{11111111-2222-3333-4444-555555555555}/",
+                                      L"\\\\.\\Volume{11111111-2222-3333-4444-555555555555}\\", L"\\\\server\\share\\",
+                                      L"//server/share/", L"\\\\?\\UNC\\server\\share\\", L"//?/UNC/server/share/",
+                                      L"\\\\?\\unc\\server\\share\\", L"\\\\.\\UNC\\server\\share\\"})
     {
         tried.clear();
         const std::wstring path = root;
