@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <wil/filesystem.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -82,42 +81,6 @@ TEST_F(CreateDirectoryDeep, gives_up_when_the_parent_vanishes_again)
     };
     EXPECT_EQ(wil::CreateDirectoryDeepNoThrow(L"X:\\a\\b\\c"), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
     EXPECT_EQ(calls, 3);
-}
-
-TEST_F(CreateDirectoryDeep, takes_a_path_in_every_form)
-{
-    const std::wstring path = folder / L"a\\b\\c";
-    std::wstring forward = path;
-    std::replace(forward.begin(), forward.end(), L'\\', L'/');
-    for (const std::wstring& form : {path, forward + L"//", Extended(path), Extended(path) + L"\\", L"\\\\.\\" + path,
-                                     L"//?/" + forward, L"//./" + forward + L"/"})
-    {
-        EXPECT_EQ(wil::CreateDirectoryDeepNoThrow(form.c_str()), S_OK) << testing::PrintToString(form);
-        EXPECT_TRUE(Exists(path)) << testing::PrintToString(form);
-        EXPECT_EQ(wil::RemoveDirectoryRecursiveNoThrow((folder / L"a").c_str()), S_OK);
-    }
-}
-
-TEST_F(CreateDirectoryDeep, goes_up_to_the_drive_the_volume_or_the_share_and_does_not_create_it)
-{
-    std::vector<std::wstring> tried;
-    const Fake<&CreateDirectoryW> create = [&](const wchar_t* path, SECURITY_ATTRIBUTES*) {
-        tried.emplace_back(path);
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return FALSE;
-    };
-    for (const wchar_t* const root : {L"X:\\", L"X:/", L"X:", L"\\\\?\\X:\\", L"//?/X:/", L"\\\\?/X:/", L"\\\\.\\X:\\",
-                                      L"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\",
-                                      L"//?/Volume{11111111-2222-3333-4444-555555555555}/",
-                                      L"\\\\.\\Volume{11111111-2222-3333-4444-555555555555}\\", L"\\\\server\\share\\",
-                                      L"//server/share/", L"\\\\?\\UNC\\server\\share\\", L"//?/UNC/server/share/",
-                                      L"\\\\?\\unc\\server\\share\\", L"\\\\.\\UNC\\server\\share\\"})
-    {
-        tried.clear();
-        const std::wstring path = root;
-        EXPECT_EQ(wil::CreateDirectoryDeepNoThrow((path + L"a\\b").c_str()), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
-        EXPECT_THAT(tried, testing::ElementsAre(path + L"a\\b", path + L"a"));
-    }
 }
 
 TEST_F(RemoveDirectoryRecursive, removes_a_directory_with_its_files)
