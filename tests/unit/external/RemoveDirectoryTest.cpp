@@ -246,6 +246,44 @@ TEST_F(RemoveDirectoryTest, removes_a_directory_that_takes_many_listings)
     EXPECT_FALSE(Exists(folder / L"tree"));
 }
 
+TEST_F(RemoveDirectoryTest, calls_the_system_once_for_each_file_and_opens_each_directory_once)
+{
+    constexpr int c_files = 20;
+    for (int i = 0; i < c_files; ++i)
+    {
+        folder.AddFile(L"tree\\" + std::to_wstring(i), "");
+        folder.AddFile(L"tree\\sub\\" + std::to_wstring(i), "");
+    }
+    int opened = 0;
+    int informed = 0;
+    int deleted = 0;
+    int looked = 0;
+    const Fake<&CreateFileW> create = [&](const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                                          DWORD creation, DWORD flags, HANDLE templateFile) {
+        ++opened;
+        return Fake<&CreateFileW>::Real(path, access, share, security, creation, flags, templateFile);
+    };
+    const Fake<&GetFileInformationByHandleEx> inform = [&](HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, void* answer,
+                                                           DWORD size) {
+        ++informed;
+        return Fake<&GetFileInformationByHandleEx>::Real(handle, kind, answer, size);
+    };
+    const Fake<&DeleteFileW> remove = [&](const wchar_t* path) {
+        ++deleted;
+        return Fake<&DeleteFileW>::Real(path);
+    };
+    const Fake<&GetFileAttributesW> attributes = [&](const wchar_t* path) {
+        ++looked;
+        return Fake<&GetFileAttributesW>::Real(path);
+    };
+    EXPECT_EQ(Remove(L"tree"), S_OK);
+    EXPECT_EQ(opened, 2);
+    EXPECT_EQ(deleted, 2 * c_files);
+    // Of each directory its attributes, its entries and that there are no more; of the root what its path is seen as.
+    EXPECT_EQ(informed, 2 * 3);
+    EXPECT_EQ(looked, 1);
+}
+
 TEST_F(RemoveDirectoryTest, goes_on_after_a_failure_and_returns_the_first_one)
 {
     AddReadOnlyFile(L"tree\\b\\read-only");
