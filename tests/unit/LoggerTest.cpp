@@ -209,8 +209,8 @@ TEST_F(LoggerTest, reports_what_is_said_about_a_name_that_is_no_valid_text)
     logger.Error(L"before \xdc00 after", true);
 
     const auto run = SentryTesting::CurrentRun();
-    EXPECT_EQ(run.breadcrumbs,
-              (std::vector<Breadcrumb>{{"", "before \xef\xbf\xbd after"}, {"", "Warning:before \xef\xbf\xbd after"}}));
+    EXPECT_EQ(run.breadcrumbs, (std::vector<Breadcrumb>{{std::nullopt, "before \xef\xbf\xbd after"},
+                                                        {std::nullopt, "Warning:before \xef\xbf\xbd after"}}));
     ASSERT_EQ(run.events.size(), 1U);
     EXPECT_EQ(run.events[0].message, "before \xef\xbf\xbd after");
 }
