@@ -245,15 +245,13 @@ TEST_F(SentryTest, threads_can_report_at_the_same_time)
     EXPECT_EQ(CurrentRun().events.size(), 200U);
 }
 
-// A run begins while another one, which it goes on for, is still ending.
+// What there was at the start has been looked for then, and nothing else wakes the thread that sends.
 TEST_F(SentryTest, close_sends_what_a_run_has_left_that_ended_meanwhile)
 {
     const Testing::TestFolder root;
     const std::string database = Testing::Narrow(root / L"Sentry");
     Testing::FakeWinHttp winHttp;
     SentryTesting::SetOffline(false);
-    auto other = Reporter::Store::Open(database);
-    ASSERT_TRUE(other);
     const auto start = [&] {
         sentry_options_t* const options = sentry_options_new();
         sentry_options_set_dsn(options, "https://key@host.example/1");
@@ -261,6 +259,8 @@ TEST_F(SentryTest, close_sends_what_a_run_has_left_that_ended_meanwhile)
         EXPECT_EQ(sentry_init(options), 0);
     };
     start();
+    auto other = Reporter::Store::Open(database);
+    ASSERT_TRUE(other);
     ASSERT_TRUE(other->Keep("1", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{}\n"));
     other.reset();
     EXPECT_EQ(sentry_close(), 0);
