@@ -89,6 +89,7 @@ protected:
     {
         g_dumps.clear();
         g_dumps.reserve(10);
+        threads.reserve(10);
         g_onDump = [] {};
         g_onThreads = nullptr;
         g_previous = 0;
@@ -100,6 +101,10 @@ protected:
     {
         handler.reset();
         EXPECT_EQ(filter, &PreviousFilter);
+        for (const wil::unique_handle& thread : threads) // also one that nobody has waited for
+        {
+            EXPECT_EQ(WaitForSingleObject(thread.get(), c_long), WAIT_OBJECT_0);
+        }
     }
 
     void Make()
@@ -139,6 +144,15 @@ protected:
     LPTOP_LEVEL_EXCEPTION_FILTER filter = &PreviousFilter;
     Fake<&SetUnhandledExceptionFilter> setFilter = [this](LPTOP_LEVEL_EXCEPTION_FILTER its) {
         return std::exchange(filter, its);
+    };
+    std::vector<wil::unique_handle> threads; // those that the handler has made
+    Fake<&CreateThread> createThread = [this](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack,
+                                              LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id) {
+        const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags, id);
+        HANDLE copy = nullptr;
+        DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
+        threads.emplace_back(copy);
+        return made;
     };
     std::unique_ptr<CrashHandler> handler;
 };
@@ -295,11 +309,9 @@ TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
 {
     const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const wil::unique_handle isWriting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const wil::unique_handle hasEnded(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     g_onDump = [&] {
         SetEvent(isWriting.get());
         WaitForSingleObject(goOn.get(), c_long);
-        SetEvent(hasEnded.get());
     };
     const DWORD crashing = GetCurrentThreadId();
     std::optional<DWORD> limit;
@@ -316,12 +328,14 @@ TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
         EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
         handler.reset(); // they keep what they use
         SetEvent(goOn.get());
-        wait.Hidden(hasEnded.get(), c_long);
+        for (const wil::unique_handle& thread : threads) // before what they use of this test goes
+        {
+            wait.Hidden(thread.get(), c_long);
+        }
     }
     EXPECT_EQ(limit, 10'000U);
     EXPECT_EQ(g_previous, 1);
     EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0xc0000005");
-    Sleep(50); // the two threads end
 }
 
 // As Windows does it: all other threads that are to be in the minidump are suspended, and one of them has a lock.
@@ -359,12 +373,15 @@ TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what
             return TRUE;
         };
         RaiseUnhandled();
+        for (const wil::unique_handle& thread : threads)
+        {
+            wait.Hidden(thread.get(), c_long);
+        }
         EXPECT_EQ(ends, 1);
         EXPECT_EQ(code, static_cast<UINT>(EXCEPTION_ACCESS_VIOLATION));
         EXPECT_EQ(limit, 10'000U);
     }
     EXPECT_TRUE(Exists(envelopePath));
-    Sleep(50); // the thread ends
 }
 
 // A dying process may get no thread any more: neither the first nor the second.
