@@ -452,6 +452,17 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_whichever_way_its_name_ends
     EXPECT_TRUE(Exists(root / L"target\\precious.txt"));
 }
 
+// Nothing is opened while it lives: where the name itself tells that it is a link, there is no need.
+class NothingIsOpened
+{
+private:
+    Fake<&CreateFileW> m_create = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
+        ADD_FAILURE() << "the link is opened";
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+};
+
 TEST_F(DeleteFolderTest, RemoveFolder_looks_at_the_name_itself_before_anything_is_opened)
 {
     std::vector<std::wstring> asked;
@@ -459,11 +470,7 @@ TEST_F(DeleteFolderTest, RemoveFolder_looks_at_the_name_itself_before_anything_i
         asked.emplace_back(path);
         return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
     };
-    Fake<&CreateFileW> create = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
-        ADD_FAILURE() << "the link is opened";
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    };
+    const NothingIsOpened opened;
 
     EXPECT_EQ(RemoveFolder(L"C:\\folder\\link\\//"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
 
@@ -528,6 +535,7 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_of_every_kind_and_what_coul
     {
         root.AddFile(L"folder\\data");
         const ReparsePoint reparsePoint(root / L"folder", tag);
+        const NothingIsOpened opened;
 
         EXPECT_EQ(RemoveFolder(root / L"folder\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
 
@@ -539,10 +547,12 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_reparse_point_that_cannot_be_loo
 {
     root.AddFile(L"folder\\data");
     const ReparsePoint reparsePoint(root / L"folder", 0x9000001A);
-    Fake<&FindFirstFileW> find = [](LPCWSTR, LPWIN32_FIND_DATAW) -> HANDLE {
+    Fake<&FindFirstFileW> find = [](LPCWSTR, LPWIN32_FIND_DATAW data) -> HANDLE {
+        data->dwReserved0 = 0x9000001A; // it may be anything
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     };
+    const NothingIsOpened opened;
 
     EXPECT_EQ(RemoveFolder(root / L"folder"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
 
@@ -572,6 +582,7 @@ TEST_F(DeleteFolderTest, a_link_with_a_long_path_is_refused)
     const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
     root.AddFile(name + L"\\data");
     const ReparsePoint reparsePoint(root / name, 0xA0000003);
+    const NothingIsOpened opened;
     const PathLimits limits;
 
     EXPECT_EQ(RemoveFolder(root / name + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));

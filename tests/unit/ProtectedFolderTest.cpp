@@ -299,15 +299,23 @@ TEST_F(ProtectedFolderTest, a_folder_may_have_a_long_path)
 TEST_F(ProtectedFolderTest, a_volume_is_asked_for_a_long_path_with_room_for_it)
 {
     const std::wstring volume = root.AddFolder(std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b'));
+    const PathLimits limits;
+    unsigned asked = 0;
     Fake<&GetVolumePathNameW> mounted = [&](LPCWSTR path, LPWSTR name, DWORD size) -> BOOL {
-        std::wstring answer(path);
-        EXPECT_GE(size, answer.size() + 2);
-        answer += L'\\';
+        ++asked;
+        const std::wstring answer = std::wstring(path) + L'\\';
+        if (answer.size() >= size)
+        {
+            SetLastError(ERROR_FILENAME_EXCED_RANGE);
+            return FALSE;
+        }
         std::wmemcpy(name, answer.c_str(), answer.size() + 1);
         return TRUE;
     };
 
     EXPECT_TRUE(IsProtectedFolder(volume));
+
+    EXPECT_EQ(asked, 1U);
 }
 
 TEST_F(ProtectedFolderTest, the_root_of_a_volume_that_the_mount_manager_does_not_know_is_protected)
@@ -328,7 +336,9 @@ TEST_F(ProtectedFolderTest, the_root_of_a_volume_that_the_mount_manager_does_not
         return static_cast<DWORD>(object.size());
     };
 
+    known = &GUID_NULL;
     EXPECT_TRUE(IsProtectedFolder(root.Path().substr(0, 3)));
+    known = nullptr;
     EXPECT_FALSE(IsProtectedFolder(root / L"Velmora"));
     EXPECT_TRUE(IsProtectedFolder(root / L"Windows\\Velmora"));
 }
