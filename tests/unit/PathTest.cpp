@@ -91,6 +91,7 @@ TEST(GetParentFolder, goes_up_to_the_root)
              {L"\\\\?\\UNC\\server\\share\\a", L"\\\\?\\UNC\\server\\share\\"},
              {L"\\\\?\\unc\\server\\share\\a", L"\\\\?\\unc\\server\\share\\"},
              {L"\\\\?\\UNC\\server\\share\\", L""},
+             {L"\\\\?\\unc\\server\\share\\", L""},
              {L"\\\\?\\UNC\\server\\share", L""},
              {L"\\\\?\\UNC\\server\\", L""},
              {L"\\\\?\\UNC\\server", L""},
