@@ -68,8 +68,8 @@ void sentry_options_set_debug(sentry_options_t* opts, int debug);
 // null or there is no memory, and then nothing runs.
 int sentry_init(sentry_options_t* options);
 
-// Ends the run, after two seconds at most for what is not sent yet. Returns how many reports are left in the database
-// folder; when none is, nothing is left of this run in it.
+// Ends the run, after two seconds at most for what is not sent yet, and for what runs have left that ended meanwhile.
+// Returns how many reports of this run are left in the database folder; when none is, nothing is left of it in there.
 int sentry_close(void);
 
 // Keeps a breadcrumb for the events to come: the last 100 of them. Without a run, drops it. Takes the value over.
