@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cwchar>
 #include <optional>
 #include <string>
 
@@ -95,7 +94,7 @@ bool IsVolumeRoot(const std::wstring& folder)
     {
         return false;
     }
-    volume.resize(std::wcslen(volume.c_str()));
+    volume.resize(volume.find(L'\0'));
     return IsSamePath(volume, folder);
 }
 
