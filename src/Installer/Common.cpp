@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Installer
 {
@@ -53,7 +54,7 @@ catch (...)
     return std::nullopt;
 }
 
-std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id) noexcept
+std::optional<std::wstring> AskForKnownFolder(const KNOWNFOLDERID& id) noexcept
 try
 {
     wil::unique_cotaskmem_string folder;
@@ -70,7 +71,7 @@ catch (...)
 
 std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
 {
-    auto folder = FindKnownFolder(id);
+    auto folder = AskForKnownFolder(id);
     return folder ? *std::move(folder) : fallback;
 }
 

@@ -34,10 +34,9 @@ constexpr std::size_t c_breadcrumbLimit = 100;
 // The code that Windows' own runtime gives to abort.
 constexpr DWORD c_aborted = 0x40000015;
 
-// How long the minidump may take, and how long a crashing thread waits for another one that writes the report, in
-// milliseconds.
-constexpr DWORD c_minidumpLimit = 10'000;
-constexpr DWORD c_otherThreadLimit = 10'000;
+// How long the minidump may take, and another crashing thread waits for it, in milliseconds: a minidump takes a second
+// of the processor's time, on a busy machine many seconds.
+constexpr DWORD c_minidumpLimit = 30'000;
 
 // How long the end of the handler waits for a thread that is in it, in milliseconds.
 constexpr DWORD c_endLimit = 2000;
@@ -140,7 +139,7 @@ void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
         // Otherwise the handler itself crashed, or a terminate goes on to abort.
         if (none != thread && !IsForMinidump(thread))
         {
-            WaitForSingleObject(written.get(), c_otherThreadLimit);
+            WaitForSingleObject(written.get(), c_minidumpLimit);
         }
         return;
     }

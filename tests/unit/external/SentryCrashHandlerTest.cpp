@@ -333,7 +333,7 @@ TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
             wait.Hidden(thread.get(), c_long);
         }
     }
-    EXPECT_EQ(limit, 10'000U);
+    EXPECT_EQ(limit, 30'000U);
     EXPECT_EQ(g_previous, 1);
     EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0xc0000005");
 }
@@ -379,7 +379,7 @@ TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what
         }
         EXPECT_EQ(ends, 1);
         EXPECT_EQ(code, static_cast<UINT>(EXCEPTION_ACCESS_VIOLATION));
-        EXPECT_EQ(limit, 10'000U);
+        EXPECT_EQ(limit, 30'000U);
     }
     EXPECT_TRUE(Exists(envelopePath));
 }
@@ -468,7 +468,7 @@ TEST_F(SentryCrashHandlerTest, lets_a_second_thread_that_crashes_wait_for_the_fi
         }).join();
     };
     RaiseUnhandled();
-    EXPECT_EQ(limit, 10'000U);
+    EXPECT_EQ(limit, 30'000U);
     EXPECT_EQ(g_dumps.size(), 1U);
 }
 
