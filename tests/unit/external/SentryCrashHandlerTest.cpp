@@ -341,6 +341,7 @@ TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
 // As Windows does it: all other threads that are to be in the minidump are suspended, and one of them has a lock.
 TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what_a_suspended_thread_has)
 {
+    const wil::unique_handle isWaiting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const wil::unique_handle crashed(
         OpenThread(THREAD_SUSPEND_RESUME | THREAD_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentThreadId()));
@@ -348,7 +349,7 @@ TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what
     const DWORD crashedId = GetCurrentThreadId();
     g_onThreads = [&](const std::function<bool(DWORD)>& includes) {
         ASSERT_TRUE(includes(crashedId));
-        Sleep(50); // it waits by now
+        WaitForSingleObject(isWaiting.get(), c_long);
         SuspendThread(crashed.get());
     };
     g_onDump = [&] { WaitForSingleObject(goOn.get(), c_long); };
@@ -357,7 +358,12 @@ TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what
     std::atomic<UINT> code = 0;
     {
         Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
-            if (GetCurrentThreadId() == crashedId || handle == goOn.get())
+            if (GetCurrentThreadId() == crashedId)
+            {
+                SetEvent(isWaiting.get());
+                return wait.Hidden(handle, c_long);
+            }
+            if (handle == goOn.get() || handle == isWaiting.get())
             {
                 return wait.Hidden(handle, c_long);
             }
