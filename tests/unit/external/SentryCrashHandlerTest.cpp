@@ -398,10 +398,10 @@ TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_there_is_no_thread_
         DeleteFileW(envelopePath.c_str());
         handler.reset();
         Make();
-        std::atomic<int> threads = 0;
+        std::atomic<int> asked = 0;
         Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
                                          LPVOID parameter, DWORD flags, LPDWORD id) -> HANDLE {
-            if (++threads == failing)
+            if (++asked == failing)
             {
                 SetLastError(ERROR_NOT_ENOUGH_MEMORY);
                 return nullptr;
@@ -410,7 +410,7 @@ TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_there_is_no_thread_
         };
         EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
         EXPECT_EQ(g_previous, failing);
-        EXPECT_EQ(threads, failing);
+        EXPECT_EQ(asked, failing);
         EXPECT_TRUE(Exists(envelopePath));
         EXPECT_THAT(g_dumps, IsEmpty());
     }
