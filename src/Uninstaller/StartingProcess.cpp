@@ -20,10 +20,10 @@ namespace
 // Longer than crash reporting takes to close.
 constexpr DWORD c_limitMilliseconds = 5000;
 
-// A program is started by the path that its starter gives, in whatever letters.
+// A program is started by the path that its starter gives, in whatever spelling.
 bool IsCopy(const std::wstring& ownPath)
 {
-    return CompareStringOrdinal(ownPath.c_str(), -1, GetCopyPath().c_str(), -1, TRUE) == CSTR_EQUAL;
+    return Installer::IsSamePath(ownPath, GetCopyPath());
 }
 
 // The id that the process which started this one had.
