@@ -176,6 +176,20 @@ try
 }
 CATCH_LOG()
 
+void Logger::Warning(const wchar_t* text, const char* what, bool capture) noexcept
+try
+{
+    Warning(text + WidenExceptionText(what), capture);
+}
+CATCH_LOG()
+
+void Logger::Error(const wchar_t* text, const char* what, bool capture) noexcept
+try
+{
+    Error(text + WidenExceptionText(what), capture);
+}
+CATCH_LOG()
+
 void Logger::OpenLog()
 {
     Info(L"Requested to open log...");
@@ -195,7 +209,7 @@ void Logger::OpenLog()
     }
     catch (const std::exception& exception)
     {
-        Warning(L"ShellExecuteFromExplorer failed: " + WidenExceptionText(exception.what()), false);
+        Warning(L"ShellExecuteFromExplorer failed: ", exception.what(), false);
     }
 }
 

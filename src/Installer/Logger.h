@@ -29,6 +29,10 @@ public:
     void Warning(const std::wstring& message, bool capture) noexcept;
     void Error(const std::wstring& message, bool capture) noexcept;
 
+    // Log the text, followed by what an exception says of itself. Memory may have run out; then there is no line.
+    void Warning(const wchar_t* text, const char* what, bool capture) noexcept;
+    void Error(const wchar_t* text, const char* what, bool capture) noexcept;
+
     // Shows the log to the desktop's user, in GUI runs only. A log that cannot be shown is a warning in it. Throws
     // std::filesystem::filesystem_error when the file system cannot tell whether there is a log.
     void OpenLog();

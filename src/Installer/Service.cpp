@@ -1,7 +1,6 @@
 #include "Installer/Service.h"
 
-#include "Installer/Logger.h"
-#include "Installer/Text.h"
+#include "Installer/ProcessTermination.h"
 
 #include <winsvc.h>
 
@@ -9,7 +8,6 @@
 #include <wil/result.h>
 
 #include <array>
-#include <exception>
 #include <string>
 
 namespace Installer
@@ -22,7 +20,6 @@ namespace
 constexpr DWORD c_pollMilliseconds = 500;
 constexpr int c_pollsBeforeKill = 20; // since the request to stop, or since the last kill
 constexpr int c_maxKills = 3;         // one more, and the service is given up
-constexpr UINT c_killedExitCode = 0;
 
 // A process outlives its service a little, and keeps its files open until it ends.
 constexpr DWORD c_pauseAfterStopMilliseconds = 1000;
@@ -76,12 +73,12 @@ HRESULT WaitUntilStopped(const wil::unique_schandle& service, SERVICE_STATUS_PRO
         {
             continue;
         }
-        const wil::unique_process_handle process(OpenProcess(PROCESS_TERMINATE, FALSE, status.dwProcessId));
+        const wil::unique_process_handle process = OpenToTerminate(status.dwProcessId);
         if (!process)
         {
             continue; // the next poll tries again
         }
-        RETURN_IF_WIN32_BOOL_FALSE(TerminateProcess(process.get(), c_killedExitCode));
+        RETURN_IF_WIN32_BOOL_FALSE(Terminate(process));
         ++kills;
         if (kills > c_maxKills)
         {
@@ -135,41 +132,6 @@ HRESULT RemoveService(const std::wstring& name)
     RETURN_IF_WIN32_BOOL_FALSE(DeleteService(service.get()));
     Sleep(c_pauseAfterDeletionMilliseconds);
     return S_OK;
-}
-
-namespace
-{
-
-// Every service that the product may have. The last one, too, is the name of a key, not the one that people see.
-constexpr const wchar_t* c_productServices[] = {c_authService, c_updaterService, L"Velmora Updater Service"};
-
-// Memory may have run out; then there is no line.
-void LogUnexpectedError(Logger& logger, const std::exception& exception) noexcept
-try
-{
-    logger.Error(L"[ClientHelper] Unexpected error while stopping services: " + WidenExceptionText(exception.what()),
-                 false);
-}
-CATCH_LOG()
-
-} // namespace
-
-HRESULT StopServices(Logger& logger)
-try
-{
-    for (const wchar_t* const name : c_productServices)
-    {
-        if (ServiceExists(name))
-        {
-            StopService(name);
-        }
-    }
-    return S_OK;
-}
-catch (const std::exception& exception)
-{
-    LogUnexpectedError(logger, exception);
-    return E_UNEXPECTED;
 }
 
 } // namespace Installer

@@ -9,12 +9,6 @@
 namespace Installer
 {
 
-class Logger;
-
-// The names of the product's services.
-inline constexpr wchar_t c_authService[] = L"OrvaneAuthService";
-inline constexpr wchar_t c_updaterService[] = L"VelmoraUpdaterService";
-
 // Whether the service can be opened to ask for its status. A failure of any kind reads as "no", and is not recorded.
 bool ServiceExists(const std::wstring& name);
 
@@ -29,10 +23,5 @@ HRESULT StopService(const std::wstring& name);
 // S_OK when it is deleted or cannot be opened (it counts as gone then), otherwise the failure of the Win32 call as
 // HRESULT.
 HRESULT RemoveService(const std::wstring& name);
-
-// Stops all services of the product, one after another; one that cannot be stopped does not keep the others from it.
-// Returns S_OK, or E_UNEXPECTED after a standard exception, which is logged as an error and leaves out the rest; other
-// exceptions pass.
-HRESULT StopServices(Logger& logger);
 
 } // namespace Installer

@@ -2,9 +2,11 @@
 
 #include "Installer/ClientHelper.h"
 #include "Installer/Common.h"
+#include "Installer/DirectoryLock.h"
 #include "Installer/Environment.h"
 #include "Installer/Firewall.h"
 #include "Installer/Migrator.h"
+#include "Installer/ProductServices.h"
 #include "Installer/Registry.h"
 #include "Installer/Retry.h"
 #include "Installer/Service.h"

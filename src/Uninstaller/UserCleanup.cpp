@@ -2,7 +2,6 @@
 
 #include "Installer/Common.h"
 #include "Installer/Security.h"
-#include "Installer/Text.h"
 
 #include <windows.h>
 
@@ -60,8 +59,7 @@ try
 }
 catch (const std::exception& exception)
 {
-    run.logger.Warning(
-        L"Something went wrong while trying to clean up user files: " + WidenExceptionText(exception.what()), false);
+    run.logger.Warning(L"Something went wrong while trying to clean up user files: ", exception.what(), false);
     return false;
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +34,19 @@ inline Calls operator*(int times, const Calls& piece)
         calls = std::move(calls) + piece;
     }
     return calls;
+}
+
+// Says at which call two lists part.
+inline ::testing::AssertionResult AreEqual(const Calls& actual, const Calls& expected)
+{
+    const auto [is, shouldBe] = std::ranges::mismatch(actual, expected);
+    if (is == actual.end() && shouldBe == expected.end())
+    {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "call " << is - actual.begin() << " is \""
+                                         << (is == actual.end() ? "" : *is) << "\" instead of \""
+                                         << (shouldBe == expected.end() ? "" : *shouldBe) << "\"";
 }
 
 } // namespace Testing

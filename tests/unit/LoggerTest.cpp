@@ -336,6 +336,35 @@ TEST_F(LoggerTest, captures_events_where_it_is_asked_to)
     EXPECT_TRUE(run.breadcrumbs.empty());
 }
 
+TEST_F(LoggerTest, adds_what_an_exception_says_of_itself)
+{
+    const FakeCodePage western(1252);
+    sentry_init(sentry_options_new());
+    Logger logger(RunType::Silent);
+
+    logger.Warning(L"Not done: ", "gr\xFC\xDF\r\ndich", false);
+    logger.Error(L"Failed: ", "no luck", false);
+    logger.Warning(L"Not done: ", "", true);
+    logger.Error(L"Failed: ", "bad luck", true);
+
+    EXPECT_EQ(LogText(), "|WARNING|: Not done: gr\xC3\xBC\xC3\x9F dich\r\n|ERROR|:   Failed: no luck\r\n"
+                         "|WARNING|: Not done: \r\n|ERROR|:   Failed: bad luck\r\n");
+    EXPECT_EQ(SentryTesting::CurrentRun().breadcrumbs.size(), 2U);
+    EXPECT_EQ(SentryTesting::CurrentRun().events.size(), 2U);
+}
+
+TEST_F(LoggerTest, leaves_out_what_an_exception_says_when_memory_has_run_out)
+{
+    Logger logger(RunType::Silent);
+    {
+        const OutOfMemory outOfMemory;
+        logger.Warning(L"Not done: ", "no luck", false);
+        logger.Error(L"Failed: ", "no luck", true);
+    }
+
+    EXPECT_FALSE(Exists(LogFile()));
+}
+
 TEST_F(LoggerTest, works_without_a_crash_reporter)
 {
     sentry_close();
