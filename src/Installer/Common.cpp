@@ -10,11 +10,8 @@
 #include <wil/result.h>
 
 #include <array>
-#include <cstddef>
-#include <limits>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace Installer
@@ -75,13 +72,6 @@ std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
     return folder ? *std::move(folder) : fallback;
 }
 
-// The length of a text for a Windows function that counts with int; 0 for a text that is too long to be counted.
-template <class Character>
-int GetLength(std::basic_string_view<Character> text)
-{
-    return text.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max()) ? static_cast<int>(text.size()) : 0;
-}
-
 // The recursive removal guards everything below the folder that it is given, but goes wherever the folder's own name
 // leads. Anybody may create folders below ProgramData, so anybody could lead an elevated process away with a link.
 bool IsLink(std::wstring path)
@@ -128,26 +118,6 @@ std::wstring GetProgramFilesX64Folder()
 std::wstring GetProgramDataFolder()
 {
     return GetKnownFolder(FOLDERID_ProgramData, c_defaultProgramData);
-}
-
-// The conversions themselves replace what is not valid; whether the text is valid is asked with the first call.
-std::wstring Utf8ToWide(std::string_view text)
-{
-    const int textLength = GetLength(text);
-    const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), textLength, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), textLength, wide.data(), length);
-    return wide;
-}
-
-std::string WideToUtf8(std::wstring_view text)
-{
-    const int textLength = GetLength(text);
-    const int length =
-        WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), textLength, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), textLength, utf8.data(), length, nullptr, nullptr);
-    return utf8;
 }
 
 HRESULT RemoveFolder(const std::wstring& path) noexcept

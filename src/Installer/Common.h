@@ -3,9 +3,8 @@
 #include <windows.h>
 
 #include <string>
-#include <string_view>
 
-// Folders of the machine, conversions of text, and the deletion of folder trees.
+// Folders of the machine, and the deletion of folder trees.
 namespace Installer
 {
 
@@ -27,10 +26,6 @@ std::wstring GetProgramFilesX64Folder();
 
 // "C:\ProgramData\" or wherever it is on this machine.
 std::wstring GetProgramDataFolder();
-
-// UTF-8 to UTF-16 and back. Zero characters are kept. Text that is not valid gives an empty string.
-std::wstring Utf8ToWide(std::string_view text);
-std::string WideToUtf8(std::wstring_view text);
 
 // Removes a folder with everything in it, in one attempt, however long its path. Links below it are removed, never
 // followed. Returns S_OK when the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)

@@ -2,6 +2,7 @@
 
 #include "Installer/Common.h"
 #include "Installer/Retry.h"
+#include "Installer/Text.h"
 
 #include <shlobj.h>
 

@@ -1,10 +1,9 @@
 #include "Installer/Text.h"
 
-#include "Installer/Common.h"
-
 #include <windows.h>
 
 #include <cstddef>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -16,13 +15,43 @@ namespace
 
 constexpr wchar_t c_lineBreaks[] = L"\r\n";
 
-std::wstring WidenAnsi(std::string_view text)
+// The length of a text for a function of Windows, which counts with int; 0 for a text that is too long to be counted.
+// Windows converts no text of length 0.
+template <class Character>
+int GetLength(std::basic_string_view<Character> text)
 {
-    const int textLength = static_cast<int>(text.size());
-    const int length = MultiByteToWideChar(CP_ACP, 0, text.data(), textLength, nullptr, 0);
+    return text.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max()) ? static_cast<int>(text.size()) : 0;
+}
+
+bool IsValidUtf8(std::string_view text)
+{
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), GetLength(text), nullptr, 0) != 0;
+}
+
+bool IsValidUtf16(std::wstring_view text)
+{
+    return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), GetLength(text), nullptr, 0, nullptr,
+                               nullptr) != 0;
+}
+
+// Both replace what is not valid. The result is empty when Windows does not convert the text.
+
+std::wstring Widen(UINT codePage, std::string_view text)
+{
+    const int textLength = GetLength(text);
+    const int length = MultiByteToWideChar(codePage, 0, text.data(), textLength, nullptr, 0);
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, text.data(), textLength, wide.data(), length);
+    MultiByteToWideChar(codePage, 0, text.data(), textLength, wide.data(), length);
     return wide;
+}
+
+std::string Narrow(UINT codePage, DWORD flags, std::wstring_view text)
+{
+    const int textLength = GetLength(text);
+    const int length = WideCharToMultiByte(codePage, flags, text.data(), textLength, nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(codePage, flags, text.data(), textLength, narrow.data(), length, nullptr, nullptr);
+    return narrow;
 }
 
 std::wstring PutOnOneLine(std::wstring text)
@@ -38,19 +67,30 @@ std::wstring PutOnOneLine(std::wstring text)
 
 } // namespace
 
+std::wstring Utf8ToWide(std::string_view text)
+{
+    return IsValidUtf8(text) ? Widen(CP_UTF8, text) : std::wstring();
+}
+
+std::string WideToUtf8(std::wstring_view text)
+{
+    return IsValidUtf16(text) ? EncodeUtf8(text) : std::string();
+}
+
 std::string EncodeUtf8(std::wstring_view text)
 {
-    const int textLength = static_cast<int>(text.size());
-    const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), textLength, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), textLength, utf8.data(), length, nullptr, nullptr);
-    return utf8;
+    return Narrow(CP_UTF8, 0, text);
+}
+
+std::string EncodeAnsi(std::wstring_view text)
+{
+    // UTF-8 as a code page has all characters, and refuses the flag.
+    return Narrow(CP_ACP, GetACP() == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS, text);
 }
 
 std::wstring WidenExceptionText(const char* text)
 {
-    const std::wstring wide = Utf8ToWide(text); // empty when it is not valid
-    return PutOnOneLine(wide.empty() ? WidenAnsi(text) : wide);
+    return PutOnOneLine(Widen(IsValidUtf8(text) ? CP_UTF8 : CP_ACP, text));
 }
 
 } // namespace Installer

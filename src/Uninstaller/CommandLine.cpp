@@ -1,12 +1,13 @@
 #include "Uninstaller/CommandLine.h"
 
+#include "Installer/Text.h"
+
 #include <windows.h>
 
 #include <shellapi.h>
 
 #include <wil/resource.h>
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -29,22 +30,6 @@ constexpr struct
 
 using unique_arguments = wil::unique_any<PWSTR*, decltype(&::LocalFree), ::LocalFree>;
 
-// The argument in the system's 8-bit code page, which is what it is compared in; empty when it cannot be converted.
-// Characters that the code page does not have do not turn into similar ones: a switch with a typographic dash is not
-// that switch. A code page of UTF-8 has all characters, and refuses the flag.
-std::string Narrow(const wchar_t* argument)
-{
-    const DWORD flags = GetACP() == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS;
-    const int length = WideCharToMultiByte(CP_ACP, flags, argument, -1, nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_ACP, flags, argument, -1, text.data(), length, nullptr, nullptr);
-    if (!text.empty())
-    {
-        text.pop_back(); // the final zero, which the length includes
-    }
-    return text;
-}
-
 } // namespace
 
 CommandLine ParseCommandLine()
@@ -56,7 +41,8 @@ CommandLine ParseCommandLine()
         return {};
     }
     const wchar_t* const argument = arguments.get()[1];
-    const std::string narrow = Narrow(argument);
+    // The switches are compared in the system's ANSI code page. A switch with a typographic dash is not that switch.
+    const std::string narrow = Installer::EncodeAnsi(argument);
     for (const auto& known : c_switches)
     {
         if (narrow == known.name)

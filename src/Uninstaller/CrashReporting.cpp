@@ -2,6 +2,7 @@
 
 #include "Installer/Common.h"
 #include "Installer/CrashStack.h"
+#include "Installer/Text.h"
 #include "ProductSettings.h"
 
 #include <sentry.h>

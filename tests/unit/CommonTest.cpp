@@ -18,7 +18,6 @@
 #include <new>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace
@@ -27,7 +26,6 @@ namespace
 using namespace Installer;
 using namespace Testing;
 using Pauses = std::vector<DWORD>;
-using namespace std::string_literals;
 
 constexpr HRESULT c_accessDenied = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
 
@@ -309,56 +307,6 @@ TEST_F(FoldersWithoutMemoryTest, the_temporary_folder_has_its_fixed_fallback)
     EXPECT_EQ(std::set(folders.begin(), known), std::set{fallback});
     EXPECT_EQ(std::set(known, folders.end()), std::set{found});
     ExpectThrowsWithoutMemory(GetUninstallerTempFolder);
-}
-
-TEST(ConversionTest, converts_both_ways)
-{
-    EXPECT_EQ(Utf8ToWide("\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80"),
-              L"\u00c5ngstr\u00f6m \u20ac \U0001f600");
-    EXPECT_EQ(WideToUtf8(L"\u00c5ngstr\u00f6m \u20ac \U0001f600"),
-              "\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80");
-}
-
-TEST(ConversionTest, keeps_zero_characters)
-{
-    EXPECT_EQ(Utf8ToWide("a\0b"s), L"a\0b"s);
-    EXPECT_EQ(WideToUtf8(L"a\0b"s), "a\0b"s);
-}
-
-TEST(ConversionTest, gives_nothing_for_nothing)
-{
-    EXPECT_EQ(Utf8ToWide(""), L"");
-    EXPECT_EQ(WideToUtf8(L""), "");
-}
-
-TEST(ConversionTest, gives_nothing_for_invalid_text)
-{
-    EXPECT_EQ(Utf8ToWide("fine \xff not"), L"");
-    EXPECT_EQ(Utf8ToWide("\xc3"), L"");
-    EXPECT_EQ(WideToUtf8(L"lone \xd800 surrogate"), "");
-}
-
-TEST(ConversionTest, converts_with_flags_0_and_the_length_of_the_string)
-{
-    std::vector<std::pair<DWORD, int>> toWide;
-    std::vector<std::pair<DWORD, int>> toUtf8;
-    Fake<&MultiByteToWideChar> multiByte = [&](UINT page, DWORD flags, LPCCH text, int length, LPWSTR out, int size) {
-        EXPECT_EQ(page, static_cast<UINT>(CP_UTF8));
-        toWide.emplace_back(flags, length);
-        return decltype(multiByte)::Real(page, flags, text, length, out, size);
-    };
-    Fake<&WideCharToMultiByte> wideChar = [&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size,
-                                              LPCCH replacement, LPBOOL used) {
-        EXPECT_EQ(page, static_cast<UINT>(CP_UTF8));
-        toUtf8.emplace_back(flags, length);
-        return decltype(wideChar)::Real(page, flags, text, length, out, size, replacement, used);
-    };
-
-    Utf8ToWide("abc");
-    WideToUtf8(L"abcd");
-
-    EXPECT_EQ(toWide.back(), std::make_pair(DWORD{0}, 3));
-    EXPECT_EQ(toUtf8.back(), std::make_pair(DWORD{0}, 4));
 }
 
 class DeleteFolderTest : public testing::Test

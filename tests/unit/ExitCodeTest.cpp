@@ -1,6 +1,6 @@
 #include "Uninstaller/ExitCode.h"
 
-#include "Installer/Common.h"
+#include "Installer/Text.h"
 #include "ProductSettings.h"
 
 #include <windows.h>

@@ -1,19 +1,73 @@
 #include "Installer/Text.h"
 
 #include "support/FakeCodePage.h"
+#include "support/ImportTableFake.h"
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace
 {
 
 using namespace Installer;
 using namespace std::string_literals;
+using Testing::Fake;
 using Testing::FakeCodePage;
+
+TEST(ConversionTest, converts_both_ways)
+{
+    EXPECT_EQ(Utf8ToWide("\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80"),
+              L"\u00c5ngstr\u00f6m \u20ac \U0001f600");
+    EXPECT_EQ(WideToUtf8(L"\u00c5ngstr\u00f6m \u20ac \U0001f600"),
+              "\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80");
+}
+
+TEST(ConversionTest, keeps_zero_characters)
+{
+    EXPECT_EQ(Utf8ToWide("a\0b"s), L"a\0b"s);
+    EXPECT_EQ(WideToUtf8(L"a\0b"s), "a\0b"s);
+}
+
+TEST(ConversionTest, gives_nothing_for_nothing)
+{
+    EXPECT_EQ(Utf8ToWide(""), L"");
+    EXPECT_EQ(WideToUtf8(L""), "");
+}
+
+TEST(ConversionTest, gives_nothing_for_invalid_text)
+{
+    EXPECT_EQ(Utf8ToWide("fine \xff not"), L"");
+    EXPECT_EQ(Utf8ToWide("\xc3"), L"");
+    EXPECT_EQ(WideToUtf8(L"lone \xd800 surrogate"), "");
+}
+
+TEST(ConversionTest, converts_with_flags_0_and_the_length_of_the_string)
+{
+    std::vector<std::pair<DWORD, int>> toWide;
+    std::vector<std::pair<DWORD, int>> toUtf8;
+    Fake<&MultiByteToWideChar> multiByte = [&](UINT page, DWORD flags, LPCCH text, int length, LPWSTR out, int size) {
+        EXPECT_EQ(page, static_cast<UINT>(CP_UTF8));
+        toWide.emplace_back(flags, length);
+        return decltype(multiByte)::Real(page, flags, text, length, out, size);
+    };
+    Fake<&WideCharToMultiByte> wideChar = [&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size,
+                                              LPCCH replacement, LPBOOL used) {
+        EXPECT_EQ(page, static_cast<UINT>(CP_UTF8));
+        toUtf8.emplace_back(flags, length);
+        return decltype(wideChar)::Real(page, flags, text, length, out, size, replacement, used);
+    };
+
+    Utf8ToWide("abc");
+    WideToUtf8(L"abcd");
+
+    EXPECT_EQ(toWide.back(), std::make_pair(DWORD{0}, 3));
+    EXPECT_EQ(toUtf8.back(), std::make_pair(DWORD{0}, 4));
+}
 
 TEST(TextTest, EncodeUtf8_converts_valid_text)
 {
@@ -28,6 +82,24 @@ TEST(TextTest, EncodeUtf8_replaces_half_a_surrogate_pair)
     EXPECT_EQ(EncodeUtf8(L"\xd800 first"), "\xef\xbf\xbd first");
     EXPECT_EQ(EncodeUtf8(L"second \xdc00"), "second \xef\xbf\xbd");
     EXPECT_EQ(EncodeUtf8(L"the wrong way: \xdc00\xd800."), "the wrong way: \xef\xbf\xbd\xef\xbf\xbd.");
+}
+
+TEST(TextTest, EncodeAnsi_converts_to_the_code_page_of_the_system)
+{
+    {
+        const FakeCodePage western(1252);
+        EXPECT_EQ(EncodeAnsi(L"\u00c5ngstr\u00f6m \u20ac"), "\xc5ngstr\xf6m \x80");
+        EXPECT_EQ(EncodeAnsi(L"a\0b"s), "a\0b"s);
+        EXPECT_EQ(EncodeAnsi(L""), "");
+    }
+    const FakeCodePage utf8(CP_UTF8);
+    EXPECT_EQ(EncodeAnsi(L"\u2212s"), "\xe2\x88\x92s");
+}
+
+TEST(TextTest, EncodeAnsi_takes_no_similar_character_for_one_that_the_code_page_does_not_have)
+{
+    const FakeCodePage western(1252);
+    EXPECT_EQ(EncodeAnsi(L"\u2212s \uff0d\uff53 \u015b"), "?s ?? ?");
 }
 
 TEST(TextTest, WidenExceptionText_takes_valid_UTF_8_as_such_in_every_code_page)
