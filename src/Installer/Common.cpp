@@ -101,7 +101,7 @@ std::wstring NameUninstallerTempFolder()
 std::wstring GetUninstallerTempFolder()
 {
     const std::wstring folder = NameUninstallerTempFolder();
-    Retry(c_tenTimes, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
+    Retry(c_tenTimesPausingAfterEach, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
     return folder;
 }
 
@@ -120,6 +120,19 @@ std::wstring GetProgramDataFolder()
     return GetKnownFolder(FOLDERID_ProgramData, c_defaultProgramData);
 }
 
+std::wstring FindSystemFolder() noexcept
+try
+{
+    std::array<wchar_t, MAX_PATH> folder{};
+    const UINT length = GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
+    const bool isWhole = length > 0 && length < folder.size();
+    return isWhole ? std::wstring(folder.data(), length) : std::wstring();
+}
+catch (...)
+{
+    return {};
+}
+
 HRESULT RemoveFolder(const std::wstring& path) noexcept
 try
 {
@@ -133,7 +146,7 @@ CATCH_RETURN()
 
 HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept
 {
-    return Retry(c_tenTimes, [&] { return RemoveFolder(path); });
+    return Retry(c_tenTimesPausingAfterEach, [&] { return RemoveFolder(path); });
 }
 
 bool FolderExists(const std::wstring& path)

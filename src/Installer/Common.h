@@ -27,6 +27,10 @@ std::wstring GetProgramFilesX64Folder();
 // "C:\ProgramData\" or wherever it is on this machine.
 std::wstring GetProgramDataFolder();
 
+// The system folder ("C:\Windows\System32" or wherever it is), without a backslash at its end. Empty when Windows does
+// not tell it, or memory runs out.
+std::wstring FindSystemFolder() noexcept;
+
 // Removes a folder with everything in it, in one attempt, however long its path. Links below it are removed, never
 // followed. Returns S_OK when the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)
 // when the path itself is a link (nothing is touched then), and otherwise the failure of the removal.

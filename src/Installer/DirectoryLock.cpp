@@ -7,6 +7,7 @@
 #include "Installer/Path.h"
 #include "Installer/ProcessSnapshot.h"
 #include "Installer/ProcessTermination.h"
+#include "Installer/Resources.h"
 
 #include <commctrl.h>
 
@@ -25,9 +26,6 @@ namespace Installer
 
 namespace
 {
-
-// The program's own icon, in its resources.
-constexpr WORD c_applicationIcon = 101;
 
 // Processes by id, with the names of their files.
 using Processes = std::map<DWORD, std::wstring>;
@@ -79,7 +77,7 @@ int AskUser(const std::wstring& list, Logger& logger, HWND owner)
     dialog.hInstance = GetModuleHandleW(nullptr);
     dialog.dwFlags = TDF_SIZE_TO_CONTENT;
     dialog.pszWindowTitle = L"Velmora";
-    dialog.pszMainIcon = MAKEINTRESOURCEW(c_applicationIcon);
+    dialog.pszMainIcon = MAKEINTRESOURCEW(IDI_VELMORA);
     dialog.pszMainInstruction = L"Uninstall Velmora";
     dialog.pszContent = L"There are programs preventing Velmora from uninstalling. You can press Continue and Velmora "
                         L"will attempt to close them automatically, otherwise if you have closed them yourself, press "

@@ -11,7 +11,6 @@
 #include <wil/resource.h>
 #include <wil/result.h>
 
-#include <array>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -85,13 +84,11 @@ bool FileExists(const std::wstring& path)
     return false;
 }
 
-// Empty when the folder of Windows is not told.
+// Empty when the system folder is not told.
 std::wstring FindCommandProcessor()
 {
-    std::array<wchar_t, MAX_PATH> folder{};
-    const UINT length = GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
-    const bool isWhole = length > 0 && length < folder.size();
-    return isWhole ? std::wstring(folder.data()) + L"\\cmd.exe" : std::wstring();
+    const std::wstring folder = FindSystemFolder();
+    return folder.empty() ? folder : folder + L"\\cmd.exe";
 }
 
 // Not through the C runtime, which starts whatever command processor the environment names and lets it run the user's

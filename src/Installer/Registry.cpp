@@ -156,17 +156,17 @@ HRESULT OpenMachineKey(const wchar_t* subKey, wil::unique_hkey& key) noexcept
 
 HRESULT RemoveStartupEntry() noexcept
 {
-    return Retry(c_tenTimes, TryRemoveStartupEntry);
+    return Retry(c_tenTimesPausingAfterEach, TryRemoveStartupEntry);
 }
 
 HRESULT DeregisterApplication(bool removeUserSettings) noexcept
 {
-    return Retry(c_tenTimes, [=] { return TryDeregisterApplication(removeUserSettings); });
+    return Retry(c_tenTimesPausingAfterEach, [=] { return TryDeregisterApplication(removeUserSettings); });
 }
 
 HRESULT RemoveUninstallEntry() noexcept
 {
-    return Retry(c_tenTimes, [] { return DeleteMachineTree(c_uninstallKey); });
+    return Retry(c_tenTimesPausingAfterEach, [] { return DeleteMachineTree(c_uninstallKey); });
 }
 
 } // namespace Installer

@@ -15,12 +15,12 @@ struct RetryPolicy
 
 inline constexpr RetryPolicy c_once{1, 0, false};
 
-// What the operations of this library do on their own: the machine gets a second to settle after every failure, the
-// last one included.
-inline constexpr RetryPolicy c_tenTimes{10, 1000, true};
+// Ten attempts, with a pause after each that fails, the last one too. What the operations of this library do by
+// themselves.
+inline constexpr RetryPolicy c_tenTimesPausingAfterEach{10, 1000, true};
 
-// What a caller does around an operation that does not retry by itself: it pauses between attempts only.
-inline constexpr RetryPolicy c_tenAttempts{10, 1000, false};
+// Ten attempts, with a pause between them. What a caller does around an operation that does not retry by itself.
+inline constexpr RetryPolicy c_tenTimesPausingBetween{10, 1000, false};
 
 // Calls operation() until it returns S_OK or the attempts are used up. Returns the last result.
 template <class Operation>

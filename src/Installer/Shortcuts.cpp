@@ -30,12 +30,12 @@ HRESULT TryDeleteShortcut(const KNOWNFOLDERID& folderId)
 
 HRESULT DeleteDesktopShortcut() noexcept
 {
-    return Retry(c_tenTimes, [] { return TryDeleteShortcut(FOLDERID_PublicDesktop); });
+    return Retry(c_tenTimesPausingAfterEach, [] { return TryDeleteShortcut(FOLDERID_PublicDesktop); });
 }
 
 HRESULT DeleteStartMenuShortcut() noexcept
 {
-    return Retry(c_tenTimes, [] { return TryDeleteShortcut(FOLDERID_CommonPrograms); });
+    return Retry(c_tenTimesPausingAfterEach, [] { return TryDeleteShortcut(FOLDERID_CommonPrograms); });
 }
 
 HRESULT BuildShortcutPath(const wchar_t* folder, std::wstring& path) noexcept

@@ -16,7 +16,6 @@ namespace
 
 constexpr int c_startPollMilliseconds = 50;
 constexpr int c_lastPollMilliseconds = 1000;
-constexpr int c_phaseCount = 10;
 
 void StartThread(StatusWindowData& data, const std::shared_ptr<StatusWindowData>& reference)
 {

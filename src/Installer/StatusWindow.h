@@ -18,6 +18,9 @@ enum class StatusWindowState : std::int32_t
 
 struct StatusWindowData;
 
+// Of how many phases a run consists.
+inline constexpr int c_phaseCount = 10;
+
 // The small dark window that shows what the program is doing. It lives on a thread of its own, so it stays alive while
 // the calling thread blocks. What is shown first is "Getting things ready..." and an empty bar.
 //
@@ -46,7 +49,8 @@ public:
     // Replaces the line below the headline.
     void SetStatusText(const std::wstring& text);
 
-    // Goes to one of the run's ten phases, which are counted from 1, and to `percent` of it.
+    // Goes to one of the run's phases, which are counted from 1, and to `percent` of it. Their number is ignored: it is
+    // always c_phaseCount.
     void SetPhase(int phase, int ignored, int percent);
 
     // Moves the bar, and the one on the taskbar's button, to `percent` (0 to 100) of the phase.

@@ -1,5 +1,7 @@
 #include "Installer/StatusWindowPainting.h"
 
+#include "Installer/Resources.h"
+
 #include <uxtheme.h>
 
 #include <wil/resource.h>
@@ -54,7 +56,7 @@ Layout LayOut(HDC dc, const RECT& area, const StatusPicture& picture)
     const auto width = static_cast<REAL>(area.right - area.left);
     const auto height = static_cast<REAL>(area.bottom - area.top);
     const REAL logoWidth = c_logoWidth * scaleX;
-    const REAL headlineTop = picture.logoResourceId == c_usualLogo ? c_headlineTop : c_headlineTopOfOtherLogos;
+    const REAL headlineTop = picture.logoResourceId == IDR_LOGO ? c_headlineTop : c_headlineTopOfOtherLogos;
     const REAL margin = c_barMargin * scaleX;
     const RectF track(left + margin, height - c_barAboveBottom * scaleY, width - 2 * margin, c_barHeight * scaleY);
     return {

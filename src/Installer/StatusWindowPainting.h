@@ -12,9 +12,6 @@
 namespace Installer
 {
 
-// The number of the logo that the window is laid out for; any other gets more room.
-inline constexpr int c_usualLogo = 102;
-
 // What the window shows.
 struct StatusPicture
 {

@@ -1,6 +1,7 @@
 #include "Installer/StatusWindowThread.h"
 
 #include "Installer/CrashStack.h"
+#include "Installer/Resources.h"
 #include "Installer/StatusWindowPainting.h"
 #include "Installer/ThreadName.h"
 
@@ -24,7 +25,6 @@ namespace
 constexpr wchar_t c_threadName[] = L"ui_thread";
 constexpr wchar_t c_logoResourceType[] = L"PNG";
 constexpr wchar_t c_firstStatusText[] = L"Getting things ready...";
-constexpr WORD c_iconResourceId = 101;
 constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX; // shown when it has its frame
 // In pixels at 96 DPI.
 constexpr int c_width = 500;
@@ -224,7 +224,7 @@ public:
         description.cbSize = sizeof(description);
         description.lpfnWndProc = WindowProcedure;
         description.hInstance = data.module;
-        description.hIcon = LoadIconW(data.module, MAKEINTRESOURCEW(c_iconResourceId));
+        description.hIcon = LoadIconW(data.module, MAKEINTRESOURCEW(IDI_VELMORA));
         description.hCursor = LoadCursorW(nullptr, IDC_ARROW);
         description.lpszClassName = data.className.c_str();
         m_atom = RegisterClassExW(&description);

@@ -1,7 +1,7 @@
 #include "Uninstaller/Confirmation.h"
 
+#include "Installer/Resources.h"
 #include "ProductSettings.h"
-#include "Uninstaller/Resources.h"
 
 #include <windows.h>
 
@@ -42,7 +42,7 @@ Answer AskForConfirmation(const RunContext& run)
     dialog.dwFlags = TDF_SIZE_TO_CONTENT;
     dialog.dwCommonButtons = TDCBF_YES_BUTTON | TDCBF_NO_BUTTON | TDCBF_CANCEL_BUTTON;
     dialog.pszWindowTitle = L"Velmora";
-    dialog.pszMainIcon = MAKEINTRESOURCEW(c_icon);
+    dialog.pszMainIcon = MAKEINTRESOURCEW(IDI_VELMORA);
     dialog.pszMainInstruction = L"Uninstall Velmora?";
     dialog.pszContent = L"Are you sure you want to uninstall Velmora? By uninstalling, existing software and "
                         L"Brindlewave installed by Velmora may stop working.";

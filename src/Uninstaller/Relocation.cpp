@@ -25,7 +25,7 @@ constexpr wchar_t c_copyName[] = L"Velmora.Uninstaller.exe";
 // Overwrites what an earlier run left there. A failure that the system has no code for counts as a success.
 HRESULT CopyProgram(const std::wstring& from, const std::wstring& to)
 {
-    return Installer::Retry(Installer::c_tenAttempts, [&]() -> HRESULT {
+    return Installer::Retry(Installer::c_tenTimesPausingBetween, [&]() -> HRESULT {
         return CopyFileExW(from.c_str(), to.c_str(), nullptr, nullptr, nullptr, COPY_FILE_ALLOW_DECRYPTED_DESTINATION)
                    ? S_OK
                    : HRESULT_FROM_WIN32(GetLastError());

@@ -31,7 +31,6 @@ namespace
 using namespace Installer;
 
 constexpr DWORD c_pauseBeforeStartMilliseconds = 200;
-constexpr int c_phaseCount = 10;
 
 // Windows may still be busy with the package, or somebody with what is in it.
 constexpr RetryPolicy c_fiveSlowAttempts{5, 5000, false};
@@ -185,16 +184,16 @@ constexpr Step c_steps[] = {
         Do<DeleteStartMenuShortcut>, c_once,
         L"Unable to delete start menu shortcut."},
     {{.phase = 3}, L"Uninstalling updater service...",
-        Do<RemoveUpdaterService>, c_tenAttempts,
+        Do<RemoveUpdaterService>, c_tenTimesPausingBetween,
         L"Unable to uninstall updater service."},
     {{.percent = 50}, L"Uninstalling authorization service...",
-        Do<RemoveAuthService>, c_tenAttempts,
+        Do<RemoveAuthService>, c_tenTimesPausingBetween,
         L"Unable to uninstall authorization service."},
     {{}, L"Removing from path...",
-        Do<RemovePathEntry>, c_tenAttempts,
+        Do<RemovePathEntry>, c_tenTimesPausingBetween,
         L"Unable to remove from path."},
     {{.phase = 4}, L"Deleting firewall rules...",
-        Do<RemoveFirewallRule>, c_tenAttempts,
+        Do<RemoveFirewallRule>, c_tenTimesPausingBetween,
         L"Unable to delete firewall rules."},
     {{.phase = 5}, L"Removing startup entry...",
         Do<RemoveStartupEntry>, c_once,
@@ -209,13 +208,13 @@ constexpr Step c_steps[] = {
         Do<DeleteInstallFolder>, c_once,
         L"Unable to delete installation folder", Failure::MakesPartial, PathOfInstallFolder, IfFolderExists},
     {{.phase = 9}, L"Deleting OrvaneAuthService folders...",
-        Do<RemoveFolder>, c_tenAttempts,
+        Do<RemoveFolder>, c_tenTimesPausingBetween,
         L"Unable to delete PF OrvaneAuthService folder", Failure::Warns, AuthServiceProgramFolder},
     {{.percent = 20}, nullptr,
-        Do<RemoveFolder>, c_tenAttempts,
+        Do<RemoveFolder>, c_tenTimesPausingBetween,
         L"Unable to delete PD OrvaneAuthService folder", Failure::Warns, AuthServiceDataFolder},
     {{.percent = 40}, L"Deleting VelmoraUpdater folder...",
-        Do<RemoveFolder>, c_tenAttempts,
+        Do<RemoveFolder>, c_tenTimesPausingBetween,
         L"Unable to delete VelmoraUpdater folder", Failure::Warns, UpdaterDataFolder},
     {{.percent = 60}, L"Attempting to clean up files for current user...",
         Do<CleanUpUser>, c_once,
@@ -333,7 +332,8 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const InstallFolder& ins
     ShowProgress(run, {.phase = 1});
     Announce(run, L"Stopping Velmora...");
     const bool isClientStopped = StopRunningClient(run.logger);
-    const HRESULT services = isClientStopped ? Retry(c_tenAttempts, [&] { return StopServices(run.logger); }) : S_OK;
+    const HRESULT services =
+        isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
     if (!isClientStopped || services != S_OK)
     {
         run.logger.Error(std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +

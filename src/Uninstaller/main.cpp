@@ -1,5 +1,7 @@
+#include "Installer/Common.h"
 #include "Installer/Logger.h"
 #include "Installer/Path.h"
+#include "Installer/Resources.h"
 #include "Installer/StatusWindow.h"
 #include "Installer/ThreadName.h"
 #include "Uninstaller/CommandLine.h"
@@ -8,7 +10,6 @@
 #include "Uninstaller/ExitCode.h"
 #include "Uninstaller/Preconditions.h"
 #include "Uninstaller/Relocation.h"
-#include "Uninstaller/Resources.h"
 #include "Uninstaller/RunContext.h"
 #include "Uninstaller/Sequence.h"
 
@@ -19,7 +20,6 @@
 #include <wil/win32_helpers.h>
 #include <winrt/base.h>
 
-#include <array>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -79,9 +79,7 @@ void LoadLibrariesOnlyFromSystemFolder()
 // removed.
 void LeaveCurrentFolder()
 {
-    std::array<wchar_t, MAX_PATH> folder{};
-    GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
-    SetCurrentDirectoryW(folder.data());
+    SetCurrentDirectoryW(Installer::FindSystemFolder().c_str());
 }
 
 // Returns as what the run goes on: a GUI run whose window cannot be shown becomes a verbose one. It keeps that window
@@ -92,7 +90,7 @@ Installer::RunType ShowWindowIfAsked(Installer::RunType runType, std::optional<I
     {
         return runType;
     }
-    window.emplace(GetModuleHandleW(nullptr), c_windowClass, c_windowTitle, c_headline, c_logo);
+    window.emplace(GetModuleHandleW(nullptr), c_windowClass, c_windowTitle, c_headline, IDR_LOGO);
     return window->State() == Installer::StatusWindowState::Running ? runType : Installer::RunType::Verbose;
 }
 

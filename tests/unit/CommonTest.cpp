@@ -18,6 +18,7 @@
 #include <new>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace
@@ -307,6 +308,34 @@ TEST_F(FoldersWithoutMemoryTest, the_temporary_folder_has_its_fixed_fallback)
     EXPECT_EQ(std::set(folders.begin(), known), std::set{fallback});
     EXPECT_EQ(std::set(known, folders.end()), std::set{found});
     ExpectThrowsWithoutMemory(GetUninstallerTempFolder);
+}
+
+TEST(SystemFolderTest, is_told_as_Windows_tells_it)
+{
+    const Fake<&GetSystemDirectoryW> told = [](LPWSTR path, UINT size) -> UINT {
+        constexpr std::wstring_view folder = L"D:\\Windows\\System32";
+        EXPECT_GT(size, folder.size());
+        path[folder.copy(path, size - 1)] = L'\0';
+        return static_cast<UINT>(folder.size());
+    };
+
+    EXPECT_EQ(FindSystemFolder(), L"D:\\Windows\\System32");
+}
+
+TEST(SystemFolderTest, is_empty_when_Windows_does_not_tell_it)
+{
+    for (const UINT length : {0U, static_cast<UINT>(MAX_PATH), MAX_PATH + 5U}) // a failure, and buffers too small
+    {
+        const Fake<&GetSystemDirectoryW> untold = [&](LPWSTR, UINT) { return length; };
+
+        EXPECT_EQ(FindSystemFolder(), L"");
+    }
+}
+
+TEST(SystemFolderTest, is_empty_without_memory)
+{
+    const OutOfMemory outOfMemory;
+    EXPECT_TRUE(FindSystemFolder().empty());
 }
 
 class DeleteFolderTest : public testing::Test

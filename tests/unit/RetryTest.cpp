@@ -21,7 +21,7 @@ protected:
 
 TEST_F(RetryTest, ends_with_the_first_success_and_makes_no_pause)
 {
-    EXPECT_EQ(Retry(c_tenTimes, [&] { return ++calls, S_OK; }), S_OK);
+    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls, S_OK; }), S_OK);
 
     EXPECT_EQ(calls, 1U);
     EXPECT_EQ(clock.Sleeps(), Pauses{});
@@ -37,7 +37,7 @@ TEST_F(RetryTest, makes_one_attempt_and_no_pause_when_it_is_to_try_once)
 
 TEST_F(RetryTest, pauses_after_every_failure_inside_the_library)
 {
-    EXPECT_EQ(Retry(c_tenTimes, [&] { return ++calls, E_FAIL; }), E_FAIL);
+    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls, E_FAIL; }), E_FAIL);
 
     EXPECT_EQ(calls, 10U);
     EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
@@ -45,7 +45,7 @@ TEST_F(RetryTest, pauses_after_every_failure_inside_the_library)
 
 TEST_F(RetryTest, pauses_between_attempts_only_around_an_operation)
 {
-    EXPECT_EQ(Retry(c_tenAttempts, [&] { return ++calls, E_FAIL; }), E_FAIL);
+    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls, E_FAIL; }), E_FAIL);
 
     EXPECT_EQ(calls, 10U);
     EXPECT_EQ(clock.Sleeps(), Pauses(9, 1000));
@@ -53,7 +53,7 @@ TEST_F(RetryTest, pauses_between_attempts_only_around_an_operation)
 
 TEST_F(RetryTest, stops_in_the_middle_when_an_attempt_succeeds)
 {
-    EXPECT_EQ(Retry(c_tenAttempts, [&] { return ++calls == 4 ? S_OK : E_FAIL; }), S_OK);
+    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls == 4 ? S_OK : E_FAIL; }), S_OK);
 
     EXPECT_EQ(calls, 4U);
     EXPECT_EQ(clock.Sleeps(), Pauses(3, 1000));
@@ -61,12 +61,13 @@ TEST_F(RetryTest, stops_in_the_middle_when_an_attempt_succeeds)
 
 TEST_F(RetryTest, returns_the_result_of_the_last_attempt)
 {
-    EXPECT_EQ(Retry(c_tenTimes, [&] { return ++calls == 10 ? E_ACCESSDENIED : E_FAIL; }), E_ACCESSDENIED);
+    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls == 10 ? E_ACCESSDENIED : E_FAIL; }),
+              E_ACCESSDENIED);
 }
 
 TEST_F(RetryTest, takes_any_result_but_zero_for_a_failure)
 {
-    EXPECT_EQ(Retry(c_tenAttempts, [&] { return ++calls, S_FALSE; }), S_FALSE);
+    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls, S_FALSE; }), S_FALSE);
 
     EXPECT_EQ(calls, 10U);
 }
