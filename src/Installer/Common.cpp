@@ -138,8 +138,7 @@ try
 {
     const std::wstring extended = ToExtendedPath(path);
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsLink(extended));
-    const HRESULT result =
-        wil::RemoveDirectoryRecursiveNoThrow(extended.c_str(), wil::RemoveDirectoryOptions::None, INVALID_HANDLE_VALUE);
+    const HRESULT result = wil::RemoveDirectoryRecursiveNoThrow(extended.c_str());
     return result == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ? S_OK : result;
 }
 CATCH_RETURN()

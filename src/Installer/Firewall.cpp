@@ -1,6 +1,7 @@
 #include "Installer/Firewall.h"
 
 #include <netfw.h>
+#include <oleauto.h>
 
 #include <wil/com.h>
 #include <wil/resource.h>

@@ -4,7 +4,9 @@
 
 #include <windows.h>
 
+#include <combaseapi.h>
 #include <exdisp.h>
+#include <oleauto.h>
 #include <servprov.h>
 #include <shellapi.h>
 #include <shldisp.h>

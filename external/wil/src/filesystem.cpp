@@ -1,5 +1,7 @@
 #include "wil/filesystem.h"
 
+#include "wil/resource.h"
+
 #include <winioctl.h>
 
 #include <algorithm>
@@ -123,12 +125,17 @@ unique_hfile OpenItself(PCWSTR path, DWORD access, DWORD share) noexcept
                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
+bool HasAttribute(DWORD attributes, DWORD attribute)
+{
+    return (attributes & attribute) != 0;
+}
+
 // Reads a file's attributes and, if it is a reparse point, the tag; 0 for the tag of anything else.
 DWORD ReadAttributes(HANDLE file, FILE_ATTRIBUTE_TAG_INFO& info)
 {
     if (GetFileInformationByHandleEx(file, FileAttributeTagInfo, &info, sizeof(info)))
     {
-        info.ReparseTag = WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) ? info.ReparseTag : 0;
+        info.ReparseTag = HasAttribute(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) ? info.ReparseTag : 0;
         return ERROR_SUCCESS;
     }
     // FAT32 and exFAT, which have no reparse points, cannot be asked for tags.
@@ -146,14 +153,8 @@ DWORD ReadAttributes(HANDLE file, FILE_ATTRIBUTE_TAG_INFO& info)
 // are files and directories like any: a cloud store's, a container's.
 bool IsLink(const FILE_ATTRIBUTE_TAG_INFO& info)
 {
-    return WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) &&
+    return HasAttribute(info.FileAttributes, FILE_ATTRIBUTE_REPARSE_POINT) &&
            (info.ReparseTag == 0 || IsReparseTagNameSurrogate(info.ReparseTag));
-}
-
-// Whether what lies below this belongs to it.
-bool CanRecurseInto(const FILE_ATTRIBUTE_TAG_INFO& info)
-{
-    return WI_IsFlagSet(info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY) && !IsLink(info);
 }
 
 // The data of a mount point before its names, whose offsets count from its end. A program's headers do not have it.
@@ -173,10 +174,10 @@ struct MountPointData
 class TreeRemoval
 {
 public:
-    TreeRemoval(std::wstring root, RemoveDirectoryOptions options) : m_path(std::move(root)), m_options(options) {}
+    explicit TreeRemoval(std::wstring root) : m_path(std::move(root)) {}
 
-    // rootHandle: the root's own handle, or INVALID_HANDLE_VALUE. Returns S_OK or the first failure.
-    HRESULT Run(HANDLE rootHandle);
+    // Returns S_OK or the first failure.
+    HRESULT Run();
 
 private:
     // A directory, or a link to one, that is held open.
@@ -205,11 +206,11 @@ private:
     };
 
     DWORD Open(Directory& directory) const;
-    HRESULT OpenRoot(HANDLE handle, Directory& root) const;
+    HRESULT OpenRoot(Directory& root) const;
 
     void Enter(Directory directory);
     void RemoveFilesOfListing(bool& isFirst, bool& isLast);
-    void RemoveFile(DWORD attributes);
+    void RemoveFile();
     void RemoveNextSubdirectory();
     void Leave();
     static DWORD Delete(const Directory& directory);
@@ -219,16 +220,15 @@ private:
     void Fail(DWORD error);
 
     std::wstring m_path; // what is being worked on
-    RemoveDirectoryOptions m_options;
     std::vector<Level> m_levels;
     std::vector<ULONGLONG> m_listing = std::vector<ULONGLONG>(c_listingBytes / sizeof(ULONGLONG));
     HRESULT m_firstFailure = S_OK;
 };
 
-HRESULT TreeRemoval::Run(HANDLE rootHandle)
+HRESULT TreeRemoval::Run()
 {
     Directory root;
-    RETURN_IF_FAILED(OpenRoot(rootHandle, root));
+    RETURN_IF_FAILED(OpenRoot(root));
     Enter(std::move(root));
     while (!m_levels.empty())
     {
@@ -274,26 +274,14 @@ DWORD TreeRemoval::Open(Directory& directory) const
     return ReadAttributes(directory.handle.get(), directory.info);
 }
 
-HRESULT TreeRemoval::OpenRoot(HANDLE handle, Directory& root) const
+HRESULT TreeRemoval::OpenRoot(Directory& root) const
 {
-    DWORD error = ERROR_SUCCESS;
-    if (handle != INVALID_HANDLE_VALUE)
-    {
-        HANDLE copy = nullptr;
-        RETURN_IF_WIN32_BOOL_FALSE(
-            DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
-        root.handle.reset(copy);
-        error = ReadAttributes(root.handle.get(), root.info);
-    }
-    else
-    {
-        error = Open(root);
-    }
+    const DWORD error = Open(root);
     // An absent directory is told in one way, whether the directory above it exists or not.
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), error == ERROR_FILE_NOT_FOUND);
     RETURN_IF_WIN32_ERROR(error);
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_DIRECTORY),
-                 WI_IsFlagClear(root.info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY));
+                 !HasAttribute(root.info.FileAttributes, FILE_ATTRIBUTE_DIRECTORY));
     // Some systems open a link's target all the same: then its path alone is seen as a reparse point.
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED),
                  IsLink(root.info) || IsLink({.FileAttributes = GetFileAttributesW(m_path.c_str()),
@@ -334,10 +322,10 @@ void TreeRemoval::RemoveFilesOfListing(bool& isFirst, bool& isLast)
     {
         const auto& entry = *static_cast<const FILE_FULL_DIR_INFO*>(next);
         const std::wstring_view name(entry.FileName, entry.FileNameLength / sizeof(wchar_t));
-        if (WI_IsFlagClear(entry.FileAttributes, FILE_ATTRIBUTE_DIRECTORY))
+        if (!HasAttribute(entry.FileAttributes, FILE_ATTRIBUTE_DIRECTORY))
         {
             Name(name);
-            RemoveFile(entry.FileAttributes);
+            RemoveFile();
         }
         else if (name != L"." && name != L"..")
         {
@@ -354,25 +342,10 @@ void TreeRemoval::RemoveFilesOfListing(bool& isFirst, bool& isLast)
     }
 }
 
-void TreeRemoval::RemoveFile(DWORD attributes)
+void TreeRemoval::RemoveFile()
 {
-    if (DeleteFileW(m_path.c_str()))
-    {
-        return;
-    }
-    DWORD error = GetLastError();
-    if (error == ERROR_ACCESS_DENIED && WI_IsFlagSet(m_options, RemoveDirectoryOptions::RemoveReadOnly) &&
-        WI_IsFlagSet(attributes, FILE_ATTRIBUTE_READONLY))
-    {
-        const DWORD writable = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-        if (SetFileAttributesW(m_path.c_str(), writable != 0 ? writable : FILE_ATTRIBUTE_NORMAL) &&
-            DeleteFileW(m_path.c_str()))
-        {
-            return;
-        }
-        error = GetLastError();
-    }
-    if (error != ERROR_FILE_NOT_FOUND)
+    const DWORD error = DeleteFileW(m_path.c_str()) ? ERROR_SUCCESS : GetLastError();
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
     {
         Fail(error);
     }
@@ -421,8 +394,7 @@ void TreeRemoval::Leave()
         }
         return;
     }
-    const bool isKept = m_levels.empty() && WI_IsFlagSet(m_options, RemoveDirectoryOptions::KeepRootDirectory);
-    const DWORD error = isKept ? level.directory.listError : Delete(level.directory);
+    const DWORD error = Delete(level.directory);
     if (error != ERROR_SUCCESS)
     {
         Fail(error);
@@ -534,7 +506,7 @@ try
         const size_t parentLength = error == ERROR_PATH_NOT_FOUND && isGoingUp ? ParentLength(directory) : 0;
         if (parentLength == 0)
         {
-            RETURN_WIN32(error);
+            RETURN_IF_WIN32_ERROR(error);
         }
         lengths.push_back(parentLength);
     }
@@ -542,32 +514,12 @@ try
 }
 CATCH_RETURN()
 
-unique_hfile TryCreateFileCanRecurseIntoDirectory(PCWSTR path, PWIN32_FIND_DATAW findData, DWORD access,
-                                                  DWORD share) noexcept
-{
-    unique_hfile directory = OpenItself(path, access, share);
-    FILE_ATTRIBUTE_TAG_INFO info{};
-    if (directory)
-    {
-        if (ReadAttributes(directory.get(), info) != ERROR_SUCCESS || !CanRecurseInto(info))
-        {
-            directory.reset();
-        }
-        else if (findData)
-        {
-            findData->dwFileAttributes = info.FileAttributes;
-            findData->dwReserved0 = info.ReparseTag;
-        }
-    }
-    return directory;
-}
-
-HRESULT RemoveDirectoryRecursiveNoThrow(PCWSTR path, RemoveDirectoryOptions options, HANDLE deleteHandle) noexcept
+HRESULT RemoveDirectoryRecursiveNoThrow(PCWSTR path) noexcept
 try
 {
     std::wstring root;
     RETURN_IF_FAILED(ExtendPath(path, root));
-    return TreeRemoval(std::move(root), options).Run(deleteHandle);
+    return TreeRemoval(std::move(root)).Run();
 }
 CATCH_RETURN()
 

@@ -12,14 +12,15 @@ constexpr size_t c_firstLength = 260;
 
 } // namespace
 
-std::wstring get_value_string(HKEY key, PCWSTR subkey, PCWSTR value_name)
+std::wstring get_value_string(HKEY key, PCWSTR value_name)
 {
     std::wstring text(c_firstLength, L'\0');
     for (;;)
     {
         auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-        const LSTATUS status = ::RegGetValueW(
-            key, subkey, value_name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, text.data(), &bytes);
+        const LSTATUS status =
+            ::RegGetValueW(key, nullptr, value_name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr,
+                           text.data(), &bytes);
         if (status != ERROR_MORE_DATA)
         {
             THROW_IF_WIN32_ERROR(status);
@@ -31,11 +32,6 @@ std::wstring get_value_string(HKEY key, PCWSTR subkey, PCWSTR value_name)
         // The value may have shrunk since it was measured, or not tell its size: never try the same length again.
         text.assign(std::max(bytes / sizeof(wchar_t) + 1, text.size() * 2), L'\0');
     }
-}
-
-std::wstring get_value_string(HKEY key, PCWSTR value_name)
-{
-    return get_value_string(key, nullptr, value_name);
 }
 
 } // namespace wil::reg

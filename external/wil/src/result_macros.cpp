@@ -4,7 +4,6 @@
 
 #include <array>
 #include <atomic>
-#include <cwchar>
 #include <new>
 
 namespace wil
@@ -18,7 +17,6 @@ using Callback = void(__stdcall*)(const FailureInfo&) noexcept;
 constexpr size_t c_lineCapacity = 2048;
 
 std::atomic<Callback> g_callback;
-std::atomic<long> g_failures;
 std::array<std::atomic<int>, 4> g_failuresOfType;
 
 PCWSTR TypeName(FailureType type) noexcept
@@ -47,6 +45,42 @@ std::string ToUtf8(std::wstring_view text)
     return bytes;
 }
 
+// One line about a failure: file, line, what was done, thread, code, the system's text, expression. Cut off at the
+// buffer's end.
+std::array<wchar_t, c_lineCapacity> DescribeFailure(const FailureInfo& failure) noexcept
+{
+    std::array<wchar_t, 256> text{};
+    DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                       static_cast<DWORD>(failure.hr), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+    while (length > 0 && text[length - 1] <= L' ')
+    {
+        text[--length] = L'\0';
+    }
+
+    std::array<wchar_t, c_lineCapacity> line{};
+    PWSTR end = line.data();
+    size_t capacity = line.size();
+    const auto append = [&](PCWSTR format, auto... arguments) {
+        StringCchPrintfExW(end, capacity, &end, &capacity, 0, format, arguments...);
+    };
+    if (failure.pszFile)
+    {
+        append(L"%hs(%u): ", failure.pszFile, failure.uLineNumber);
+    }
+    append(L"%ls(%d) tid(%lx) %08lX %ls", TypeName(failure.type), failure.cFailureCount, failure.threadId,
+           static_cast<unsigned long>(failure.hr), text.data());
+    if (failure.pszMessage)
+    {
+        append(L" Msg:[%ls]", failure.pszMessage);
+    }
+    if (failure.pszFunction)
+    {
+        append(L" [%hs(%hs)]", failure.pszFunction, failure.pszCode ? failure.pszCode : "");
+    }
+    return line;
+}
+
 // The code of the exception being handled and, in `text`, what it tells of itself; 0 for one of an unknown type.
 HRESULT DescribeCaughtException(std::array<wchar_t, c_lineCapacity>& text) noexcept
 {
@@ -56,7 +90,7 @@ HRESULT DescribeCaughtException(std::array<wchar_t, c_lineCapacity>& text) noexc
     }
     catch (const ResultException& exception)
     {
-        GetFailureLogString(text.data(), text.size(), exception.GetFailureInfo());
+        text = DescribeFailure(exception.GetFailureInfo());
         return exception.GetErrorCode();
     }
     catch (const std::bad_alloc& exception)
@@ -79,7 +113,6 @@ FailureInfo MakeFailure(FailureType type, const details::Place& place, HRESULT h
 {
     return {.type = type,
             .hr = FAILED(hr) ? hr : HRESULT_FROM_WIN32(ERROR_ASSERTION_FAILURE),
-            .failureId = ++g_failures,
             .pszMessage = message,
             .threadId = GetCurrentThreadId(),
             .pszCode = place.code,
@@ -99,12 +132,8 @@ void Notify(const FailureInfo& failure) noexcept
     }
     if (IsDebuggerPresent())
     {
-        std::array<wchar_t, c_lineCapacity> line{};
-        GetFailureLogString(line.data(), line.size() - 1, failure);
-        const size_t length = std::wcslen(line.data());
-        line[length] = L'\n';
-        line[length + 1] = L'\0';
-        OutputDebugStringW(line.data());
+        OutputDebugStringW(DescribeFailure(failure).data());
+        OutputDebugStringW(L"\n");
     }
     SetLastError(lastError);
 }
@@ -125,38 +154,6 @@ void SetResultLoggingCallback(Callback callback) noexcept
     g_callback = callback;
 }
 
-HRESULT GetFailureLogString(PWSTR dest, size_t capacity, const FailureInfo& failure) noexcept
-{
-    std::array<wchar_t, 256> text{};
-    DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                       static_cast<DWORD>(failure.hr), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
-    while (length > 0 && text[length - 1] <= L' ')
-    {
-        text[--length] = L'\0';
-    }
-
-    PWSTR end = dest;
-    const auto append = [&](PCWSTR format, auto... arguments) {
-        StringCchPrintfExW(end, capacity, &end, &capacity, 0, format, arguments...);
-    };
-    if (failure.pszFile)
-    {
-        append(L"%hs(%u): ", failure.pszFile, failure.uLineNumber);
-    }
-    append(L"%ls(%d) tid(%lx) %08lX %ls", TypeName(failure.type), failure.cFailureCount, failure.threadId,
-           static_cast<unsigned long>(failure.hr), text.data());
-    if (failure.pszMessage)
-    {
-        append(L" Msg:[%ls]", failure.pszMessage);
-    }
-    if (failure.pszFunction)
-    {
-        append(L" [%hs(%hs)]", failure.pszFunction, failure.pszCode ? failure.pszCode : "");
-    }
-    return S_OK;
-}
-
 ResultException::ResultException(const FailureInfo& failure) noexcept : m_failure(failure)
 {
     m_failure.pszMessage = nullptr;
@@ -174,21 +171,13 @@ ResultException::ResultException(const FailureInfo& failure) noexcept : m_failur
     }
 }
 
-ResultException::ResultException(HRESULT hr) noexcept : m_failure{}
-{
-    m_failure.type = FailureType::Exception;
-    m_failure.hr = hr;
-}
-
 const char* ResultException::what() const noexcept
 {
     try
     {
         if (!m_what)
         {
-            std::array<wchar_t, c_lineCapacity> line{};
-            GetFailureLogString(line.data(), line.size(), m_failure);
-            m_what = std::make_shared<const std::string>(ToUtf8(line.data()));
+            m_what = std::make_shared<const std::string>(ToUtf8(DescribeFailure(m_failure).data()));
         }
         return m_what->c_str();
     }
@@ -196,13 +185,6 @@ const char* ResultException::what() const noexcept
     {
         return "A failure, and no memory left to tell which";
     }
-}
-
-HRESULT ResultFromCaughtException() noexcept
-{
-    std::array<wchar_t, c_lineCapacity> text{};
-    const HRESULT hr = DescribeCaughtException(text);
-    return FAILED(hr) ? hr : FailFast({});
 }
 
 namespace details
@@ -226,19 +208,6 @@ void ReportAndThrow(const Place& place, HRESULT hr)
     const FailureInfo failure = MakeFailure(FailureType::Exception, place, hr, nullptr);
     Notify(failure);
     throw ResultException(failure);
-}
-
-DWORD ReportLastError(FailureType type, const Place& place) noexcept
-{
-    const DWORD error = LastErrorOfFailure();
-    Report(type, place, HRESULT_FROM_WIN32(error));
-    SetLastError(error);
-    return error;
-}
-
-void ReportLastErrorAndThrow(const Place& place)
-{
-    ReportAndThrow(place, HRESULT_FROM_WIN32(LastErrorOfFailure()));
 }
 
 HRESULT ReportCaughtException(FailureType type, const Place& place) noexcept

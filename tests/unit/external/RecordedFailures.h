@@ -18,7 +18,6 @@ struct RecordedFailure
     unsigned int line;
     std::string file; // without its folder
     std::wstring message;
-    long id;
     DWORD thread;
 };
 
@@ -45,7 +44,7 @@ private:
         std::string file = failure.pszFile ? failure.pszFile : "";
         file.erase(0, file.find_last_of("\\/") + 1);
         s_failures.push_back({failure.type, failure.hr, failure.uLineNumber, file,
-                              failure.pszMessage ? failure.pszMessage : L"", failure.failureId, failure.threadId});
+                              failure.pszMessage ? failure.pszMessage : L"", failure.threadId});
         // What a callback does must not reach the caller of the macro.
         SetLastError(ERROR_BAD_COMMAND);
     }

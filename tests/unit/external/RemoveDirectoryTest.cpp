@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <wil/filesystem.h>
+#include <wil/resource.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +17,6 @@
 #include <vector>
 
 using namespace Testing;
-using wil::RemoveDirectoryOptions;
 using wil::RemoveDirectoryRecursiveNoThrow;
 
 namespace
@@ -27,10 +27,7 @@ constexpr HRESULT c_isLink = HRESULT_FROM_WIN32(4395);
 class RemoveDirectoryTest : public testing::Test
 {
 protected:
-    HRESULT Remove(const std::wstring& name, RemoveDirectoryOptions options = RemoveDirectoryOptions::None)
-    {
-        return RemoveDirectoryRecursiveNoThrow((folder / name).c_str(), options);
-    }
+    HRESULT Remove(const std::wstring& name) { return RemoveDirectoryRecursiveNoThrow((folder / name).c_str()); }
 
     void AddReadOnlyFile(const std::wstring& name)
     {
@@ -64,14 +61,6 @@ TEST_F(RemoveDirectoryTest, removes_a_tree_with_its_root)
     EXPECT_EQ(Remove(L"tree"), S_OK);
     EXPECT_FALSE(Exists(folder / L"tree"));
     EXPECT_TRUE(Exists(folder / L"beside"));
-}
-
-TEST_F(RemoveDirectoryTest, empties_a_tree_and_keeps_its_root)
-{
-    folder.AddFile(L"tree\\sub\\file");
-    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::KeepRootDirectory), S_OK);
-    EXPECT_TRUE(Exists(folder / L"tree"));
-    EXPECT_FALSE(Exists(folder / L"tree\\sub"));
 }
 
 TEST_F(RemoveDirectoryTest, takes_a_path_in_every_form)
@@ -442,86 +431,6 @@ TEST_F(RemoveDirectoryTest, does_not_try_to_delete_a_directory_twice_when_access
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(RemoveDirectoryTest, removes_a_read_only_file_only_when_it_shall_and_is_the_reason)
-{
-    AddReadOnlyFile(L"tree\\read-only");
-    folder.AddFile(L"tree\\plain");
-    int changes = 0;
-    const Fake<&SetFileAttributesW> attributes = [&](const wchar_t* path, DWORD value) {
-        ++changes;
-        EXPECT_EQ(value & FILE_ATTRIBUTE_READONLY, 0U);
-        EXPECT_NE(value, 0U);
-        return Fake<&SetFileAttributesW>::Real(path, value);
-    };
-    EXPECT_EQ(Remove(L"tree"), E_ACCESSDENIED);
-    EXPECT_EQ(changes, 0);
-    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::RemoveReadOnly), S_OK);
-    EXPECT_EQ(changes, 1);
-}
-
-TEST_F(RemoveDirectoryTest, RemoveReadOnly_gives_a_file_that_is_nothing_but_read_only_no_attribute_at_all)
-{
-    AddReadOnlyFile(L"tree\\read-only");
-    const Fake<&GetFileInformationByHandleEx> inform = [](HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, void* answer,
-                                                          DWORD size) {
-        const BOOL result = Fake<&GetFileInformationByHandleEx>::Real(handle, kind, answer, size);
-        for (auto* entry = kind == FileFullDirectoryRestartInfo ? static_cast<std::byte*>(answer) : nullptr; entry;)
-        {
-            auto& info = *static_cast<FILE_FULL_DIR_INFO*>(static_cast<void*>(entry));
-            if ((info.FileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
-            {
-                info.FileAttributes = FILE_ATTRIBUTE_READONLY;
-            }
-            entry = info.NextEntryOffset != 0 ? entry + info.NextEntryOffset : nullptr;
-        }
-        return result;
-    };
-    DWORD given = 0;
-    const Fake<&SetFileAttributesW> attributes = [&](const wchar_t* path, DWORD value) {
-        given = value;
-        return Fake<&SetFileAttributesW>::Real(path, value);
-    };
-    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::RemoveReadOnly), S_OK);
-    EXPECT_EQ(given, DWORD{FILE_ATTRIBUTE_NORMAL});
-}
-
-TEST_F(RemoveDirectoryTest, RemoveReadOnly_leaves_a_file_that_is_denied_for_another_reason)
-{
-    folder.AddFile(L"tree\\file");
-    int changes = 0;
-    const Fake<&DeleteFileW> remove = [](const wchar_t*) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    };
-    const Fake<&SetFileAttributesW> attributes = [&](const wchar_t*, DWORD) {
-        ++changes;
-        return TRUE;
-    };
-    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::RemoveReadOnly), E_ACCESSDENIED);
-    EXPECT_EQ(changes, 0);
-}
-
-TEST_F(RemoveDirectoryTest, keeps_the_root_and_tells_what_stays_in_it)
-{
-    AddReadOnlyFile(L"tree\\read-only");
-    folder.AddFile(L"tree\\sub\\file");
-    EXPECT_EQ(Remove(L"tree", RemoveDirectoryOptions::KeepRootDirectory), E_ACCESSDENIED);
-    EXPECT_FALSE(Exists(folder / L"tree\\sub"));
-}
-
-TEST_F(RemoveDirectoryTest, works_through_the_handle_that_the_caller_holds)
-{
-    folder.AddFile(L"tree\\sub\\file");
-    {
-        const wil::unique_hfile root = wil::TryCreateFileCanRecurseIntoDirectory((folder / L"tree").c_str(), nullptr);
-        ASSERT_TRUE(root);
-        EXPECT_EQ(RemoveDirectoryRecursiveNoThrow((folder / L"tree").c_str(), RemoveDirectoryOptions::None, root.get()),
-                  S_OK);
-        EXPECT_TRUE(root);
-    }
-    EXPECT_FALSE(Exists(folder / L"tree"));
-}
-
 TEST_F(RemoveDirectoryTest, refuses_a_link_as_its_root)
 {
     folder.AddFile(L"target\\precious");
@@ -529,7 +438,6 @@ TEST_F(RemoveDirectoryTest, refuses_a_link_as_its_root)
     for (const wchar_t* const name : {L"link", L"link\\", L"link//"})
     {
         EXPECT_EQ(Remove(name), c_isLink);
-        EXPECT_EQ(Remove(name, RemoveDirectoryOptions::KeepRootDirectory), c_isLink);
     }
     {
         const LinksAsOnWindows links;

@@ -28,44 +28,44 @@ FailureInfo Failure(FailureType type)
     return failure;
 }
 
-std::wstring Line(const FailureInfo& failure, size_t capacity = 300)
+std::string Line(const FailureInfo& failure)
 {
-    std::wstring line(300, L'#');
-    EXPECT_EQ(wil::GetFailureLogString(line.data(), capacity, failure), S_OK);
-    return line.c_str();
+    return wil::ResultException(failure).what();
 }
 
 } // namespace
 
-TEST(GetFailureLogString, tells_all_in_one_line)
+TEST(FailureText, tells_all_in_one_line)
 {
     FailureInfo failure = Failure(FailureType::Return);
-    EXPECT_EQ(Line(failure), L"Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. [Run(Call())]");
+    EXPECT_EQ(Line(failure), "Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. [Run(Call())]");
     failure.pszMessage = L"more";
     failure.pszCode = nullptr;
-    EXPECT_EQ(Line(failure), L"Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. Msg:[more] [Run()]");
+    EXPECT_EQ(Line(failure), "Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. Msg:[more] [Run()]");
 }
 
-TEST(GetFailureLogString, names_what_was_done)
+TEST(FailureText, names_what_was_done)
 {
-    EXPECT_THAT(Line(Failure(FailureType::Exception)), testing::HasSubstr(L" Exception("));
-    EXPECT_THAT(Line(Failure(FailureType::Log)), testing::HasSubstr(L" LogHr("));
-    EXPECT_THAT(Line(Failure(FailureType::FailFast)), testing::HasSubstr(L" FailFast("));
+    EXPECT_THAT(Line(Failure(FailureType::Exception)), testing::HasSubstr(" Exception("));
+    EXPECT_THAT(Line(Failure(FailureType::Log)), testing::HasSubstr(" LogHr("));
+    EXPECT_THAT(Line(Failure(FailureType::FailFast)), testing::HasSubstr(" FailFast("));
 }
 
-TEST(GetFailureLogString, leaves_out_what_is_not_known)
+TEST(FailureText, leaves_out_what_is_not_known)
 {
     FailureInfo failure{};
     failure.type = FailureType::Log;
     failure.hr = static_cast<HRESULT>(0xA1234567);
-    EXPECT_EQ(Line(failure), L"LogHr(0) tid(0) A1234567 ");
+    EXPECT_EQ(Line(failure), "LogHr(0) tid(0) A1234567 ");
 }
 
-TEST(GetFailureLogString, is_cut_off_at_the_end_of_the_buffer)
+TEST(FailureText, is_cut_off_where_it_becomes_too_long)
 {
-    EXPECT_EQ(Line(Failure(FailureType::Log), 8), L"Folder/");
-    EXPECT_EQ(Line(Failure(FailureType::Log), 1), L"");
-    EXPECT_EQ(wil::GetFailureLogString(nullptr, 0, Failure(FailureType::Log)), S_OK);
+    const std::wstring message(3000, L'x');
+    FailureInfo failure = Failure(FailureType::Log);
+    failure.pszMessage = message.c_str();
+    EXPECT_EQ(Line(failure).size(), 2047U);
+    EXPECT_THAT(Line(failure), testing::EndsWith("xxx"));
 }
 
 TEST(ResultLine, ends_where_the_next_one_begins)
@@ -73,17 +73,12 @@ TEST(ResultLine, ends_where_the_next_one_begins)
     std::wstring output;
     const Fake<&IsDebuggerPresent> debugger = [] { return TRUE; };
     const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output += text; };
-    LOG_HR(E_ABORT);
+    static_cast<void>([]() -> HRESULT {
+        RETURN_IF_FAILED(E_ABORT);
+        return S_OK;
+    }());
     EXPECT_THAT(output, testing::EndsWith(L"\n"));
     EXPECT_EQ(std::count(output.begin(), output.end(), L'\n'), 1);
-}
-
-TEST(ResultException, made_of_a_code_alone_tells_it)
-{
-    const wil::ResultException exception(E_ACCESSDENIED);
-    EXPECT_EQ(exception.GetErrorCode(), E_ACCESSDENIED);
-    EXPECT_EQ(exception.GetFailureInfo().type, FailureType::Exception);
-    EXPECT_STREQ(exception.what(), "Exception(0) tid(0) 80070005 Access denied.");
 }
 
 TEST(ResultException, keeps_a_message_that_goes)
@@ -98,7 +93,7 @@ TEST(ResultException, keeps_a_message_that_goes)
                                                      "fen]"));
 }
 
-TEST(ResultFromCaughtException, ends_the_process_for_an_exception_of_an_unknown_type)
+TEST(CATCH_RETURN, ends_the_process_for_an_exception_of_an_unknown_type)
 {
     const RecordedFailures failures;
     int ends = 0;
@@ -106,14 +101,14 @@ TEST(ResultFromCaughtException, ends_the_process_for_an_exception_of_an_unknown_
         EXPECT_EQ(flags, static_cast<DWORD>(FAIL_FAST_GENERATE_EXCEPTION_ADDRESS));
         ++ends;
     };
-    try
-    {
-        throw 1;
-    }
-    catch (...)
-    {
-        EXPECT_EQ(wil::ResultFromCaughtException(), HRESULT_FROM_WIN32(574));
-    }
+    const auto run = []() -> HRESULT {
+        try
+        {
+            throw 1;
+        }
+        CATCH_RETURN()
+    };
+    EXPECT_EQ(run(), HRESULT_FROM_WIN32(574));
     EXPECT_EQ(ends, 1);
     EXPECT_EQ(failures.Last().type, FailureType::FailFast);
     try
@@ -124,9 +119,15 @@ TEST(ResultFromCaughtException, ends_the_process_for_an_exception_of_an_unknown_
     EXPECT_EQ(ends, 2);
 }
 
-TEST(LOG_HR, of_a_success_is_recorded_as_a_failed_assertion)
+TEST(THROW_HR_IF, of_a_success_is_thrown_as_a_failed_assertion)
 {
-    const RecordedFailures failures;
-    EXPECT_EQ(LOG_HR(S_OK), S_OK);
-    EXPECT_EQ(failures.Last().hr, HRESULT_FROM_WIN32(668));
+    try
+    {
+        THROW_HR_IF(S_OK, true);
+        ADD_FAILURE() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(668));
+    }
 }

@@ -24,7 +24,6 @@ protected:
 
 using CreateDirectoryDeep = DirectoryTest;
 using RemoveDirectoryRecursive = DirectoryTest;
-using OpenDirectory = DirectoryTest;
 
 std::wstring Extended(const std::wstring& path)
 {
@@ -91,16 +90,6 @@ TEST_F(RemoveDirectoryRecursive, removes_a_directory_with_its_files)
     EXPECT_FALSE(Exists(folder / L"tree"));
 }
 
-TEST_F(RemoveDirectoryRecursive, keeps_the_root_when_it_shall)
-{
-    folder.AddFile(L"tree\\file");
-    EXPECT_EQ(wil::RemoveDirectoryRecursiveNoThrow((folder / L"tree").c_str(),
-                                                   wil::RemoveDirectoryOptions::KeepRootDirectory),
-              S_OK);
-    EXPECT_TRUE(Exists(folder / L"tree"));
-    EXPECT_FALSE(Exists(folder / L"tree\\file"));
-}
-
 TEST_F(RemoveDirectoryRecursive, tells_that_the_root_is_absent_in_one_way)
 {
     for (const wchar_t* const name : {L"absent", L"absent\\", L"absent\\sub", L"absent\\sub\\deeper"})
@@ -124,56 +113,4 @@ TEST_F(RemoveDirectoryRecursive, fails_on_a_read_only_file_and_leaves_it)
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(wil::RemoveDirectoryRecursiveNoThrow((folder / L"tree").c_str()), E_ACCESSDENIED);
     EXPECT_EQ(GetFileAttributesW(file.c_str()) & FILE_ATTRIBUTE_READONLY, DWORD{FILE_ATTRIBUTE_READONLY});
-}
-
-TEST_F(RemoveDirectoryRecursive, removes_read_only_files_when_it_shall)
-{
-    SetFileAttributesW(folder.AddFile(L"tree\\read-only").c_str(), FILE_ATTRIBUTE_READONLY);
-    EXPECT_EQ(
-        wil::RemoveDirectoryRecursiveNoThrow((folder / L"tree").c_str(), wil::RemoveDirectoryOptions::RemoveReadOnly),
-        S_OK);
-    EXPECT_FALSE(Exists(folder / L"tree"));
-}
-
-TEST_F(OpenDirectory, TryCreateFileCanRecurseIntoDirectory_opens_a_directory_and_tells_its_attributes)
-{
-    WIN32_FIND_DATAW found{};
-    found.dwReserved0 = 1;
-    EXPECT_TRUE(wil::TryCreateFileCanRecurseIntoDirectory(folder.AddFolder(L"a").c_str(), &found));
-    EXPECT_NE(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0U);
-    EXPECT_EQ(found.dwReserved0, 0U);
-}
-
-TEST_F(OpenDirectory, TryCreateFileCanRecurseIntoDirectory_holds_the_directory_in_its_place)
-{
-    const std::wstring path = folder.AddFolder(L"a");
-    const wil::unique_hfile directory = wil::TryCreateFileCanRecurseIntoDirectory(path.c_str(), nullptr);
-    ASSERT_TRUE(directory);
-    EXPECT_FALSE(MoveFileW(path.c_str(), (folder / L"b").c_str()));
-}
-
-TEST_F(OpenDirectory, TryCreateFileCanRecurseIntoDirectory_takes_directories_alone)
-{
-    EXPECT_FALSE(wil::TryCreateFileCanRecurseIntoDirectory(folder.AddFile(L"file").c_str(), nullptr));
-    EXPECT_FALSE(wil::TryCreateFileCanRecurseIntoDirectory((folder / L"absent").c_str(), nullptr));
-}
-
-TEST_F(OpenDirectory, TryCreateFileCanRecurseIntoDirectory_tells_links_from_other_reparse_points)
-{
-    const std::wstring path = folder.AddFolder(L"a");
-    DWORD tag = 0;
-    const Fake<&GetFileInformationByHandleEx> inform = [&](HANDLE, FILE_INFO_BY_HANDLE_CLASS kind, void* answer,
-                                                           DWORD) {
-        EXPECT_EQ(kind, FileAttributeTagInfo);
-        *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(answer) = {FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT, tag};
-        return TRUE;
-    };
-    const auto opens = [&](DWORD reparseTag) {
-        tag = reparseTag;
-        return wil::TryCreateFileCanRecurseIntoDirectory(path.c_str(), nullptr).is_valid();
-    };
-    EXPECT_FALSE(opens(0xA0000003)); // a junction
-    EXPECT_FALSE(opens(0xA000000C)); // a symbolic link
-    EXPECT_TRUE(opens(0x9000001A));  // a directory of a cloud store
-    EXPECT_TRUE(opens(0x80000018));  // a directory of a container's layer
 }

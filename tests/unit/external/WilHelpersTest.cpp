@@ -105,18 +105,6 @@ TEST(GetTokenInformation, asks_the_token_for_what_the_type_names)
     EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION>(token).TokenIsElevated, 3U);
 }
 
-TEST(GetTokenInformation, asks_the_effective_token_of_the_thread_by_default)
-{
-    const Fake<&GetTokenInformation> information = [&](HANDLE asked, TOKEN_INFORMATION_CLASS kind, void* answer, DWORD,
-                                                       DWORD*) {
-        EXPECT_EQ(asked, GetCurrentThreadEffectiveToken());
-        EXPECT_EQ(kind, TokenElevationType);
-        *static_cast<TOKEN_ELEVATION_TYPE*>(answer) = TokenElevationTypeLimited;
-        return TRUE;
-    };
-    EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION_TYPE>(), TokenElevationTypeLimited);
-}
-
 TEST(GetTokenInformation, gives_an_answer_of_any_size_as_an_owned_pointer)
 {
     const auto user = wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());

@@ -63,7 +63,6 @@ TEST_F(GetValueString, reads_a_text)
 {
     Write(Terminated(L"C:\\Program Files\\"));
     EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"C:\\Program Files\\");
-    EXPECT_EQ(wil::reg::get_value_string(HKEY_CURRENT_USER, keyName.c_str(), L"value"), L"C:\\Program Files\\");
 }
 
 TEST_F(GetValueString, reads_a_text_of_any_length)
@@ -79,14 +78,6 @@ TEST_F(GetValueString, does_not_expand_a_text_with_variables)
 {
     Write(Terminated(L"%TEMP%"), REG_EXPAND_SZ);
     EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"%TEMP%");
-}
-
-TEST_F(GetValueString, reads_the_unnamed_value)
-{
-    const std::wstring text = Terminated(L"unnamed");
-    RegSetValueExW(key.get(), nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.data()),
-                   static_cast<DWORD>(text.size() * sizeof(wchar_t)));
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), nullptr), L"unnamed");
 }
 
 TEST_F(GetValueString, copes_with_an_unterminated_text)

@@ -5,42 +5,8 @@
 
 #include <type_traits>
 
-// True when all, or at least one, of the bits are set.
-#define WI_IsFlagSet(val, flag) ::wil::details::AnyFlagSet(val, flag)
-#define WI_IsAnyFlagSet(val, flags) ::wil::details::AnyFlagSet(val, flags)
-#define WI_IsFlagClear(val, flag) (!::wil::details::AnyFlagSet(val, flag))
-
-// Whether a Win32 error code (DWORD, LSTATUS) tells success or failure.
-#define SUCCEEDED_WIN32(win32err) ((win32err) == 0)
-#define FAILED_WIN32(win32err) ((win32err) != 0)
-
 namespace wil
 {
-
-namespace details
-{
-
-template <class T>
-constexpr auto Number(T value) noexcept
-{
-    if constexpr (std::is_enum_v<T>)
-    {
-        return static_cast<std::underlying_type_t<T>>(value);
-    }
-    else
-    {
-        return value;
-    }
-}
-
-template <class T, class Flags>
-constexpr bool AnyFlagSet(T value, Flags flags) noexcept
-{
-    using Bits = std::make_unsigned_t<decltype(Number(value))>;
-    return (static_cast<Bits>(Number(value)) & static_cast<Bits>(Number(flags))) != 0;
-}
-
-} // namespace details
 
 // Gives back a condition as a bool: bool, BOOL, BOOLEAN or an object that converts to bool; nothing else compiles.
 template <class T>

@@ -8,10 +8,8 @@
 namespace wil::reg
 {
 
-// The text of a REG_SZ or REG_EXPAND_SZ value, not expanded, up to its first embedded zero. subkey null: the value lies
-// in the key itself; value_name null: the key's unnamed value. Throws ResultException with the code of any failure, an
-// absent key or value and a value of another type included.
-std::wstring get_value_string(HKEY key, PCWSTR subkey, PCWSTR value_name);
+// The text of a REG_SZ or REG_EXPAND_SZ value, not expanded, up to its first embedded zero. Throws ResultException with
+// the code of any failure, an absent key or value and a value of another type included.
 std::wstring get_value_string(HKEY key, PCWSTR value_name);
 
 } // namespace wil::reg

@@ -1,13 +1,13 @@
-// Owners of Windows' handles and memory: each closes or frees what it holds when it goes out of scope.
-#pragma once
+// Owners of Windows' handles and memory: each closes or frees what it holds when it goes out of scope. As in the
+// library, those of COM (<combaseapi.h>), of automation (<oleauto.h>) and of services (<winsvc.h>) are there for who
+// has included that header before; including this one once more after it adds them.
+#ifndef WIL_STAND_IN_RESOURCE_H
+#define WIL_STAND_IN_RESOURCE_H
 
 #include "result_macros.h"
 
-#include <combaseapi.h>
-#include <oleauto.h>
-#include <winsvc.h>
-
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -56,9 +56,6 @@ public:
 
     // Empty.
     unique_any_t() noexcept = default;
-    explicit(false) unique_any_t(std::nullptr_t) noexcept
-        requires EmptyPolicy::c_takesNull
-    {}
 
     // Takes the value over.
     explicit unique_any_t(Pointer value) noexcept : m_value(value) {}
@@ -73,12 +70,6 @@ public:
         }
         return *this;
     }
-    unique_any_t& operator=(std::nullptr_t) noexcept
-        requires EmptyPolicy::c_takesNull
-    {
-        reset();
-        return *this;
-    }
     unique_any_t& operator=(const unique_any_t&) = delete;
 
     ~unique_any_t() { reset(); }
@@ -86,8 +77,7 @@ public:
     // The value, still owned.
     Pointer get() const noexcept { return m_value; }
 
-    bool is_valid() const noexcept { return !EmptyPolicy::IsEmpty(m_value); }
-    explicit operator bool() const noexcept { return is_valid(); }
+    explicit operator bool() const noexcept { return !EmptyPolicy::IsEmpty(m_value); }
 
     // The value, now the caller's to close.
     [[nodiscard]] Pointer release() noexcept { return std::exchange(m_value, EmptyPolicy::Empty()); }
@@ -95,7 +85,7 @@ public:
     // Closes what is held and takes over another value. The last error stays as it was.
     void reset(Pointer value = EmptyPolicy::Empty()) noexcept
     {
-        if (is_valid())
+        if (*this)
         {
             const DWORD lastError = GetLastError();
             c_close(m_value);
@@ -103,9 +93,6 @@ public:
         }
         m_value = value;
     }
-
-    // Where the value lies, as it is: for a function that changes it.
-    Pointer* addressof() noexcept { return &m_value; }
 
     // Closes what is held and gives the place for a new value: for a function that brings one.
     Pointer* put() noexcept
@@ -115,13 +102,6 @@ public:
     }
     Pointer* operator&() noexcept { return put(); }
 
-    void swap(unique_any_t& other) noexcept { std::swap(m_value, other.m_value); }
-
-    friend void swap(unique_any_t& left, unique_any_t& right) noexcept { left.swap(right); }
-    friend bool operator==(const unique_any_t& left, const unique_any_t& right) noexcept
-    {
-        return left.m_value == right.m_value;
-    }
     friend bool operator==(const unique_any_t& owner, std::nullptr_t) noexcept
         requires EmptyPolicy::c_takesNull
     {
@@ -208,7 +188,7 @@ public:
     unique_dc& operator=(const unique_dc&) = delete;
     ~unique_dc()
     {
-        if (is_valid())
+        if (*this)
         {
             const DWORD lastError = GetLastError();
             Storage::Close(m_value);
@@ -217,8 +197,7 @@ public:
     }
 
     HDC get() const noexcept { return m_value.dc; }
-    bool is_valid() const noexcept { return m_value.dc != nullptr; }
-    explicit operator bool() const noexcept { return is_valid(); }
+    explicit operator bool() const noexcept { return m_value.dc != nullptr; }
 
 private:
     Storage m_value;
@@ -235,16 +214,11 @@ using unique_hdc_paint = details::unique_dc<details::PaintDc>;
     return unique_hdc_window({::GetDC(window), window});
 }
 
-// Begins to paint a window; the painting ends when the result goes out of scope. Empty when it cannot begin. Fills
-// `paint` in where it is given.
-[[nodiscard]] inline unique_hdc_paint BeginPaint(HWND window, PAINTSTRUCT* paint = nullptr) noexcept
+// Begins to paint a window; the painting ends when the result goes out of scope. Empty when it cannot begin.
+[[nodiscard]] inline unique_hdc_paint BeginPaint(HWND window) noexcept
 {
     details::PaintDc value{.dc = nullptr, .window = window, .paint = {}};
     value.dc = ::BeginPaint(window, &value.paint);
-    if (paint != nullptr)
-    {
-        *paint = value.paint;
-    }
     return unique_hdc_paint(value);
 }
 
@@ -257,46 +231,25 @@ using unique_process_handle = unique_any<HANDLE, decltype(&::CloseHandle), ::Clo
 using unique_hglobal = unique_any<HGLOBAL, decltype(&::GlobalFree), ::GlobalFree>;
 using unique_hwnd = unique_any<HWND, decltype(&::DestroyWindow), ::DestroyWindow>;
 using unique_hkey = unique_any<HKEY, decltype(&::RegCloseKey), ::RegCloseKey>;
-using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), ::CloseServiceHandle>;
-using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;
-using unique_hlocal_string = unique_any<PWSTR, decltype(&::LocalFree), ::LocalFree>;
-using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
 
-enum class EventOptions
+enum class EventOptions : DWORD
 {
-    None = 0x0,
-    ManualReset = 0x1, // stays signaled until it is reset, however many have waited for it
-    Signaled = 0x2,    // from the start
+    ManualReset = CREATE_EVENT_MANUAL_RESET, // stays signaled, however many have waited for it
 };
-DEFINE_ENUM_FLAG_OPERATORS(EventOptions)
 
 // An event that is closed at the end.
 class unique_event : public unique_handle
 {
 public:
-    // Empty.
-    unique_event() noexcept = default;
-
-    // Takes the event over.
-    explicit unique_event(HANDLE event) noexcept : unique_handle(event) {}
-
     // Makes a new event without a name. Throws ResultException with the last error.
-    explicit(false) unique_event(EventOptions options) { create(options); }
-
-    // The same, in place of what is held; a name lets others find the event.
-    void create(EventOptions options = EventOptions::None, PCWSTR name = nullptr,
-                SECURITY_ATTRIBUTES* security = nullptr)
+    explicit(false) unique_event(EventOptions options)
+        : unique_handle(::CreateEventExW(nullptr, nullptr, static_cast<DWORD>(options), EVENT_ALL_ACCESS))
     {
-        const DWORD flags = (WI_IsFlagSet(options, EventOptions::ManualReset) ? CREATE_EVENT_MANUAL_RESET : 0UL) |
-                            (WI_IsFlagSet(options, EventOptions::Signaled) ? CREATE_EVENT_INITIAL_SET : 0UL);
-        unique_event event(::CreateEventExW(security, name, flags, EVENT_ALL_ACCESS));
-        THROW_LAST_ERROR_IF_NULL(event.get());
-        *this = std::move(event);
+        THROW_LAST_ERROR_IF(!*this);
     }
 
     // These end the process when the event cannot be used, which nobody could go on from.
     void SetEvent() const noexcept { details::EndUnless(::SetEvent(get()) != FALSE); }
-    void ResetEvent() const noexcept { details::EndUnless(::ResetEvent(get()) != FALSE); }
 
     // Waits until the event is signaled. Returns false when the time is over before.
     bool wait(DWORD milliseconds = INFINITE, BOOL alertable = FALSE) const noexcept
@@ -305,77 +258,67 @@ public:
         details::EndUnless(status != WAIT_FAILED);
         return status == WAIT_OBJECT_0;
     }
-    bool is_signaled() const noexcept { return wait(0); }
 };
 
-// Is a structure that one function prepares and another one empties at the end. Moved, never copied.
-template <class Structure, class CloseFunction, CloseFunction c_close, class InitFunction, InitFunction c_init>
-class unique_struct : public Structure
+} // namespace wil
+
+#endif
+
+#if defined(_WINSVC_) && !defined(WIL_STAND_IN_WINSVC)
+#define WIL_STAND_IN_WINSVC
+
+namespace wil
+{
+
+using unique_schandle = unique_any<SC_HANDLE, decltype(&::CloseServiceHandle), ::CloseServiceHandle>;
+
+} // namespace wil
+
+#endif
+
+#if defined(_COMBASEAPI_H_) && !defined(WIL_STAND_IN_COMBASEAPI)
+#define WIL_STAND_IN_COMBASEAPI
+
+namespace wil
+{
+
+using unique_cotaskmem_string = unique_any<PWSTR, decltype(&::CoTaskMemFree), ::CoTaskMemFree>;
+
+} // namespace wil
+
+#endif
+
+#if defined(_OLEAUTO_H_) && !defined(WIL_STAND_IN_OLEAUTO)
+#define WIL_STAND_IN_OLEAUTO
+
+namespace wil
+{
+
+using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
+
+// Is a variant that is cleared at the end. Moved, never copied.
+class unique_variant : public VARIANT
 {
 public:
-    // Prepared, and nothing more.
-    unique_struct() noexcept { c_init(this); }
+    // Empty.
+    unique_variant() noexcept { ::VariantInit(this); }
 
-    // Takes over what the structure holds.
-    explicit unique_struct(const Structure& other) noexcept : Structure(other) {}
-    unique_struct(unique_struct&& other) noexcept : Structure(other.release()) {}
-    unique_struct(const unique_struct&) = delete;
+    // Takes over what the other one holds.
+    unique_variant(unique_variant&& other) noexcept : VARIANT(other) { ::VariantInit(&other); }
+    unique_variant(const unique_variant&) = delete;
+    unique_variant& operator=(const unique_variant&) = delete;
 
-    unique_struct& operator=(unique_struct&& other) noexcept
-    {
-        if (this != std::addressof(other))
-        {
-            reset(other.release());
-        }
-        return *this;
-    }
-    unique_struct& operator=(const unique_struct&) = delete;
-
-    ~unique_struct() { Close(); }
-
-    // The structure as it is: for a function that changes it.
-    Structure* addressof() noexcept { return this; }
-
-    // Empties the structure and gives it prepared: for a function that fills it.
-    Structure* reset_and_addressof() noexcept
-    {
-        reset();
-        return this;
-    }
-
-    // What the structure holds, now the caller's to empty.
-    [[nodiscard]] Structure release() noexcept
-    {
-        const Structure value(*this);
-        c_init(this);
-        return value;
-    }
-
-    // Empties the structure; it then is as new, or takes over what another one holds.
-    void reset() noexcept
-    {
-        Close();
-        c_init(this);
-    }
-    void reset(const Structure& other) noexcept
-    {
-        Close();
-        Structure::operator=(other);
-    }
-    void reset(const unique_struct&) = delete;
-
-private:
     // The last error stays as it was.
-    void Close() noexcept
+    ~unique_variant()
     {
         const DWORD lastError = GetLastError();
-        c_close(this);
+        ::VariantClear(this);
         SetLastError(lastError);
     }
-};
 
-using unique_variant =
-    unique_struct<VARIANT, decltype(&::VariantClear), ::VariantClear, decltype(&::VariantInit), ::VariantInit>;
+    // The variant as it is: for a function that changes it.
+    VARIANT* addressof() noexcept { return this; }
+};
 
 // A copy of a text as COM wants it. Throws ResultException with E_OUTOFMEMORY.
 inline unique_bstr make_bstr(PCWSTR source)
@@ -394,3 +337,5 @@ inline unique_variant make_variant_bstr(PCWSTR source)
 }
 
 } // namespace wil
+
+#endif

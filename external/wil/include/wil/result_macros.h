@@ -24,7 +24,6 @@ struct FailureInfo
 {
     FailureType type;
     HRESULT hr;               // always a failure
-    long failureId;           // counts all failures of the process
     PCWSTR pszMessage;        // more about it, or null
     DWORD threadId;           // the thread that met it
     PCSTR pszCode;            // the expression that failed, or null
@@ -38,10 +37,6 @@ struct FailureInfo
 // threads may fail.
 void SetResultLoggingCallback(void(__stdcall* callback)(const FailureInfo& failure) noexcept) noexcept;
 
-// Writes one line about a failure: file, line, what was done, thread, code, the system's text, expression. Cut off at
-// the buffer's end, always terminated; returns S_OK.
-HRESULT GetFailureLogString(PWSTR dest, size_t capacity, const FailureInfo& failure) noexcept;
-
 // The exception that the THROW_ macros throw.
 class ResultException : public std::exception
 {
@@ -49,16 +44,13 @@ public:
     // Copies all that the failure tells.
     explicit(false) ResultException(const FailureInfo& failure) noexcept;
 
-    // For a code alone, with no place.
-    explicit(false) ResultException(HRESULT hr) noexcept;
-
     // The code: always a failure.
     HRESULT GetErrorCode() const noexcept { return m_failure.hr; }
 
     // Where and what it was; valid as long as this exception or a copy of it.
     const FailureInfo& GetFailureInfo() const noexcept { return m_failure; }
 
-    // The line of GetFailureLogString in UTF-8. Never null.
+    // One line in UTF-8: file, line, what was done, thread, code, the system's text, expression. Never null.
     const char* what() const noexcept override;
 
 private:
@@ -66,11 +58,6 @@ private:
     std::shared_ptr<const std::wstring> m_message;
     mutable std::shared_ptr<const std::string> m_what;
 };
-
-// The code of the exception being handled (call it in a catch block): that of a ResultException, E_OUTOFMEMORY for
-// std::bad_alloc, that of ERROR_UNHANDLED_EXCEPTION for any other std::exception. An exception of another type ends the
-// process.
-HRESULT ResultFromCaughtException() noexcept;
 
 namespace details
 {
@@ -94,10 +81,6 @@ HRESULT Report(FailureType type, const Place& place, HRESULT hr, PCWSTR message 
 // Records the failure and throws it.
 [[noreturn]] void ReportAndThrow(const Place& place, HRESULT hr);
 
-// Records the last error, which stays the last error, and returns it.
-DWORD ReportLastError(FailureType type, const Place& place) noexcept;
-[[noreturn]] void ReportLastErrorAndThrow(const Place& place);
-
 // Records the exception being handled and returns its code.
 HRESULT ReportCaughtException(FailureType type, const Place& place) noexcept;
 
@@ -111,44 +94,10 @@ inline HRESULT ReturnWin32(const Place& place, DWORD error) noexcept
     return ReturnHr(place, HRESULT_FROM_WIN32(error));
 }
 
+// The last error, which stays the last error.
 inline HRESULT ReturnLastError(const Place& place) noexcept
 {
-    return HRESULT_FROM_WIN32(ReportLastError(FailureType::Return, place));
-}
-
-inline HRESULT LogHr(const Place& place, HRESULT hr) noexcept
-{
-    Report(FailureType::Log, place, hr);
-    return hr;
-}
-
-inline HRESULT LogIfFailed(const Place& place, HRESULT hr) noexcept
-{
-    return FAILED(hr) ? LogHr(place, hr) : hr;
-}
-
-inline DWORD LogIfWin32Error(const Place& place, DWORD error) noexcept
-{
-    LogIfFailed(place, HRESULT_FROM_WIN32(error));
-    return error;
-}
-
-inline BOOL LogIfWin32BoolFalse(const Place& place, BOOL result) noexcept
-{
-    if (!result)
-    {
-        ReportLastError(FailureType::Log, place);
-    }
-    return result;
-}
-
-inline bool LogLastErrorIf(const Place& place, bool condition) noexcept
-{
-    if (condition)
-    {
-        ReportLastError(FailureType::Log, place);
-    }
-    return condition;
+    return Report(FailureType::Return, place, HRESULT_FROM_WIN32(LastErrorOfFailure()));
 }
 
 inline HRESULT ThrowIfFailed(const Place& place, HRESULT hr)
@@ -175,41 +124,15 @@ inline DWORD ThrowIfWin32Error(const Place& place, DWORD error)
     return error;
 }
 
-inline BOOL ThrowIfWin32BoolFalse(const Place& place, BOOL result)
-{
-    if (!result)
-    {
-        ReportLastErrorAndThrow(place);
-    }
-    return result;
-}
-
 inline bool ThrowLastErrorIf(const Place& place, bool condition)
 {
-    if (condition)
-    {
-        ReportLastErrorAndThrow(place);
-    }
-    return condition;
+    return ThrowHrIf(place, condition ? HRESULT_FROM_WIN32(LastErrorOfFailure()) : S_OK, condition);
 }
 
-// A pointer comes back; of an owner, which cannot be copied, nothing.
-template <class T>
-auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Place&))
+inline BOOL ThrowIfWin32BoolFalse(const Place& place, BOOL result)
 {
-    if (pointer == nullptr)
-    {
-        report(place);
-    }
-    if constexpr (!std::is_class_v<T>)
-    {
-        return pointer;
-    }
-}
-
-[[noreturn]] inline void ReportOutOfMemoryAndThrow(const Place& place)
-{
-    ReportAndThrow(place, E_OUTOFMEMORY);
+    ThrowLastErrorIf(place, !result);
+    return result;
 }
 
 } // namespace details
@@ -220,12 +143,6 @@ auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Plac
     {                                                                                                                  \
         __FILE__, __LINE__, __func__, code                                                                             \
     }
-
-// Returns from the function: always. A success given to RETURN_HR or RETURN_WIN32 (0) is returned and not recorded.
-#define RETURN_HR(hr) return ::wil::details::ReturnHr(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
-#define RETURN_WIN32(win32err)                                                                                         \
-    return ::wil::details::ReturnWin32(WIL_DETAILS_PLACE(#win32err), ::wil::verify_win32(win32err))
-#define RETURN_LAST_ERROR() return ::wil::details::ReturnLastError(WIL_DETAILS_PLACE(nullptr))
 
 // Returns from the function, with an HRESULT, when the condition of the name holds.
 #define RETURN_IF_FAILED(hr)                                                                                           \
@@ -255,9 +172,6 @@ auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Plac
 #define RETURN_HR_IF(hr, condition)                                                                                    \
     WIL_DETAILS_RETURN_IF(::wil::verify_bool(condition),                                                               \
                           ::wil::details::ReturnHr(WIL_DETAILS_PLACE(#condition), ::wil::verify_hresult(hr)))
-#define RETURN_HR_IF_NULL(hr, ptr)                                                                                     \
-    WIL_DETAILS_RETURN_IF((ptr) == nullptr,                                                                            \
-                          ::wil::details::ReturnHr(WIL_DETAILS_PLACE(#ptr), ::wil::verify_hresult(hr)))
 #define RETURN_IF_NULL_ALLOC(ptr)                                                                                      \
     WIL_DETAILS_RETURN_IF((ptr) == nullptr, ::wil::details::ReturnHr(WIL_DETAILS_PLACE(#ptr), E_OUTOFMEMORY))
 #define RETURN_LAST_ERROR_IF(condition)                                                                                \
@@ -268,20 +182,7 @@ auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Plac
     WIL_DETAILS_RETURN_IF(!::wil::verify_BOOL(win32BOOL),                                                              \
                           ::wil::details::ReturnLastError(WIL_DETAILS_PLACE(#win32BOOL)))
 
-// Records a failure and goes on; the value is what was given. LOG_LAST_ERROR gives the last error.
-#define LOG_HR(hr) ::wil::details::LogHr(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
-#define LOG_IF_FAILED(hr) ::wil::details::LogIfFailed(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
-#define LOG_IF_WIN32_ERROR(win32err)                                                                                   \
-    ::wil::details::LogIfWin32Error(WIL_DETAILS_PLACE(#win32err), ::wil::verify_win32(win32err))
-#define LOG_IF_WIN32_BOOL_FALSE(win32BOOL)                                                                             \
-    ::wil::details::LogIfWin32BoolFalse(WIL_DETAILS_PLACE(#win32BOOL), ::wil::verify_BOOL(win32BOOL))
-#define LOG_LAST_ERROR() ::wil::details::ReportLastError(::wil::FailureType::Log, WIL_DETAILS_PLACE(nullptr))
-#define LOG_LAST_ERROR_IF(condition)                                                                                   \
-    ::wil::details::LogLastErrorIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_bool(condition))
-
 // Records a failure and throws a ResultException; else the value is what was given.
-#define THROW_HR(hr) ::wil::details::ReportAndThrow(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
-#define THROW_LAST_ERROR() ::wil::details::ReportLastErrorAndThrow(WIL_DETAILS_PLACE(nullptr))
 #define THROW_IF_FAILED(hr) ::wil::details::ThrowIfFailed(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
 #define THROW_HR_IF(hr, condition)                                                                                     \
     ::wil::details::ThrowHrIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_hresult(hr), ::wil::verify_bool(condition))
@@ -291,10 +192,7 @@ auto ThrowIfNull(const Place& place, const T& pointer, void (*report)(const Plac
     ::wil::details::ThrowIfWin32BoolFalse(WIL_DETAILS_PLACE(#win32BOOL), ::wil::verify_BOOL(win32BOOL))
 #define THROW_LAST_ERROR_IF(condition)                                                                                 \
     ::wil::details::ThrowLastErrorIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_bool(condition))
-#define THROW_LAST_ERROR_IF_NULL(ptr)                                                                                  \
-    ::wil::details::ThrowIfNull(WIL_DETAILS_PLACE(#ptr), ptr, &::wil::details::ReportLastErrorAndThrow)
-#define THROW_IF_NULL_ALLOC(ptr)                                                                                       \
-    ::wil::details::ThrowIfNull(WIL_DETAILS_PLACE(#ptr), ptr, &::wil::details::ReportOutOfMemoryAndThrow)
+#define THROW_IF_NULL_ALLOC(ptr) ::wil::details::ThrowHrIf(WIL_DETAILS_PLACE(#ptr), E_OUTOFMEMORY, (ptr) == nullptr)
 
 // In place of a catch block: records the exception, with its text as the message, and returns its code or goes on.
 #define CATCH_RETURN()                                                                                                 \

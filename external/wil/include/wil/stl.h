@@ -1,4 +1,4 @@
 // With this header the library's helpers take the standard library's strings; here they always do.
 #pragma once
 
-#include "win32_helpers.h"
+#include "resource.h"

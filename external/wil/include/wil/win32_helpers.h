@@ -1,10 +1,14 @@
 // Windows functions that fill a buffer, with the buffer grown as needed.
 #pragma once
 
-#include "resource.h"
-#include "result_macros.h"
+#include <combaseapi.h>
+
+// clang-format off
+#include "resource.h" // last: it has the owners for the headers before it
+// clang-format on
 
 #include <string>
+#include <type_traits>
 
 namespace wil
 {
