@@ -54,8 +54,6 @@ constexpr wchar_t c_removed[] = L"[Migrator] Successfully removed legacy Velmora
 constexpr wchar_t c_removalFailed[] = L"[Migrator] Failed to remove legacy Velmora installation: ";
 constexpr wchar_t c_removingForOneUser[] = L"[Migrator] Attempting to remove for single user only...";
 
-// How C++/WinRT gets at a class of Windows. Left to itself it would look for one that is not registered in libraries
-// named like the class, first of all beside the program: in the temporary folder, where anybody can put them.
 std::int32_t __stdcall GetRegisteredFactory(void* className, const winrt::guid& id, void** factory) noexcept
 {
     return RoGetActivationFactory(static_cast<HSTRING>(className), id, factory);
@@ -179,10 +177,14 @@ void RemovePackages(const PackageManager& manager, Logger& logger, HRESULT& resu
 
 } // namespace
 
+void UseRegisteredClassesOnly() noexcept
+{
+    winrt_activation_handler = GetRegisteredFactory;
+}
+
 HRESULT RemoveLegacyPackage(Logger& logger) noexcept
 try
 {
-    winrt_activation_handler = GetRegisteredFactory;
     HRESULT result = S_OK;
     LazyPackageManager manager;
 

@@ -1,5 +1,6 @@
 #include "Installer/Common.h"
 #include "Installer/Logger.h"
+#include "Installer/Migrator.h"
 #include "Installer/Path.h"
 #include "Installer/Resources.h"
 #include "Installer/StatusWindow.h"
@@ -105,6 +106,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     StartCrashReporting();
     ShowNoErrorDialogs();
     LoadLibrariesOnlyFromSystemFolder();
+    Installer::UseRegisteredClassesOnly();
     Installer::NameThread(L"uninstaller_thread");
     LeaveCurrentFolder();
     const CommandLine commandLine = ParseCommandLine();

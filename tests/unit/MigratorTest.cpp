@@ -420,6 +420,7 @@ TEST_F(MigratorTest, goes_on_after_the_walk_when_stopping_the_client_throws)
 
 TEST_F(MigratorTest, reports_success_where_the_class_is_not_registered)
 {
+    UseRegisteredClassesOnly();
     packages.installed = {Velmora(L"V1")};
     packages.Fail("activate", REGDB_E_CLASSNOTREG, 2);
     Fake<&LoadLibraryExW> load = [](LPCWSTR name, HANDLE, DWORD) -> HMODULE {
