@@ -8,6 +8,7 @@
 #include <commctrl.h>
 
 #include <string>
+#include <variant>
 
 namespace Uninstaller
 {
@@ -33,7 +34,7 @@ constexpr wchar_t c_footer[] =
 
 } // namespace
 
-Answer AskForConfirmation(const RunContext& run)
+std::variant<UserSettings, Ending> AskForConfirmation(const RunContext& run)
 {
     TASKDIALOGCONFIG dialog{};
     dialog.cbSize = sizeof(dialog);
@@ -59,20 +60,18 @@ Answer AskForConfirmation(const RunContext& run)
         run.logger.Warning(L"Unable to prompt user to uninstall, assuming yes for uninstall. error: " +
                                std::to_wstring(result),
                            false);
-        return Answer::Uninstall;
+        return UserSettings::Stay;
     }
     switch (button)
     {
     case IDYES:
-        return radioButton == c_removeSettings ? Answer::UninstallAndSettings : Answer::Uninstall;
+        return radioButton == c_removeSettings ? UserSettings::Go : UserSettings::Stay;
     case IDNO:
     case IDCANCEL:
-        run.logger.Info(L"User canceled the uninstaller.");
-        return Answer::Cancel;
+        return Ending(Outcome::Cancelled);
     default:
-        run.logger.Error(
-            L"Unknown button event from task dialog, assuming yes for uninstall: " + std::to_wstring(button), false);
-        return Answer::Unknown;
+        return Ending(Outcome::UnknownAnswer,
+                      L"Unknown button event from task dialog, assuming yes for uninstall: " + std::to_wstring(button));
     }
 }
 

@@ -1,24 +1,23 @@
 #pragma once
 
+#include "Uninstaller/Ending.h"
 #include "Uninstaller/RunContext.h"
 
-#include <string>
+#include <variant>
 
 namespace Uninstaller
 {
 
-// What the user wants.
-enum class Answer
+// What an uninstall does with the user's settings.
+enum class UserSettings
 {
-    Uninstall,            // everything but the settings
-    UninstallAndSettings, // the settings too
-    Cancel,
-    Unknown, // the dialog was left with a button that it does not have
+    Stay,
+    Go,
 };
 
-// Asks whether to uninstall, and whether the settings are to go too. A dialog that cannot be shown counts as a yes that
-// keeps the settings. The run's window, if there is one, owns the dialog. Logs what went wrong, and that the user
-// cancelled.
-Answer AskForConfirmation(const RunContext& run);
+// Asks whether to uninstall, and whether the settings are to go too. Returns what the user wants, or how the run ends:
+// cancelled, or left with a button that the dialog does not have. A dialog that cannot be shown is logged and counts as
+// a yes that keeps the settings. The run's window, if there is one, owns the dialog.
+std::variant<UserSettings, Ending> AskForConfirmation(const RunContext& run);
 
 } // namespace Uninstaller

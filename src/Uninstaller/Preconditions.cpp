@@ -4,11 +4,9 @@
 #include "Installer/ProtectedFolder.h"
 #include "Installer/Registry.h"
 #include "Installer/Security.h"
-#include "Uninstaller/EndOfProcess.h"
 
 #include <windows.h>
 
-#include <wil/result.h>
 #include <wil/token_helpers.h>
 
 #include <array>
@@ -27,18 +25,7 @@ constexpr DWORD c_leastMinorVersion = 0;
 constexpr DWORD c_leastBuild = 19041;
 constexpr DWORD c_comparedParts[] = {VER_MAJORVERSION, VER_MINORVERSION, VER_BUILDNUMBER};
 
-// The installer uses the same name.
-constexpr wchar_t c_mutexName[] = L"Global\\Velmora_Installer_Mutex";
-
 constexpr wchar_t c_defaultFolderName[] = L"Velmora\\";
-
-ExitCode Refuse(const RunContext& run, ExitCode code, const wchar_t* caption = c_failureCaption)
-{
-    run.logger.Error(exitCodeMessage(code), false);
-    ShowError(run, exitCodeMessage(code), caption);
-    finishProcess(run.logger.LogPath(), {}, false);
-    return code;
-}
 
 // Deployment tools run as Local System, whose token counts as elevated or not depending on who made it.
 bool IsLocalSystem()
@@ -64,9 +51,9 @@ InstallFolder Examined(const std::wstring& path)
 
 } // namespace
 
-std::optional<ExitCode> CheckWindowsVersion(const RunContext& run)
+std::optional<Ending> CheckWindowsVersion(Installer::Logger& logger)
 {
-    run.logger.Info(L"Checking to sure we are running on Windows 10.0.19041 or higher...");
+    logger.Info(L"Checking to sure we are running on Windows 10.0.19041 or higher...");
     OSVERSIONINFOEXW least{};
     least.dwOSVersionInfoSize = sizeof(least);
     least.dwMajorVersion = c_leastMajorVersion;
@@ -79,41 +66,21 @@ std::optional<ExitCode> CheckWindowsVersion(const RunContext& run)
     }
     if (!VerifyVersionInfoW(&least, c_comparedParts[0] | c_comparedParts[1] | c_comparedParts[2], condition))
     {
-        return Refuse(run, EXIT_ERROR_WINDOWS_VERSION, L"Version Not Supported");
+        return Ending(Outcome::WindowsTooOld);
     }
     return std::nullopt;
 }
 
-std::optional<ExitCode> CheckElevation(const RunContext& run)
+std::optional<Ending> CheckElevation(Installer::Logger& logger)
 {
-    run.logger.Info(L"Checking to see if elevated...");
+    logger.Info(L"Checking to see if elevated...");
     const bool isLocalSystem = IsLocalSystem();
     const bool isElevated = Installer::IsTokenElevated();
     if (!isLocalSystem && !isElevated)
     {
-        return Refuse(run, EXIT_ERROR_NOT_ELEVATED, L"Uninstaller Not Elevated");
+        return Ending(Outcome::NotElevated);
     }
     return std::nullopt;
-}
-
-std::optional<ExitCode> CheckSingleInstance(const RunContext& run, wil::unique_handle& mutex)
-{
-    mutex.reset(CreateMutexExW(nullptr, c_mutexName, CREATE_MUTEX_INITIAL_OWNER, MUTEX_ALL_ACCESS));
-    if (mutex && GetLastError() != ERROR_ALREADY_EXISTS)
-    {
-        return std::nullopt;
-    }
-    const ExitCode code = Refuse(run, EXIT_ERROR_ALREADY_RUNNING);
-    if (mutex)
-    {
-        ReleaseSingleInstance(mutex);
-    }
-    return code;
-}
-
-void ReleaseSingleInstance(wil::unique_handle& mutex)
-{
-    THROW_IF_WIN32_BOOL_FALSE(CloseHandle(mutex.release()));
 }
 
 InstallFolder FindInstallFolder(Installer::Logger& logger)

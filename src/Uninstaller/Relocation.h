@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Uninstaller/ExitCode.h"
-#include "Uninstaller/RunContext.h"
+#include "Installer/Logger.h"
+#include "Uninstaller/Ending.h"
 
 #include <wil/resource.h>
 
@@ -16,9 +16,9 @@ namespace Uninstaller
 std::wstring GetCopyPath();
 
 // Copies the program at `ownPath` to the temporary folder, hands the mutex over and starts the copy with the same
-// argument (empty for none). Ends the run: returns EXIT_NO_ERROR when the copy was started, which is not waited for;
-// EXIT_ERROR_COPY_TO_TEMP or EXIT_ERROR_RUN_FROM_TEMP when it could not be made or started.
-ExitCode Relocate(const RunContext& run, const std::wstring& ownPath, const std::wstring& argument,
-                  wil::unique_handle& mutex);
+// argument (empty for none); it is not waited for. Returns how the run ends: with the copy started, or with what kept
+// it from being made or started.
+Ending Relocate(Installer::Logger& logger, const std::wstring& ownPath, const std::wstring& argument,
+                wil::unique_handle& mutex);
 
 } // namespace Uninstaller

@@ -12,7 +12,6 @@
 #include "Installer/Service.h"
 #include "Installer/Shortcuts.h"
 #include "Uninstaller/Confirmation.h"
-#include "Uninstaller/EndOfProcess.h"
 #include "Uninstaller/StartingProcess.h"
 #include "Uninstaller/UserCleanup.h"
 
@@ -21,6 +20,8 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
+#include <variant>
 
 namespace Uninstaller
 {
@@ -294,26 +295,15 @@ bool DoStep(const Step& step, const Removal& removal)
     return false;
 }
 
-// Returns whether the settings are to go too, or nothing when the run is to end with `code`.
-std::optional<bool> Confirm(const RunContext& run, const std::wstring& ownPath, ExitCode& code)
+// Returns what to do with the settings, or how the run ends.
+std::variant<UserSettings, Ending> Confirm(const RunContext& run)
 {
     Sleep(c_pauseBeforeStartMilliseconds);
-    switch (run.runType == RunType::Silent ? Answer::Uninstall : AskForConfirmation(run))
+    if (run.runType == RunType::Silent)
     {
-    case Answer::Uninstall:
-        return false;
-    case Answer::UninstallAndSettings:
-        return true;
-    case Answer::Cancel:
-        code = EXIT_NO_ERROR;
-        finishProcess(run.logger.LogPath(), ownPath, true);
-        return std::nullopt;
-    case Answer::Unknown:
-        break;
+        return UserSettings::Stay;
     }
-    code = EXIT_ERROR_PERMISSION_DIALOG_FAIL;
-    finishProcess(run.logger.LogPath(), ownPath, false);
-    return std::nullopt;
+    return AskForConfirmation(run);
 }
 
 // Returns whether nothing runs from the installation folder any more. The process that this one was started by may
@@ -325,9 +315,9 @@ bool EndProcessesIn(const std::wstring& installFolder, const RunContext& run, co
                                 starter ? std::optional(starter->id) : std::nullopt);
 }
 
-// Ends what runs of the product: nothing is removed under a running program. Returns nothing, or the exit code when the
-// run ended here.
-std::optional<ExitCode> ShutDown(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
+// Ends what runs of the product: nothing is removed under a running program. Returns the reason to end the run when
+// something still runs.
+std::optional<Ending> ShutDown(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
 {
     ShowProgress(run, {.phase = 1});
     Announce(run, L"Stopping Velmora...");
@@ -336,20 +326,13 @@ std::optional<ExitCode> ShutDown(const RunContext& run, const InstallFolder& ins
         isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
     if (!isClientStopped || services != S_OK)
     {
-        run.logger.Error(std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
-                             L", Services Stopped Result: " + std::to_wstring(services),
-                         false);
-        ShowError(run, exitCodeMessage(EXIT_ERROR_CLIENT_RUNNING));
-        finishProcess(run.logger.LogPath(), ownPath, false);
-        return EXIT_ERROR_CLIENT_RUNNING;
+        return Ending(Outcome::ClientRunning, std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
+                                                  L", Services Stopped Result: " + std::to_wstring(services));
     }
     // In a folder that is not deleted anyway, nobody is in the way.
     if (!installFolder.isProtected && !EndProcessesIn(installFolder.path, run, ownPath))
     {
-        ShowError(run, exitCodeMessage(EXIT_ERROR_DIRECTORY_LOCKED));
-        run.logger.OpenLog();
-        finishProcess(run.logger.LogPath(), ownPath, false);
-        return EXIT_ERROR_DIRECTORY_LOCKED;
+        return Ending(Outcome::FolderLocked);
     }
     return std::nullopt;
 }
@@ -367,39 +350,22 @@ bool RemoveEverything(const Removal& removal)
 
 } // namespace
 
-ExitCode UninstallProduct(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
+Ending UninstallProduct(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
 {
-    ExitCode code{};
-    const std::optional<bool> removeUserSettings = Confirm(run, ownPath, code);
-    if (!removeUserSettings)
+    auto confirmed = Confirm(run);
+    if (auto* const ending = std::get_if<Ending>(&confirmed))
     {
-        return code;
+        return std::move(*ending);
     }
-    run.logger.Info(*removeUserSettings ? L"Velmora will attempt to delete user data directories."
-                                        : L"Velmora will leave user directories as-is.");
-    if (const auto end = ShutDown(run, installFolder, ownPath))
+    const bool removeUserSettings = std::get<UserSettings>(confirmed) == UserSettings::Go;
+    run.logger.Info(removeUserSettings ? L"Velmora will attempt to delete user data directories."
+                                       : L"Velmora will leave user directories as-is.");
+    if (auto ending = ShutDown(run, installFolder, ownPath))
     {
-        return *end;
+        return *std::move(ending);
     }
-    if (RemoveEverything({run, installFolder, *removeUserSettings}))
-    {
-        if (run.window != nullptr)
-        {
-            run.window->ShowInfo(L"Velmora Uninstalled", L"Velmora has been successfully uninstalled.");
-        }
-        finishProcess(run.logger.LogPath(), ownPath, true);
-        return EXIT_NO_ERROR;
-    }
-    run.logger.Error(L"Velmora did not fully uninstall. Please check the logs for more information.", false);
-    if (run.window != nullptr)
-    {
-        run.window->ShowWarning(L"Velmora Partially Uninstalled",
-                                L"Velmora has been successfully uninstalled, but some files may remain. See the logs "
-                                L"for more information.");
-    }
-    run.logger.OpenLog();
-    finishProcess(run.logger.LogPath(), ownPath, false);
-    return EXIT_ERROR_PARTIAL_UNINSTALL;
+    const bool isComplete = RemoveEverything({run, installFolder, removeUserSettings});
+    return Ending(isComplete ? Outcome::Removed : Outcome::PartlyRemoved);
 }
 
 } // namespace Uninstaller

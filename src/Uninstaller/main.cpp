@@ -7,12 +7,12 @@
 #include "Installer/ThreadName.h"
 #include "Uninstaller/CommandLine.h"
 #include "Uninstaller/CrashReporting.h"
-#include "Uninstaller/EndOfProcess.h"
-#include "Uninstaller/ExitCode.h"
+#include "Uninstaller/Ending.h"
 #include "Uninstaller/Preconditions.h"
 #include "Uninstaller/Relocation.h"
 #include "Uninstaller/RunContext.h"
 #include "Uninstaller/Sequence.h"
+#include "Uninstaller/SingleInstance.h"
 
 #include <windows.h>
 
@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Uninstaller
 {
@@ -49,14 +50,13 @@ const wchar_t* NameOf(Installer::RunType runType)
     return L"";
 }
 
-int ShowHelp(Installer::Logger& logger)
+Ending ShowHelp(Installer::Logger& logger)
 {
     for (const wchar_t* const line : c_helpLines)
     {
         logger.Info(line);
     }
-    finishProcess(logger.LogPath(), {}, true);
-    return EXIT_NO_ERROR;
+    return Ending(Outcome::HelpShown);
 }
 
 // Windows and the C runtime tell of a failure (a crash, a drive without a medium) in a dialog, which nobody may be
@@ -95,6 +95,40 @@ Installer::RunType ShowWindowIfAsked(Installer::RunType runType, std::optional<I
     return window->State() == Installer::StatusWindowState::Running ? runType : Installer::RunType::Verbose;
 }
 
+// All that the run does, until there is a reason to end it. What the end needs is put into `mutex` and `ownPath`, the
+// running executable, as soon as it is there.
+Ending Run(const RunContext& run, const CommandLine& commandLine, wil::unique_handle& mutex, std::wstring& ownPath)
+{
+    if (commandLine.help)
+    {
+        return ShowHelp(run.logger);
+    }
+    if (run.window != nullptr && run.runType != Installer::RunType::Gui) // whether or not it has come by now
+    {
+        run.logger.Warning(L"Failed to create the uninstaller window, running in verbose mode.", false);
+    }
+    if (auto refusal = CheckWindowsVersion(run.logger))
+    {
+        return *std::move(refusal);
+    }
+    winrt::init_apartment();
+    if (auto refusal = CheckElevation(run.logger))
+    {
+        return *std::move(refusal);
+    }
+    if (auto refusal = CheckSingleInstance(mutex))
+    {
+        return *std::move(refusal);
+    }
+    const InstallFolder installFolder = FindInstallFolder(run.logger);
+    ownPath = wil::GetModuleFileNameW<std::wstring>();
+    if (!installFolder.isProtected && Installer::IsInside(ownPath, installFolder.path))
+    {
+        return Relocate(run.logger, ownPath, commandLine.argument, mutex);
+    }
+    return UninstallProduct(run, installFolder, ownPath);
+}
+
 } // namespace
 
 } // namespace Uninstaller
@@ -117,38 +151,10 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     Installer::Logger logger(runType);
     logger.Info(L"Running the Velmora uninstaller (" + std::to_wstring(GetCurrentProcessId()) + L")...");
     logger.Info(std::wstring(L"Requested run type of ") + NameOf(runType));
-    if (commandLine.help)
-    {
-        return ShowHelp(logger);
-    }
-    if (window && runType != Installer::RunType::Gui) // whether or not it has come by now
-    {
-        logger.Warning(L"Failed to create the uninstaller window, running in verbose mode.", false);
-    }
-
     const RunContext run{.logger = logger, .runType = runType, .window = window ? &*window : nullptr};
-    if (const auto end = CheckWindowsVersion(run))
-    {
-        return *end;
-    }
-    winrt::init_apartment();
-    if (const auto end = CheckElevation(run))
-    {
-        return *end;
-    }
     wil::unique_handle mutex;
-    if (const auto end = CheckSingleInstance(run, mutex))
-    {
-        return *end;
-    }
-
-    const InstallFolder installFolder = FindInstallFolder(logger);
-    const auto ownPath = wil::GetModuleFileNameW<std::wstring>();
-    if (!installFolder.isProtected && Installer::IsInside(ownPath, installFolder.path))
-    {
-        return Relocate(run, ownPath, commandLine.argument, mutex);
-    }
-    const ExitCode code = UninstallProduct(run, installFolder, ownPath);
+    std::wstring ownPath;
+    const ExitCode code = EndRun(run, Run(run, commandLine, mutex, ownPath), ownPath);
     ReleaseSingleInstance(mutex);
     return code;
 }

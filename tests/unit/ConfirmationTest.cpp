@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace
@@ -39,9 +40,27 @@ protected:
     ConfirmationTest() { sentry_init(sentry_options_new()); }
     ~ConfirmationTest() override { SentryTesting::Forget(); }
 
-    Answer Ask(Installer::StatusWindow* window = nullptr)
+    std::variant<UserSettings, Ending> Ask(Installer::StatusWindow* window = nullptr)
     {
         return AskForConfirmation({.logger = logger, .runType = RunType::Verbose, .window = window});
+    }
+
+    // A yes, with what it says about the settings.
+    void ExpectConfirmed(UserSettings settings)
+    {
+        const auto answer = Ask();
+        ASSERT_TRUE(std::holds_alternative<UserSettings>(answer));
+        EXPECT_EQ(std::get<UserSettings>(answer), settings);
+    }
+
+    // A dialog that ends the run.
+    void ExpectEnd(Outcome outcome, const std::wstring& text)
+    {
+        const auto answer = Ask();
+        ASSERT_TRUE(std::holds_alternative<Ending>(answer));
+        EXPECT_EQ(std::get<Ending>(answer).outcome, outcome);
+        EXPECT_EQ(std::get<Ending>(answer).text, text);
+        EXPECT_TRUE(log.All().empty()); // the end of the run says it
     }
 
     TASKDIALOGCONFIG shown{};
@@ -123,13 +142,13 @@ TEST_F(ConfirmationTest, is_owned_by_the_window_when_there_is_one)
 TEST_F(ConfirmationTest, yes_keeps_the_settings_unless_the_user_chose_otherwise)
 {
     button = IDYES;
-    EXPECT_EQ(Ask(), Answer::Uninstall);
+    ExpectConfirmed(UserSettings::Stay);
 
     radioButton = 1;
-    EXPECT_EQ(Ask(), Answer::UninstallAndSettings);
+    ExpectConfirmed(UserSettings::Go);
 
     radioButton = 2;
-    EXPECT_EQ(Ask(), Answer::Uninstall);
+    ExpectConfirmed(UserSettings::Stay);
     EXPECT_TRUE(log.All().empty());
 }
 
@@ -139,10 +158,8 @@ TEST_F(ConfirmationTest, no_and_cancel_and_closing_cancel)
     {
         button = id;
         radioButton = 1;
-        EXPECT_EQ(Ask(), Answer::Cancel);
+        ExpectEnd(Outcome::Cancelled, L"");
     }
-    EXPECT_EQ(log.All(),
-              (Lines{"|INFO|:    User canceled the uninstaller.", "|INFO|:    User canceled the uninstaller."}));
 }
 
 TEST_F(ConfirmationTest, a_dialog_that_cannot_be_shown_counts_as_a_yes_that_keeps_the_settings)
@@ -150,21 +167,18 @@ TEST_F(ConfirmationTest, a_dialog_that_cannot_be_shown_counts_as_a_yes_that_keep
     result = E_OUTOFMEMORY;
     radioButton = 1;
 
-    EXPECT_EQ(Ask(), Answer::Uninstall);
+    ExpectConfirmed(UserSettings::Stay);
 
     EXPECT_EQ(log.All(), Lines{"|WARNING|: Unable to prompt user to uninstall, assuming yes for uninstall. error: "
                                "-2147024882"});
     EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
 }
 
-TEST_F(ConfirmationTest, a_button_that_it_does_not_have_is_told_and_logged)
+TEST_F(ConfirmationTest, a_button_that_it_does_not_have_ends_the_run)
 {
     button = 42;
 
-    EXPECT_EQ(Ask(), Answer::Unknown);
-
-    EXPECT_EQ(log.All(), Lines{"|ERROR|:   Unknown button event from task dialog, assuming yes for uninstall: 42"});
-    EXPECT_TRUE(SentryTesting::CurrentRun().events.empty());
+    ExpectEnd(Outcome::UnknownAnswer, L"Unknown button event from task dialog, assuming yes for uninstall: 42");
 }
 
 } // namespace

@@ -28,6 +28,7 @@
 #include <algorithm>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -247,6 +248,21 @@ TEST_F(MainTest, does_not_leave_a_folder_that_is_never_deleted)
     EXPECT_EQ(scheduled, std::vector<std::wstring>{OwnPath()});
 }
 
+TEST_F(MainTest, looks_for_a_class_of_Windows_in_the_registration_alone)
+{
+    winrt_activation_handler = nullptr;
+    packages.Fail("activate", REGDB_E_CLASSNOTREG, 2);
+    Fake<&LoadLibraryExW> load = [](LPCWSTR name, HANDLE, DWORD) -> HMODULE {
+        EXPECT_FALSE(std::wstring_view(name).starts_with(L"Windows.")) << Narrow(name) << " is looked for";
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return nullptr;
+    };
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_NO_ERROR);
+
+    EXPECT_EQ(std::ranges::count(packageCalls, "activate Windows.Management.Deployment.PackageManager"), 2);
+}
+
 TEST_F(MainTest, a_verbose_run_has_a_console_and_a_confirmation)
 {
     Fake<&TaskDialogIndirect> confirm = [this](const TASKDIALOGCONFIG*, int* button, int*, BOOL*) -> HRESULT {
@@ -450,6 +466,41 @@ TEST_F(MainTest, a_second_instance_ends_the_run_before_it_looks_for_the_product)
     EXPECT_TRUE(registry.Calls().empty());
     EXPECT_TRUE(scheduled.empty());
     EXPECT_FALSE(handles.IsOpen(mutex));
+}
+
+TEST_F(MainTest, a_second_instance_closes_its_handle_last)
+{
+    mutexError = ERROR_ALREADY_EXISTS;
+    std::vector<bool> wasOpen;
+    Fake<&GetTempPathW> temporaryFolder = [&](DWORD size, LPWSTR path) -> DWORD {
+        const std::wstring folder = folders.Temp();
+        if (size <= folder.size())
+        {
+            return static_cast<DWORD>(folder.size() + 1);
+        }
+        if (mutex != nullptr)
+        {
+            wasOpen.push_back(handles.IsOpen(mutex)); // the end of crash reporting asks for its folder
+        }
+        path[folder.copy(path, size)] = L'\0';
+        return static_cast<DWORD>(folder.size());
+    };
+
+    EXPECT_EQ(Run(L"-s"), Uninstaller::EXIT_ERROR_ALREADY_RUNNING);
+
+    EXPECT_EQ(wasOpen, std::vector{true});
+    EXPECT_FALSE(handles.IsOpen(mutex));
+}
+
+TEST_F(MainTest, a_handle_of_a_second_instance_that_cannot_be_closed_is_an_exception)
+{
+    mutexError = ERROR_ALREADY_EXISTS;
+    handles.closeError = ERROR_INVALID_HANDLE;
+
+    EXPECT_THROW(Run(L"-s"), wil::ResultException);
+
+    EXPECT_TRUE(log.All().back().starts_with("|ERROR|:   Only one instance of the Velmora installer/uninstaller"));
+    EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
 }
 
 TEST_F(MainTest, a_program_in_the_installation_folder_is_relocated)

@@ -4,7 +4,6 @@
 #include "support/FakeRegistry.h"
 #include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
-#include "support/OpenHandles.h"
 #include "support/OutOfMemory.h"
 #include "support/TestFolder.h"
 #include "support/VirtualClock.h"
@@ -42,17 +41,18 @@ protected:
     }
     ~PreconditionsTest() override { SentryTesting::Forget(); }
 
-    // The run was ended by a check: the user was told so while nothing else had been ended, the line about it is not
+    // The run is ended by a check: the user is told so while nothing else has been ended, the line about it is not
     // sent, the log kept and nothing scheduled.
-    void ExpectRefusal(ExitCode code, const std::string& checked, const std::string& caption) const
+    void ExpectRefusal(const std::optional<Ending>& ending, ExitCode code, const std::string& checked,
+                       const std::string& caption) const
     {
+        EXPECT_EQ(log.All(), Lines{"|INFO|:    " + checked});
+        ASSERT_TRUE(ending);
+        EXPECT_EQ(EndRun(run, *ending, {}), code);
+
         const std::wstring wideMessage = exitCodeMessage(code);
         const std::string message(wideMessage.begin(), wideMessage.end());
-        Lines lines{"|ERROR|:   " + message};
-        if (!checked.empty())
-        {
-            lines.insert(lines.begin(), "|INFO|:    " + checked);
-        }
+        const Lines lines{"|INFO|:    " + checked, "|ERROR|:   " + message};
         EXPECT_EQ(log.All(), lines);
         EXPECT_EQ(desktop.Calls(), (Lines{"foreground", "box 16 \"" + caption + "\" \"" + message + '"'}));
         EXPECT_EQ(linesWhenTold, lines);
@@ -106,7 +106,7 @@ protected:
 
 TEST_F(CheckWindowsVersionTest, asks_for_10_0_19041_or_later)
 {
-    EXPECT_EQ(CheckWindowsVersion(run), std::nullopt);
+    EXPECT_FALSE(CheckWindowsVersion(logger));
 
     EXPECT_EQ(log.All(), Lines{"|INFO|:    Checking to sure we are running on Windows 10.0.19041 or higher..."});
     EXPECT_EQ(conditions, (decltype(conditions){{2, BYTE{3}}, {1, BYTE{3}}, {4, BYTE{3}}}));
@@ -117,10 +117,8 @@ TEST_F(CheckWindowsVersionTest, refuses_an_older_one)
 {
     isNewEnough = FALSE;
 
-    EXPECT_EQ(CheckWindowsVersion(run), EXIT_ERROR_WINDOWS_VERSION);
-
-    ExpectRefusal(EXIT_ERROR_WINDOWS_VERSION, "Checking to sure we are running on Windows 10.0.19041 or higher...",
-                  "Version Not Supported");
+    ExpectRefusal(CheckWindowsVersion(logger), EXIT_ERROR_WINDOWS_VERSION,
+                  "Checking to sure we are running on Windows 10.0.19041 or higher...", "Version Not Supported");
 }
 
 TEST_F(CheckWindowsVersionTest, refuses_without_a_message_box_when_there_is_no_window)
@@ -128,7 +126,9 @@ TEST_F(CheckWindowsVersionTest, refuses_without_a_message_box_when_there_is_no_w
     isNewEnough = FALSE;
     run.window = nullptr;
 
-    EXPECT_EQ(CheckWindowsVersion(run), EXIT_ERROR_WINDOWS_VERSION);
+    const auto ending = CheckWindowsVersion(logger);
+    ASSERT_TRUE(ending);
+    EXPECT_EQ(EndRun(run, *ending, {}), EXIT_ERROR_WINDOWS_VERSION);
 
     EXPECT_TRUE(desktop.Calls().empty());
     EXPECT_EQ(log.All().size(), 2U);
@@ -176,7 +176,7 @@ protected:
 
 TEST_F(CheckElevationTest, lets_an_elevated_user_go_on)
 {
-    EXPECT_EQ(CheckElevation(run), std::nullopt);
+    EXPECT_FALSE(CheckElevation(logger));
 
     EXPECT_EQ(asked, everything);
     EXPECT_EQ(log.All(), Lines{"|INFO|:    Checking to see if elevated..."});
@@ -187,7 +187,7 @@ TEST_F(CheckElevationTest, lets_Local_System_go_on_and_asks_for_the_elevation_al
     isLocalSystem = TRUE;
     elevation = 0;
 
-    EXPECT_EQ(CheckElevation(run), std::nullopt);
+    EXPECT_FALSE(CheckElevation(logger));
 
     EXPECT_EQ(asked, everything);
 }
@@ -196,10 +196,10 @@ TEST_F(CheckElevationTest, refuses_anybody_else)
 {
     elevation = 0;
 
-    EXPECT_EQ(CheckElevation(run), EXIT_ERROR_NOT_ELEVATED);
+    ExpectRefusal(CheckElevation(logger), EXIT_ERROR_NOT_ELEVATED, "Checking to see if elevated...",
+                  "Uninstaller Not Elevated");
 
     EXPECT_EQ(asked, everything);
-    ExpectRefusal(EXIT_ERROR_NOT_ELEVATED, "Checking to see if elevated...", "Uninstaller Not Elevated");
 }
 
 TEST_F(CheckElevationTest, throws_when_the_token_cannot_be_asked)
@@ -208,7 +208,7 @@ TEST_F(CheckElevationTest, throws_when_the_token_cannot_be_asked)
 
     try
     {
-        CheckElevation(run);
+        CheckElevation(logger);
         FAIL() << "nothing was thrown";
     }
     catch (const wil::ResultException& exception)
@@ -231,7 +231,7 @@ TEST_F(CheckElevationTest, throws_when_there_is_no_memory_for_the_answer)
 
     try
     {
-        CheckElevation(run);
+        CheckElevation(logger);
     }
     catch (const wil::ResultException& exception)
     {
@@ -240,110 +240,6 @@ TEST_F(CheckElevationTest, throws_when_there_is_no_memory_for_the_answer)
     outOfMemory.reset();
 
     EXPECT_EQ(result, E_OUTOFMEMORY);
-}
-
-// The mutex of the product's installers.
-class CheckSingleInstanceTest : public PreconditionsTest
-{
-protected:
-    void ExpectRefused()
-    {
-        EXPECT_EQ(CheckSingleInstance(run, mutex), EXIT_ERROR_ALREADY_RUNNING);
-        EXPECT_FALSE(mutex);
-        ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "", "Velmora Uninstaller Failed");
-    }
-
-    OpenHandles handles;
-    DWORD error = ERROR_SUCCESS;
-    bool isDenied = false;
-    HANDLE made = nullptr;
-    Fake<&CreateMutexExW> createMutex = [this](LPSECURITY_ATTRIBUTES security, LPCWSTR name, DWORD flags,
-                                               DWORD access) -> HANDLE {
-        EXPECT_EQ(security, nullptr);
-        EXPECT_STREQ(name, L"Global\\Velmora_Installer_Mutex");
-        EXPECT_EQ(flags, 1U);
-        EXPECT_EQ(access, 0x1F0001U);
-        made = isDenied ? nullptr : handles.Make();
-        SetLastError(error);
-        return made;
-    };
-    wil::unique_handle mutex;
-};
-
-TEST_F(CheckSingleInstanceTest, takes_the_mutex)
-{
-    EXPECT_EQ(CheckSingleInstance(run, mutex), std::nullopt);
-
-    EXPECT_EQ(mutex.get(), made);
-    EXPECT_TRUE(handles.IsOpen(made));
-    EXPECT_TRUE(log.All().empty());
-
-    ReleaseSingleInstance(mutex);
-    EXPECT_FALSE(handles.IsOpen(made));
-    EXPECT_FALSE(mutex);
-}
-
-TEST_F(CheckSingleInstanceTest, refuses_while_another_one_has_it)
-{
-    error = ERROR_ALREADY_EXISTS;
-
-    ExpectRefused();
-}
-
-TEST_F(CheckSingleInstanceTest, refuses_when_it_cannot_be_had)
-{
-    isDenied = true;
-    error = ERROR_ACCESS_DENIED;
-
-    ExpectRefused();
-}
-
-TEST_F(CheckSingleInstanceTest, closes_the_handle_of_a_refused_run_last)
-{
-    error = ERROR_ALREADY_EXISTS;
-    bool wasOpen = false;
-    Fake<&GetTempPathW> temporaryFolder = [&](DWORD, LPWSTR) -> DWORD {
-        wasOpen = handles.IsOpen(made); // the end of crash reporting asks for its folder
-        return 0;
-    };
-
-    EXPECT_EQ(CheckSingleInstance(run, mutex), EXIT_ERROR_ALREADY_RUNNING);
-
-    EXPECT_TRUE(wasOpen);
-    EXPECT_FALSE(handles.IsOpen(made));
-}
-
-TEST_F(CheckSingleInstanceTest, a_handle_that_cannot_be_closed_is_an_exception)
-{
-    EXPECT_EQ(CheckSingleInstance(run, mutex), std::nullopt);
-    handles.closeError = ERROR_INVALID_HANDLE;
-
-    try
-    {
-        ReleaseSingleInstance(mutex);
-        FAIL() << "nothing was thrown";
-    }
-    catch (const wil::ResultException& exception)
-    {
-        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
-    }
-}
-
-TEST_F(CheckSingleInstanceTest, a_handle_of_a_refused_run_that_cannot_be_closed_is_an_exception)
-{
-    error = ERROR_ALREADY_EXISTS;
-    handles.closeError = ERROR_INVALID_HANDLE;
-
-    try
-    {
-        CheckSingleInstance(run, mutex);
-        FAIL() << "nothing was thrown";
-    }
-    catch (const wil::ResultException& exception)
-    {
-        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
-    }
-    ExpectRefusal(EXIT_ERROR_ALREADY_RUNNING, "", "Velmora Uninstaller Failed");
 }
 
 class FindInstallFolderTest : public PreconditionsTest

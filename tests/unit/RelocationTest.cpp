@@ -49,10 +49,11 @@ protected:
     }
     ~RelocateTest() override { SentryTesting::Forget(); }
 
+    // Relocates, and ends the run as that says.
     ExitCode Relocate(const std::wstring& argument = L"-s")
     {
-        return Uninstaller::Relocate({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, ownPath,
-                                     argument, mutex);
+        const Ending ending = Uninstaller::Relocate(logger, ownPath, argument, mutex);
+        return EndRun({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, ending, ownPath);
     }
 
     static std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
@@ -252,7 +253,8 @@ TEST_F(RelocateTest, a_started_copy_lets_the_console_go_without_a_key)
     const FakePause pause([this] { return handles.Make(); }, [&] { calls.emplace_back("pause"); });
     {
         Installer::Logger verbose(RunType::Verbose);
-        EXPECT_EQ(Uninstaller::Relocate({.logger = verbose, .runType = RunType::Verbose}, c_ownPath, L"-s", mutex),
+        EXPECT_EQ(EndRun({.logger = verbose, .runType = RunType::Verbose},
+                         Uninstaller::Relocate(verbose, c_ownPath, L"-s", mutex), c_ownPath),
                   EXIT_NO_ERROR);
     }
     EXPECT_EQ(calls, Lines{"free"});

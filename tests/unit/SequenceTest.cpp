@@ -92,9 +92,16 @@ protected:
         registry.AddKey(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Velmora");
     }
 
+    // Uninstalls, and ends the run as that says.
+    static ExitCode RunToTheEnd(const RunContext& run, const InstallFolder& folder,
+                                const std::wstring& ownPath = L"C:\\own.exe")
+    {
+        return EndRun(run, UninstallProduct(run, folder, ownPath), ownPath);
+    }
+
     ExitCode Run(RunType runType = RunType::Silent)
     {
-        return UninstallProduct({.logger = logger, .runType = runType}, {installFolder, isProtected}, L"C:\\own.exe");
+        return RunToTheEnd({.logger = logger, .runType = runType}, {installFolder, isProtected});
     }
 
     // A run whose user answers the confirmation with that button and that choice.
@@ -390,8 +397,7 @@ protected:
 
     ExitCode Run()
     {
-        return UninstallProduct({.logger = logger, .runType = RunType::Silent, .window = shown}, {installFolder},
-                                L"C:\\own.exe");
+        return RunToTheEnd({.logger = logger, .runType = RunType::Silent, .window = shown}, {installFolder});
     }
 
     // The calls of the window, without the texts.
@@ -517,8 +523,7 @@ TEST_F(SequenceWindowTest, asks_about_running_programs_in_front_of_the_window_an
     dialog.Answer({.button = IDCANCEL});
     NoteEverything();
 
-    EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Verbose, .window = shown}, {installFolder},
-                               L"C:\\own.exe"),
+    EXPECT_EQ(RunToTheEnd({.logger = logger, .runType = RunType::Verbose, .window = shown}, {installFolder}),
               EXIT_ERROR_DIRECTORY_LOCKED);
 
     EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
@@ -547,9 +552,7 @@ TEST_F(SequenceWindowTest, a_cancelled_run_and_an_unknown_answer_show_nothing_bu
     dialog.Answer({.button = 42});
     for (const ExitCode code : {EXIT_NO_ERROR, EXIT_ERROR_PERMISSION_DIALOG_FAIL})
     {
-        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Gui, .window = shown}, {installFolder},
-                                   L"C:\\own.exe"),
-                  code);
+        EXPECT_EQ(RunToTheEnd({.logger = logger, .runType = RunType::Gui, .window = shown}, {installFolder}), code);
     }
     EXPECT_EQ(dialog.Shown().back().owner, FakeStatusWindow::Window());
     EXPECT_TRUE(desktop.Calls().empty());
@@ -1000,8 +1003,7 @@ TEST_F(RunningProductTest, waits_for_the_process_that_started_it_as_its_copy_and
         processes.Add({.id = 4711, .image = ownPath, .parent = 70, .created = 2});
         root.AddFile(L"Program Files\\Velmora\\Velmora.exe");
 
-        EXPECT_EQ(UninstallProduct({.logger = logger, .runType = RunType::Silent}, {installFolder}, ownPath),
-                  EXIT_NO_ERROR);
+        EXPECT_EQ(RunToTheEnd({.logger = logger, .runType = RunType::Silent}, {installFolder}, ownPath), EXIT_NO_ERROR);
 
         EXPECT_EQ(processes.Find(70).has_value(), !endsInTime);
         EXPECT_EQ(std::ranges::count(processes.NewCalls(), "wait 70 5000"), 1);

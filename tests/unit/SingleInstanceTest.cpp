@@ -1,0 +1,96 @@
+#include "Uninstaller/SingleInstance.h"
+
+#include "support/OpenHandles.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <wil/result.h>
+
+namespace
+{
+
+using namespace Uninstaller;
+using namespace Testing;
+
+// The mutex of the product's installers.
+class SingleInstanceTest : public testing::Test
+{
+protected:
+    void ExpectRefused()
+    {
+        const auto ending = CheckSingleInstance(mutex);
+        ASSERT_TRUE(ending);
+        EXPECT_EQ(ending->outcome, Outcome::AlreadyRunning);
+        EXPECT_EQ(ending->text, L"");
+    }
+
+    OpenHandles handles;
+    DWORD error = ERROR_SUCCESS;
+    bool isDenied = false;
+    HANDLE made = nullptr;
+    Fake<&CreateMutexExW> createMutex = [this](LPSECURITY_ATTRIBUTES security, LPCWSTR name, DWORD flags,
+                                               DWORD access) -> HANDLE {
+        EXPECT_EQ(security, nullptr);
+        EXPECT_STREQ(name, L"Global\\Velmora_Installer_Mutex");
+        EXPECT_EQ(flags, 1U);
+        EXPECT_EQ(access, 0x1F0001U);
+        made = isDenied ? nullptr : handles.Make();
+        SetLastError(error);
+        return made;
+    };
+    wil::unique_handle mutex;
+};
+
+TEST_F(SingleInstanceTest, takes_the_mutex)
+{
+    EXPECT_FALSE(CheckSingleInstance(mutex));
+
+    EXPECT_EQ(mutex.get(), made);
+    EXPECT_TRUE(handles.IsOpen(made));
+
+    ReleaseSingleInstance(mutex);
+    EXPECT_FALSE(handles.IsOpen(made));
+    EXPECT_FALSE(mutex);
+}
+
+TEST_F(SingleInstanceTest, refuses_while_another_one_has_it_and_keeps_the_handle_until_it_is_released)
+{
+    error = ERROR_ALREADY_EXISTS;
+
+    ExpectRefused();
+
+    EXPECT_TRUE(handles.IsOpen(made));
+    ReleaseSingleInstance(mutex);
+    EXPECT_FALSE(handles.IsOpen(made));
+}
+
+TEST_F(SingleInstanceTest, refuses_when_it_cannot_be_had)
+{
+    isDenied = true;
+    error = ERROR_ACCESS_DENIED;
+
+    ExpectRefused();
+
+    EXPECT_FALSE(mutex);
+    ReleaseSingleInstance(mutex); // has nothing to close
+}
+
+TEST_F(SingleInstanceTest, a_handle_that_cannot_be_closed_is_an_exception)
+{
+    EXPECT_FALSE(CheckSingleInstance(mutex));
+    handles.closeError = ERROR_INVALID_HANDLE;
+
+    try
+    {
+        ReleaseSingleInstance(mutex);
+        FAIL() << "nothing was thrown";
+    }
+    catch (const wil::ResultException& exception)
+    {
+        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+    }
+    EXPECT_FALSE(mutex); // which is not closed again
+}
+
+} // namespace
