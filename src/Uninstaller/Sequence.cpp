@@ -19,7 +19,6 @@
 
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -47,113 +46,10 @@ struct Removal
 // The entry as the installer wrote it: the reference is part of the text and is not expanded.
 constexpr wchar_t c_pathEntry[] = L"%USERPROFILE%\\AppData\\Local\\Vel Mora\\lib";
 
-// What a failed step means for the result of the removal.
-enum class Failure
-{
-    MakesPartial, // logged as an error; the run ends with EXIT_ERROR_PARTIAL_UNINSTALL
-    Warns,        // logged as a warning only
-    IsLogged,     // by the operation itself; the end of the run is as with the first one
-};
-
-// Lets an operation of the library stand in the list below, whichever of its arguments it takes.
-template <auto Operation>
-HRESULT Do(const Removal& removal, const std::wstring& folder)
-{
-    if constexpr (std::is_invocable_v<decltype(Operation), const Removal&>)
-    {
-        return Operation(removal);
-    }
-    else if constexpr (std::is_invocable_v<decltype(Operation), const std::wstring&>)
-    {
-        return Operation(folder);
-    }
-    else
-    {
-        return Operation();
-    }
-}
-
-HRESULT DoNothing(const Removal&)
-{
-    return S_OK;
-}
-
-HRESULT RemoveUpdaterService(const Removal&)
-{
-    return RemoveService(c_updaterService);
-}
-
-HRESULT RemoveAuthService(const Removal&)
-{
-    return RemoveService(c_authService);
-}
-
-HRESULT RemovePathEntry(const Removal&)
-{
-    return RemoveFromMachinePath(c_pathEntry);
-}
-
-HRESULT Deregister(const Removal& removal)
-{
-    return DeregisterApplication(removal.removeUserSettings);
-}
-
-HRESULT RemovePackage(const Removal& removal)
-{
-    return RemoveLegacyPackage(removal.run.logger);
-}
-
 // What others live in stays, whoever wrote it into the install record.
-HRESULT DeleteInstallFolder(const Removal& removal)
+HRESULT DeleteInstallFolder(const Removal& removal, const std::wstring& folder)
 {
-    return removal.installFolder.isProtected ? E_ACCESSDENIED : DeleteFolderWithRetry(removal.installFolder.path);
-}
-
-HRESULT CleanUpUser(const Removal& removal)
-{
-    return CleanUpForCurrentUser(removal.run) ? S_OK : E_FAIL;
-}
-
-// What an operation works on, where it is a folder: the failure names it.
-std::wstring NoFolder(const Removal&)
-{
-    return {};
-}
-
-std::wstring PathOfInstallFolder(const Removal& removal)
-{
-    return removal.installFolder.path;
-}
-
-std::wstring AuthServiceProgramFolder(const Removal&)
-{
-    return GetProgramFilesFolder() + c_authService;
-}
-
-std::wstring AuthServiceDataFolder(const Removal&)
-{
-    return GetProgramDataFolder() + c_authService;
-}
-
-std::wstring UpdaterDataFolder(const Removal&)
-{
-    return GetProgramDataFolder() + L"VelmoraUpdater";
-}
-
-// When a step is done; one that is left out is not shown either.
-bool Always(const Removal&, const std::wstring&)
-{
-    return true;
-}
-
-bool IfFolderExists(const Removal&, const std::wstring& folder)
-{
-    return FolderExists(folder);
-}
-
-bool IfSettingsGo(const Removal& removal, const std::wstring&)
-{
-    return removal.removeUserSettings;
+    return removal.installFolder.isProtected ? E_ACCESSDENIED : DeleteFolderWithRetry(folder);
 }
 
 // Where the window's progress stands; the default: as before.
@@ -163,73 +59,149 @@ struct Progress
     int percent = 0; // of the phase; 0: as before
 };
 
+// What a failed step means for the result of the removal.
+enum class Failure
+{
+    MakesPartial, // logged as an error; the run ends with EXIT_ERROR_PARTIAL_UNINSTALL
+    Warns,        // logged as a warning only
+    IsLogged,     // by the operation itself; the end of the run is as with the first one
+};
+
+// It and its text, which the folder and the system's reason follow.
+struct OnFailure
+{
+    constexpr OnFailure(Failure failure, const wchar_t* line) : meaning(failure), text(line) {}
+
+    Failure meaning;
+    const wchar_t* text;
+};
+
+constexpr OnFailure MakesPartial(const wchar_t* text)
+{
+    return {Failure::MakesPartial, text};
+}
+
+constexpr OnFailure Warns(const wchar_t* text)
+{
+    return {Failure::Warns, text};
+}
+
+constexpr OnFailure c_isLogged(Failure::IsLogged, L"");
+
+// Such an operation is called once.
+constexpr RetryPolicy c_retriesByItself = c_once;
+
+std::wstring NoFolder(const Removal&)
+{
+    return {};
+}
+
+bool Always(const Removal&, const std::wstring&)
+{
+    return true;
+}
+
+// It has no default constructor, as a failure has none: what is left out of a row that has no default does not compile.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct Step
 {
-    Progress progress;              // before the step, also of one that is left out
+    Progress progress{};            // before the step, also of one that is left out
     const wchar_t* shown = nullptr; // logged and shown before the step; null for nothing
-    HRESULT (*operation)(const Removal& removal, const std::wstring& folder) = Do<DoNothing>;
-    RetryPolicy retry = c_once;       // on top of what the operation does by itself
-    const wchar_t* failureText = L""; // logged when it fails; the folder and the system's reason follow
-    Failure failure = Failure::MakesPartial;
+    // What the operation works on, where it is a folder: the failure names it.
     std::wstring (*folder)(const Removal& removal) = NoFolder;
+    // When the step is done; one that is left out is not shown either.
     bool (*applies)(const Removal& removal, const std::wstring& folder) = Always;
+    HRESULT (*operation)(const Removal& removal, const std::wstring& folder);
+    RetryPolicy retry;
+    OnFailure failure;
 };
 
 // Everything that is removed, in this order.
-// clang-format off
 constexpr Step c_steps[] = {
-    {{.phase = 2}, L"Deleting desktop shortcut...",
-        Do<DeleteDesktopShortcut>, c_once,
-        L"Unable to delete desktop shortcut."},
-    {{.percent = 50}, L"Deleting start menu shortcut...",
-        Do<DeleteStartMenuShortcut>, c_once,
-        L"Unable to delete start menu shortcut."},
-    {{.phase = 3}, L"Uninstalling updater service...",
-        Do<RemoveUpdaterService>, c_tenTimesPausingBetween,
-        L"Unable to uninstall updater service."},
-    {{.percent = 50}, L"Uninstalling authorization service...",
-        Do<RemoveAuthService>, c_tenTimesPausingBetween,
-        L"Unable to uninstall authorization service."},
-    {{}, L"Removing from path...",
-        Do<RemovePathEntry>, c_tenTimesPausingBetween,
-        L"Unable to remove from path."},
-    {{.phase = 4}, L"Deleting firewall rules...",
-        Do<RemoveFirewallRule>, c_tenTimesPausingBetween,
-        L"Unable to delete firewall rules."},
-    {{.phase = 5}, L"Removing startup entry...",
-        Do<RemoveStartupEntry>, c_once,
-        L"Unable to remove startup entry."},
-    {{.phase = 6}, L"Deregistering application from system...",
-        Do<Deregister>, c_once,
-        L"Unable to deregister application from system."},
-    {{.phase = 7}, L"Removing uninstall entry...",
-        Do<RemoveUninstallEntry>, c_once,
-        L"Unable to remove uninstall entry."},
-    {{.phase = 8}, L"Deleting installation folder...",
-        Do<DeleteInstallFolder>, c_once,
-        L"Unable to delete installation folder", Failure::MakesPartial, PathOfInstallFolder, IfFolderExists},
-    {{.phase = 9}, L"Deleting OrvaneAuthService folders...",
-        Do<RemoveFolder>, c_tenTimesPausingBetween,
-        L"Unable to delete PF OrvaneAuthService folder", Failure::Warns, AuthServiceProgramFolder},
-    {{.percent = 20}, nullptr,
-        Do<RemoveFolder>, c_tenTimesPausingBetween,
-        L"Unable to delete PD OrvaneAuthService folder", Failure::Warns, AuthServiceDataFolder},
-    {{.percent = 40}, L"Deleting VelmoraUpdater folder...",
-        Do<RemoveFolder>, c_tenTimesPausingBetween,
-        L"Unable to delete VelmoraUpdater folder", Failure::Warns, UpdaterDataFolder},
-    {{.percent = 60}, L"Attempting to clean up files for current user...",
-        Do<CleanUpUser>, c_once,
-        L"", Failure::IsLogged, NoFolder, IfSettingsGo},
-    {{}, nullptr,
-        Do<RemovePackage>, c_fiveSlowAttempts,
-        L"Unable to remove legacy packaged installation.", Failure::Warns},
-    {{.phase = 10, .percent = 100}, L"Uninstall Complete!"},
+    {.progress = {.phase = 2},
+     .shown = L"Deleting desktop shortcut...",
+     .operation = [](const Removal&, const std::wstring&) { return DeleteDesktopShortcut(); },
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to delete desktop shortcut.")},
+    {.progress = {.percent = 50},
+     .shown = L"Deleting start menu shortcut...",
+     .operation = [](const Removal&, const std::wstring&) { return DeleteStartMenuShortcut(); },
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to delete start menu shortcut.")},
+    {.progress = {.phase = 3},
+     .shown = L"Uninstalling updater service...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveService(c_updaterService); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = MakesPartial(L"Unable to uninstall updater service.")},
+    {.progress = {.percent = 50},
+     .shown = L"Uninstalling authorization service...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveService(c_authService); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = MakesPartial(L"Unable to uninstall authorization service.")},
+    {.shown = L"Removing from path...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveFromMachinePath(c_pathEntry); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = MakesPartial(L"Unable to remove from path.")},
+    {.progress = {.phase = 4},
+     .shown = L"Deleting firewall rules...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveFirewallRule(); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = MakesPartial(L"Unable to delete firewall rules.")},
+    {.progress = {.phase = 5},
+     .shown = L"Removing startup entry...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveStartupEntry(); },
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to remove startup entry.")},
+    {.progress = {.phase = 6},
+     .shown = L"Deregistering application from system...",
+     .operation = [](const Removal& removal,
+                     const std::wstring&) { return DeregisterApplication(removal.removeUserSettings); },
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to deregister application from system.")},
+    {.progress = {.phase = 7},
+     .shown = L"Removing uninstall entry...",
+     .operation = [](const Removal&, const std::wstring&) { return RemoveUninstallEntry(); },
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to remove uninstall entry.")},
+    {.progress = {.phase = 8},
+     .shown = L"Deleting installation folder...",
+     .folder = [](const Removal& removal) { return removal.installFolder.path; },
+     .applies = [](const Removal&, const std::wstring& folder) { return FolderExists(folder); },
+     .operation = DeleteInstallFolder,
+     .retry = c_retriesByItself,
+     .failure = MakesPartial(L"Unable to delete installation folder")},
+    {.progress = {.phase = 9},
+     .shown = L"Deleting OrvaneAuthService folders...",
+     .folder = [](const Removal&) { return GetProgramFilesFolder() + c_authService; },
+     .operation = [](const Removal&, const std::wstring& folder) { return RemoveFolder(folder); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = Warns(L"Unable to delete PF OrvaneAuthService folder")},
+    {.progress = {.percent = 20},
+     .folder = [](const Removal&) { return GetProgramDataFolder() + c_authService; },
+     .operation = [](const Removal&, const std::wstring& folder) { return RemoveFolder(folder); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = Warns(L"Unable to delete PD OrvaneAuthService folder")},
+    {.progress = {.percent = 40},
+     .shown = L"Deleting VelmoraUpdater folder...",
+     .folder = [](const Removal&) { return GetProgramDataFolder() + L"VelmoraUpdater"; },
+     .operation = [](const Removal&, const std::wstring& folder) { return RemoveFolder(folder); },
+     .retry = c_tenTimesPausingBetween,
+     .failure = Warns(L"Unable to delete VelmoraUpdater folder")},
+    {.progress = {.percent = 60},
+     .shown = L"Attempting to clean up files for current user...",
+     .applies = [](const Removal& removal, const std::wstring&) { return removal.removeUserSettings; },
+     .operation = [](const Removal& removal,
+                     const std::wstring&) { return CleanUpForCurrentUser(removal.run) ? S_OK : E_FAIL; },
+     .retry = c_retriesByItself,
+     .failure = c_isLogged},
+    {.operation = [](const Removal& removal, const std::wstring&) { return RemoveLegacyPackage(removal.run.logger); },
+     .retry = c_fiveSlowAttempts,
+     .failure = Warns(L"Unable to remove legacy packaged installation.")},
 };
-// clang-format on
 
 std::wstring DescribeFailure(const Step& step, const std::wstring& folder, HRESULT result)
 {
-    std::wstring text = step.failureText;
+    std::wstring text = step.failure.text;
     if (!folder.empty())
     {
         text += L" (" + folder + L")";
@@ -281,7 +253,7 @@ bool DoStep(const Step& step, const Removal& removal)
     {
         return true;
     }
-    switch (step.failure)
+    switch (step.failure.meaning)
     {
     case Failure::Warns:
         removal.run.logger.Warning(DescribeFailure(step, folder, result), false);
@@ -322,8 +294,7 @@ std::optional<Ending> ShutDown(const RunContext& run, const InstallFolder& insta
     ShowProgress(run, {.phase = 1});
     Announce(run, L"Stopping Velmora...");
     const bool isClientStopped = StopRunningClient(run.logger);
-    const HRESULT services =
-        isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
+    const HRESULT services = isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
     if (!isClientStopped || services != S_OK)
     {
         return Ending(Outcome::ClientRunning, std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
@@ -345,6 +316,8 @@ bool RemoveEverything(const Removal& removal)
     {
         complete = DoStep(step, removal) && complete;
     }
+    ShowProgress(removal.run, {.phase = c_phaseCount, .percent = 100});
+    Announce(removal.run, L"Uninstall Complete!");
     return complete;
 }
 
