@@ -154,7 +154,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     const RunContext run{.logger = logger, .runType = runType, .window = window ? &*window : nullptr};
     wil::unique_handle mutex;
     std::wstring ownPath;
-    const ExitCode code = EndRun(run, Run(run, commandLine, mutex, ownPath), ownPath);
+    const Ending ending = Run(run, commandLine, mutex, ownPath);
+    const ExitCode code = EndRun(run, ending, ownPath);
     ReleaseSingleInstance(mutex);
     return code;
 }

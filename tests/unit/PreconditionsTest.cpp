@@ -121,19 +121,6 @@ TEST_F(CheckWindowsVersionTest, refuses_an_older_one)
                   "Checking to sure we are running on Windows 10.0.19041 or higher...", "Version Not Supported");
 }
 
-TEST_F(CheckWindowsVersionTest, refuses_without_a_message_box_when_there_is_no_window)
-{
-    isNewEnough = FALSE;
-    run.window = nullptr;
-
-    const auto ending = CheckWindowsVersion(logger);
-    ASSERT_TRUE(ending);
-    EXPECT_EQ(EndRun(run, *ending, {}), EXIT_ERROR_WINDOWS_VERSION);
-
-    EXPECT_TRUE(desktop.Calls().empty());
-    EXPECT_EQ(log.All().size(), 2U);
-}
-
 // A process whose token belongs to a user and is elevated or not.
 class CheckElevationTest : public PreconditionsTest
 {

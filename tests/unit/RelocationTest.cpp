@@ -3,7 +3,6 @@
 #include "Uninstaller/CrashReporting.h"
 #include "support/FakeCodePage.h"
 #include "support/FakeFolders.h"
-#include "support/FakePause.h"
 #include "support/FakeStatusWindow.h"
 #include "support/LoggedLines.h"
 #include "support/OpenHandles.h"
@@ -53,7 +52,7 @@ protected:
     ExitCode Relocate(const std::wstring& argument = L"-s")
     {
         const Ending ending = Uninstaller::Relocate(logger, ownPath, argument, mutex);
-        return EndRun({.logger = logger, .runType = RunType::Gui, .window = shownWindow}, ending, ownPath);
+        return EndRun({.logger = logger, .runType = RunType::Gui, .window = window.Get()}, ending, ownPath);
     }
 
     static std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
@@ -101,7 +100,6 @@ protected:
     OpenHandles handles;
     FakeStatusWindow desktop;
     ShownStatusWindow window{desktop};
-    Installer::StatusWindow* shownWindow = window.Get();
     Lines linesWhenTold;
     HANDLE heldMutex = handles.Make();
     wil::unique_handle mutex{heldMutex};
@@ -242,24 +240,6 @@ TEST_F(RelocateTest, ends_crash_reporting_but_leaves_its_folder_and_the_log)
     EXPECT_TRUE(opened.All().empty());
 }
 
-TEST_F(RelocateTest, a_started_copy_lets_the_console_go_without_a_key)
-{
-    std::vector<std::string> calls;
-    Fake<&AllocConsole> allocate = []() -> BOOL { return TRUE; };
-    Fake<&FreeConsole> release = [&]() -> BOOL {
-        calls.emplace_back("free");
-        return TRUE;
-    };
-    const FakePause pause([this] { return handles.Make(); }, [&] { calls.emplace_back("pause"); });
-    {
-        Installer::Logger verbose(RunType::Verbose);
-        EXPECT_EQ(EndRun({.logger = verbose, .runType = RunType::Verbose},
-                         Uninstaller::Relocate(verbose, c_ownPath, L"-s", mutex), c_ownPath),
-                  EXIT_NO_ERROR);
-    }
-    EXPECT_EQ(calls, Lines{"free"});
-}
-
 TEST_F(RelocateTest, a_copy_that_succeeds_at_a_later_attempt_is_no_failure)
 {
     copyResult = [](unsigned copy) { return copy < 10 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS; };
@@ -321,19 +301,6 @@ TEST_F(RelocateTest, a_start_that_fails_without_an_error_is_a_failure_all_the_sa
     ExpectError("Uninstaller was unable to start " + StartLine() + "! Reason: 0", StartFailed());
 }
 
-TEST_F(RelocateTest, a_run_without_a_window_shows_no_message_box)
-{
-    shownWindow = nullptr;
-    startResult = ERROR_FILE_NOT_FOUND;
-    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
-
-    copyResult = [](unsigned) -> DWORD { throw std::bad_alloc(); };
-    mutex.reset(heldMutex = handles.Make());
-    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
-
-    EXPECT_TRUE(desktop.Calls().empty());
-}
-
 TEST_F(RelocateTest, a_mutex_that_cannot_be_handed_over_counts_as_a_failed_copy)
 {
     handles.closeError = ERROR_INVALID_HANDLE;
@@ -374,53 +341,6 @@ TEST_F(RelocateTest, what_is_no_standard_exception_passes)
     copyResult = [](unsigned) -> DWORD { throw 42; };
 
     EXPECT_THROW(Relocate(), int);
-}
-
-// A run that ends with an error, whose log is opened.
-class RelocateEndTest : public RelocateTest
-{
-protected:
-    RelocateEndTest()
-    {
-        root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
-        log.onLine = [this](const std::string& line) {
-            if (line == "|INFO|:    Requested to open log...")
-            {
-                isAskedToOpen = true;
-                EXPECT_FALSE(desktop.Calls().empty());
-                EXPECT_TRUE(HasNotFinished());
-            }
-        };
-    }
-
-    // Nothing has been done of what comes at the very end.
-    bool HasNotFinished() const
-    {
-        return scheduled.empty() && SentryTesting::CurrentRun().isStarted &&
-               Exists(root / L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
-    }
-
-    bool isAskedToOpen = false;
-};
-
-TEST_F(RelocateEndTest, a_failed_copy_ends_after_the_message_box_and_after_the_log_is_opened)
-{
-    copyResult = [](unsigned) { return ERROR_ACCESS_DENIED; };
-
-    EXPECT_EQ(Relocate(), EXIT_ERROR_COPY_TO_TEMP);
-
-    EXPECT_TRUE(isAskedToOpen);
-    EXPECT_FALSE(HasNotFinished());
-}
-
-TEST_F(RelocateEndTest, a_failed_start_ends_after_the_message_box_and_after_the_log_is_opened)
-{
-    startResult = ERROR_FILE_NOT_FOUND;
-
-    EXPECT_EQ(Relocate(), EXIT_ERROR_RUN_FROM_TEMP);
-
-    EXPECT_TRUE(isAskedToOpen);
-    EXPECT_EQ(scheduled.size(), 1U);
 }
 
 } // namespace

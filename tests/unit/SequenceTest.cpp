@@ -461,18 +461,6 @@ TEST_F(SequenceWindowTest, the_progress_does_not_depend_on_what_is_left_out)
                      "progress 84", "progress 86", "progress 90", "progress 100"}));
 }
 
-TEST_F(SequenceWindowTest, tells_of_a_full_success_before_the_log_goes)
-{
-    bool wasThere = false;
-    desktop.onCall = [&](const std::string& call) {
-        wasThere = call.starts_with("box ") && Exists(logger.LogPath()) && scheduled.empty();
-    };
-
-    EXPECT_EQ(Run(), EXIT_NO_ERROR);
-
-    EXPECT_TRUE(wasThere);
-}
-
 TEST_F(SequenceWindowTest, tells_of_a_partial_success_before_the_log_is_opened)
 {
     SetFileAttributesW((root / L"Desktop\\Velmora.lnk").c_str(), FILE_ATTRIBUTE_READONLY);
