@@ -294,7 +294,8 @@ std::optional<Ending> ShutDown(const RunContext& run, const InstallFolder& insta
     ShowProgress(run, {.phase = 1});
     Announce(run, L"Stopping Velmora...");
     const bool isClientStopped = StopRunningClient(run.logger);
-    const HRESULT services = isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
+    const HRESULT services =
+        isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
     if (!isClientStopped || services != S_OK)
     {
         return Ending(Outcome::ClientRunning, std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
