@@ -1,2 +1,2 @@
-// The name by which others include it.
+// The name by which the real WIL includes it.
 #include <pathcch.h>

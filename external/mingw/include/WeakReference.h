@@ -1,4 +1,4 @@
-// The compiler has no such header: weak references to objects.
+// The compiler has no such header: weak references to objects. For the real WIL.
 #pragma once
 
 #include <combaseapi.h>

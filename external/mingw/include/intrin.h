@@ -32,6 +32,7 @@
 extern "C" {
 #endif
 
+// For the real WIL.
 static inline __attribute__((noreturn, always_inline, unused)) void __fastfail(unsigned int code)
 {
     __asm__ volatile("int $0x29" : : "c"(code) : "memory");

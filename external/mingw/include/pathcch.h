@@ -1,4 +1,4 @@
-// The compiler's own header, which may not be included twice, and the options of its functions.
+// The compiler's own header, which may not be included twice, and the options of its functions. For the real WIL.
 #ifndef VELMORA_PATHCCH_ADDITIONS
 #define VELMORA_PATHCCH_ADDITIONS
 

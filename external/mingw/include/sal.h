@@ -1,5 +1,5 @@
 // The compiler's own header, the annotation that it lacks (none means anything to this compiler), and a keyword that
-// comes with them.
+// comes with them. For the real WIL.
 #include_next <sal.h>
 
 #ifndef _Post_ptr_invalid_

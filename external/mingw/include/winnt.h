@@ -1,4 +1,4 @@
-// The compiler's own header and what it lacks of reparse points.
+// The compiler's own header and what it lacks of reparse points. For the real WIL.
 #include_next <winnt.h>
 
 #ifndef IsReparseTagDirectory
