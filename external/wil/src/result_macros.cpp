@@ -2,8 +2,10 @@
 
 #include <strsafe.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cwchar>
 #include <new>
 
 namespace wil
@@ -132,8 +134,11 @@ void Notify(const FailureInfo& failure) noexcept
     }
     if (IsDebuggerPresent())
     {
-        OutputDebugStringW(DescribeFailure(failure).data());
-        OutputDebugStringW(L"\n");
+        std::array<wchar_t, c_lineCapacity> line = DescribeFailure(failure);
+        const size_t length = std::min(std::wcslen(line.data()), line.size() - 2);
+        line[length] = L'\n';
+        line[length + 1] = L'\0';
+        OutputDebugStringW(line.data());
     }
     SetLastError(lastError);
 }

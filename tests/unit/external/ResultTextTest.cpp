@@ -5,6 +5,7 @@
 #include <wil/result.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 
 using namespace Testing;
@@ -79,6 +80,20 @@ TEST(ResultLine, ends_where_the_next_one_begins)
     }());
     EXPECT_THAT(output, testing::EndsWith(L"\n"));
     EXPECT_EQ(std::count(output.begin(), output.end(), L'\n'), 1);
+}
+
+TEST(ResultLine, ends_so_even_when_it_is_cut_off)
+{
+    std::wstring output;
+    const Fake<&IsDebuggerPresent> debugger = [] { return TRUE; };
+    const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output += text; };
+    try
+    {
+        throw std::runtime_error(std::string(3000, 'x'));
+    }
+    CATCH_LOG()
+    EXPECT_THAT(output, testing::EndsWith(L"xxx\n"));
+    EXPECT_EQ(output.size(), 2047U);
 }
 
 TEST(ResultException, keeps_a_message_that_goes)

@@ -52,8 +52,6 @@ template <class Pointer, class CloseFunction, CloseFunction c_close, class Empty
 class unique_any_t
 {
 public:
-    using pointer = Pointer;
-
     // Empty.
     unique_any_t() noexcept = default;
 
