@@ -1,6 +1,8 @@
 #include "wil/registry.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string>
 
 namespace wil::reg
 {

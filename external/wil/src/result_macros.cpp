@@ -6,7 +6,11 @@
 #include <array>
 #include <atomic>
 #include <cwchar>
+#include <exception>
+#include <memory>
 #include <new>
+#include <string>
+#include <string_view>
 
 namespace wil
 {
