@@ -155,38 +155,31 @@ static_assert(AreInOrder() && std::size(c_rows) == static_cast<std::size_t>(Outc
 
 void WriteLine(const Row& row, const Ending& ending, Installer::Logger& logger)
 {
-    switch (row.line)
+    if (row.line == Line::None)
     {
-    case Line::None:
-        break;
-    case Line::Info:
-        logger.Info(row.lineText(row.code, ending));
-        break;
-    case Line::Error:
-        logger.Error(row.lineText(row.code, ending), false);
-        break;
-    case Line::CapturedError:
-        logger.Error(row.lineText(row.code, ending), true);
-        break;
+        return;
     }
+    const std::wstring text = row.lineText(row.code, ending);
+    if (row.line == Line::Info)
+    {
+        logger.Info(text);
+        return;
+    }
+    logger.Error(text, row.line == Line::CapturedError);
 }
 
 void ShowBox(const Row& row, const Ending& ending, const Installer::StatusWindow& window)
 {
-    switch (row.box)
+    if (row.box == Box::None)
     {
-    case Box::None:
-        break;
-    case Box::Error:
-        window.ShowError(row.caption, row.boxText(row.code, ending));
-        break;
-    case Box::Warning:
-        window.ShowWarning(row.caption, row.boxText(row.code, ending));
-        break;
-    case Box::Info:
-        window.ShowInfo(row.caption, row.boxText(row.code, ending));
-        break;
+        return;
     }
+    const std::wstring caption = row.caption;
+    const std::wstring text = row.boxText(row.code, ending);
+    const auto show = row.box == Box::Error     ? &Installer::StatusWindow::ShowError
+                      : row.box == Box::Warning ? &Installer::StatusWindow::ShowWarning
+                                                : &Installer::StatusWindow::ShowInfo;
+    (window.*show)(caption, text);
 }
 
 ExitCode CarryOut(const RunContext& run, const Ending& ending, const std::wstring& ownPath)
