@@ -176,9 +176,11 @@ void ShowBox(const Row& row, const Ending& ending, const Installer::StatusWindow
     }
     const std::wstring caption = row.caption;
     const std::wstring text = row.boxText(row.code, ending);
-    const auto show = row.box == Box::Error     ? &Installer::StatusWindow::ShowError
-                      : row.box == Box::Warning ? &Installer::StatusWindow::ShowWarning
-                                                : &Installer::StatusWindow::ShowInfo;
+    auto show = &Installer::StatusWindow::ShowInfo;
+    if (row.box != Box::Info)
+    {
+        show = row.box == Box::Error ? &Installer::StatusWindow::ShowError : &Installer::StatusWindow::ShowWarning;
+    }
     (window.*show)(caption, text);
 }
 
