@@ -2,8 +2,8 @@
 
 #include "Installer/Common.h"
 #include "Table.h"
-#include "support/Owners.h"
-#include "support/Waiting.h"
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Waiting.h"
 
 #include <windows.h>
 

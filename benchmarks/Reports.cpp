@@ -2,7 +2,7 @@
 
 #include "ProductSettings.h"
 #include "Table.h"
-#include "support/IngestionServer.h"
+#include "support/common/IngestionServer.h"
 
 #include <sentry.h>
 

@@ -2,13 +2,13 @@
 
 #include "Installer/Logger.h"
 #include "Table.h"
-#include "end_to_end/StatusWindowLayout.h"
-#include "support/BuiltFiles.h"
-#include "support/Names.h"
-#include "support/Owners.h"
-#include "support/RunProgram.h"
-#include "support/RunningProduct.h"
-#include "support/SampleInstallation.h"
+#include "support/end_to_end/BuiltFiles.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/RunProgram.h"
+#include "support/end_to_end/RunningProduct.h"
+#include "support/end_to_end/SampleInstallation.h"
+#include "support/end_to_end/StatusWindowLayout.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-# The options that all of this project's own code is compiled with: link to CompilerOptions.
+# All compile options. This project's targets link to CompilerOptions.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -14,7 +14,7 @@ if(MSVC)
   target_compile_options(CompilerOptions INTERFACE
     /WX /W4 /permissive- /utf-8 /EHsc /Zc:__cplusplus /Zc:preprocessor /guard:cf
     $<$<CONFIG:Release>:/Zi> $<$<CONFIG:Release>:/Gy>)
-  # Libraries from System32 only, as LoadConfiguration.s has it. Control flow guard, with Microsoft's runtime, is complete.
+  # DLLs from System32 only, as in LoadConfiguration.s.
   target_link_options(CompilerOptions INTERFACE /DEPENDENTLOADFLAG:0x800 /GUARD:CF /CETCOMPAT
     $<$<CONFIG:Release>:/DEBUG> $<$<CONFIG:Release>:/OPT:REF> $<$<CONFIG:Release>:/OPT:ICF> /INCREMENTAL:NO)
 else()
@@ -22,8 +22,8 @@ else()
     -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual -Wcast-align
     -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wimplicit-fallthrough -Wnull-dereference
     -Wdouble-promotion -Wunused)
-  if(NOT VELMORA_COVERAGE) # whose reports need the whole names, and whose programs may be as large as they like
-    # Recorded failures name source files: as they are named here, not as they lie on the machine that builds.
+  if(NOT VELMORA_COVERAGE) # gcov needs full paths
+    # __FILE__ in recorded failures: relative to this folder.
     target_compile_options(CompilerOptions INTERFACE
       -ffile-prefix-map=${CMAKE_BINARY_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
     target_compile_options(CompilerOptions INTERFACE -ffunction-sections -fdata-sections)
@@ -31,8 +31,8 @@ else()
   endif()
 
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # Functions of Windows as template arguments: their calling convention is the target's only one. COM's interfaces have
-    # no virtual destructor: clang warns of such a class of ours alone, this compiler of each that implements one of them.
+    # g++ warns about Windows' functions as template arguments (their calling convention is the target's only one), and
+    # about each class that implements a COM interface (these have no virtual destructor).
     target_compile_options(CompilerOptions INTERFACE -Wno-ignored-attributes -Wno-non-virtual-dtor)
   endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -43,20 +43,34 @@ else()
 endif()
 
 if(VELMORA_SANITIZE)
-  # There is no sanitizer runtime for this target: undefined behaviour stops the program where it happens.
+  # There is no sanitizer runtime for this target: undefined behaviour traps.
   target_compile_options(CompilerOptions INTERFACE -fsanitize=undefined -fsanitize-trap=undefined)
   target_compile_definitions(CompilerOptions INTERFACE _GLIBCXX_ASSERTIONS)
 endif()
 if(VELMORA_COVERAGE)
   target_compile_options(CompilerOptions INTERFACE --coverage -g0)
   target_link_libraries(CompilerOptions INTERFACE gcov)
-  # g++'s own linker takes more than a minute for the unit tests, this one a second.
-  find_program(CLANG_LINKER clang++-19 REQUIRED)
+  # GNU ld takes more than a minute for the unit tests, lld a second.
+  include(${CMAKE_CURRENT_LIST_DIR}/Versions.cmake)
+  find_program(CLANG_LINKER clang++-${llvm_version} REQUIRED)
   set(CMAKE_CXX_LINK_EXECUTABLE
-    "${CLANG_LINKER} --target=x86_64-w64-mingw32 -fuse-ld=lld-19 -static -pthread <LINK_FLAGS> <OBJECTS> -o <TARGET> <LINK_LIBRARIES>")
+    "${CLANG_LINKER} --target=x86_64-w64-mingw32 -fuse-ld=lld-${llvm_version} -static -pthread <LINK_FLAGS> <OBJECTS> -o <TARGET> <LINK_LIBRARIES>")
 endif()
 
-# Makes a program of the release build lie stripped at the top of the build folder, with its debug information beside it.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(
+    $<$<CONFIG:Release>:-g> $<$<CONFIG:Release>:-gcodeview> # for a .pdb
+    $<$<CONFIG:Release>:-Os>
+    # No -mguard=cf: mingw-w64's runtime is built without it, so its functions are missing in the guard table.
+    $<$<CONFIG:Release>:-fstack-protector-strong>)
+endif()
+
+# For the tests' own code: fast to build, with line tables for a debugger.
+macro(use_test_compile_options)
+  add_compile_options(-O0 $<IF:$<CONFIG:Debug>,-g1,-g0> -fno-stack-protector)
+endmacro()
+
+# Puts a stripped program at the top of the build folder, with its .pdb beside it.
 function(ship_program target)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

@@ -1,16 +1,16 @@
-# Finds the C++/WinRT headers that `dotnet restore` brought (scripts/setup), or those of CPPWINRT_INCLUDE_DIR.
-# Defines the target CppWinRT.
+# Finds the C++/WinRT headers: CPPWINRT_INCLUDE_DIR, or the NuGet package that scripts/setup restores. Defines the target
+# CppWinRT.
+include(${CMAKE_CURRENT_LIST_DIR}/Versions.cmake)
+string(REGEX REPLACE "[0-9]+$" "0" windows_sdk_folder ${windows_sdk_version})
 set(packages "$ENV{NUGET_PACKAGES}")
 if(NOT packages)
   set(packages "$ENV{HOME}/.nuget/packages")
 endif()
-file(STRINGS ${CMAKE_SOURCE_DIR}/external/cppwinrt/cppwinrt.csproj version REGEX "Microsoft.Windows.SDK.CPP")
-string(REGEX REPLACE ".*Version=\"\\[(.*)\\]\".*" "\\1" version "${version}")
 if(CMAKE_HOST_WIN32) # vcpkg's, or those of the Windows SDK
   find_path(CPPWINRT_INCLUDE_DIR winrt/base.h)
 endif()
 find_path(CPPWINRT_INCLUDE_DIR winrt/base.h
-  PATHS ${packages}/microsoft.windows.sdk.cpp/${version}/c/Include/10.0.26100.0/cppwinrt
+  PATHS ${packages}/microsoft.windows.sdk.cpp/${windows_sdk_version}/c/Include/${windows_sdk_folder}/cppwinrt
   NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 
 include(FindPackageHandleStandardArgs)
@@ -18,9 +18,9 @@ find_package_handle_standard_args(CppWinRT REQUIRED_VARS CPPWINRT_INCLUDE_DIR
   REASON_FAILURE_MESSAGE "run scripts/setup, which restores them from NuGet")
 
 if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
-  # The files are named in lower case but include each other in mixed case.
+  # The file names are lower case, the #includes mixed case: create links for a case-sensitive file system.
   set(names ${CMAKE_BINARY_DIR}/cppwinrt)
-  if(CMAKE_HOST_WIN32) # which does not care
+  if(CMAKE_HOST_WIN32)
     set(names ${CPPWINRT_INCLUDE_DIR})
   elseif(NOT EXISTS ${names}/all_names)
     file(GLOB_RECURSE headers RELATIVE ${CPPWINRT_INCLUDE_DIR} ${CPPWINRT_INCLUDE_DIR}/winrt/*.h)
@@ -28,7 +28,7 @@ if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
       file(STRINGS ${CPPWINRT_INCLUDE_DIR}/${header} lines REGEX "^#include \"winrt/.*[A-Z].*\"")
       list(APPEND includes ${lines})
     endforeach()
-    # Most of the public ones are included by nobody here: their names are those of their parts.
+    # Public headers that no other header includes take their case from their implementation headers.
     list(TRANSFORM includes REPLACE "winrt/impl/(.*)\\.[012]\\.h" "winrt/\\1.h" OUTPUT_VARIABLE public_includes)
     list(APPEND includes ${public_includes})
     list(REMOVE_DUPLICATES includes)
@@ -49,11 +49,10 @@ if(CppWinRT_FOUND AND NOT TARGET CppWinRT)
   target_include_directories(CppWinRT SYSTEM INTERFACE ${names})
   target_link_libraries(CppWinRT INTERFACE oleaut32 ole32 runtimeobject)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # clang's <cpuid.h> and mingw's <intrin.h> both define __cpuidex, and the latter brings a header of clang's that does
-    # nothing but warn: leave both out.
+    # Skips clang's <cpuid.h>, which defines __cpuidex like mingw's <intrin.h>, and its deprecated <mm3dnow.h>.
     target_compile_definitions(CppWinRT INTERFACE __CPUID_H _MM3DNOW_H_INCLUDED)
   elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # Its templates make more sections than an ordinary object file can have.
+    # Its templates need more sections than a plain COFF object can have.
     target_compile_options(CppWinRT INTERFACE -Wa,-mbig-obj)
   endif()
 endif()

@@ -1,5 +1,5 @@
-# Finds {fmt} as a header-only library, by itself: the folder that holds it may hold headers of the build machine's own
-# system too, which must not be seen. Defines the target FmtHeaders.
+# Finds {fmt} as a header-only library. Links its folder: /usr/include also has the build machine's system headers. Defines
+# the target FmtHeaders.
 find_path(FMT_INCLUDE_DIR fmt/format.h PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)
 
 include(FindPackageHandleStandardArgs)
@@ -11,7 +11,7 @@ if(FmtHeaders_FOUND AND NOT TARGET FmtHeaders)
   file(CREATE_LINK ${FMT_INCLUDE_DIR}/fmt ${CMAKE_BINARY_DIR}/fmt/fmt SYMBOLIC COPY_ON_ERROR)
   add_library(FmtHeaders INTERFACE)
   target_include_directories(FmtHeaders SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/fmt)
-  # Texts and whole numbers alone: floating point and locales would add half a megabyte.
+  # Strings and integers only: floating point and locales would add half a megabyte.
   target_compile_definitions(FmtHeaders INTERFACE FMT_HEADER_ONLY FMT_STATIC_THOUSANDS_SEPARATOR=1
     FMT_USE_FLOAT=0 FMT_USE_DOUBLE=0 FMT_USE_LONG_DOUBLE=0 FMT_USE_FLOAT128=0)
 endif()

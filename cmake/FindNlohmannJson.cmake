@@ -1,5 +1,5 @@
-# Finds nlohmann's JSON library, which is header-only, by itself: the folder that holds it may hold headers of the build
-# machine's own system too, which must not be seen. Defines the target NlohmannJson.
+# Finds nlohmann's JSON library, which is header-only. Links its folder: /usr/include also has the build machine's system
+# headers. Defines the target NlohmannJson.
 find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)
 
 include(FindPackageHandleStandardArgs)

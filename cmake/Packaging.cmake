@@ -1,4 +1,4 @@
-# What `cmake --install` lays down and `cpack` packs: see scripts/package.
+# The files of `cmake --install` and `cpack`: see scripts/package.
 install(TARGETS Velmora.Uninstaller DESTINATION .)
 install(FILES $<TARGET_FILE_DIR:Velmora.Uninstaller>/Velmora.Uninstaller.pdb DESTINATION .)
 install(FILES README.md CHANGELOG.md DESTINATION .)

@@ -15,18 +15,18 @@ namespace Installer
 namespace
 {
 
-// The installer's words: both programs show the same window.
+// The installer's names: both programs show the same window.
 constexpr std::wstring_view c_name = L"Velmora Installer";
 constexpr std::wstring_view c_automationId = L"Velmora_Installer";
 
-HRESULT GiveNumber(LONG number, VARIANT& result)
+HRESULT ReturnInt32(LONG number, VARIANT& result)
 {
     result.vt = VT_I4;
     result.lVal = number;
     return S_OK;
 }
 
-HRESULT GiveText(std::wstring_view text, VARIANT& result)
+HRESULT ReturnString(std::wstring_view text, VARIANT& result)
 {
     wil::unique_bstr copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
     RETURN_IF_NULL_ALLOC(copy);
@@ -36,7 +36,7 @@ HRESULT GiveText(std::wstring_view text, VARIANT& result)
 }
 
 template <class Interface>
-HRESULT GiveReference(Interface& object, Interface** result)
+HRESULT ReturnInterface(Interface& object, Interface** result)
 {
     object.AddRef();
     *result = &object;
@@ -90,16 +90,16 @@ HRESULT AccessibleElement::SetFocus() noexcept
 void AccessibleRoot::Line::Update(const std::wstring& text, const UiaRect& bounds) noexcept
 try
 {
-    // Not under the lock: whoever listens may ask for the text at once.
-    if (Store(text, bounds) && UiaClientsAreListening())
+    // Outside the lock: a client may query the text while the event is raised.
+    if (Set(text, bounds) && UiaClientsAreListening())
     {
         UiaRaiseAutomationEvent(this, UIA_LiveRegionChangedEventId);
     }
 }
 CATCH_LOG()
 
-// Returns whether the text is another than before.
-bool AccessibleRoot::Line::Store(const std::wstring& text, const UiaRect& bounds)
+// Returns whether the text has changed.
+bool AccessibleRoot::Line::Set(const std::wstring& text, const UiaRect& bounds)
 {
     const auto lock = m_lock.lock_exclusive();
     m_bounds = bounds;
@@ -127,10 +127,10 @@ HRESULT AccessibleRoot::Line::GetPropertyValue(PROPERTYID id, VARIANT* result) n
     switch (id)
     {
     case UIA_ControlTypePropertyId:
-        return GiveNumber(UIA_TextControlTypeId, *result);
+        return ReturnInt32(UIA_TextControlTypeId, *result);
     case UIA_NamePropertyId: {
         const auto lock = m_lock.lock_shared();
-        return GiveText(m_text, *result);
+        return ReturnString(m_text, *result);
     }
     default:
         return S_OK;
@@ -148,20 +148,20 @@ HRESULT AccessibleRoot::Line::Navigate(NavigateDirection direction, IRawElementP
     *result = nullptr;
     if (direction == NavigateDirection_Parent)
     {
-        return GiveReference<IRawElementProviderFragment>(m_root, result);
+        return ReturnInterface<IRawElementProviderFragment>(m_root, result);
     }
     if (direction == NavigateDirection_NextSibling && this == &m_root.Headline())
     {
-        return GiveReference<IRawElementProviderFragment>(m_root.Status(), result);
+        return ReturnInterface<IRawElementProviderFragment>(m_root.Status(), result);
     }
     if (direction == NavigateDirection_PreviousSibling && this == &m_root.Status())
     {
-        return GiveReference<IRawElementProviderFragment>(m_root.Headline(), result);
+        return ReturnInterface<IRawElementProviderFragment>(m_root.Headline(), result);
     }
     return S_OK;
 }
 
-// Unlike the root, which has that of its window, a line has to bring a number by which it is known again.
+// The root's runtime ID comes from its window; a fragment without a window provides its own.
 HRESULT AccessibleRoot::Line::GetRuntimeId(SAFEARRAY** result) noexcept
 {
     *result = SafeArrayCreateVector(VT_I4, 0, 2);
@@ -185,7 +185,7 @@ HRESULT AccessibleRoot::Line::get_BoundingRectangle(UiaRect* result) noexcept
 
 HRESULT AccessibleRoot::Line::get_FragmentRoot(IRawElementProviderFragmentRoot** result) noexcept
 {
-    return GiveReference<IRawElementProviderFragmentRoot>(m_root, result);
+    return ReturnInterface<IRawElementProviderFragmentRoot>(m_root, result);
 }
 
 wil::com_ptr_nothrow<AccessibleRoot> AccessibleRoot::Create(HWND window) noexcept
@@ -214,12 +214,12 @@ ULONG AccessibleRoot::AddRef() noexcept
 
 ULONG AccessibleRoot::Release() noexcept
 {
-    const ULONG left = --m_references;
-    if (left == 0)
+    const ULONG remaining = --m_references;
+    if (remaining == 0)
     {
         delete this;
     }
-    return left;
+    return remaining;
 }
 
 HRESULT AccessibleRoot::GetPropertyValue(PROPERTYID id, VARIANT* result) noexcept
@@ -228,11 +228,11 @@ HRESULT AccessibleRoot::GetPropertyValue(PROPERTYID id, VARIANT* result) noexcep
     switch (id)
     {
     case UIA_ControlTypePropertyId:
-        return GiveNumber(UIA_WindowControlTypeId, *result);
+        return ReturnInt32(UIA_WindowControlTypeId, *result);
     case UIA_NamePropertyId:
-        return GiveText(c_name, *result);
+        return ReturnString(c_name, *result);
     case UIA_AutomationIdPropertyId:
-        return GiveText(c_automationId, *result);
+        return ReturnString(c_automationId, *result);
     default:
         return S_OK;
     }
@@ -249,9 +249,9 @@ HRESULT AccessibleRoot::Navigate(NavigateDirection direction, IRawElementProvide
     switch (direction)
     {
     case NavigateDirection_FirstChild:
-        return GiveReference<IRawElementProviderFragment>(m_headline, result);
+        return ReturnInterface<IRawElementProviderFragment>(m_headline, result);
     case NavigateDirection_LastChild:
-        return GiveReference<IRawElementProviderFragment>(m_status, result);
+        return ReturnInterface<IRawElementProviderFragment>(m_status, result);
     default:
         return S_OK;
     }
@@ -278,7 +278,7 @@ HRESULT AccessibleRoot::get_BoundingRectangle(UiaRect* result) noexcept
 
 HRESULT AccessibleRoot::get_FragmentRoot(IRawElementProviderFragmentRoot** result) noexcept
 {
-    return GiveReference<IRawElementProviderFragmentRoot>(*this, result);
+    return ReturnInterface<IRawElementProviderFragmentRoot>(*this, result);
 }
 
 HRESULT AccessibleRoot::ElementProviderFromPoint(double, double, IRawElementProviderFragment** result) noexcept

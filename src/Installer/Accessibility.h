@@ -11,15 +11,14 @@
 #include <atomic>
 #include <string>
 
-// The status window as screen readers and other assistive programs see it: a window with two lines of text.
+// The status window's UI Automation provider: a window with two text elements.
 //
-// They ask on threads of their own and may keep an element for longer than the window lives. The elements are therefore
-// one object with one count of references, that of the root: as long as somebody holds any of them, all of them are
-// there.
+// UI Automation clients call it on other threads, and may keep an element longer than the window lives. All elements
+// share the root's reference count: a reference to one keeps all of them alive.
 namespace Installer
 {
 
-// What the root and the lines have in common.
+// The base of the root and its text elements.
 class AccessibleElement : public IRawElementProviderSimple, public IRawElementProviderFragment
 {
 public:
@@ -38,19 +37,19 @@ protected:
     ~AccessibleElement() = default;
 };
 
-// The window itself.
+// The root of the fragment: the window.
 class AccessibleRoot final : public AccessibleElement, public IRawElementProviderFragmentRoot
 {
 public:
-    // A line of text.
+    // A text element.
     class Line final : public AccessibleElement
     {
     public:
-        // A line without text, as part of a root. The number tells it from its sister.
+        // `number` makes its runtime ID unique within the root.
         Line(AccessibleRoot& root, int number) : m_root(root), m_number(number) {}
 
-        // Takes over the text and where it stands, in pixels from the window's left top corner. When the text is
-        // another than before, programs that listen are told so.
+        // Sets the text and its bounds, in pixels from the window's top left corner. Raises a live-region event when
+        // the text changes and a UI Automation client listens.
         void Update(const std::wstring& text, const UiaRect& bounds) noexcept;
 
         ULONG STDMETHODCALLTYPE AddRef() noexcept override;
@@ -66,19 +65,18 @@ public:
         HRESULT STDMETHODCALLTYPE get_FragmentRoot(IRawElementProviderFragmentRoot** result) noexcept override;
 
     private:
-        bool Store(const std::wstring& text, const UiaRect& bounds);
+        bool Set(const std::wstring& text, const UiaRect& bounds);
 
         AccessibleRoot& m_root;
         int m_number;
-        wil::srwlock m_lock; // for the two below: the window's thread writes them, others read
+        wil::srwlock m_lock; // guards the two below: written by the window's thread, read by clients' threads
         std::wstring m_text;
         UiaRect m_bounds{};
     };
 
-    // With one reference, the caller's. Empty when memory is short.
+    // Returns an object with one reference; empty when out of memory.
     static wil::com_ptr_nothrow<AccessibleRoot> Create(HWND window) noexcept;
 
-    // The lines, first and second.
     Line& Headline() noexcept { return m_headline; }
     Line& Status() noexcept { return m_status; }
 

@@ -19,21 +19,21 @@ namespace Installer
 namespace
 {
 
-constexpr wchar_t c_objectPrefix[] = L"\\\\?\\GLOBALROOT";
+constexpr wchar_t c_globalRootPrefix[] = L"\\\\?\\GLOBALROOT";
 
-// Reads the name of an open file. Returns ERROR_SUCCESS or why it is not known.
-DWORD ReadFinalName(HANDLE file, DWORD kind, std::wstring& name)
+// Reads the final path of an open file. Returns a Win32 error code.
+DWORD ReadFinalPath(HANDLE file, DWORD flags, std::wstring& name)
 {
     name.resize(MAX_PATH);
     for (;;)
     {
         const auto size = static_cast<DWORD>(name.size());
-        const DWORD length = GetFinalPathNameByHandleW(file, name.data(), size, kind);
+        const DWORD length = GetFinalPathNameByHandleW(file, name.data(), size, flags);
         if (length == 0)
         {
             return GetLastError();
         }
-        name.resize(length); // or the size that it needs, when it is not less than the size that was given
+        name.resize(length); // the length, or the required size if the buffer was too small
         if (length < size)
         {
             return ERROR_SUCCESS;
@@ -41,8 +41,8 @@ DWORD ReadFinalName(HANDLE file, DWORD kind, std::wstring& name)
     }
 }
 
-// Reads the canonical name of something that is there. Returns ERROR_SUCCESS or why it is not known.
-DWORD ReadCanonicalName(const std::wstring& path, std::wstring& name)
+// Reads the canonical path of an existing file or folder. Returns a Win32 error code.
+DWORD ReadCanonicalPath(const std::wstring& path, std::wstring& name)
 {
     const wil::unique_hfile file(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES,
                                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -51,12 +51,12 @@ DWORD ReadCanonicalName(const std::wstring& path, std::wstring& name)
     {
         return GetLastError();
     }
-    DWORD error = ReadFinalName(file.get(), VOLUME_NAME_DOS, name);
+    DWORD error = ReadFinalPath(file.get(), VOLUME_NAME_DOS, name);
     if (error == ERROR_PATH_NOT_FOUND || error == ERROR_INVALID_FUNCTION)
     {
-        // The volume has neither a letter nor a folder that leads to it, or the mount manager does not know it.
-        error = ReadFinalName(file.get(), VOLUME_NAME_NT, name);
-        name.insert(0, c_objectPrefix);
+        // The volume has no drive letter or mount point, or the mount manager does not know it.
+        error = ReadFinalPath(file.get(), VOLUME_NAME_NT, name);
+        name.insert(0, c_globalRootPrefix);
     }
     return error;
 }
@@ -68,60 +68,61 @@ bool IsSeparator(std::wstring_view path, std::size_t place)
     return place < path.size() && c_separators.find(path[place]) != std::wstring_view::npos;
 }
 
-// Whether a path means the same place whatever the current folder is.
-bool IsFull(std::wstring_view path)
+// Whether a path does not depend on the current directory.
+bool IsFullyQualified(std::wstring_view path)
 {
     const bool hasDrive = path.size() > 1 && path[1] == L':';
     return hasDrive ? IsSeparator(path, 2) : IsSeparator(path, 0) && IsSeparator(path, 1);
 }
 
-std::wstring WithoutLastSeparators(std::wstring path)
+std::wstring TrimTrailingSeparators(std::wstring path)
 {
     return path.erase(path.find_last_not_of(c_separators) + 1);
 }
 
-// Puts what there is not behind the name of what there is.
-std::wstring Append(std::wstring name, std::wstring_view rest)
+// Appends the components that do not exist to the canonical path of those that do.
+std::wstring Append(std::wstring name, std::wstring_view missing)
 {
     if (!name.ends_with(L'\\'))
     {
         name += L'\\';
     }
-    name += rest;
-    return WithoutLastSeparators(std::move(name));
+    name += missing;
+    return TrimTrailingSeparators(std::move(name));
 }
 
 } // namespace
 
 std::optional<std::wstring> GetCanonicalPath(const std::wstring& path)
 {
-    const std::wstring whole = ToExtendedPath(path);
+    const std::wstring extended = ToExtendedPath(path);
     std::wstring name;
-    std::wstring there = whole; // the part of the path that is looked at
-    DWORD error = ReadCanonicalName(there, name);
-    while (MeansAbsence(error))
+    std::wstring existing = extended; // shortened until it exists
+    DWORD error = ReadCanonicalPath(existing, name);
+    while (IsNotFoundError(error))
     {
-        const std::wstring_view parent = GetParentFolder(there);
+        const std::wstring_view parent = GetParentFolder(existing);
         if (parent.empty())
         {
-            // Not even the root is there: it stays as it is written.
-            name = there;
+            // Not even the root exists.
+            name = existing;
             error = ERROR_SUCCESS;
             break;
         }
-        there = parent;
-        error = ReadCanonicalName(there, name);
+        existing = parent;
+        error = ReadCanonicalPath(existing, name);
     }
     if (error != ERROR_SUCCESS)
     {
         return std::nullopt;
     }
-    if (there.size() == whole.size())
+    if (existing.size() == extended.size())
     {
         return name;
     }
-    // A relative path that leads to nothing from here does not mean a place here.
-    return IsFull(path) ? Append(name, std::wstring_view(whole).substr(there.size())) : WithoutLastSeparators(path);
+    // A relative path is not made absolute unless it exists.
+    return IsFullyQualified(path) ? Append(name, std::wstring_view(extended).substr(existing.size()))
+                                  : TrimTrailingSeparators(path);
 }
 
 } // namespace Installer

@@ -23,16 +23,16 @@ namespace Installer
 namespace
 {
 
-// The file names of the clients, to the letter.
+// The clients' executables; the comparison is case-sensitive.
 constexpr std::wstring_view c_clientNames[] = {L"Orvane.exe", L"Velmora.exe"};
 
-// How a client is asked to close: by a command to the window behind its icon in the notification area.
+// A client closes on this WM_COMMAND to its notification icon's window.
 constexpr std::wstring_view c_handlerClassPrefix = L"Velmora_NotifyIcon_Handler_";
 constexpr int c_classNameSize = 512;
 constexpr WPARAM c_closeCommand = 50001;
 
-// How the end of the clients is waited for, after they were asked as after they were terminated.
-constexpr RetryPolicy c_waitForEnd{.attempts = 10, .pauseMilliseconds = 1000, .pausesAfterLastAttempt = true};
+// The wait for the clients' exit, after the close request and after the termination.
+constexpr RetryPolicy c_waitForExit{.attempts = 10, .pauseMilliseconds = 1000, .pausesAfterLastAttempt = true};
 
 bool IsClient(std::wstring_view fileName)
 {
@@ -61,7 +61,7 @@ bool IsNotifyIconHandler(HWND window)
     return std::wstring_view(name.data(), static_cast<std::size_t>(length)).starts_with(c_handlerClassPrefix);
 }
 
-void AskToClose(DWORD client, Logger& logger)
+void RequestClose(DWORD client, Logger& logger)
 {
     logger.Info(L"[ClientHelper] Found running Velmora process! (" + std::to_wstring(client) +
                 L"). Attempting to gracefully stop it...");
@@ -81,11 +81,11 @@ void AskToClose(DWORD client, Logger& logger)
     }
 }
 
-// Returns the clients that the last look found: none when all have ended.
-std::set<DWORD> WaitForEndOfClients()
+// Returns the clients that still run.
+std::set<DWORD> WaitForClientsToExit()
 {
     std::set<DWORD> clients;
-    Retry(c_waitForEnd, [&] {
+    Retry(c_waitForExit, [&] {
         clients = FindRunningClientProcesses();
         return clients.empty() ? S_OK : S_FALSE;
     });
@@ -96,10 +96,10 @@ void TerminateClient(DWORD client, Logger& logger)
 {
     logger.Info(L"[ClientHelper] Velmora process still running after graceful shutdown attempt. (" +
                 std::to_wstring(client) + L"). Attempting to force close...");
-    const wil::unique_process_handle process = OpenToTerminate(client);
+    const wil::unique_process_handle process = OpenForTermination(client);
     if (!process)
     {
-        LogFailureToOpen(logger, HRESULT_FROM_WIN32(GetLastError()), false);
+        LogOpenFailure(logger, HRESULT_FROM_WIN32(GetLastError()), false);
     }
     else if (Terminate(process))
     {
@@ -115,7 +115,7 @@ void TerminateClient(DWORD client, Logger& logger)
 
 } // namespace
 
-wil::unique_tool_help_snapshot RequireProcessSnapshot()
+wil::unique_tool_help_snapshot TakeProcessSnapshotOrThrow()
 {
     wil::unique_tool_help_snapshot snapshot = TakeProcessSnapshot();
     THROW_LAST_ERROR_IF(!snapshot);
@@ -125,7 +125,7 @@ wil::unique_tool_help_snapshot RequireProcessSnapshot()
 std::set<DWORD> FindRunningClientProcesses()
 {
     const DWORD self = GetCurrentProcessId();
-    const wil::unique_tool_help_snapshot snapshot = RequireProcessSnapshot();
+    const wil::unique_tool_help_snapshot snapshot = TakeProcessSnapshotOrThrow();
 
     std::set<DWORD> clients;
     ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
@@ -147,10 +147,10 @@ try
     }
     for (const DWORD client : found)
     {
-        AskToClose(client, logger);
+        RequestClose(client, logger);
     }
 
-    const std::set<DWORD> remaining = WaitForEndOfClients();
+    const std::set<DWORD> remaining = WaitForClientsToExit();
     if (remaining.empty())
     {
         logger.Info(L"[ClientHelper] Velmora process has terminated successfully.");
@@ -161,7 +161,7 @@ try
         TerminateClient(client, logger);
     }
 
-    if (WaitForEndOfClients().empty())
+    if (WaitForClientsToExit().empty())
     {
         logger.Info(L"[ClientHelper] Velmora process has been successfully terminated.");
         return true;

@@ -6,23 +6,22 @@
 
 #include <set>
 
-// The product's own client, which has to end before the product can be removed.
+// The product's desktop client, which must exit before the product is removed.
 namespace Installer
 {
 
 class Logger;
 
-// Takes a snapshot of all processes. Throws wil::ResultException, recorded under the name of this file, when Windows
-// gives none.
-wil::unique_tool_help_snapshot RequireProcessSnapshot();
+// Takes a snapshot of all processes. Throws wil::ResultException on failure.
+wil::unique_tool_help_snapshot TakeProcessSnapshotOrThrow();
 
-// The ids of the product's clients that are running; this process is never among them. Throws wil::ResultException
-// when the processes cannot be listed.
+// The IDs of the running client processes, less this process. Throws wil::ResultException when no snapshot can be
+// taken.
 std::set<DWORD> FindRunningClientProcesses();
 
-// Asks the running clients to close, gives them ten seconds, terminates those that are left, and gives these ten
-// seconds too. Returns whether none is running any more: false also after a standard exception, which is logged as an
-// error. Other exceptions pass.
+// Asks the running clients to close and waits up to ten seconds; terminates those that remain and waits up to ten
+// seconds again. Returns whether no client is left. Standard exceptions are logged as an error and return false; other
+// exceptions propagate.
 bool StopRunningClient(Logger& logger);
 
 } // namespace Installer

@@ -23,10 +23,10 @@ namespace
 constexpr wchar_t c_uninstallerFolder[] = L"Velmora\\Uninstaller\\";
 constexpr wchar_t c_defaultTempFolder[] = L"C:\\Windows\\Temp\\";
 constexpr wchar_t c_defaultProgramFiles[] = L"C:\\Program Files\\";
-constexpr DWORD c_userDefaultLanguage = 0x400;
 constexpr wchar_t c_defaultProgramData[] = L"C:\\ProgramData\\";
+constexpr DWORD c_userDefaultLanguage = 0x400;
 
-// Nothing when Windows does not tell it, or memory runs out.
+// Returns nullopt on failure, or when out of memory.
 std::optional<std::wstring> FindUninstallerTempFolder() noexcept
 try
 {
@@ -37,7 +37,7 @@ try
     }
     std::wstring folder(needed, L'\0');
     const DWORD length = GetTempPathW(needed, folder.data());
-    // A folder that has become longer since the first call is not in the buffer.
+    // TMP may have changed since the first call: the path is then longer than the buffer.
     if (length == 0 || length >= needed)
     {
         return std::nullopt;
@@ -51,7 +51,7 @@ catch (...)
     return std::nullopt;
 }
 
-std::optional<std::wstring> AskForKnownFolder(const KNOWNFOLDERID& id) noexcept
+std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id) noexcept
 try
 {
     wil::unique_cotaskmem_string folder;
@@ -68,23 +68,22 @@ catch (...)
 
 std::wstring GetKnownFolder(const KNOWNFOLDERID& id, const wchar_t* fallback)
 {
-    auto folder = AskForKnownFolder(id);
+    auto folder = FindKnownFolder(id);
     return folder ? *std::move(folder) : fallback;
 }
 
-// The recursive removal guards everything below the folder that it is given, but goes wherever the folder's own name
-// leads. Anybody may create folders below ProgramData, so anybody could lead an elevated process away with a link.
-bool IsLink(std::wstring path)
+// Whether a folder is a link (a name surrogate). The recursive removal does not follow links in the tree; this check
+// covers its root: any user can create a junction below ProgramData for an elevated process to follow.
+bool IsNameSurrogate(std::wstring path)
 {
-    // Behind a separator the name could already stand for the link's target.
+    // With a trailing separator, the path could resolve to the link's target.
     path.erase(path.find_last_not_of(L"\\/") + 1);
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
     {
         return false;
     }
-    // A folder of a cloud store, for one, has a reparse point without being a link. What is not told to be such a
-    // folder is taken for a link.
+    // Cloud folders, for example, are reparse points but no links. If the tag is unknown, assume a link.
     WIN32_FIND_DATAW found{};
     const wil::unique_hfind search(FindFirstFileW(path.c_str(), &found));
     return !search || found.dwReserved0 == IO_REPARSE_TAG_RESERVED_ZERO || IsReparseTagNameSurrogate(found.dwReserved0);
@@ -92,7 +91,7 @@ bool IsLink(std::wstring path)
 
 } // namespace
 
-std::wstring NameUninstallerTempFolder()
+std::wstring GetUninstallerTempFolderPath()
 {
     auto found = FindUninstallerTempFolder();
     return found ? *std::move(found) : std::wstring(c_defaultTempFolder) + c_uninstallerFolder;
@@ -100,7 +99,7 @@ std::wstring NameUninstallerTempFolder()
 
 std::wstring GetUninstallerTempFolder()
 {
-    const std::wstring folder = NameUninstallerTempFolder();
+    const std::wstring folder = GetUninstallerTempFolderPath();
     Retry(c_tenTimesPausingAfterEach, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
     return folder;
 }
@@ -125,8 +124,8 @@ try
 {
     std::array<wchar_t, MAX_PATH> folder{};
     const UINT length = GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
-    const bool isWhole = length > 0 && length < folder.size();
-    return isWhole ? std::wstring(folder.data(), length) : std::wstring();
+    const bool isComplete = length > 0 && length < folder.size();
+    return isComplete ? std::wstring(folder.data(), length) : std::wstring();
 }
 catch (...)
 {
@@ -137,7 +136,7 @@ HRESULT RemoveFolder(const std::wstring& path) noexcept
 try
 {
     const std::wstring extended = ToExtendedPath(path);
-    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsLink(extended));
+    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED), IsNameSurrogate(extended));
     const HRESULT result = wil::RemoveDirectoryRecursiveNoThrow(extended.c_str());
     return result == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ? S_OK : result;
 }
@@ -154,7 +153,7 @@ bool FolderExists(const std::wstring& path)
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-bool MeansAbsence(DWORD error) noexcept
+bool IsNotFoundError(DWORD error) noexcept
 {
     switch (error)
     {

@@ -4,49 +4,48 @@
 
 #include <string>
 
-// Folders of the machine, and the deletion of folder trees.
+// Well-known folders, and the deletion of folder trees.
 namespace Installer
 {
 
-// The folders end in a backslash. Each has a fixed place that stands in when Windows does not tell it or memory runs
-// out meanwhile; std::bad_alloc is thrown only when there is no memory for that either.
+// The folders below end in a backslash. Each falls back to its default path when Windows does not return it, or when
+// out of memory; std::bad_alloc is thrown only when the default path cannot be allocated either.
 
-// The uninstaller's own folder below the temporary folder, whether or not it exists.
-std::wstring NameUninstallerTempFolder();
+// The path of the uninstaller's folder in the temporary folder. Does not create it.
+std::wstring GetUninstallerTempFolderPath();
 
-// The same folder. Makes sure that it exists: up to ten tries, a second apart; a folder that cannot be created is
-// returned all the same.
+// The same path. Creates the folder if needed: up to ten attempts, 1000 ms after each failure. Returns the path even
+// if the folder cannot be created.
 std::wstring GetUninstallerTempFolder();
 
-// "C:\Program Files\" or wherever it is on this machine.
+// FOLDERID_ProgramFiles, by default "C:\Program Files\".
 std::wstring GetProgramFilesFolder();
 
-// The folder of the 64-bit programs, which for this one is the same.
+// FOLDERID_ProgramFilesX64, by default "C:\Program Files\".
 std::wstring GetProgramFilesX64Folder();
 
-// "C:\ProgramData\" or wherever it is on this machine.
+// FOLDERID_ProgramData, by default "C:\ProgramData\".
 std::wstring GetProgramDataFolder();
 
-// The system folder ("C:\Windows\System32" or wherever it is), without a backslash at its end. Empty when Windows does
-// not tell it, or memory runs out.
+// The system folder (GetSystemDirectoryW), without a trailing backslash. Empty on failure, or when out of memory.
 std::wstring FindSystemFolder() noexcept;
 
-// Removes a folder with everything in it, in one attempt, however long its path. Links below it are removed, never
-// followed. Returns S_OK when the folder is gone or was not there, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)
-// when the path itself is a link (nothing is touched then), and otherwise the failure of the removal.
+// Deletes a folder tree in one attempt. Long paths are supported; links in the tree are deleted, never followed.
+// Returns S_OK when the folder is gone or did not exist, HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED) when the
+// folder itself is a link (nothing is deleted then), otherwise the first failure.
 HRESULT RemoveFolder(const std::wstring& path) noexcept;
 
-// RemoveFolder, up to ten times with a second's pause after every failure. Returns the last result.
+// RemoveFolder, up to ten attempts, 1000 ms after each failure. Returns the last result.
 HRESULT DeleteFolderWithRetry(const std::wstring& path) noexcept;
 
-// Whether the path, however long, names a folder (or a link to one) that can be seen.
+// Whether the path names a directory or a directory link. False when its attributes cannot be read.
 bool FolderExists(const std::wstring& path);
 
-// Whether a Win32 error code says of a path that there is nothing.
-bool MeansAbsence(DWORD error) noexcept;
+// Whether a Win32 error code means that a path does not exist.
+bool IsNotFoundError(DWORD error) noexcept;
 
-// The system's own text for a failure, in the user's language, as FormatMessageW gives it (line break included); empty
-// when the system has none.
+// The system's message for a failure in the user's language, as FormatMessageW returns it, with its line break. Empty
+// when there is none.
 std::wstring GetSystemMessage(HRESULT result);
 
 } // namespace Installer

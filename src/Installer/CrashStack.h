@@ -5,9 +5,8 @@
 namespace Installer
 {
 
-// Lets the calling thread keep as much of its stack as crash reporting needs when the stack overflows: without it, the
-// process is gone without a report. Windows knows this for each thread only, so every thread of the program calls it
-// first.
+// Reserves stack on the calling thread for the crash handler: without it, a stack overflow ends the process with no
+// report. The guarantee is per thread; each thread of the program calls this first.
 inline void ReserveStackForCrashReport() noexcept
 {
     ULONG bytes = 64 * 1024;

@@ -27,14 +27,14 @@ namespace Installer
 namespace
 {
 
-// Processes by id, with the names of their files.
+// Process IDs and the executables' file names.
 using Processes = std::map<DWORD, std::wstring>;
 
 constexpr wchar_t c_lockCheckFailed[] = L"[ClientHelper] Unable to determine if processes are locking directory: ";
 
-// Adds the process if its program file lies in the folder, which is given canonically, or below it. Returns whether it
-// is new among the processes; one that cannot be examined is not added.
-bool AddIfStartedFrom(const std::wstring& folder, const PROCESSENTRY32W& entry, Processes& processes) noexcept
+// Adds the process if its executable lies in or below the folder (a canonical path). Returns whether it was added; one
+// that cannot be queried is not.
+bool AddIfImageIsInside(const std::wstring& folder, const PROCESSENTRY32W& entry, Processes& processes) noexcept
 try
 {
     const wil::unique_process_handle process(
@@ -52,8 +52,8 @@ catch (...)
     return false;
 }
 
-// Logs the processes. Returns them as the dialog names them: one after another, on one line.
-std::wstring ListProcesses(const Processes& processes, Logger& logger)
+// Logs the processes. Returns the list that the dialog shows, on one line.
+std::wstring LogProcesses(const Processes& processes, Logger& logger)
 {
     logger.Warning(L"[ClientHelper] The following processes were found locking the directory:", false);
     std::wstring list;
@@ -62,12 +62,12 @@ std::wstring ListProcesses(const Processes& processes, Logger& logger)
         list += L'[' + std::to_wstring(id) + L"] " + name;
         logger.Warning(L"                 - " + name + L" (Pid: " + std::to_wstring(id) + L')', false);
     }
-    std::erase(list, L'\n'); // not even a file's name breaks the line
+    std::erase(list, L'\n'); // a file name may contain one
     return list;
 }
 
-// Asks the user what to do about the processes. Returns the button, which is "Continue" when the user cannot be asked.
-int AskUser(const std::wstring& list, Logger& logger, HWND owner)
+// Returns the ID of the button that the user chose: IDCONTINUE when the dialog fails.
+int PromptUser(const std::wstring& list, Logger& logger, HWND owner)
 {
     constexpr std::array buttons{TASKDIALOG_BUTTON{IDRETRY, L"Retry"}, TASKDIALOG_BUTTON{IDCONTINUE, L"Continue"},
                                  TASKDIALOG_BUTTON{IDCANCEL, L"Cancel"}};
@@ -100,14 +100,14 @@ int AskUser(const std::wstring& list, Logger& logger, HWND owner)
     return button;
 }
 
-// Returns whether the process is gone, as far as can be told, or about to go.
-bool TerminateLocker(DWORD id, const std::wstring& name, Logger& logger)
+// Returns whether the process is terminated or has presumably exited.
+bool TerminateLockingProcess(DWORD id, const std::wstring& name, Logger& logger)
 {
     logger.Info(L"[ClientHelper] Terminating " + name + L"...");
-    const wil::unique_process_handle process = OpenToTerminate(id);
+    const wil::unique_process_handle process = OpenForTermination(id);
     if (!process)
     {
-        return LogFailureToOpen(logger, HRESULT_FROM_WIN32(GetLastError()), true);
+        return LogOpenFailure(logger, HRESULT_FROM_WIN32(GetLastError()), true);
     }
     if (Terminate(process))
     {
@@ -126,41 +126,42 @@ bool TerminateLocker(DWORD id, const std::wstring& name, Logger& logger)
     return false;
 }
 
-bool TerminateLockers(const Processes& lockers, Logger& logger)
+bool TerminateLockingProcesses(const Processes& lockingProcesses, Logger& logger)
 {
     logger.Info(L"[ClientHelper] Attempting to terminate processes...");
-    bool areGone = true;
-    for (const auto& [id, name] : lockers)
+    bool areTerminated = true;
+    for (const auto& [id, name] : lockingProcesses)
     {
-        areGone = TerminateLocker(id, name, logger) && areGone;
+        areTerminated = TerminateLockingProcess(id, name, logger) && areTerminated;
     }
-    return areGone;
+    return areTerminated;
 }
 
 } // namespace
 
-std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& directory, std::optional<DWORD> starter)
+std::map<DWORD, std::wstring> FindProcessesLockingDirectory(const std::wstring& directory,
+                                                            std::optional<DWORD> ignoredProcess)
 {
     const DWORD self = GetCurrentProcessId();
-    const wil::unique_tool_help_snapshot snapshot = RequireProcessSnapshot();
+    const wil::unique_tool_help_snapshot snapshot = TakeProcessSnapshotOrThrow();
 
-    Processes lockers;
+    Processes lockingProcesses;
     const auto folder = GetCanonicalPath(directory);
     if (!folder)
     {
-        return lockers; // nothing can be compared with it
+        return lockingProcesses; // no path lies in it
     }
     ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
-        if (process.th32ProcessID != self && process.th32ProcessID != starter)
+        if (process.th32ProcessID != self && process.th32ProcessID != ignoredProcess)
         {
-            AddIfStartedFrom(*folder, process, lockers);
+            AddIfImageIsInside(*folder, process, lockingProcesses);
         }
     });
-    return lockers;
+    return lockingProcesses;
 }
 
 bool CheckDirectoryLocked(const std::wstring& directory, Logger& logger, bool silent, HWND owner,
-                          std::optional<DWORD> starter) noexcept
+                          std::optional<DWORD> ignoredProcess) noexcept
 try
 {
     logger.Info(L"[ClientHelper] Checking if directory is locked: " + directory);
@@ -169,31 +170,31 @@ try
         logger.Info(L"[ClientHelper] Directory does not exist, cannot be locked!");
         return true;
     }
-    const Processes lockers = FindProcessesLockingDirectory(directory, starter);
-    if (lockers.empty())
+    const Processes lockingProcesses = FindProcessesLockingDirectory(directory, ignoredProcess);
+    if (lockingProcesses.empty())
     {
         logger.Info(L"[ClientHelper] No processes found locking the directory.");
         return true;
     }
-    const std::wstring list = ListProcesses(lockers, logger);
+    const std::wstring list = LogProcesses(lockingProcesses, logger);
     if (silent)
     {
         logger.Info(L"[ClientHelper] Running as silent, cannot prompt user to terminate these processes, so "
                     L"terminating automatically...");
-        return TerminateLockers(lockers, logger);
+        return TerminateLockingProcesses(lockingProcesses, logger);
     }
-    switch (const int button = AskUser(list, logger, owner))
+    switch (const int button = PromptUser(list, logger, owner))
     {
     case IDCANCEL:
         logger.Info(L"[ClientHelper] User canceled the uninstaller.");
         return false;
     case IDRETRY:
         logger.Info(L"[ClientHelper] User prompted to retry...");
-        return CheckDirectoryLocked(directory, logger, false, owner, starter);
+        return CheckDirectoryLocked(directory, logger, false, owner, ignoredProcess);
     case IDCONTINUE:
-        return TerminateLockers(lockers, logger);
+        return TerminateLockingProcesses(lockingProcesses, logger);
     default:
-        // Nothing is terminated that the user did not agree to, whatever the line says.
+        // Despite the message: without the user's consent, nothing is terminated.
         logger.Warning(L"[ClientHelper] Unknown button event from task dialog, continuing with termination: " +
                            std::to_wstring(button),
                        false);

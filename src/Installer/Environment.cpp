@@ -17,14 +17,14 @@ constexpr wchar_t c_environmentKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Ses
 constexpr wchar_t c_pathValue[] = L"PATH";
 constexpr UINT c_broadcastTimeoutMilliseconds = 1000;
 
-// A piece of the search path with the ";" that ends it.
+// An entry of PATH with its ";".
 struct Segment
 {
     std::size_t begin;
     std::size_t length;
 };
 
-// Where the last segment that equals the target lies. Both the path and the target end with a ";".
+// Finds the last segment that equals the target, ignoring case. Both end in ";".
 std::optional<Segment> FindLastSegment(const std::wstring& path, const std::wstring& target)
 {
     for (std::size_t end = path.size(); end > 0;)
@@ -69,11 +69,11 @@ try
 
     DWORD size = 0;
     const LSTATUS status = RegQueryValueExW(key.get(), c_pathValue, nullptr, nullptr, nullptr, &size);
-    if (status != ERROR_FILE_NOT_FOUND) // a missing value is reported by the second query
+    if (status != ERROR_FILE_NOT_FOUND) // the second query reports a missing value
     {
         RETURN_IF_WIN32_ERROR(status);
     }
-    // Twice the size, and one character more: whatever is stored, the text ends inside the buffer.
+    // `size` is in bytes: the buffer is always larger than the value, so the text is null-terminated.
     std::vector<wchar_t> buffer(std::size_t{size} + 1);
     RETURN_IF_WIN32_ERROR(
         RegQueryValueExW(key.get(), c_pathValue, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer.data()), &size));

@@ -6,21 +6,20 @@
 
 #include <string>
 
-// The machine's environment variables.
+// The machine-wide PATH.
 namespace Installer
 {
 
-// Opens the key that holds the machine's environment, with KEY_READ or KEY_ALL_ACCESS. The caller owns the key. Returns
-// S_OK or the Win32 error as HRESULT.
+// Opens the registry key of the machine's environment variables. Returns S_OK or the Win32 error as HRESULT.
 HRESULT OpenEnvironmentKey(REGSAM access, wil::unique_hkey& key) noexcept;
 
-// Reads the machine's search path as it is stored, nothing expanded, and ends it with a ";" unless it is empty. Returns
-// S_OK or the failure as HRESULT; a missing value is HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND).
+// Reads the machine's PATH unexpanded, and appends a ";" unless it is empty or ends in one. Returns S_OK or the failure
+// as HRESULT; a missing value is HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND).
 HRESULT ReadMachinePath(std::wstring& path) noexcept;
 
-// Takes the last occurrence of an entry out of the machine's search path and tells running programs. The entry is
-// compared as it stands, letter case aside, and must not be empty. Returns S_OK when it is gone or was not there,
-// otherwise the failure as HRESULT; the search path is then as it was. One attempt.
+// Removes the last occurrence of an entry from the machine's PATH and broadcasts WM_SETTINGCHANGE. Compares whole
+// entries, unexpanded, ignoring case; `entry` must not be empty. One attempt. Returns S_OK when the entry is removed or
+// was not there, otherwise the failure as HRESULT, with PATH unchanged.
 HRESULT RemoveFromMachinePath(const std::wstring& entry) noexcept;
 
 } // namespace Installer

@@ -1,5 +1,5 @@
-// C++/WinRT tells Windows, and a debugger, of each exception that it makes. The function that it calls for that came
-// with Windows 8.1; this one takes its place in the program, and passes the call on where Windows has it.
+// C++/WinRT calls RoOriginateLanguageException for each hresult_error. Windows before 8.1 lacks it; this definition
+// replaces the import and forwards the call where Windows has the function.
 #include "Installer/SystemFunction.h"
 
 #include <windows.h>

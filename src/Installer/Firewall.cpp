@@ -19,7 +19,7 @@ constexpr wchar_t c_ruleName[] = L"Velmora Login Server";
 
 HRESULT RemoveFirewallRule() noexcept
 {
-    // Whether there is an object says it all, and it is not there where the firewall is not: nothing to record.
+    // The result is not recorded: without the firewall's service there is no such object.
     wil::com_ptr_nothrow<INetFwPolicy2> policy;
     CoCreateInstance(__uuidof(NetFwPolicy2), nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(policy.put()));
     if (!policy)

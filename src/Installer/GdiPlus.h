@@ -1,6 +1,6 @@
 #pragma once
 
-// GDI+ with what its header needs before it: the lean windows.h leaves out streams, and its classes call min and max.
+// gdiplus.h needs IStream, which WIN32_LEAN_AND_MEAN leaves out, and min and max, which NOMINMAX removes.
 // clang-format off
 #include <windows.h>
 #include <objidl.h>

@@ -12,7 +12,6 @@
 #include <wil/result.h>
 
 #include <exception>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -46,7 +45,7 @@ void WriteToConsole(const std::wstring& line)
     WriteConsoleW(GetStdHandle(STD_OUTPUT_HANDLE), line.c_str(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
 
-// Opened and closed for every line, so that the line is on disk when the program goes on, whatever becomes of it.
+// Opens and closes the file for each line, so that no line is lost if the process ends abruptly.
 void AppendToFile(const std::wstring& path, const std::wstring& line)
 {
     const wil::unique_hfile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -76,23 +75,24 @@ bool FileExists(const std::wstring& path)
         return true;
     }
     const DWORD error = GetLastError();
-    if (!MeansAbsence(error))
+    if (!IsNotFoundError(error))
     {
-        throw std::filesystem::filesystem_error("exists", path,
-                                                std::error_code(static_cast<int>(error), std::system_category()));
+        // Not std::filesystem::filesystem_error: its path would link libstdc++'s locales.
+        throw std::system_error(static_cast<int>(error), std::system_category(),
+                                "filesystem error: exists [" + EncodeUtf8(path) + ']');
     }
     return false;
 }
 
-// Empty when the system folder is not told.
+// Empty when the system folder is unknown.
 std::wstring FindCommandProcessor()
 {
     const std::wstring folder = FindSystemFolder();
     return folder.empty() ? folder : folder + L"\\cmd.exe";
 }
 
-// Not through the C runtime, which starts whatever command processor the environment names and lets it run the user's
-// AutoRun commands first: what the user has set is not to decide what runs elevated. "/d" leaves AutoRun out.
+// Not system(): it runs the command processor that ComSpec names, with the user's AutoRun commands, and this process is
+// elevated. "/d" disables AutoRun.
 void WaitForKey() noexcept
 try
 {

@@ -8,18 +8,17 @@
 namespace Installer
 {
 
-// The log of one run. Every report becomes one line on the process's console (if it has one), in the log file, and in
-// the crash reporter: as a breadcrumb or, where the caller asks for it with `capture`, as an event that is sent.
-// The file is UTF-8, and its lines end with CR LF. What is not valid text in a message is replaced.
-// No report ever fails: what cannot be written is left out. Used from one thread only.
+// The log of one run. Each message is one line in the log file and on the console (if there is one), and a breadcrumb
+// of crash reporting or, with `capture`, an event that is sent. The file is UTF-8 with CR LF; invalid UTF-16 is
+// replaced. Logging never fails: what cannot be written is dropped. Not thread-safe.
 class Logger
 {
 public:
-    // Names the log file after the local time: Uninstaller_<year>_<month>_<day>_<hour>_<minute>_<second>.log in the
-    // uninstaller's temporary folder. It comes into being with the first line. A verbose run gets a console.
+    // Names the log file Uninstaller_<year>_<month>_<day>_<hour>_<minute>_<second>.log (local time), in the
+    // uninstaller's temporary folder. The first line creates it. Allocates a console in verbose runs.
     explicit Logger(RunType runType);
 
-    // Lets the console of a verbose run go, as a rule not before the user has pressed a key. The file stays.
+    // Frees a verbose run's console, after a key press unless ClearPauseOnClose was called. The file stays.
     ~Logger();
 
     Logger(const Logger&) = delete;
@@ -29,15 +28,15 @@ public:
     void Warning(const std::wstring& message, bool capture) noexcept;
     void Error(const std::wstring& message, bool capture) noexcept;
 
-    // Log the text, followed by what an exception says of itself. Memory may have run out; then there is no line.
+    // Log `text` followed by `what`, an exception's message. Dropped when out of memory.
     void Warning(const wchar_t* text, const char* what, bool capture) noexcept;
     void Error(const wchar_t* text, const char* what, bool capture) noexcept;
 
-    // Shows the log to the desktop's user, in GUI runs only. A log that cannot be shown is a warning in it. Throws
-    // std::filesystem::filesystem_error when the file system cannot tell whether there is a log.
+    // Opens the log as the desktop's user, in GUI runs only. A failure to open it is logged as a warning. Throws
+    // std::system_error when it cannot be determined whether the file exists.
     void OpenLog();
 
-    // Lets the console go without waiting for a key: for a run that another process goes on with.
+    // Frees the console without waiting for a key press: another process continues this run.
     void ClearPauseOnClose() noexcept { m_pauseOnClose = false; }
 
     // The full path of the log file.

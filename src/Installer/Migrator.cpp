@@ -3,14 +3,14 @@
 #include "Installer/ClientHelper.h"
 #include "Installer/Common.h"
 #include "Installer/Logger.h"
-#include "Installer/Text.h"
+#include "Installer/ProductServices.h"
 
 #include <roapi.h>
 
 #include <wil/resource.h>
 #include <wil/result.h>
 
-// After Windows' own headers, whose types it then knows.
+// Last: C++/WinRT supports the classic COM types of headers that precede it.
 #include <winrt/Windows.ApplicationModel.h>
 #include <winrt/Windows.Foundation.Collections.h>
 #include <winrt/Windows.Foundation.h>
@@ -40,7 +40,6 @@ using winrt::Windows::Management::Deployment::RemovalOptions;
 using DeploymentOperation = IAsyncOperationWithProgress<DeploymentResult, DeploymentProgress>;
 
 constexpr wchar_t c_familyName[] = L"Orvane.Velmora_k4wz81tqm0d3x";
-constexpr wchar_t c_serviceFolder[] = L"OrvaneAuthService//";
 
 constexpr wchar_t c_searchingProvisioned[] = L"[Migrator] Searching for provisioned Velmora legacy packages...";
 constexpr wchar_t c_provisionedSearchFailed[] =
@@ -52,17 +51,17 @@ constexpr wchar_t c_installedSearchFailed[] = L"[Migrator] Failed to search for 
 constexpr wchar_t c_preparing[] = L"[Migrator] Preparing to remove legacy Velmora installation at: ";
 constexpr wchar_t c_removed[] = L"[Migrator] Successfully removed legacy Velmora installation!";
 constexpr wchar_t c_removalFailed[] = L"[Migrator] Failed to remove legacy Velmora installation: ";
-constexpr wchar_t c_removingForOneUser[] = L"[Migrator] Attempting to remove for single user only...";
+constexpr wchar_t c_removingForSingleUser[] = L"[Migrator] Attempting to remove for single user only...";
 
 std::int32_t __stdcall GetRegisteredFactory(void* className, const winrt::guid& id, void** factory) noexcept
 {
     return RoGetActivationFactory(static_cast<HSTRING>(className), id, factory);
 }
 
-// Waits until an operation has ended. Returns nothing when it completed, otherwise its error code.
-std::optional<HRESULT> WaitForFailure(const DeploymentOperation& operation)
+// Waits for an operation. Returns nullopt when it completed, otherwise its error code.
+std::optional<HRESULT> WaitForCompletion(const DeploymentOperation& operation)
 {
-    // An operation may hold its handler longer than this call lasts.
+    // Shared: the operation may release its handler after this function has returned.
     const auto ended = std::make_shared<wil::unique_event>(wil::EventOptions::ManualReset);
     operation.Completed([ended](const DeploymentOperation&, AsyncStatus) { ended->SetEvent(); });
     ended->wait();
@@ -73,10 +72,9 @@ std::optional<HRESULT> WaitForFailure(const DeploymentOperation& operation)
     return operation.ErrorCode();
 }
 
-// Does a search, which may need the package manager for the first time, and logs what it throws. C++/WinRT's own
-// exceptions are not standard ones.
+// Calls search() and logs its exceptions. winrt::hresult_error is not a std::exception.
 template <class Search>
-void Guard(Logger& logger, const wchar_t* failureText, Search search)
+void LogExceptions(Logger& logger, const wchar_t* failureText, Search search)
 {
     try
     {
@@ -84,15 +82,15 @@ void Guard(Logger& logger, const wchar_t* failureText, Search search)
     }
     catch (const std::exception& exception)
     {
-        logger.Error(failureText + WidenExceptionText(exception.what()), false);
+        logger.Error(failureText, exception.what(), false);
     }
     catch (...)
     {
-        logger.Error(failureText + std::wstring(L"Unknown Error"), false);
+        logger.Error(failureText, "Unknown Error", false);
     }
 }
 
-// The package manager, made when it is first needed: where it cannot be made, each search fails for itself.
+// Activates the package manager on first use: if the activation fails, each search fails and logs it.
 class LazyPackageManager
 {
 public:
@@ -111,7 +109,7 @@ private:
 
 void Deprovision(const PackageManager& manager, const hstring& familyName, Logger& logger)
 {
-    const auto failure = WaitForFailure(manager.DeprovisionPackageForAllUsersAsync(familyName));
+    const auto failure = WaitForCompletion(manager.DeprovisionPackageForAllUsersAsync(familyName));
     if (!failure)
     {
         logger.Info(c_deprovisioned);
@@ -132,12 +130,12 @@ void DeprovisionPackages(const PackageManager& manager, Logger& logger)
     }
 }
 
-// Removes one package. The result is set at each removal that fails, and kept otherwise.
+// Removes one package. A failed removal sets `result`; a successful one leaves it unchanged.
 void RemovePackage(const PackageManager& manager, const Package& package, const hstring& fullName, Logger& logger,
                    HRESULT& result)
 try
 {
-    auto failure = WaitForFailure(manager.RemovePackageAsync(fullName, RemovalOptions::RemoveForAllUsers));
+    auto failure = WaitForCompletion(manager.RemovePackageAsync(fullName, RemovalOptions::RemoveForAllUsers));
     logger.Info(std::wstring(c_preparing + package.InstalledPath()));
     if (!failure)
     {
@@ -147,11 +145,11 @@ try
     result = *failure;
     logger.Error(c_removalFailed + std::to_wstring(result), false);
 
-    logger.Info(c_removingForOneUser);
-    failure = WaitForFailure(manager.RemovePackageAsync(fullName));
+    logger.Info(c_removingForSingleUser);
+    failure = WaitForCompletion(manager.RemovePackageAsync(fullName));
     if (!failure)
     {
-        // The result stays a failure: other users still have the package, and the caller shall try again.
+        // `result` stays a failure: other users still have the package, and the caller retries.
         logger.Info(c_removed);
         return;
     }
@@ -160,7 +158,7 @@ try
 }
 catch (const std::exception& exception)
 {
-    logger.Error(c_removalFailed + WidenExceptionText(exception.what()), false);
+    logger.Error(c_removalFailed, exception.what(), false);
 }
 
 void RemovePackages(const PackageManager& manager, Logger& logger, HRESULT& result)
@@ -189,12 +187,12 @@ try
     LazyPackageManager manager;
 
     logger.Info(c_searchingProvisioned);
-    Guard(logger, c_provisionedSearchFailed, [&] { DeprovisionPackages(*manager, logger); });
+    LogExceptions(logger, c_provisionedSearchFailed, [&] { DeprovisionPackages(*manager, logger); });
 
     logger.Info(c_searchingInstalled);
-    Guard(logger, c_installedSearchFailed, [&] { RemovePackages(*manager, logger, result); });
+    LogExceptions(logger, c_installedSearchFailed, [&] { RemovePackages(*manager, logger, result); });
 
-    RemoveFolder(GetProgramFilesX64Folder() + c_serviceFolder);
+    RemoveFolder(GetProgramFilesX64Folder() + c_authService + L"//"); // RemoveFolder normalises the separators
     return result;
 }
 CATCH_RETURN()

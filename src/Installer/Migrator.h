@@ -7,18 +7,15 @@ namespace Installer
 
 class Logger;
 
-// Has C++/WinRT find classes of Windows in the registration alone. Left to itself it would look for one that is not
-// registered in libraries named like the class, first of all beside the program: in the temporary folder, where anybody
-// can put them. Before the first use of a class.
+// Makes C++/WinRT activate registered runtime classes only. By default it also loads a DLL named after the class's
+// namespace from the program's folder, where anyone may have planted one. Call before the first activation.
 void UseRegisteredClassesOnly() noexcept;
 
-// Removes the packaged installation that earlier releases of the product left: takes back that Windows installs it for
-// new users, stops the running client and removes the package for all users or, where that fails, for the current one;
-// and deletes the folder of the authorization service. Needs COM on the calling thread and blocks it for as long as
-// Windows takes. One attempt.
-// Every failure is logged. Returns S_OK, or the error code of the last removal that did not complete, even if the
-// package then could be removed for the current user alone; nothing else makes it fail but a lack of memory
-// (E_OUTOFMEMORY).
+// Removes the product's legacy MSIX package: deprovisions it, stops the running client, removes the package for all
+// users or, if that fails, for the current user, and deletes the authorization service's folder. One attempt; blocks
+// until Windows has finished. COM must be initialised on the calling thread.
+// Failures are logged. Returns S_OK, or the error code of the last removal that failed (also when a removal for the
+// current user then succeeded), or E_OUTOFMEMORY.
 HRESULT RemoveLegacyPackage(Logger& logger) noexcept;
 
 } // namespace Installer

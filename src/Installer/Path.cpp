@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <filesystem>
 #include <optional>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Installer
 {
@@ -21,15 +22,15 @@ constexpr std::wstring_view c_extendedNetworkPrefix = L"\\\\?\\UNC\\";
 constexpr std::wstring_view c_devicePrefix = L"\\\\.\\";
 constexpr std::wstring_view c_networkPrefix = L"\\\\";
 
-// The paths of Windows are shorter than what an int counts.
-bool BeginsWith(std::wstring_view text, std::wstring_view beginning)
+// Windows' paths are shorter than INT_MAX.
+bool StartsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix)
 {
-    const auto length = static_cast<int>(beginning.size());
-    return text.size() >= beginning.size() &&
-           CompareStringOrdinal(text.data(), length, beginning.data(), length, TRUE) == CSTR_EQUAL;
+    const auto length = static_cast<int>(prefix.size());
+    return text.size() >= prefix.size() &&
+           CompareStringOrdinal(text.data(), length, prefix.data(), length, TRUE) == CSTR_EQUAL;
 }
 
-// Empty when Windows cannot tell it.
+// Empty on failure.
 std::wstring GetFullPath(const std::wstring& path)
 {
     std::wstring full(MAX_PATH, L'\0');
@@ -37,21 +38,21 @@ std::wstring GetFullPath(const std::wstring& path)
     {
         const std::size_t size = full.size();
         full.resize(GetFullPathNameW(path.c_str(), static_cast<DWORD>(size), full.data(), nullptr));
-        if (full.size() < size) // otherwise it is the size that it needs
+        if (full.size() < size) // otherwise it is the required size
         {
             return full;
         }
     }
 }
 
-// Writes a path the way people do where it can be written so.
-std::wstring WithoutPrefix(std::wstring path)
+// Removes "\\?\" and "\\.\" from drive and UNC paths.
+std::wstring RemovePrefix(std::wstring path)
 {
     if (path.starts_with(c_devicePrefix))
     {
         path.replace(0, c_devicePrefix.size(), c_extendedPrefix);
     }
-    if (BeginsWith(path, c_extendedNetworkPrefix))
+    if (StartsWithIgnoringCase(path, c_extendedNetworkPrefix))
     {
         path.replace(0, c_extendedNetworkPrefix.size(), c_networkPrefix);
     }
@@ -62,36 +63,71 @@ std::wstring WithoutPrefix(std::wstring path)
     return path;
 }
 
-// The one form in which paths are compared, without a separator at its end.
-std::wstring Normalized(std::wstring path)
+// The length of "C:", "C:\", "\" or "\\" at the beginning.
+std::size_t GetRootLength(std::wstring_view path)
+{
+    if (path.starts_with(c_networkPrefix))
+    {
+        return c_networkPrefix.size();
+    }
+    const std::size_t driveLength = path.size() > 1 && path[1] == L':' ? 2 : 0;
+    return path.substr(driveLength).starts_with(L'\\') ? driveLength + 1 : driveLength;
+}
+
+// Resolves "." and "..", and removes empty components. (std::filesystem::path would link libstdc++'s locales: 390 KB.)
+std::wstring ResolveDots(std::wstring_view path)
+{
+    const std::wstring_view root = path.substr(0, GetRootLength(path));
+    std::vector<std::wstring_view> components;
+    for (const auto range : std::views::split(path.substr(root.size()), L'\\'))
+    {
+        const std::wstring_view component(range.begin(), range.end());
+        if (component.empty() || component == L".")
+        {
+            continue;
+        }
+        if (component == L".." && !components.empty() && components.back() != L"..")
+        {
+            components.pop_back();
+        }
+        else if (component != L".." || !root.ends_with(L'\\')) // nothing lies above a root
+        {
+            components.push_back(component);
+        }
+    }
+    std::wstring resolved(root);
+    for (const std::wstring_view component : components)
+    {
+        resolved += component;
+        resolved += L'\\';
+    }
+    return resolved;
+}
+
+// The form in which paths are compared, without a trailing separator.
+std::wstring Normalize(std::wstring path)
 {
     std::ranges::replace(path, L'/', L'\\');
-    path = WithoutPrefix(std::move(path));
-    std::wstring normal = std::filesystem::path(path).lexically_normal().native();
-    // Not every standard library knows that two separators in front are not the same as one.
-    if (path.starts_with(c_networkPrefix) && !normal.starts_with(c_networkPrefix))
-    {
-        normal.insert(0, 1, L'\\');
-    }
+    std::wstring normal = ResolveDots(RemovePrefix(std::move(path)));
     normal.erase(normal.find_last_not_of(L'\\') + 1);
     return normal;
 }
 
-// What of a path follows the folder: empty for the folder itself; nothing when the path leads elsewhere.
-std::optional<std::wstring> FindRest(const std::wstring& path, const std::wstring& folder)
+// The path relative to the folder: empty for the folder itself, nullopt when the path lies elsewhere.
+std::optional<std::wstring> FindRelativePath(const std::wstring& path, const std::wstring& folder)
 {
-    std::wstring rest = Normalized(path);
-    const std::wstring beginning = Normalized(folder);
-    if (beginning.empty() || !BeginsWith(rest, beginning))
+    std::wstring relative = Normalize(path);
+    const std::wstring prefix = Normalize(folder);
+    if (prefix.empty() || !StartsWithIgnoringCase(relative, prefix))
     {
         return std::nullopt;
     }
-    rest.erase(0, beginning.size());
-    if (rest.empty())
+    relative.erase(0, prefix.size());
+    if (relative.empty())
     {
-        return rest;
+        return relative;
     }
-    return rest.front() == L'\\' ? std::optional(rest.substr(1)) : std::nullopt;
+    return relative.front() == L'\\' ? std::optional(relative.substr(1)) : std::nullopt;
 }
 
 } // namespace
@@ -115,7 +151,7 @@ std::wstring ToExtendedPath(const std::wstring& path)
     {
         full.insert(0, c_extendedPrefix);
     }
-    else if (!full.starts_with(c_extendedPrefix)) // "//?/" has become it
+    else if (!full.starts_with(c_extendedPrefix)) // GetFullPathNameW turns "//?/" into the prefix
     {
         full.replace(0, c_networkPrefix.size(), c_extendedNetworkPrefix);
     }
@@ -128,8 +164,8 @@ std::wstring_view GetParentFolder(std::wstring_view extendedPath)
     {
         return {};
     }
-    // The root is a drive or volume behind the prefix, or a server and its share.
-    const bool isOnNetwork = BeginsWith(extendedPath, c_extendedNetworkPrefix);
+    // The root is the prefix with a drive or volume, or with a server and share.
+    const bool isOnNetwork = StartsWithIgnoringCase(extendedPath, c_extendedNetworkPrefix);
     std::size_t rootEnd =
         extendedPath.find(L'\\', isOnNetwork ? c_extendedNetworkPrefix.size() : c_extendedPrefix.size());
     if (isOnNetwork && rootEnd != std::wstring_view::npos)
@@ -145,20 +181,20 @@ std::wstring_view GetParentFolder(std::wstring_view extendedPath)
 
 bool IsSamePath(const std::wstring& path, const std::wstring& other)
 {
-    const auto rest = FindRest(path, other);
-    return rest && rest->empty();
+    const auto relative = FindRelativePath(path, other);
+    return relative && relative->empty();
 }
 
 bool IsBelow(const std::wstring& path, const std::wstring& folder)
 {
-    const auto rest = FindRest(path, folder);
-    return rest && !rest->empty();
+    const auto relative = FindRelativePath(path, folder);
+    return relative && !relative->empty();
 }
 
 bool IsInside(const std::wstring& path, const std::wstring& folder)
 {
-    const auto rest = FindRest(path, folder);
-    return rest && !rest->empty() && rest->front() != L'.';
+    const auto relative = FindRelativePath(path, folder);
+    return relative && !relative->empty() && relative->front() != L'.';
 }
 
 } // namespace Installer

@@ -3,29 +3,28 @@
 #include <string>
 #include <string_view>
 
-// What can be told of paths from their texts alone, without a look at the file system.
+// Lexical operations on paths: they do not access the file system.
 namespace Installer
 {
 
-// The path in the form that Windows accepts beyond MAX_PATH characters on every machine: made full and normalised as by
-// GetFullPathNameW, with "\\?\" (or "\\?\UNC\") in front. One that begins with "\\?\" stays as it is, and so does one
-// that Windows does not make full (an empty one, for example).
+// The extended-length path ("\\?\…" or "\\?\UNC\…") of a path, made absolute and normalised by GetFullPathNameW. A path
+// that begins with "\\?\", or that GetFullPathNameW rejects (an empty one), is returned unchanged.
 std::wstring ToExtendedPath(const std::wstring& path);
 
-// The folder that an extended path lies in, with the separator at its end; empty for the root of a volume or of a share
-// and for any other path.
+// The parent of an extended-length path, with its trailing separator. Empty for the root of a volume or share, and for
+// paths in any other form.
 std::wstring_view GetParentFolder(std::wstring_view extendedPath);
 
-// The three comparisons are made of the texts: letter case does not count, nor does which separators there are and how
-// many, a prefix like "\\?\", or a "." or ".." on the way.
+// The comparisons normalise both paths: they ignore case, the kind and number of separators, prefixes such as "\\?\",
+// and resolve "." and "..".
 
-// Whether two paths name the same place.
+// Whether two paths are equal.
 bool IsSamePath(const std::wstring& path, const std::wstring& other);
 
-// Whether a path leads below a folder, however deep.
+// Whether a path lies below a folder, at any depth.
 bool IsBelow(const std::wstring& path, const std::wstring& folder);
 
-// The same, but what begins with a full stop in the folder is not seen as inside.
+// Whether a path lies below a folder, and its first component in it does not begin with a dot.
 bool IsInside(const std::wstring& path, const std::wstring& folder);
 
 } // namespace Installer

@@ -20,7 +20,7 @@ void ForEachProcess(const wil::unique_tool_help_snapshot& snapshot,
     {
         return;
     }
-    // The first entry is the idle process, which nobody looks for.
+    // The first entry is the idle process.
     while (Process32NextW(snapshot.get(), &process))
     {
         examine(process);

@@ -8,16 +8,16 @@
 
 #include <functional>
 
-// The processes of the machine, as they were at one moment.
+// Toolhelp snapshots of the running processes.
 namespace Installer
 {
 
-// Takes a snapshot of all processes. It is empty when Windows gives none, and the last error then says why: the caller
-// throws it, so that the failure is recorded under the caller's name.
+// Takes a snapshot of all processes. Empty on failure, with the last error set: the caller throws it, so that its own
+// file and line are recorded.
 wil::unique_tool_help_snapshot TakeProcessSnapshot() noexcept;
 
-// Calls examine(process) for every process of the snapshot but the first, in the snapshot's order. Does nothing when
-// the snapshot cannot be read. Passes on what `examine` throws.
+// Calls examine(process) for each process of the snapshot but the first, in order. Does nothing when the snapshot
+// cannot be read. Exceptions of `examine` propagate.
 void ForEachProcess(const wil::unique_tool_help_snapshot& snapshot,
                     const std::function<void(const PROCESSENTRY32W&)>& examine);
 

@@ -12,7 +12,7 @@ namespace
 
 constexpr UINT c_terminatedExitCode = 0;
 
-// The client is not the only process that these are about.
+// Also used for processes other than the client, despite the prefix.
 constexpr wchar_t c_differentUser[] =
     L"[ClientHelper] This process is likely running under a different user account. We cannot close this without "
     L"resorting to... undesirable methods. Restart the system to continue.";
@@ -22,7 +22,7 @@ constexpr wchar_t c_openFailed[] = L"[ClientHelper] Failed to open Velmora proce
 
 } // namespace
 
-wil::unique_process_handle OpenToTerminate(DWORD id)
+wil::unique_process_handle OpenForTermination(DWORD id)
 {
     return wil::unique_process_handle(OpenProcess(PROCESS_TERMINATE, FALSE, id));
 }
@@ -32,7 +32,7 @@ BOOL Terminate(const wil::unique_process_handle& process)
     return TerminateProcess(process.get(), c_terminatedExitCode);
 }
 
-bool LogFailureToOpen(Logger& logger, HRESULT result, bool capture)
+bool LogOpenFailure(Logger& logger, HRESULT result, bool capture)
 {
     switch (result)
     {

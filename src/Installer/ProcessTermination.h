@@ -4,20 +4,20 @@
 
 #include <wil/resource.h>
 
-// How a process is ended that does not end by itself.
+// Terminating processes.
 namespace Installer
 {
 
 class Logger;
 
-// Opens a process to terminate it. Empty, with the last error set, when it cannot be opened.
-wil::unique_process_handle OpenToTerminate(DWORD id);
+// Opens a process with PROCESS_TERMINATE. Empty on failure, with the last error set.
+wil::unique_process_handle OpenForTermination(DWORD id);
 
-// Terminates a process, which has exit code 0 then. Does not wait for its end. FALSE with the last error set.
+// Terminates a process with exit code 0, without waiting for its exit. FALSE on failure, with the last error set.
 BOOL Terminate(const wil::unique_process_handle& process);
 
-// Logs why a process could not be opened to be terminated; `capture` is for a failure of an unknown kind. Returns
-// whether the process has probably ended already.
-bool LogFailureToOpen(Logger& logger, HRESULT result, bool capture);
+// Logs why a process could not be opened for termination. `capture` applies to errors other than E_ACCESSDENIED and
+// E_INVALIDARG. Returns whether the process has presumably exited (E_INVALIDARG).
+bool LogOpenFailure(Logger& logger, HRESULT result, bool capture);
 
 } // namespace Installer

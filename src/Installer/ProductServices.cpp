@@ -11,7 +11,7 @@ namespace Installer
 namespace
 {
 
-// In the order in which they are stopped.
+// In stop order.
 constexpr const wchar_t* c_productServices[] = {c_authService, c_updaterService, c_spacedUpdaterService};
 
 } // namespace

@@ -2,20 +2,19 @@
 
 #include <windows.h>
 
-// The services of the product.
+// The product's Windows services.
 namespace Installer
 {
 
 class Logger;
 
-// Their names: those of their keys, not the ones that people see.
+// Their service names (not their display names).
 inline constexpr wchar_t c_authService[] = L"OrvaneAuthService";
 inline constexpr wchar_t c_updaterService[] = L"VelmoraUpdaterService";
 inline constexpr wchar_t c_spacedUpdaterService[] = L"Velmora Updater Service";
 
-// Stops all services of the product, one after another; one that cannot be stopped does not keep the others from it.
-// Returns S_OK, or E_UNEXPECTED after a standard exception, which is logged as an error and leaves out the rest; other
-// exceptions pass.
+// Stops the product's services in order. Returns S_OK even if a service cannot be stopped; E_UNEXPECTED after a
+// standard exception, which is logged as an error and skips the rest. Other exceptions propagate.
 HRESULT StopServices(Logger& logger);
 
 } // namespace Installer

@@ -21,23 +21,23 @@ namespace Installer
 namespace
 {
 
-// What is protected with a folder, besides everything that holds it.
+// What is protected besides the folder's ancestors.
 enum class Extent
 {
-    Alone,
-    WithItsFolders, // those directly in it
-    WithEverythingInIt,
+    Folder,
+    FolderAndChildren,
+    Subtree,
 };
 
 struct ProtectedFolder
 {
     const KNOWNFOLDERID* id = nullptr;
-    Extent extent = Extent::Alone;
+    Extent extent = Extent::Folder;
 };
 
-// What other programs, other users and Windows itself live in.
+// The folders of Windows, of all programs, and of users.
 constexpr std::array c_protectedFolders{
-    ProtectedFolder{&FOLDERID_Windows, Extent::WithEverythingInIt}, // whatever it is, no product lives there
+    ProtectedFolder{&FOLDERID_Windows, Extent::Subtree},
     ProtectedFolder{&FOLDERID_System},
     ProtectedFolder{&FOLDERID_SystemX86},
     ProtectedFolder{&FOLDERID_ProgramFiles},
@@ -45,50 +45,50 @@ constexpr std::array c_protectedFolders{
     ProtectedFolder{&FOLDERID_ProgramFilesCommon},
     ProtectedFolder{&FOLDERID_ProgramFilesCommonX86},
     ProtectedFolder{&FOLDERID_ProgramData},
-    ProtectedFolder{&FOLDERID_UserProfiles, Extent::WithItsFolders}, // each of them is somebody's profile
+    ProtectedFolder{&FOLDERID_UserProfiles, Extent::FolderAndChildren}, // users' profiles
     ProtectedFolder{&FOLDERID_Profile},
     ProtectedFolder{&FOLDERID_LocalAppData},
     ProtectedFolder{&FOLDERID_RoamingAppData},
     ProtectedFolder{&FOLDERID_Public},
 };
 
-// Where a known folder is, or else where it usually is; nothing when Windows tells neither. Whether it is there is not
-// asked: it may be on a server that cannot be reached.
-std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id)
+// A known folder's path, or its default path; nullopt when Windows returns neither. KF_FLAG_DONT_VERIFY: a redirected
+// folder may be on a server that cannot be reached.
+std::optional<std::wstring> FindCanonicalFolder(const KNOWNFOLDERID& id)
 {
-    constexpr DWORD current = KF_FLAG_DONT_VERIFY;
-    constexpr DWORD usual = current | DWORD{KF_FLAG_DEFAULT_PATH};
+    constexpr DWORD currentPath = KF_FLAG_DONT_VERIFY;
+    constexpr DWORD defaultPath = currentPath | DWORD{KF_FLAG_DEFAULT_PATH};
     wil::unique_cotaskmem_string folder;
-    if (FAILED(SHGetKnownFolderPath(id, current, nullptr, folder.put())) &&
-        FAILED(SHGetKnownFolderPath(id, usual, nullptr, folder.put())))
+    if (FAILED(SHGetKnownFolderPath(id, currentPath, nullptr, folder.put())) &&
+        FAILED(SHGetKnownFolderPath(id, defaultPath, nullptr, folder.put())))
     {
         return std::nullopt;
     }
-    // One that cannot be looked at is compared as it is written.
+    // Falls back to the path as Windows returns it.
     return GetCanonicalPath(folder.get()).value_or(folder.get());
 }
 
-// Whether a folder, given canonically, is protected by another.
-bool IsProtectedBy(const ProtectedFolder& its, const std::wstring& folder)
+// Whether a folder (a canonical path) is protected by an entry.
+bool IsProtectedBy(const ProtectedFolder& entry, const std::wstring& folder)
 {
-    const auto known = FindKnownFolder(*its.id);
+    const auto known = FindCanonicalFolder(*entry.id);
     if (!known)
     {
         return false;
     }
     return IsSamePath(*known, folder) || IsBelow(*known, folder) ||
-           (its.extent == Extent::WithEverythingInIt && IsBelow(folder, *known)) ||
-           (its.extent == Extent::WithItsFolders && IsSamePath(std::wstring(GetParentFolder(folder)), *known));
+           (entry.extent == Extent::Subtree && IsBelow(folder, *known)) ||
+           (entry.extent == Extent::FolderAndChildren && IsSamePath(std::wstring(GetParentFolder(folder)), *known));
 }
 
-// Of a local volume the name alone tells it; of others Windows does.
+// Of canonical paths, only a volume's root ends in a separator. A share's root does not: Windows is asked.
 bool IsVolumeRoot(const std::wstring& folder)
 {
     if (folder.ends_with(L'\\'))
     {
         return true;
     }
-    // Room for the whole path, with a separator and a zero: Windows wants that much however short the answer is.
+    // GetVolumePathNameW requires a buffer for the whole path, a separator and a null.
     std::wstring volume(std::max<std::size_t>(folder.size() + 2, MAX_PATH), L'\0');
     if (!GetVolumePathNameW(folder.c_str(), volume.data(), static_cast<DWORD>(volume.size())))
     {
@@ -105,7 +105,7 @@ try
 {
     const auto canonical = GetCanonicalPath(folder);
     return !canonical || IsVolumeRoot(*canonical) ||
-           std::ranges::any_of(c_protectedFolders, [&](const auto& its) { return IsProtectedBy(its, *canonical); });
+           std::ranges::any_of(c_protectedFolders, [&](const auto& entry) { return IsProtectedBy(entry, *canonical); });
 }
 catch (...)
 {

@@ -5,10 +5,10 @@
 namespace Installer
 {
 
-// Whether a folder is never deleted and nothing in it is ended, whatever the install record says: the root of a volume,
-// Windows and everything in it, Program Files, ProgramData, a user's profile, or anything that holds one of these. The
-// folder is taken for what it is, not for how it is written. One that cannot be examined counts as such, too; one of
-// those that Windows does not tell protects nothing.
+// Whether a folder must never be deleted, and no process in it terminated, whatever the install record says: a volume's
+// root, Windows and everything in it, Program Files, ProgramData, a user's profile, or an ancestor of one of these.
+// Compares canonical paths. True when the folder cannot be examined; a known folder that Windows does not return is
+// skipped.
 bool IsProtectedFolder(const std::wstring& folder) noexcept;
 
 } // namespace Installer

@@ -34,11 +34,11 @@ constexpr wchar_t c_capabilitiesKey[] = L"SOFTWARE\\Velmora\\Capabilities";
 constexpr wchar_t c_protocolClassKey[] = L"SOFTWARE\\Classes\\Velmora.Protocol";
 constexpr wchar_t c_urlSchemeKey[] = L"SOFTWARE\\Classes\\velmora";
 
-// The product's name wherever it names a value.
+// The name of the product's values.
 constexpr wchar_t c_productValue[] = L"Velmora";
 
-// Where the version lies that runs, inside the installation folder.
-constexpr std::wstring_view c_runningVersionFolder = L"current";
+// The folder of the installed version, in the installation folder.
+constexpr std::wstring_view c_currentVersionFolder = L"current";
 
 HRESULT DeleteValue(HKEY key, const wchar_t* name)
 {
@@ -60,13 +60,13 @@ HRESULT DeleteMachineTree(const wchar_t* subKey)
     return S_OK;
 }
 
-// The folder that the product was installed into, from the place that the entry names. Throws when nothing is left.
+// The installation folder of an InstallLocation, with a trailing backslash. Throws std::runtime_error when it is empty.
 std::wstring NormalizeLocation(std::wstring location)
 {
     location.erase(location.find_last_not_of(L'\\') + 1);
-    if (location.ends_with(c_runningVersionFolder))
+    if (location.ends_with(c_currentVersionFolder))
     {
-        location.erase(location.size() - c_runningVersionFolder.size());
+        location.erase(location.size() - c_currentVersionFolder.size());
     }
     if (location.empty())
     {
@@ -79,8 +79,8 @@ std::wstring NormalizeLocation(std::wstring location)
     return location;
 }
 
-// Up to four numbers between full stops, each reduced to 16 bits; one that is missing or empty is 0. Throws for a text
-// that holds no number and for a number that an int cannot hold.
+// Parses up to four dot-separated numbers, truncated to 16 bits; missing or empty fields are 0. Throws what std::stoi
+// throws.
 std::array<std::uint16_t, 4> ParseVersion(std::string_view text)
 {
     std::array<std::uint16_t, 4> version{};
@@ -131,8 +131,8 @@ HRESULT TryDeregisterApplication(bool removeUserSettings)
 InstallRecord ReadInstallRecord() noexcept
 try
 {
-    // Full access although the key is only read here: an entry that could not be removed is not an installation that
-    // this process can uninstall.
+    // KEY_ALL_ACCESS, although the key is only read: without the right to remove the entry, the product counts as not
+    // found.
     wil::unique_hkey key;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, c_uninstallKey, 0, KEY_ALL_ACCESS, key.put()) != ERROR_SUCCESS)
     {

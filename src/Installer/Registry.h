@@ -8,36 +8,35 @@
 #include <cstdint>
 #include <string>
 
-// All that the product has in the registry of the machine (HKEY_LOCAL_MACHINE, 64-bit view).
+// The product's keys and values under HKEY_LOCAL_MACHINE (64-bit view).
 namespace Installer
 {
 
-// What the uninstall entry says of an installation.
+// The installation that the uninstall entry describes.
 struct InstallRecord
 {
-    bool found = false;                     // the whole record was read and makes sense
+    bool found = false;                     // location and version were read and are valid
     std::wstring location;                  // the installation folder, ending in one backslash; empty when not found
     std::array<std::uint16_t, 4> version{}; // major, minor, build, revision; zeros when not found
 };
 
-// Reads the uninstall entry. Every failure gives a record that is not found.
+// Reads the uninstall entry. Returns a record with `found` false on any failure; nothing is thrown.
 InstallRecord ReadInstallRecord() noexcept;
 
-// Opens a key below HKEY_LOCAL_MACHINE with full access, and creates it when it is missing. The caller owns the key.
-// Returns S_OK or the Win32 error as HRESULT.
+// Opens a key below HKEY_LOCAL_MACHINE with KEY_ALL_ACCESS, or creates it. Returns S_OK or the Win32 error as HRESULT.
 HRESULT OpenMachineKey(const wchar_t* subKey, wil::unique_hkey& key) noexcept;
 
-// The three removals try up to ten times with a second's pause after every failure. They return S_OK when the entries
-// are gone or were not there, otherwise the last attempt's Win32 error as HRESULT.
+// The three removals make up to ten attempts, 1000 ms after each failure. They return S_OK when the entries are removed
+// or did not exist, otherwise the last attempt's Win32 error as HRESULT.
 
-// Removes the product from the programs that start at sign-in, and from the list of approved ones.
+// Removes the product's values from the Run and StartupApproved keys.
 HRESULT RemoveStartupEntry() noexcept;
 
-// Removes the product from the default programs, the App Paths and the URL schemes, and tells the shell. The product's
-// own settings key goes with `removeUserSettings`; otherwise it stays, less its capabilities.
+// Removes the product's App Paths entry, RegisteredApplications value, ProgID and URL scheme, and notifies the shell.
+// Removes the whole settings key with `removeUserSettings`, otherwise only its Capabilities.
 HRESULT DeregisterApplication(bool removeUserSettings) noexcept;
 
-// Removes the entry that Windows lists among the installed programs.
+// Removes the uninstall entry (Settings > Installed apps).
 HRESULT RemoveUninstallEntry() noexcept;
 
 } // namespace Installer

@@ -1,6 +1,6 @@
 #pragma once
 
-// The numbers of the program's resources. The resource compiler, which includes this header too, knows macros only.
+// Resource IDs. Macros, because Uninstaller.rc includes this header too.
 
 // NOLINTBEGIN(modernize-macro-to-enum)
 #define IDI_VELMORA 101

@@ -5,7 +5,7 @@
 namespace Installer
 {
 
-// How often an operation is tried, and how long the calling thread sleeps in between.
+// How often an operation is attempted, and how long the calling thread sleeps after a failed attempt.
 struct RetryPolicy
 {
     unsigned attempts;
@@ -15,14 +15,13 @@ struct RetryPolicy
 
 inline constexpr RetryPolicy c_once{1, 0, false};
 
-// Ten attempts, with a pause after each that fails, the last one too. What the operations of this library do by
-// themselves.
+// Of the library's operations that retry by themselves: they pause after the last failure too.
 inline constexpr RetryPolicy c_tenTimesPausingAfterEach{10, 1000, true};
 
-// Ten attempts, with a pause between them. What a caller does around an operation that does not retry by itself.
+// For callers of operations that make one attempt.
 inline constexpr RetryPolicy c_tenTimesPausingBetween{10, 1000, false};
 
-// Calls operation() until it returns S_OK or the attempts are used up. Returns the last result.
+// Calls operation() until it returns S_OK or the attempts are exhausted. Returns the last result.
 template <class Operation>
 HRESULT Retry(const RetryPolicy& policy, Operation operation)
 {

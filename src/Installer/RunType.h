@@ -3,12 +3,12 @@
 namespace Installer
 {
 
-// How a run presents itself; chosen by the first command-line argument.
+// How a run presents itself, from the first command-line argument.
 enum class RunType
 {
-    Gui = 0,     // a small status window
-    Verbose = 1, // a console with the log
-    Silent = 2,  // nothing, and no questions
+    Gui = 0,     // status window
+    Verbose = 1, // log on a console, no window
+    Silent = 2,  // no window, console, prompt or message box
 };
 
 } // namespace Installer

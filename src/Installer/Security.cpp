@@ -17,12 +17,12 @@ namespace
 
 constexpr std::wstring_view c_explorerName = L"explorer.exe";
 
-// What WTSGetActiveConsoleSessionId says while no session is attached to the console.
+// WTSGetActiveConsoleSessionId's result while no session is attached to the console.
 constexpr DWORD c_noSession = 0xFFFFFFFF;
 
 constexpr DWORD c_noProcess = 0;
 
-// The process IDs of the running Explorers by their session: of several in one session, the last in the snapshot.
+// Session IDs and the process IDs of their explorer.exe: the last one in the snapshot, if there are several.
 std::map<DWORD, DWORD> FindExplorers()
 {
     const wil::unique_tool_help_snapshot snapshot = TakeProcessSnapshot();
@@ -32,7 +32,7 @@ std::map<DWORD, DWORD> FindExplorers()
     ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
         if (process.szExeFile == c_explorerName)
         {
-            // A process that has ended since counts as one of session 0, where nobody has a desktop.
+            // A process that has exited counts to session 0, which has no desktop.
             DWORD session = 0;
             ProcessIdToSessionId(process.th32ProcessID, &session);
             explorers[session] = process.th32ProcessID;
@@ -41,7 +41,7 @@ std::map<DWORD, DWORD> FindExplorers()
     return explorers;
 }
 
-// The Explorer of the session on the console, or c_noProcess.
+// The process ID of the console session's Explorer, or c_noProcess.
 DWORD ChooseExplorer(const std::map<DWORD, DWORD>& explorers, DWORD consoleSession)
 {
     if (consoleSession == c_noSession)
@@ -52,12 +52,11 @@ DWORD ChooseExplorer(const std::map<DWORD, DWORD>& explorers, DWORD consoleSessi
     return explorer == explorers.end() ? c_noProcess : explorer->second;
 }
 
-// Enables a privilege of this process for as long as it lives, and then puts back what was before: one that had been
-// enabled stays so.
-class EnabledPrivilege
+// Enables a privilege of this process in its scope, and restores its previous state.
+class ScopedPrivilege
 {
 public:
-    explicit EnabledPrivilege(const wchar_t* name) noexcept
+    explicit ScopedPrivilege(const wchar_t* name) noexcept
     {
         TOKEN_PRIVILEGES wanted{.PrivilegeCount = 1, .Privileges = {{.Luid = {}, .Attributes = SE_PRIVILEGE_ENABLED}}};
         if (!LookupPrivilegeValueW(nullptr, name, &wanted.Privileges[0].Luid) ||
@@ -66,13 +65,13 @@ public:
             return;
         }
         DWORD size = 0;
-        // It succeeds without the privilege, too, and then says so in the last error.
+        // Without the privilege, it succeeds with ERROR_NOT_ALL_ASSIGNED.
         m_isEnabled =
             AdjustTokenPrivileges(m_token.get(), FALSE, &wanted, sizeof(m_previous), &m_previous, &size) != FALSE &&
             GetLastError() == ERROR_SUCCESS;
     }
 
-    ~EnabledPrivilege()
+    ~ScopedPrivilege()
     {
         if (m_previous.PrivilegeCount != 0)
         {
@@ -80,19 +79,19 @@ public:
         }
     }
 
-    EnabledPrivilege(const EnabledPrivilege&) = delete;
-    EnabledPrivilege& operator=(const EnabledPrivilege&) = delete;
+    ScopedPrivilege(const ScopedPrivilege&) = delete;
+    ScopedPrivilege& operator=(const ScopedPrivilege&) = delete;
 
     explicit operator bool() const noexcept { return m_isEnabled; }
 
 private:
     wil::unique_handle m_token;
-    TOKEN_PRIVILEGES m_previous{}; // only what has changed
+    TOKEN_PRIVILEGES m_previous{}; // empty if the privilege was enabled already
     bool m_isEnabled = false;
 };
 
-// Opens an Explorer; when the result is empty, the last error says why. The Explorer of another user, on whose desktop
-// an administrator has started this program, lets that administrator in with the privilege to debug alone.
+// Opens an Explorer process; empty on failure, with the last error set. Another user's process (over-the-shoulder
+// elevation) needs SeDebugPrivilege.
 wil::unique_process_handle OpenExplorer(DWORD id) noexcept
 {
     wil::unique_process_handle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
@@ -100,11 +99,11 @@ wil::unique_process_handle OpenExplorer(DWORD id) noexcept
     {
         return process;
     }
-    if (const EnabledPrivilege debugging(SE_DEBUG_NAME); debugging)
+    if (const ScopedPrivilege debugging(SE_DEBUG_NAME); debugging)
     {
         process.reset(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
     }
-    SetLastError(ERROR_ACCESS_DENIED); // whatever failed on the way
+    SetLastError(ERROR_ACCESS_DENIED); // of the first attempt
     return process;
 }
 

@@ -4,18 +4,18 @@
 
 #include <wil/resource.h>
 
-// Who this process runs as, and who sits at the machine.
+// The process's elevation, and the console user's token.
 namespace Installer
 {
 
-// Whether the effective token of the calling thread is elevated. Throws wil::ResultException when it cannot be asked.
+// Whether the calling thread's effective token is elevated. Throws wil::ResultException when the query fails.
 bool IsTokenElevated();
 
-// A token of the user whose desktop is on the console, taken from the Explorer that runs there: good to query, to
-// duplicate and to impersonate with. When no session is on the console, the only session that has an Explorer counts.
-// An Explorer that denies access, as another user's does, is opened with SeDebugPrivilege, enabled for that one call.
-// The caller owns the token, which is never empty. Throws std::runtime_error when there is no such Explorer, and
-// wil::ResultException with the Win32 error as HRESULT when Windows refuses the processes or the token.
+// The token of the explorer.exe in the active console session, with TOKEN_QUERY, TOKEN_DUPLICATE and TOKEN_IMPERSONATE;
+// never empty. If there is no console session, takes the only session with an explorer.exe. If access to the process is
+// denied (another user's), enables SeDebugPrivilege for that call.
+// Throws std::runtime_error when there is no such explorer.exe, wil::ResultException with the Win32 error as HRESULT
+// when the snapshot, the process or the token cannot be opened.
 wil::unique_handle GetActiveConsoleExplorerToken();
 
 } // namespace Installer

@@ -16,18 +16,18 @@ namespace Installer
 namespace
 {
 
-// How a service is waited for.
+// Polling of a stopping service.
 constexpr DWORD c_pollMilliseconds = 500;
-constexpr int c_pollsBeforeKill = 20; // since the request to stop, or since the last kill
-constexpr int c_maxKills = 3;         // one more, and the service is given up
+constexpr int c_pollsBeforeKill = 20; // since the stop request or the last termination
+constexpr int c_maxKills = 3;         // one more fails with E_ABORT
 
-// A process outlives its service a little, and keeps its files open until it ends.
+// The process outlives the SERVICE_STOPPED state for a moment, and locks its executable until it exits.
 constexpr DWORD c_pauseAfterStopMilliseconds = 1000;
 
-// A service is gone only when nobody holds it open any more: time for others to let go of it.
+// A service is deleted when its last handle is closed: time for other programs to close theirs.
 constexpr DWORD c_pauseAfterDeletionMilliseconds = 5000;
 
-// What the system's event log tells about the stop.
+// The stop reason in the system's event log.
 constexpr DWORD c_stopReason =
     SERVICE_STOP_REASON_FLAG_PLANNED | SERVICE_STOP_REASON_MAJOR_APPLICATION | SERVICE_STOP_REASON_MINOR_INSTALLATION;
 constexpr auto c_stopComment = std::to_array(L"Stopping to perform install/uninstall.");
@@ -42,7 +42,7 @@ wil::unique_schandle OpenServiceFor(DWORD access, const wil::unique_schandle& ma
     return wil::unique_schandle(OpenServiceW(manager.get(), name.c_str(), access));
 }
 
-// FALSE with the last error set.
+// FALSE on failure, with the last error set.
 BOOL QueryStatus(const wil::unique_schandle& service, SERVICE_STATUS_PROCESS& status)
 {
     static_assert(sizeof(status) == 36);
@@ -51,10 +51,10 @@ BOOL QueryStatus(const wil::unique_schandle& service, SERVICE_STATUS_PROCESS& st
                                 &needed);
 }
 
-// FALSE with the last error set. The status that the control brings back is not used: the wait goes by what is queried.
+// FALSE on failure, with the last error set. The status that it returns is not used: WaitUntilStopped queries it.
 BOOL RequestStop(const wil::unique_schandle& service, const SERVICE_STATUS_PROCESS& status)
 {
-    auto comment = c_stopComment; // the structure does not take a constant
+    auto comment = c_stopComment; // pszComment is not const
     SERVICE_CONTROL_STATUS_REASON_PARAMSW parameters{
         .dwReason = c_stopReason, .pszComment = comment.data(), .ServiceStatus = status};
     return ControlServiceExW(service.get(), SERVICE_CONTROL_STOP, SERVICE_CONTROL_STATUS_REASON_INFO, &parameters);
@@ -73,10 +73,10 @@ HRESULT WaitUntilStopped(const wil::unique_schandle& service, SERVICE_STATUS_PRO
         {
             continue;
         }
-        const wil::unique_process_handle process = OpenToTerminate(status.dwProcessId);
+        const wil::unique_process_handle process = OpenForTermination(status.dwProcessId);
         if (!process)
         {
-            continue; // the next poll tries again
+            continue; // retried at the next poll
         }
         RETURN_IF_WIN32_BOOL_FALSE(Terminate(process));
         ++kills;
@@ -92,7 +92,7 @@ HRESULT WaitUntilStopped(const wil::unique_schandle& service, SERVICE_STATUS_PRO
 
 } // namespace
 
-// Not noexcept, these three: what is thrown below them is for StopServices to log.
+// The three are not noexcept: StopServices logs exceptions.
 
 bool ServiceExists(const std::wstring& name)
 {

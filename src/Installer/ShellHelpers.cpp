@@ -25,7 +25,7 @@ namespace Installer
 namespace
 {
 
-// ShellExecuteW gives a number above this for a success.
+// ShellExecuteW's results up to this are errors.
 constexpr INT_PTR c_lastShellError = 32;
 
 wil::unique_variant MakeVariant(int number)
@@ -36,7 +36,7 @@ wil::unique_variant MakeVariant(int number)
     return variant;
 }
 
-// The view of the desktop itself, which belongs to the process of the shell.
+// The desktop's shell view, an object of Explorer's process.
 wil::com_ptr<IShellView> FindDesktopView()
 {
     wil::com_ptr<IShellWindows> windows;
@@ -48,7 +48,7 @@ wil::com_ptr<IShellView> FindDesktopView()
     wil::com_ptr<IDispatch> desktop;
     THROW_IF_FAILED(windows->FindWindowSW(location.addressof(), root.addressof(), SWC_DESKTOP, &window,
                                           SWFO_NEEDDISPATCH, desktop.put()));
-    // The search succeeds also when it finds nothing.
+    // FindWindowSW returns S_FALSE when it finds nothing.
     THROW_HR_IF(HRESULT_FROM_WIN32(ERROR_NOT_FOUND), !desktop);
 
     wil::com_ptr<IServiceProvider> services;
@@ -62,7 +62,7 @@ wil::com_ptr<IShellView> FindDesktopView()
     return view;
 }
 
-// The shell that shows a view.
+// The automation object of the view's shell.
 wil::com_ptr<IShellDispatch2> GetShell(IShellView& view)
 {
     wil::com_ptr<IDispatch> background;

@@ -2,14 +2,14 @@
 
 #include <string>
 
-// What the desktop's shell does for this process.
+// Unelevated launches through the desktop's shell.
 namespace Installer
 {
 
-// Opens a file, or starts a program, as the user of the desktop and without elevation. An elevated process asks the
-// desktop's shell to do it: COM must be initialised on the calling thread, which waits until the shell has accepted.
-// Throws wil::ResultException with the failure of the step that failed; it is the Win32 error as HRESULT where the
-// process is not elevated, and that of ERROR_NOT_FOUND where no desktop is there to be asked.
+// Opens a file or starts a program unelevated, as the desktop's user. An elevated process goes through Explorer's
+// IShellDispatch2, which needs COM on the calling thread; another one calls ShellExecuteW.
+// Throws wil::ResultException with the failed call's HRESULT; HRESULT_FROM_WIN32(ERROR_NOT_FOUND) when there is no
+// desktop window.
 void ShellExecuteFromExplorer(const std::wstring& file);
 
 } // namespace Installer

@@ -14,24 +14,24 @@ namespace Installer
 namespace
 {
 
-constexpr int c_startPollMilliseconds = 50;
-constexpr int c_lastPollMilliseconds = 1000;
+constexpr int c_startPollIntervalMilliseconds = 50;
+constexpr int c_startTimeoutMilliseconds = 1000;
 
-void StartThread(StatusWindowData& data, const std::shared_ptr<StatusWindowData>& reference)
+void StartThread(const std::shared_ptr<StatusWindowData>& data)
 {
-    data.heldByWindowThread = reference;
-    data.thread.reset(CreateThread(nullptr, 0, RunStatusWindowThread, &data, 0, &data.threadId));
-    if (!data.thread)
+    data->selfReference = data;
+    data->thread.reset(CreateThread(nullptr, 0, RunStatusWindowThread, data.get(), 0, &data->threadId));
+    if (!data->thread)
     {
-        data.heldByWindowThread.reset();
+        data->selfReference.reset();
     }
 }
 
 void WaitWhileStarting(const StatusWindowData& data)
 {
-    for (int waited = 0; waited <= c_lastPollMilliseconds; waited += c_startPollMilliseconds)
+    for (int waited = 0; waited <= c_startTimeoutMilliseconds; waited += c_startPollIntervalMilliseconds)
     {
-        Sleep(c_startPollMilliseconds);
+        Sleep(c_startPollIntervalMilliseconds);
         if (data.state != StatusWindowState::Starting)
         {
             return;
@@ -39,13 +39,13 @@ void WaitWhileStarting(const StatusWindowData& data)
     }
 }
 
-// The window when it is running, else null. The handle is there before the state says so.
+// The window if it is running, otherwise null.
 HWND FindRunningWindow(const StatusWindowData& data)
 {
     return data.state == StatusWindowState::Running ? data.window.load() : nullptr;
 }
 
-// How far the whole run is, in percent.
+// The progress of the whole run, in percent.
 std::int32_t OverallProgress(int phase, int phaseCount, int percent)
 {
     if (phaseCount == 0)
@@ -68,12 +68,12 @@ StatusWindow::StatusWindow(HINSTANCE module, const std::wstring& className, cons
     m_data->className = className;
     m_data->title = title;
     m_data->headline = headline;
-    StartThread(*m_data, m_data);
+    StartThread(m_data);
     if (m_data->thread)
     {
         WaitWhileStarting(*m_data);
     }
-    // Unless the thread comes to its end at this very moment.
+    // Atomic: the thread may leave Starting at this moment.
     StatusWindowState starting = StatusWindowState::Starting;
     m_data->state.compare_exchange_strong(starting, StatusWindowState::Failed);
 }
@@ -88,7 +88,7 @@ StatusWindow::~StatusWindow()
     m_data->thread.reset();
     if (HWND window = m_data->window; window != nullptr)
     {
-        DestroyWindow(window); // fails: it is gone, or came only now and is its thread's
+        DestroyWindow(window); // fails: it is destroyed already, or belongs to its thread
     }
 }
 
@@ -99,7 +99,7 @@ StatusWindowState StatusWindow::State() const
 
 HWND StatusWindow::Window() const
 {
-    // The user can close the window, and a dialog with an owner that is gone would not be shown.
+    // The user can close the window, and a dialog with a destroyed owner fails.
     HWND window = FindRunningWindow(*m_data);
     return IsWindow(window) ? window : nullptr;
 }

@@ -18,45 +18,44 @@ enum class StatusWindowState : std::int32_t
 
 struct StatusWindowData;
 
-// Of how many phases a run consists.
+// The number of phases of a run.
 inline constexpr int c_phaseCount = 10;
 
-// The small dark window that shows what the program is doing. It lives on a thread of its own, so it stays alive while
-// the calling thread blocks. What is shown first is "Getting things ready..." and an empty bar.
+// The dark progress window. It has its own thread, so it keeps painting while the calling thread blocks. It starts with
+// "Getting things ready..." and an empty bar.
 //
-// A window that cannot be shown stops nothing: unless State() is Running, the operations do nothing, and the message
-// boxes have no owner. Used from one thread only.
+// Unless State() is Running, the operations do nothing, and message boxes have no owner. Not thread-safe. Lifetime: see
+// StatusWindowData.
 class StatusWindow
 {
 public:
-    // Starts the window's thread and waits for it, for about a second at most. State() tells how that ended, and
-    // changes once more when the window comes later. The logo is the "PNG" resource of that number; none is fine. The
-    // headline may have two lines.
+    // Starts the window's thread and waits up to about a second for the window. Then State() is Running or Failed; it
+    // still becomes Running if the window is created later. `logoResourceId` is a "PNG" resource of `module`; it may be
+    // missing. `headline` may have two lines.
     StatusWindow(HINSTANCE module, const std::wstring& className, const std::wstring& title,
                  const std::wstring& headline, int logoResourceId);
 
     StatusWindow(const StatusWindow&) = delete;
     StatusWindow& operator=(const StatusWindow&) = delete;
 
-    // Closes the window. Its thread ends with the process.
+    // Closes the window. Its thread runs until the process exits.
     ~StatusWindow();
 
     StatusWindowState State() const;
 
-    // The window, as the owner of dialogs; null while there is none.
+    // The window, as an owner of dialogs; null unless it is running and not closed.
     HWND Window() const;
 
-    // Replaces the line below the headline.
+    // Sets the status line, below the headline.
     void SetStatusText(const std::wstring& text);
 
-    // Goes to one of the run's phases, which are counted from 1, and to `percent` of it. Their number is ignored: it is
-    // always c_phaseCount.
+    // Goes to `percent` (0 to 100) of a phase, from 1 to c_phaseCount. The second parameter is ignored.
     void SetPhase(int phase, int ignored, int percent);
 
-    // Moves the bar, and the one on the taskbar's button, to `percent` (0 to 100) of the phase.
+    // Moves the progress bar, and the taskbar button's, to `percent` (0 to 100) of the current phase.
     void SetProgress(int percent);
 
-    // Show a message box on top of the window, and wait until it is closed.
+    // Show a modal message box owned by the window.
     void ShowError(const std::wstring& caption, const std::wstring& text) const;
     void ShowWarning(const std::wstring& caption, const std::wstring& text) const;
     void ShowInfo(const std::wstring& caption, const std::wstring& text) const;

@@ -14,13 +14,13 @@ namespace
 
 using namespace Gdiplus;
 
-// All lengths are in pixels at 96 DPI.
+// Lengths in pixels at 96 DPI.
 constexpr REAL c_dpi = 96;
 constexpr REAL c_logoTop = 40;
 constexpr REAL c_logoWidth = 364;
 constexpr REAL c_logoHeight = 156;
 constexpr REAL c_headlineTop = 175;
-constexpr REAL c_headlineTopOfOtherLogos = 190;
+constexpr REAL c_headlineTopWithOtherLogo = 190;
 constexpr REAL c_headlineHeight = 50;
 constexpr REAL c_statusTop = 260;
 constexpr REAL c_statusHeight = 20;
@@ -37,7 +37,6 @@ constexpr ARGB c_backgroundColor = 0xFF0D0B18;
 constexpr ARGB c_trackColor = 0xFF33313B;
 constexpr ARGB c_progressColor = 0xFFA953FF;
 
-// Where everything stands.
 struct Layout
 {
     RectF whole;
@@ -48,7 +47,7 @@ struct Layout
     RectF progress;
 };
 
-Layout LayOut(HDC dc, const RECT& area, const StatusPicture& picture)
+Layout ComputeLayout(HDC dc, const RECT& area, const StatusWindowContent& content)
 {
     const REAL scaleX = static_cast<REAL>(GetDeviceCaps(dc, LOGPIXELSX)) / c_dpi;
     const REAL scaleY = static_cast<REAL>(GetDeviceCaps(dc, LOGPIXELSY)) / c_dpi;
@@ -56,7 +55,7 @@ Layout LayOut(HDC dc, const RECT& area, const StatusPicture& picture)
     const auto width = static_cast<REAL>(area.right - area.left);
     const auto height = static_cast<REAL>(area.bottom - area.top);
     const REAL logoWidth = c_logoWidth * scaleX;
-    const REAL headlineTop = picture.logoResourceId == IDR_LOGO ? c_headlineTop : c_headlineTopOfOtherLogos;
+    const REAL headlineTop = content.logoResourceId == IDR_LOGO ? c_headlineTop : c_headlineTopWithOtherLogo;
     const REAL margin = c_barMargin * scaleX;
     const RectF track(left + margin, height - c_barAboveBottom * scaleY, width - 2 * margin, c_barHeight * scaleY);
     return {
@@ -65,7 +64,7 @@ Layout LayOut(HDC dc, const RECT& area, const StatusPicture& picture)
         .headline = RectF(left, headlineTop * scaleY, width, c_headlineHeight * scaleY),
         .status = RectF(left, c_statusTop * scaleY, width, c_statusHeight * scaleY),
         .track = track,
-        .progress = RectF(track.X, track.Y, static_cast<REAL>(picture.progress) / 100 * track.Width, track.Height),
+        .progress = RectF(track.X, track.Y, static_cast<REAL>(content.progress) / 100 * track.Width, track.Height),
     };
 }
 
@@ -77,16 +76,16 @@ UiaRect ToUiaRect(const RectF& rectangle)
             .height = static_cast<double>(rectangle.Height)};
 }
 
-void TellElements(const StatusPicture& picture, const Layout& layout)
+void UpdateAccessibility(const StatusWindowContent& content, const Layout& layout)
 {
-    if (picture.elements != nullptr)
+    if (content.accessibilityRoot != nullptr)
     {
-        picture.elements->Headline().Update(picture.headline, ToUiaRect(layout.headline));
-        picture.elements->Status().Update(picture.statusText, ToUiaRect(layout.status));
+        content.accessibilityRoot->Headline().Update(content.headline, ToUiaRect(layout.headline));
+        content.accessibilityRoot->Status().Update(content.statusText, ToUiaRect(layout.status));
     }
 }
 
-void Draw(HDC dc, const StatusPicture& picture, const Layout& layout)
+void Draw(HDC dc, const StatusWindowContent& content, const Layout& layout)
 {
     Graphics graphics(dc);
     graphics.SetSmoothingMode(SmoothingModeHighQuality);
@@ -109,22 +108,22 @@ void Draw(HDC dc, const StatusPicture& picture, const Layout& layout)
     centered.SetLineAlignment(StringAlignmentCenter);
 
     graphics.FillRectangle(&backgroundBrush, layout.whole);
-    if (picture.logo != nullptr)
+    if (content.logo != nullptr)
     {
-        graphics.DrawImage(picture.logo, layout.logo);
+        graphics.DrawImage(content.logo, layout.logo);
     }
-    graphics.DrawString(picture.headline.c_str(), -1, &headlineFont, layout.headline, &centered, &headlineBrush);
-    graphics.DrawString(picture.statusText.c_str(), -1, &statusFont, layout.status, &centered, &statusBrush);
-    TellElements(picture, layout);
+    graphics.DrawString(content.headline.c_str(), -1, &headlineFont, layout.headline, &centered, &headlineBrush);
+    graphics.DrawString(content.statusText.c_str(), -1, &statusFont, layout.status, &centered, &statusBrush);
+    UpdateAccessibility(content, layout);
     graphics.FillRectangle(&trackBrush, layout.track);
     graphics.FillRectangle(&progressBrush, layout.progress);
 }
 
-// Memory to draw in, which goes to the window in one piece: nobody sees it half drawn.
-class PaintBuffer
+// A buffered paint: the drawing is copied to the window at once, without flicker.
+class BufferedPaint
 {
 public:
-    PaintBuffer(HDC target, const RECT& area) : m_area(area), m_dc(target)
+    BufferedPaint(HDC target, const RECT& area) : m_area(area), m_dc(target)
     {
         BP_PAINTPARAMS parameters{.cbSize = sizeof(parameters),
                                   .dwFlags = BPPF_ERASE | BPPF_NOCLIP,
@@ -137,9 +136,9 @@ public:
             m_dc = buffered;
         }
     }
-    PaintBuffer(const PaintBuffer&) = delete;
-    PaintBuffer& operator=(const PaintBuffer&) = delete;
-    ~PaintBuffer()
+    BufferedPaint(const BufferedPaint&) = delete;
+    BufferedPaint& operator=(const BufferedPaint&) = delete;
+    ~BufferedPaint()
     {
         if (m_buffer != nullptr)
         {
@@ -148,7 +147,7 @@ public:
         }
     }
 
-    // The window's own, if there is no buffer.
+    // The buffer's device context; the window's if there is no buffer.
     HDC Dc() const { return m_dc; }
 
 private:
@@ -159,15 +158,14 @@ private:
 
 } // namespace
 
-void PaintStatusWindow(HWND window, const StatusPicture& picture)
+void PaintStatusWindow(HWND window, const StatusWindowContent& content)
 {
     const auto dc = wil::BeginPaint(window);
-    // The whole of it, whatever part Windows asks for: usually that is the same, but a window that comes back from
-    // beyond the screen's edge has only a part to paint, and its contents must not move there.
+    // The whole client area, not only the update region: the layout must not depend on what is invalid.
     RECT area{};
     GetClientRect(window, &area);
-    const PaintBuffer buffer(dc.get(), area);
-    Draw(buffer.Dc(), picture, LayOut(dc.get(), area, picture));
+    const BufferedPaint buffer(dc.get(), area);
+    Draw(buffer.Dc(), content, ComputeLayout(dc.get(), area, content));
 }
 
 } // namespace Installer

@@ -8,22 +8,21 @@
 #include <cstdint>
 #include <string>
 
-// What the status window looks like.
+// The painting of the status window.
 namespace Installer
 {
 
-// What the window shows.
-struct StatusPicture
+struct StatusWindowContent
 {
     const std::wstring& headline;
     const std::wstring& statusText;
     std::int32_t progress; // 0 to 100
     int logoResourceId;
-    Gdiplus::Bitmap* logo;    // null: none
-    AccessibleRoot* elements; // told what is painted where; null: nobody is told
+    Gdiplus::Bitmap* logo;             // may be null
+    AccessibleRoot* accessibilityRoot; // gets the painted texts and their bounds; may be null
 };
 
-// Answers WM_PAINT. What cannot be drawn is left out.
-void PaintStatusWindow(HWND window, const StatusPicture& picture);
+// Handles WM_PAINT. What cannot be drawn is left out.
+void PaintStatusWindow(HWND window, const StatusWindowContent& content);
 
 } // namespace Installer

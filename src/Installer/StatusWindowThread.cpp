@@ -24,41 +24,40 @@ namespace
 
 constexpr wchar_t c_threadName[] = L"ui_thread";
 constexpr wchar_t c_logoResourceType[] = L"PNG";
-constexpr wchar_t c_firstStatusText[] = L"Getting things ready...";
-constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX; // shown when it has its frame
-// In pixels at 96 DPI.
+constexpr wchar_t c_initialStatusText[] = L"Getting things ready...";
+constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX; // OnCreate shows it
+// Pixels at 96 DPI.
 constexpr int c_width = 500;
 constexpr int c_height = 340;
-constexpr int c_usualDpi = 96;
+constexpr int c_baseDpi = 96;
 
-// What only the window procedure uses. There is one status window in a process, and it asks for its frame before it is
-// known whose it is.
-struct WindowValues
+// Process-wide: there is one status window, and WM_CREATE and WM_NCCALCSIZE precede GWLP_USERDATA.
+struct WindowProcedureState
 {
-    std::wstring statusText = c_firstStatusText;
+    std::wstring statusText = c_initialStatusText;
     std::int32_t progress = 0;
-    RECT frame{}; // how wide it is on each side
+    RECT frame{}; // the frame's width on each side
 };
 
-WindowValues& Values()
+WindowProcedureState& State()
 {
-    // Never destroyed: the window's thread runs until the process is gone, when everything else has been.
-    static WindowValues& values = *std::make_unique<WindowValues>().release();
-    return values;
+    // Never destroyed: the window's thread outlives static destructors.
+    static WindowProcedureState& state = *std::make_unique<WindowProcedureState>().release();
+    return state;
 }
 
-StatusWindowData* DataOf(HWND window)
+StatusWindowData* GetData(HWND window)
 {
     return reinterpret_cast<StatusWindowData*>(GetWindowLongPtrW(window, GWLP_USERDATA));
 }
 
-wil::com_ptr_nothrow<AccessibleRoot> RootOf(HWND window)
+wil::com_ptr_nothrow<AccessibleRoot> GetAccessibilityRoot(HWND window)
 {
-    const auto* const data = DataOf(window);
+    const auto* const data = GetData(window);
     return data == nullptr ? nullptr : data->accessibilityRoot;
 }
 
-RECT FrameOf(HWND window)
+RECT GetFrame(HWND window)
 {
     const auto style = static_cast<DWORD>(GetWindowLongPtrW(window, GWL_STYLE));
     RECT frame{};
@@ -78,16 +77,16 @@ RECT FrameOf(HWND window)
 void OnCreate(HWND window)
 {
     BufferedPaintInit();
-    Values().frame = FrameOf(window);
+    State().frame = GetFrame(window);
     constexpr MARGINS none{};
     DwmExtendFrameIntoClientArea(window, &none);
     SetWindowPos(window, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE | SWP_FRAMECHANGED | SWP_SHOWWINDOW);
 }
 
-// Leaves the top to the client area too: no caption.
-void OnCalculateSize(RECT& area)
+// Extends the client area to the top: no caption.
+void OnNcCalcSize(RECT& area)
 {
-    const RECT& frame = Values().frame;
+    const RECT& frame = State().frame;
     area.left += frame.left;
     area.right -= frame.right;
     area.bottom -= frame.bottom;
@@ -95,50 +94,49 @@ void OnCalculateSize(RECT& area)
 
 void OnPaint(HWND window, StatusWindowData& data)
 {
-    // While it tells other programs of a new text, this thread lets messages in that others send: the window may go,
-    // and its owner with it, before it is painted.
-    const auto held = data.heldByWindowThread;
-    const auto elements = data.accessibilityRoot;
+    // Raising a UI Automation event dispatches sent messages: WM_CLOSE may destroy the window during the painting.
+    const auto reference = data.selfReference;
+    const auto accessibilityRoot = data.accessibilityRoot;
     PaintStatusWindow(window, {
                                   .headline = data.headline,
-                                  .statusText = Values().statusText,
-                                  .progress = Values().progress,
+                                  .statusText = State().statusText,
+                                  .progress = State().progress,
                                   .logoResourceId = data.logoResourceId,
                                   .logo = data.logo ? &*data.logo : nullptr,
-                                  .elements = elements.get(),
+                                  .accessibilityRoot = accessibilityRoot.get(),
                               });
 }
 
 void OnSetStatusText(HWND window, const wchar_t* text) noexcept
 try
 {
-    Values().statusText = text;
+    State().statusText = text;
     InvalidateRect(window, nullptr, TRUE);
 }
 CATCH_LOG()
 
 void OnSetProgress(HWND window, std::int32_t progress)
 {
-    Values().progress = progress;
+    State().progress = progress;
     InvalidateRect(window, nullptr, TRUE);
 }
 
-// UI Automation holds elements that have raised an event until it is told that their window goes.
+// Disconnects UI Automation clients, which hold references to the provider.
 void OnDestroy(HWND window)
 {
-    if (RootOf(window))
+    if (GetAccessibilityRoot(window))
     {
         UiaReturnRawElementProvider(window, 0, 0, nullptr);
     }
 }
 
-void OnDestroyed(StatusWindowData* data)
+void OnNcDestroy(StatusWindowData* data)
 {
     BufferedPaintUnInit();
     if (data != nullptr)
     {
         data->logo.reset();
-        const auto last = std::move(data->heldByWindowThread);
+        const auto last = std::move(data->selfReference); // may free the data
     }
 }
 
@@ -152,12 +150,12 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARA
     case WM_NCCALCSIZE:
         if (lParam != 0)
         {
-            OnCalculateSize(*reinterpret_cast<RECT*>(lParam));
+            OnNcCalcSize(*reinterpret_cast<RECT*>(lParam));
             return 0;
         }
         break;
     case WM_PAINT:
-        if (auto* const data = DataOf(window))
+        if (auto* const data = GetData(window))
         {
             OnPaint(window, *data);
             return 0;
@@ -166,7 +164,7 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARA
     case WM_GETOBJECT:
         if (static_cast<LONG>(lParam) == UiaRootObjectId)
         {
-            if (const auto root = RootOf(window))
+            if (const auto root = GetAccessibilityRoot(window))
             {
                 return UiaReturnRawElementProvider(window, wParam, lParam, root.get());
             }
@@ -176,7 +174,7 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARA
         OnDestroy(window);
         break;
     case WM_NCDESTROY:
-        OnDestroyed(DataOf(window));
+        OnNcDestroy(GetData(window));
         break;
     case c_setStatusText:
         OnSetStatusText(window, reinterpret_cast<const wchar_t*>(lParam));
@@ -248,11 +246,11 @@ private:
 
 int ScaleToDpi(int length, int dpi)
 {
-    return static_cast<int>(static_cast<float>(dpi) * static_cast<float>(length) / c_usualDpi);
+    return static_cast<int>(static_cast<float>(dpi) * static_cast<float>(length) / c_baseDpi);
 }
 
-// In the middle of the desktop.
-wil::unique_hwnd OpenWindow(const StatusWindowData& data)
+// Centred on the desktop.
+wil::unique_hwnd CreateCenteredWindow(const StatusWindowData& data)
 {
     HWND desktop = GetDesktopWindow();
     const auto dc = wil::GetDC(desktop);
@@ -266,8 +264,8 @@ wil::unique_hwnd OpenWindow(const StatusWindowData& data)
                                             nullptr, nullptr, data.module, nullptr));
 }
 
-// A copy of the resource's bytes as a stream; empty when there is none.
-wil::com_ptr_nothrow<IStream> OpenLogoResource(HINSTANCE module, int id)
+// A stream of a copy of the resource; empty when it is missing or on failure.
+wil::com_ptr_nothrow<IStream> CreateLogoStream(HINSTANCE module, int id)
 {
     HRSRC resource = FindResourceW(module, MAKEINTRESOURCEW(id), c_logoResourceType);
     if (resource == nullptr)
@@ -292,7 +290,7 @@ wil::com_ptr_nothrow<IStream> OpenLogoResource(HINSTANCE module, int id)
     wil::com_ptr_nothrow<IStream> stream;
     if (SUCCEEDED(CreateStreamOnHGlobal(memory.get(), TRUE, stream.put())))
     {
-        // It frees the memory from now on.
+        // The stream owns the memory now.
         [[maybe_unused]] const HGLOBAL handedOver = memory.release();
     }
     return stream;
@@ -300,7 +298,7 @@ wil::com_ptr_nothrow<IStream> OpenLogoResource(HINSTANCE module, int id)
 
 void LoadLogo(StatusWindowData& data)
 {
-    const auto stream = OpenLogoResource(data.module, data.logoResourceId);
+    const auto stream = CreateLogoStream(data.module, data.logoResourceId);
     if (!stream)
     {
         return;
@@ -333,7 +331,7 @@ void RunMessageLoop()
     }
 }
 
-// Returns whether there was a window; if so, the reference is left to it.
+// Returns whether the window was created; if so, `data` is moved into its selfReference.
 bool RunWindow(std::shared_ptr<StatusWindowData>& data)
 {
     const GdiPlus gdiPlus;
@@ -346,13 +344,13 @@ bool RunWindow(std::shared_ptr<StatusWindowData>& data)
     {
         return false;
     }
-    const wil::unique_hwnd window = OpenWindow(*data);
+    const wil::unique_hwnd window = CreateCenteredWindow(*data);
     if (!window)
     {
         return false;
     }
     SetUpWindow(window.get(), *data);
-    data->heldByWindowThread = data;
+    data->selfReference = data;
     data->state = StatusWindowState::Running;
     data.reset();
     RunMessageLoop();
@@ -365,7 +363,7 @@ DWORD WINAPI RunStatusWindowThread(void* argument)
 {
     ReserveStackForCrashReport();
     NameThread(c_threadName);
-    auto data = std::move(static_cast<StatusWindowData*>(argument)->heldByWindowThread);
+    auto data = std::move(static_cast<StatusWindowData*>(argument)->selfReference);
     if (!RunWindow(data))
     {
         data->state = StatusWindowState::Failed;

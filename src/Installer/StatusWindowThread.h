@@ -15,16 +15,25 @@
 #include <optional>
 #include <string>
 
-// The status window's own thread.
+// The status window's thread.
 namespace Installer
 {
 
-// Sent to the window; the answer comes when the window has taken the value.
-inline constexpr UINT c_setStatusText = WM_USER + 1; // the last parameter: the text (const wchar_t*)
-inline constexpr UINT c_setProgress = WM_USER + 2;   // the last parameter: 0 to 100
+// Window messages, sent by the driver thread.
+inline constexpr UINT c_setStatusText = WM_USER + 1; // lParam: the text (const wchar_t*)
+inline constexpr UINT c_setProgress = WM_USER + 2;   // lParam: 0 to 100
 
-// One status window, as both threads know it. The thread that starts it and the one that runs it each hold a reference:
-// the second may be so late that the first has given up the window.
+// What the driver thread and the window's thread share of one status window.
+//
+// Lifetime. Two references own it, because either thread may outlive the other's interest in the window:
+// - StatusWindow::m_data, from the constructor to the destructor;
+// - selfReference, on behalf of the window's thread, from before CreateThread. RunStatusWindowThread moves it into a
+//   local variable. If the window cannot be created, it is released when the thread ends. Otherwise it is stored here
+//   again before the state becomes Running, and WM_NCDESTROY releases it: the window's GWLP_USERDATA points here.
+// ~StatusWindow sends WM_CLOSE, so the window's thread runs WM_DESTROY (disconnects UI Automation clients) and
+// WM_NCDESTROY (frees the logo, releases selfReference) before SendMessageW returns. Then it releases the accessibility
+// root, closes the thread's handle and releases m_data. The thread itself stays in its message loop until the process
+// exits. A window that is created after ~StatusWindow stays until then too.
 struct StatusWindowData
 {
     // Set before the thread starts.
@@ -34,26 +43,26 @@ struct StatusWindowData
     std::wstring title;
     std::wstring headline;
 
-    // Set by the window's thread, the window before the state becomes Running; the state by both.
+    // Written by the window's thread, `window` before `state` becomes Running; both threads write `state`.
     std::atomic<HWND> window = nullptr;
     std::atomic<StatusWindowState> state = StatusWindowState::Starting;
 
-    // Of the starting thread alone.
+    // Used by the driver thread only.
     int phase = 0; // counted from 1
     int phaseCount = 0;
     wil::unique_handle thread;
     DWORD threadId = 0;
 
-    // Of the window's thread alone, until the window is gone.
+    // Used by the window's thread only, while the window exists.
     wil::com_ptr_nothrow<AccessibleRoot> accessibilityRoot;
     std::optional<Gdiplus::Bitmap> logo;
 
-    // The reference of the window's thread: given up when the window is gone or never was.
-    std::shared_ptr<StatusWindowData> heldByWindowThread;
+    // Owned by the window's thread; see above.
+    std::shared_ptr<StatusWindowData> selfReference;
 };
 
-// The procedure of the window's thread. Takes a StatusWindowData that holds a reference for it. Returns 1 when the
-// window could not be made, else stays in its message loop and returns 0 at its end.
+// The thread procedure. `argument` is a StatusWindowData with its selfReference set. Returns 1 when the window cannot
+// be created, otherwise 0 when the message loop ends.
 DWORD WINAPI RunStatusWindowThread(void* argument);
 
 } // namespace Installer

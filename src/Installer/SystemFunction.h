@@ -4,13 +4,12 @@
 
 #include <bit>
 
-// Functions that not every Windows has on which this program is to say something: a program that imports one of them
-// does not start where it is missing.
+// Functions that older versions of Windows lack. They are looked up at run time: a missing import would keep the
+// program from starting, and from reporting that Windows is too old.
 namespace Installer
 {
 
-// The function of that name and type in a library that every process has loaded; null where the library lacks it or is
-// not loaded.
+// GetProcAddress in a library that is already loaded; null when the library or the function is missing.
 template <class Function>
 Function FindSystemFunction(const wchar_t* library, const char* name) noexcept
 {

@@ -15,8 +15,7 @@ namespace
 
 constexpr wchar_t c_lineBreaks[] = L"\r\n";
 
-// The length of a text for a function of Windows, which counts with int; 0 for a text that is too long to be counted.
-// Windows converts no text of length 0.
+// The length as Windows' int; 0 when it does not fit: the conversions then fail.
 template <class Character>
 int GetLength(std::basic_string_view<Character> text)
 {
@@ -34,7 +33,7 @@ bool IsValidUtf16(std::wstring_view text)
                                nullptr) != 0;
 }
 
-// Both replace what is not valid. The result is empty when Windows does not convert the text.
+// Both replace invalid code units. The result is empty on failure.
 
 std::wstring Widen(UINT codePage, std::string_view text)
 {
@@ -54,7 +53,7 @@ std::string Narrow(UINT codePage, DWORD flags, std::wstring_view text)
     return narrow;
 }
 
-std::wstring PutOnOneLine(std::wstring text)
+std::wstring JoinLines(std::wstring text)
 {
     text.erase(text.find_last_not_of(c_lineBreaks) + 1);
     for (auto begin = text.find_first_of(c_lineBreaks); begin != std::wstring::npos;
@@ -84,13 +83,13 @@ std::string EncodeUtf8(std::wstring_view text)
 
 std::string EncodeAnsi(std::wstring_view text)
 {
-    // UTF-8 as a code page has all characters, and refuses the flag.
+    // The flag is not allowed with CP_UTF8, which needs no best fit.
     return Narrow(CP_ACP, GetACP() == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS, text);
 }
 
 std::wstring WidenExceptionText(const char* text)
 {
-    return PutOnOneLine(Widen(IsValidUtf8(text) ? CP_UTF8 : CP_ACP, text));
+    return JoinLines(Widen(IsValidUtf8(text) ? CP_UTF8 : CP_ACP, text));
 }
 
 } // namespace Installer

@@ -3,28 +3,25 @@
 #include <string>
 #include <string_view>
 
-// Conversions of text. None of them fails.
+// Text encodings. The functions throw nothing but std::bad_alloc.
 namespace Installer
 {
 
-// Strict, for text that is used: a path, a version. Text that is not valid gives an empty string, and is never taken
-// for something that it does not say. Zero characters are kept.
+// Strict, for text that is acted on, such as a path or a version: invalid text gives an empty string. Embedded nulls
+// are kept.
 std::wstring Utf8ToWide(std::string_view text);
 std::string WideToUtf8(std::wstring_view text);
 
-// Lenient, for text from outside that is only shown: names of files, messages of exceptions. What is not valid in it is
-// replaced, so that nothing else of it gets lost.
+// Lenient, for text that is only shown, such as file names and exception messages: invalid code units are replaced.
 
-// UTF-16 to UTF-8. Zero characters are kept; half a surrogate pair becomes U+FFFD.
+// UTF-16 to UTF-8. Embedded nulls are kept; an unpaired surrogate becomes U+FFFD.
 std::string EncodeUtf8(std::wstring_view text);
 
-// UTF-16 to the system's ANSI code page. A character that the code page does not have becomes its replacement
-// character, never a similar one.
+// UTF-16 to the ANSI code page. A character without an equivalent becomes the default character; there is no best fit.
 std::string EncodeAnsi(std::wstring_view text);
 
-// What an exception says of itself, on one line: line breaks within it become blanks, those at its end go. The text is
-// taken as UTF-8 when it is valid as such, and otherwise as text in the system's ANSI code page, in which messages of
-// Windows reach an exception.
+// An exception's message on one line: trailing line breaks are removed, others become a space. Decoded as UTF-8 if
+// valid, otherwise as the ANSI code page, the encoding of std::system_error's messages from Windows.
 std::wstring WidenExceptionText(const char* text);
 
 } // namespace Installer

@@ -12,7 +12,7 @@ void NameThread(const wchar_t* name) noexcept
     using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
     constexpr char functionName[] = "SetThreadDescription";
     auto setDescription = FindSystemFunction<SetDescription>(L"kernel32.dll", functionName);
-    if (setDescription == nullptr) // Windows 10, version 1607, has it there alone
+    if (setDescription == nullptr) // Windows 10, version 1607, exports it from there only
     {
         setDescription = FindSystemFunction<SetDescription>(L"kernelbase.dll", functionName);
     }

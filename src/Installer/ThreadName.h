@@ -3,8 +3,8 @@
 namespace Installer
 {
 
-// Gives the calling thread a name, which debuggers and minidumps show. Where Windows has no names for threads (before
-// Windows 10, version 1607) or refuses this one, nothing happens.
+// Names the calling thread for debuggers and minidumps. Does nothing before Windows 10, version 1607, which introduced
+// thread names; a failure is ignored.
 void NameThread(const wchar_t* name) noexcept;
 
 } // namespace Installer

@@ -41,7 +41,7 @@ CommandLine ParseCommandLine()
         return {};
     }
     const wchar_t* const argument = arguments.get()[1];
-    // The switches are compared in the system's ANSI code page. A switch with a typographic dash is not that switch.
+    // Compared in the ANSI code page, without best fit: a typographic dash does not become "-".
     const std::string narrow = Installer::EncodeAnsi(argument);
     for (const auto& known : c_switches)
     {

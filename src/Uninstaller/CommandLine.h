@@ -7,18 +7,18 @@
 namespace Uninstaller
 {
 
-// What the first command-line argument asks for. All others are ignored.
+// The first command-line argument; all others are ignored.
 struct CommandLine
 {
     Installer::RunType runType = Installer::RunType::Gui;
     bool help = false;
-    std::wstring argument; // as it was given; empty when there was none
+    std::wstring argument; // as given; empty without one
 };
 
-// Reads this process's command line. No argument is a GUI run; anything that is not a known switch asks for the help.
+// Parses this process's command line. Without an argument, the run is a GUI run; an unknown argument requests help.
 CommandLine ParseCommandLine();
 
-// The lines of the help, in their order.
+// The help text, line by line.
 inline constexpr const wchar_t* c_helpLines[] = {
     L"-v  | --verbose            | Detailed uninstaller logging",
     L"-s  | --silent             | Don't show a status GUI",

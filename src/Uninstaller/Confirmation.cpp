@@ -38,7 +38,7 @@ std::variant<UserSettings, Ending> AskForConfirmation(const RunContext& run)
 {
     TASKDIALOGCONFIG dialog{};
     dialog.cbSize = sizeof(dialog);
-    dialog.hwndParent = DialogOwner(run);
+    dialog.hwndParent = GetDialogOwner(run);
     dialog.hInstance = GetModuleHandleW(nullptr);
     dialog.dwFlags = TDF_SIZE_TO_CONTENT;
     dialog.dwCommonButtons = TDCBF_YES_BUTTON | TDCBF_NO_BUTTON | TDCBF_CANCEL_BUTTON;
@@ -60,17 +60,17 @@ std::variant<UserSettings, Ending> AskForConfirmation(const RunContext& run)
         run.logger.Warning(L"Unable to prompt user to uninstall, assuming yes for uninstall. error: " +
                                std::to_wstring(result),
                            false);
-        return UserSettings::Stay;
+        return UserSettings::Keep;
     }
     switch (button)
     {
     case IDYES:
-        return radioButton == c_removeSettings ? UserSettings::Go : UserSettings::Stay;
+        return radioButton == c_removeSettings ? UserSettings::Remove : UserSettings::Keep;
     case IDNO:
     case IDCANCEL:
         return Ending(Outcome::Cancelled);
     default:
-        return Ending(Outcome::UnknownAnswer,
+        return Ending(Outcome::UnexpectedButton,
                       L"Unknown button event from task dialog, assuming yes for uninstall: " + std::to_wstring(button));
     }
 }

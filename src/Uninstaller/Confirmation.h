@@ -8,16 +8,16 @@
 namespace Uninstaller
 {
 
-// What an uninstall does with the user's settings.
+// What happens to the user's settings.
 enum class UserSettings
 {
-    Stay,
-    Go,
+    Keep,
+    Remove,
 };
 
-// Asks whether to uninstall, and whether the settings are to go too. Returns what the user wants, or how the run ends:
-// cancelled, or left with a button that the dialog does not have. A dialog that cannot be shown is logged and counts as
-// a yes that keeps the settings. The run's window, if there is one, owns the dialog.
+// Asks whether to uninstall, and whether to remove the settings too. Returns the choice for the settings, or the run's
+// ending when the user cancels or the dialog returns an unknown button. If the dialog fails, logs a warning and returns
+// UserSettings::Keep. The run's window, if any, owns the dialog.
 std::variant<UserSettings, Ending> AskForConfirmation(const RunContext& run);
 
 } // namespace Uninstaller

@@ -19,7 +19,7 @@ void StartCrashReporting()
     sentry_options_set_database_path(options, Installer::WideToUtf8(GetCrashReportFolder()).c_str());
     sentry_options_set_release(options, "velmora-windows-uninstaller@" VELMORA_VERSION);
     sentry_options_set_debug(options, 0);
-    sentry_init(options); // takes the options over; nothing here depends on its result
+    sentry_init(options); // takes ownership of the options; a failure is ignored
     Installer::ReserveStackForCrashReport();
 }
 

@@ -2,17 +2,17 @@
 
 #include <string>
 
-// Crash reporting of this program. A run without it, for whatever reason, goes on as any other.
+// Crash reporting. The run goes on without it if it cannot be started.
 namespace Uninstaller
 {
 
-// The first thing that the process does.
+// Called before anything else in the process.
 void StartCrashReporting();
 
-// Sends what is left and ends it. Harmless when it was not started.
+// Flushes pending reports and shuts down. Does nothing when crash reporting was not started.
 void CloseCrashReporting();
 
-// Where reports wait until they are sent: a folder in the uninstaller's temporary folder.
+// The database of pending reports: a folder in the uninstaller's temporary folder, without a trailing backslash.
 std::wstring GetCrashReportFolder();
 
 } // namespace Uninstaller

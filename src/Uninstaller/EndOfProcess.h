@@ -5,8 +5,8 @@
 namespace Uninstaller
 {
 
-// What every run does last: schedules `fileToDeleteAtReboot` for deletion at the next restart (unless it is empty),
-// deletes the log when `deleteLog` is set, ends crash reporting and removes its folder. Failures are ignored.
+// The last step of a run: schedules `fileToDeleteAtReboot` (unless empty) for deletion at the next restart, deletes the
+// log if `deleteLog` is set, shuts down crash reporting and deletes its folder. Failures are ignored.
 void finishProcess(const std::wstring& logPath, const std::wstring& fileToDeleteAtReboot, bool deleteLog);
 
 } // namespace Uninstaller

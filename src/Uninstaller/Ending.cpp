@@ -21,10 +21,10 @@ enum class Line
     None,
     Info,
     Error,
-    CapturedError, // sent to the makers
+    CapturedError, // also sent as a crash-reporting event
 };
 
-enum class Box
+enum class Icon
 {
     None,
     Error,
@@ -39,41 +39,42 @@ enum class Log
     Deleted,
 };
 
-// What becomes of the running executable, which cannot be deleted while it runs.
+// The running executable cannot be deleted before it exits.
 enum class OwnFile
 {
-    Stays,
-    GoesAtRestart,
+    Kept,
+    DeletedAtRestart,
 };
 
-// Who goes on after this process.
-enum class Next
+// The process that continues the run.
+enum class Successor
 {
-    Nobody,
-    Copy, // with the console, at once, and with the crash reports that wait
+    None,
+    Copy, // it takes over the pending crash reports; this process exits without a key press
 };
 
 using Text = std::wstring (*)(ExitCode code, const Ending& ending);
 
-std::wstring OfCode(ExitCode code, const Ending&)
+std::wstring CodeMessage(ExitCode code, const Ending&)
 {
     return exitCodeMessage(code);
 }
 
-std::wstring OfEnding(ExitCode, const Ending& ending)
+std::wstring EndingText(ExitCode, const Ending& ending)
 {
     return ending.text;
 }
 
 template <const auto& Words>
-std::wstring Fixed(ExitCode, const Ending&)
+std::wstring FixedText(ExitCode, const Ending&)
 {
     return Words;
 }
 
 constexpr wchar_t c_cancelled[] = L"User canceled the uninstaller.";
 constexpr wchar_t c_removed[] = L"Velmora has been successfully uninstalled.";
-constexpr wchar_t c_partlyRemoved[] = L"Velmora did not fully uninstall. Please check the logs for more information.";
+constexpr wchar_t c_partiallyRemoved[] =
+    L"Velmora did not fully uninstall. Please check the logs for more information.";
 constexpr wchar_t c_filesMayRemain[] =
     L"Velmora has been successfully uninstalled, but some files may remain. See the logs for more information.";
 
@@ -83,66 +84,66 @@ constexpr wchar_t c_failureCaption[] = L"Velmora Uninstaller Failed";
 constexpr wchar_t c_removedCaption[] = L"Velmora Uninstalled";
 constexpr wchar_t c_partialCaption[] = L"Velmora Partially Uninstalled";
 
-// What is done at the end, in the order of the columns.
+// The columns are in the order in which EndRun carries them out.
 struct Row
 {
     Outcome outcome;
     ExitCode code;
     Line line;
     Text lineText;
-    Box box; // only where there is a window
+    Icon icon; // of the message box; only in runs with a window
     const wchar_t* caption;
-    Text boxText;
+    Text messageBoxText;
     Log log;
     OwnFile ownFile;
-    Next next;
+    Successor successor;
 };
 
 // In the order of Outcome.
 // clang-format off
 constexpr Row c_rows[] = {
-    {Outcome::HelpShown,          EXIT_NO_ERROR,
-        Line::None,          nullptr,                Box::None,    nullptr,            nullptr,
-        Log::Deleted, OwnFile::Stays,         Next::Nobody},
-    {Outcome::WindowsTooOld,      EXIT_ERROR_WINDOWS_VERSION,
-        Line::Error,         OfCode,                 Box::Error,   c_versionCaption,   OfCode,
-        Log::Kept,    OwnFile::Stays,         Next::Nobody},
-    {Outcome::NotElevated,        EXIT_ERROR_NOT_ELEVATED,
-        Line::Error,         OfCode,                 Box::Error,   c_elevationCaption, OfCode,
-        Log::Kept,    OwnFile::Stays,         Next::Nobody},
-    {Outcome::AlreadyRunning,     EXIT_ERROR_ALREADY_RUNNING,
-        Line::Error,         OfCode,                 Box::Error,   c_failureCaption,   OfCode,
-        Log::Kept,    OwnFile::Stays,         Next::Nobody},
-    {Outcome::CopyFailed,         EXIT_ERROR_COPY_TO_TEMP,
-        Line::CapturedError, OfEnding,               Box::Error,   c_failureCaption,   OfEnding,
-        Log::Opened,  OwnFile::Stays,         Next::Nobody},
-    {Outcome::RelocationBrokeOff, EXIT_ERROR_COPY_TO_TEMP,
-        Line::CapturedError, OfEnding,               Box::Error,   c_failureCaption,   OfEnding,
-        Log::Opened,  OwnFile::Stays,         Next::Nobody},
-    {Outcome::CopyNotStarted,     EXIT_ERROR_RUN_FROM_TEMP,
-        Line::CapturedError, OfEnding,               Box::Error,   c_failureCaption,   OfCode,
-        Log::Opened,  OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::CopyStarted,        EXIT_NO_ERROR,
-        Line::None,          nullptr,                Box::None,    nullptr,            nullptr,
-        Log::Kept,    OwnFile::Stays,         Next::Copy},
-    {Outcome::Cancelled,          EXIT_NO_ERROR,
-        Line::Info,          Fixed<c_cancelled>,     Box::None,    nullptr,            nullptr,
-        Log::Deleted, OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::UnknownAnswer,      EXIT_ERROR_PERMISSION_DIALOG_FAIL,
-        Line::Error,         OfEnding,               Box::None,    nullptr,            nullptr,
-        Log::Kept,    OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::ClientRunning,      EXIT_ERROR_CLIENT_RUNNING,
-        Line::Error,         OfEnding,               Box::Error,   c_failureCaption,   OfCode,
-        Log::Kept,    OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::FolderLocked,       EXIT_ERROR_DIRECTORY_LOCKED,
-        Line::None,          nullptr,                Box::Error,   c_failureCaption,   OfCode,
-        Log::Opened,  OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::Removed,            EXIT_NO_ERROR,
-        Line::None,          nullptr,                Box::Info,    c_removedCaption,   Fixed<c_removed>,
-        Log::Deleted, OwnFile::GoesAtRestart, Next::Nobody},
-    {Outcome::PartlyRemoved,      EXIT_ERROR_PARTIAL_UNINSTALL,
-        Line::Error,         Fixed<c_partlyRemoved>, Box::Warning, c_partialCaption,   Fixed<c_filesMayRemain>,
-        Log::Opened,  OwnFile::GoesAtRestart, Next::Nobody},
+    {Outcome::HelpShown,         EXIT_NO_ERROR,
+        Line::None,          nullptr,                       Icon::None,    nullptr,            nullptr,
+        Log::Deleted, OwnFile::Kept,             Successor::None},
+    {Outcome::WindowsTooOld,     EXIT_ERROR_WINDOWS_VERSION,
+        Line::Error,         CodeMessage,                   Icon::Error,   c_versionCaption,   CodeMessage,
+        Log::Kept,    OwnFile::Kept,             Successor::None},
+    {Outcome::NotElevated,       EXIT_ERROR_NOT_ELEVATED,
+        Line::Error,         CodeMessage,                   Icon::Error,   c_elevationCaption, CodeMessage,
+        Log::Kept,    OwnFile::Kept,             Successor::None},
+    {Outcome::AlreadyRunning,    EXIT_ERROR_ALREADY_RUNNING,
+        Line::Error,         CodeMessage,                   Icon::Error,   c_failureCaption,   CodeMessage,
+        Log::Kept,    OwnFile::Kept,             Successor::None},
+    {Outcome::CopyFailed,        EXIT_ERROR_COPY_TO_TEMP,
+        Line::CapturedError, EndingText,                    Icon::Error,   c_failureCaption,   EndingText,
+        Log::Opened,  OwnFile::Kept,             Successor::None},
+    {Outcome::RelocationAborted, EXIT_ERROR_COPY_TO_TEMP,
+        Line::CapturedError, EndingText,                    Icon::Error,   c_failureCaption,   EndingText,
+        Log::Opened,  OwnFile::Kept,             Successor::None},
+    {Outcome::CopyNotStarted,    EXIT_ERROR_RUN_FROM_TEMP,
+        Line::CapturedError, EndingText,                    Icon::Error,   c_failureCaption,   CodeMessage,
+        Log::Opened,  OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::CopyStarted,       EXIT_NO_ERROR,
+        Line::None,          nullptr,                       Icon::None,    nullptr,            nullptr,
+        Log::Kept,    OwnFile::Kept,             Successor::Copy},
+    {Outcome::Cancelled,         EXIT_NO_ERROR,
+        Line::Info,          FixedText<c_cancelled>,        Icon::None,    nullptr,            nullptr,
+        Log::Deleted, OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::UnexpectedButton,  EXIT_ERROR_PERMISSION_DIALOG_FAIL,
+        Line::Error,         EndingText,                    Icon::None,    nullptr,            nullptr,
+        Log::Kept,    OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::ClientRunning,     EXIT_ERROR_CLIENT_RUNNING,
+        Line::Error,         EndingText,                    Icon::Error,   c_failureCaption,   CodeMessage,
+        Log::Kept,    OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::FolderLocked,      EXIT_ERROR_DIRECTORY_LOCKED,
+        Line::None,          nullptr,                       Icon::Error,   c_failureCaption,   CodeMessage,
+        Log::Opened,  OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::Removed,           EXIT_NO_ERROR,
+        Line::None,          nullptr,                       Icon::Info,    c_removedCaption,   FixedText<c_removed>,
+        Log::Deleted, OwnFile::DeletedAtRestart, Successor::None},
+    {Outcome::PartiallyRemoved,  EXIT_ERROR_PARTIAL_UNINSTALL,
+        Line::Error,         FixedText<c_partiallyRemoved>, Icon::Warning, c_partialCaption,   FixedText<c_filesMayRemain>,
+        Log::Opened,  OwnFile::DeletedAtRestart, Successor::None},
 };
 // clang-format on
 
@@ -151,7 +152,7 @@ consteval bool AreInOrder()
     std::size_t index = 0;
     return std::ranges::all_of(c_rows, [&](const Row& row) { return row.outcome == static_cast<Outcome>(index++); });
 }
-static_assert(AreInOrder() && std::size(c_rows) == static_cast<std::size_t>(Outcome::PartlyRemoved) + 1);
+static_assert(AreInOrder() && std::size(c_rows) == static_cast<std::size_t>(Outcome::PartiallyRemoved) + 1);
 
 void WriteLine(const Row& row, const Ending& ending, Installer::Logger& logger)
 {
@@ -168,18 +169,18 @@ void WriteLine(const Row& row, const Ending& ending, Installer::Logger& logger)
     logger.Error(text, row.line == Line::CapturedError);
 }
 
-void ShowBox(const Row& row, const Ending& ending, const Installer::StatusWindow& window)
+void ShowMessageBox(const Row& row, const Ending& ending, const Installer::StatusWindow& window)
 {
-    if (row.box == Box::None)
+    if (row.icon == Icon::None)
     {
         return;
     }
     const std::wstring caption = row.caption;
-    const std::wstring text = row.boxText(row.code, ending);
+    const std::wstring text = row.messageBoxText(row.code, ending);
     auto show = &Installer::StatusWindow::ShowInfo;
-    if (row.box != Box::Info)
+    if (row.icon != Icon::Info)
     {
-        show = row.box == Box::Error ? &Installer::StatusWindow::ShowError : &Installer::StatusWindow::ShowWarning;
+        show = row.icon == Icon::Error ? &Installer::StatusWindow::ShowError : &Installer::StatusWindow::ShowWarning;
     }
     (window.*show)(caption, text);
 }
@@ -188,31 +189,27 @@ ExitCode CarryOut(const RunContext& run, const Ending& ending, const std::wstrin
 {
     const Row& row = c_rows[static_cast<std::size_t>(ending.outcome)];
     WriteLine(row, ending, run.logger);
-    if (run.window != nullptr)
-    {
-        ShowBox(row, ending, *run.window);
-    }
+    WithWindow(run, [&](const Installer::StatusWindow& window) { ShowMessageBox(row, ending, window); });
     if (row.log == Log::Opened)
     {
         run.logger.OpenLog();
     }
-    if (row.next == Next::Copy)
+    if (row.successor == Successor::Copy)
     {
         run.logger.ClearPauseOnClose();
         CloseCrashReporting();
         return row.code;
     }
-    finishProcess(run.logger.LogPath(), row.ownFile == OwnFile::GoesAtRestart ? ownPath : std::wstring(),
+    finishProcess(run.logger.LogPath(), row.ownFile == OwnFile::DeletedAtRestart ? ownPath : std::wstring(),
                   row.log == Log::Deleted);
     return row.code;
 }
 
 } // namespace
 
-Ending RelocationBrokeOff(const std::exception& exception)
+Ending RelocationAborted(const std::exception& exception)
 {
-    return Ending(Outcome::RelocationBrokeOff,
-                  copyToTempFailedMessage(Installer::WidenExceptionText(exception.what())));
+    return Ending(Outcome::RelocationAborted, copyToTempFailedMessage(Installer::WidenExceptionText(exception.what())));
 }
 
 ExitCode EndRun(const RunContext& run, const Ending& ending, const std::wstring& ownPath)
@@ -226,7 +223,7 @@ catch (const std::exception& exception)
     {
         throw;
     }
-    return CarryOut(run, RelocationBrokeOff(exception), ownPath);
+    return CarryOut(run, RelocationAborted(exception), ownPath);
 }
 
 } // namespace Uninstaller

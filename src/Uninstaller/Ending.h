@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-// How a run ends. What finds a reason to end it returns that as an Ending; only EndRun carries one out.
+// How a run ends. A function that finds a reason to end the run returns an Ending; only EndRun carries it out.
 namespace Uninstaller
 {
 
@@ -17,16 +17,16 @@ enum class Outcome
     WindowsTooOld,
     NotElevated,
     AlreadyRunning,
-    CopyFailed,         // the program could not be copied
-    RelocationBrokeOff, // by an exception
+    CopyFailed,        // CopyFileExW failed
+    RelocationAborted, // an exception was thrown
     CopyNotStarted,
     CopyStarted,
     Cancelled,
-    UnknownAnswer, // to the confirmation
-    ClientRunning, // or its services
+    UnexpectedButton, // of the confirmation dialog
+    ClientRunning,    // or its services
     FolderLocked,
     Removed,
-    PartlyRemoved,
+    PartiallyRemoved,
 };
 
 struct Ending
@@ -34,16 +34,15 @@ struct Ending
     explicit Ending(Outcome how, std::wstring what = {}) : outcome(how), text(std::move(what)) {}
 
     Outcome outcome;
-    std::wstring text; // what went wrong, where the table in Ending.cpp cannot say it
+    std::wstring text; // the details that the table in Ending.cpp does not have
 };
 
-// The relocation was broken off by that exception.
-Ending RelocationBrokeOff(const std::exception& exception);
+// The ending of a relocation that threw.
+Ending RelocationAborted(const std::exception& exception);
 
-// Writes the ending's line, tells the user where there is a window, opens the log, and does what every run does last
-// (finishProcess): what of it, the table in Ending.cpp says. `ownPath` is the running executable. Returns the exit
-// code. Throws what Logger::OpenLog throws, except for CopyFailed: that run ends once more, with what was thrown as the
-// reason.
+// Carries out an ending by its row in Ending.cpp: logs it, shows a message box (runs with a window only), opens the
+// log, and calls finishProcess. `ownPath` is the running executable. Returns the exit code. Throws what Logger::OpenLog
+// throws, except for CopyFailed: then it carries out RelocationAborted with that exception.
 ExitCode EndRun(const RunContext& run, const Ending& ending, const std::wstring& ownPath);
 
 } // namespace Uninstaller

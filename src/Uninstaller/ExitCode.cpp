@@ -23,7 +23,7 @@ namespace
 constexpr wchar_t c_copyToTempMessage[] = L"Unable to copy the Velmora Uninstaller to temporary directory. Please "
                                           L"restart your system and try again. Reason: {}.";
 
-// The message with {} where values belong, or null for a code that has none.
+// The message, with {} for values; null for an unknown code.
 const wchar_t* FindMessage(int code)
 {
     switch (code)

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// The process exit codes that the product's installer and uninstaller share: their contract with whatever starts them.
+// The process exit codes, shared by the product's installer and uninstaller.
 namespace Uninstaller
 {
 
@@ -13,7 +13,7 @@ enum ExitCode : int
     EXIT_ERROR_WINDOWS_VERSION = 2,         // Windows is too old
     EXIT_ERROR_MEDIA_FEATURE_PACK = 8,      // installer only
     EXIT_ERROR_NOT_ELEVATED = 9,            // not started as an administrator
-    EXIT_ERROR_ALREADY_RUNNING = 10,        // another installer or uninstaller of the product is running
+    EXIT_ERROR_ALREADY_RUNNING = 10,        // another installer or uninstaller is running
     EXIT_ERROR_DOWNGRADE = 11,              // installer only
     EXIT_ERROR_CLIENT_RUNNING = 12,         // the client or the services could not be stopped; nothing removed
     EXIT_ERROR_DISK_SPACE = 13,             // installer only
@@ -21,10 +21,10 @@ enum ExitCode : int
     EXIT_ERROR_CREATE_INSTALL_DIR = 15,     // installer only
     EXIT_ERROR_COPY_TO_TEMP = 16,           // the uninstaller could not copy itself to the temporary folder
     EXIT_ERROR_RUN_FROM_TEMP = 17,          // that copy could not be started
-    EXIT_ERROR_PARTIAL_UNINSTALL = 18,      // something could not be removed; the log tells what
-    EXIT_ERROR_PERMISSION_DIALOG_FAIL = 19, // the confirmation gave an answer that it does not have
+    EXIT_ERROR_PARTIAL_UNINSTALL = 18,      // something could not be removed; see the log
+    EXIT_ERROR_PERMISSION_DIALOG_FAIL = 19, // the confirmation returned an unknown button
     EXIT_ERROR_LEGACY_PACKAGE = 21,         // installer only
-    EXIT_ERROR_DIRECTORY_LOCKED = 22,       // programs run from the installation folder; nothing removed
+    EXIT_ERROR_DIRECTORY_LOCKED = 22,       // processes run from the installation folder; nothing removed
     EXIT_ERROR_REMOVE_PREVIOUS = 23,        // installer only, like all that follow
     EXIT_ERROR_UPDATE_ROLLBACK = 24,
     EXIT_ERROR_INSTALL_FILES = 25,
@@ -38,12 +38,11 @@ enum ExitCode : int
     EXIT_ERROR_CANNOT_INSTALL_UPDATER_SERVICE = 57,
 };
 
-// The message that the log and the user get for an exit code; a code without one of its own gives the text for unknown
-// errors with the code in it. Throws a formatting error (fmt::format_error) for the codes whose messages have places
-// for values: 11, 13, 14 and 16.
+// The message of an exit code, for the log and the user. An unknown code gives the message for unknown errors with the
+// code in it. Throws fmt::format_error for codes whose messages have placeholders: 11, 13, 14 and 16.
 std::wstring exitCodeMessage(int code);
 
-// The message of EXIT_ERROR_COPY_TO_TEMP with its reason.
+// The message of EXIT_ERROR_COPY_TO_TEMP with its reason filled in.
 std::wstring copyToTempFailedMessage(const std::wstring& reason);
 
 } // namespace Uninstaller

@@ -1,8 +1,5 @@
-# The program's load configuration, which Windows' loader reads before the first instruction runs. Microsoft's runtime
-# brings one; that of mingw-w64 has none. Its layout is IMAGE_LOAD_CONFIG_DIRECTORY64 of Windows' headers.
-#
-# The libraries that the program imports, and those that they import, come from System32 and from nowhere else. Nothing
-# else of what Windows does by itself is changed: all other fields are zero.
+# The image's load configuration (IMAGE_LOAD_CONFIG_DIRECTORY64), which mingw-w64's runtime lacks. Its only non-zero fields
+# are the size and DependentLoadFlags: imported DLLs, and those that they import, are loaded from System32 only.
 
     .equ    LOAD_LIBRARY_SEARCH_SYSTEM32, 0x800
     .equ    size, 0x140

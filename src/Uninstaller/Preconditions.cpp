@@ -20,14 +20,14 @@ namespace Uninstaller
 namespace
 {
 
-constexpr DWORD c_leastMajorVersion = 10;
-constexpr DWORD c_leastMinorVersion = 0;
-constexpr DWORD c_leastBuild = 19041;
-constexpr DWORD c_comparedParts[] = {VER_MAJORVERSION, VER_MINORVERSION, VER_BUILDNUMBER};
+constexpr DWORD c_minimumMajorVersion = 10;
+constexpr DWORD c_minimumMinorVersion = 0;
+constexpr DWORD c_minimumBuild = 19041;
+constexpr DWORD c_comparedFields[] = {VER_MAJORVERSION, VER_MINORVERSION, VER_BUILDNUMBER};
 
 constexpr wchar_t c_defaultFolderName[] = L"Velmora\\";
 
-// Deployment tools run as Local System, whose token counts as elevated or not depending on who made it.
+// Deployment tools run as Local System. Its tokens are not always marked as elevated.
 bool IsLocalSystem()
 {
     const auto user = wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());
@@ -44,7 +44,7 @@ std::wstring FormatVersion(const std::array<std::uint16_t, 4>& version)
     return text;
 }
 
-InstallFolder Examined(const std::wstring& path)
+InstallFolder MakeInstallFolder(const std::wstring& path)
 {
     return {.path = path, .isProtected = Installer::IsProtectedFolder(path)};
 }
@@ -54,17 +54,17 @@ InstallFolder Examined(const std::wstring& path)
 std::optional<Ending> CheckWindowsVersion(Installer::Logger& logger)
 {
     logger.Info(L"Checking to sure we are running on Windows 10.0.19041 or higher...");
-    OSVERSIONINFOEXW least{};
-    least.dwOSVersionInfoSize = sizeof(least);
-    least.dwMajorVersion = c_leastMajorVersion;
-    least.dwMinorVersion = c_leastMinorVersion;
-    least.dwBuildNumber = c_leastBuild;
+    OSVERSIONINFOEXW minimum{};
+    minimum.dwOSVersionInfoSize = sizeof(minimum);
+    minimum.dwMajorVersion = c_minimumMajorVersion;
+    minimum.dwMinorVersion = c_minimumMinorVersion;
+    minimum.dwBuildNumber = c_minimumBuild;
     DWORDLONG condition = 0;
-    for (const DWORD part : c_comparedParts)
+    for (const DWORD field : c_comparedFields)
     {
-        condition = VerSetConditionMask(condition, part, VER_GREATER_EQUAL);
+        condition = VerSetConditionMask(condition, field, VER_GREATER_EQUAL);
     }
-    if (!VerifyVersionInfoW(&least, c_comparedParts[0] | c_comparedParts[1] | c_comparedParts[2], condition))
+    if (!VerifyVersionInfoW(&minimum, c_comparedFields[0] | c_comparedFields[1] | c_comparedFields[2], condition))
     {
         return Ending(Outcome::WindowsTooOld);
     }
@@ -99,9 +99,9 @@ InstallFolder FindInstallFolder(Installer::Logger& logger)
     if (record.location.empty())
     {
         logger.Info(L"No previous Velmora install directory found, using default.");
-        return Examined(Installer::GetProgramFilesFolder() + c_defaultFolderName);
+        return MakeInstallFolder(Installer::GetProgramFilesFolder() + c_defaultFolderName);
     }
-    return Examined(record.location);
+    return MakeInstallFolder(record.location);
 }
 
 } // namespace Uninstaller

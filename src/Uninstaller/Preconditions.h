@@ -6,26 +6,24 @@
 #include <optional>
 #include <string>
 
-// What is settled before anything is removed. A check returns the reason to end the run, or nothing.
+// The checks before anything is removed. Each returns the run's ending when it fails, otherwise nullopt.
 namespace Uninstaller
 {
 
-// Windows 10 version 2004 (10.0.19041) or later: anything older is too old.
+// Windows 10, version 2004 (10.0.19041) or later.
 std::optional<Ending> CheckWindowsVersion(Installer::Logger& logger);
 
-// Local System or an elevated administrator: anybody else is not elevated. Throws wil::ResultException when the
-// process's token cannot be asked.
+// Local System or an elevated token. Throws wil::ResultException when a token query fails.
 std::optional<Ending> CheckElevation(Installer::Logger& logger);
 
-// Where the product is installed, and whether that is a folder that is never deleted (IsProtectedFolder): decided once,
-// the whole run goes by it.
+// The installation folder, examined once per run.
 struct InstallFolder
 {
-    std::wstring path; // ends in a backslash
-    bool isProtected = false;
+    std::wstring path;        // ends in a backslash
+    bool isProtected = false; // IsProtectedFolder: never deleted
 };
 
-// The folder that the uninstall entry names, otherwise the default one below Program Files. Logs what was found.
+// The uninstall entry's InstallLocation, or the default folder below Program Files. Logs which.
 InstallFolder FindInstallFolder(Installer::Logger& logger);
 
 } // namespace Uninstaller

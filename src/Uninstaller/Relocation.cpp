@@ -20,7 +20,7 @@ namespace
 
 constexpr wchar_t c_copyName[] = L"Velmora.Uninstaller.exe";
 
-// Overwrites what an earlier run left there. A failure that the system has no code for counts as a success.
+// Overwrites an earlier copy. A failure without an error code counts as a success: HRESULT_FROM_WIN32(0) is S_OK.
 HRESULT CopyProgram(const std::wstring& from, const std::wstring& to)
 {
     return Installer::Retry(Installer::c_tenTimesPausingBetween, [&]() -> HRESULT {
@@ -30,7 +30,7 @@ HRESULT CopyProgram(const std::wstring& from, const std::wstring& to)
     });
 }
 
-// Returns the reason to end the run when the program cannot be started. A failure need not have an error code.
+// Returns the run's ending when the program cannot be started. The reason may be 0.
 std::optional<Ending> Start(const std::wstring& program, const std::wstring& argument, Installer::Logger& logger)
 {
     const std::wstring quoted = L'"' + program + L'"';
@@ -56,7 +56,7 @@ std::optional<Ending> Start(const std::wstring& program, const std::wstring& arg
 
 std::wstring GetCopyPath()
 {
-    return Installer::NameUninstallerTempFolder() + c_copyName;
+    return Installer::GetUninstallerTempFolderPath() + c_copyName;
 }
 
 Ending Relocate(Installer::Logger& logger, const std::wstring& ownPath, const std::wstring& argument,
@@ -80,7 +80,7 @@ Ending Relocate(Installer::Logger& logger, const std::wstring& ownPath, const st
     }
     catch (const std::exception& exception)
     {
-        return RelocationBrokeOff(exception);
+        return RelocationAborted(exception);
     }
     logger.Info(L"This process will now exit (without waiting for user feedback)");
     logger.Info(L"----------");

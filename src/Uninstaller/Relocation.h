@@ -7,17 +7,17 @@
 
 #include <string>
 
-// A running program keeps its file and with it the folder that it lies in. An uninstaller that was started from the
-// installation folder therefore goes on as a copy of itself in the temporary folder.
+// A running executable cannot be deleted, nor its folder. Started from the installation folder, the uninstaller
+// therefore copies itself to the temporary folder, starts the copy and exits.
 namespace Uninstaller
 {
 
-// Where the copy lies, if there is one.
+// The copy's path, whether or not it exists.
 std::wstring GetCopyPath();
 
-// Copies the program at `ownPath` to the temporary folder, hands the mutex over and starts the copy with the same
-// argument (empty for none); it is not waited for. Returns how the run ends: with the copy started, or with what kept
-// it from being made or started.
+// Copies the executable `ownPath` to the temporary folder, releases the single-instance mutex and starts the copy with
+// `argument` (unless empty), without waiting for it. Returns the run's ending: CopyStarted, CopyFailed, CopyNotStarted
+// or RelocationAborted.
 Ending Relocate(Installer::Logger& logger, const std::wstring& ownPath, const std::wstring& argument,
                 wil::unique_handle& mutex);
 

@@ -12,7 +12,7 @@
 #include "Installer/Service.h"
 #include "Installer/Shortcuts.h"
 #include "Uninstaller/Confirmation.h"
-#include "Uninstaller/StartingProcess.h"
+#include "Uninstaller/ParentProcess.h"
 #include "Uninstaller/UserCleanup.h"
 
 #include <windows.h>
@@ -32,10 +32,10 @@ using namespace Installer;
 
 constexpr DWORD c_pauseBeforeStartMilliseconds = 200;
 
-// Windows may still be busy with the package, or somebody with what is in it.
-constexpr RetryPolicy c_fiveSlowAttempts{5, 5000, false};
+// Windows may still be servicing the package, or its files may be in use.
+constexpr RetryPolicy c_packageRemovalRetries{5, 5000, false};
 
-// What the steps work on.
+// The steps' input.
 struct Removal
 {
     const RunContext& run;
@@ -43,31 +43,31 @@ struct Removal
     bool removeUserSettings;
 };
 
-// The entry as the installer wrote it: the reference is part of the text and is not expanded.
+// The installer's literal entry: the variable is not expanded.
 constexpr wchar_t c_pathEntry[] = L"%USERPROFILE%\\AppData\\Local\\Vel Mora\\lib";
 
-// What others live in stays, whoever wrote it into the install record.
+// A protected folder is not deleted, even if the install record names it.
 HRESULT DeleteInstallFolder(const Removal& removal, const std::wstring& folder)
 {
     return removal.installFolder.isProtected ? E_ACCESSDENIED : DeleteFolderWithRetry(folder);
 }
 
-// Where the window's progress stands; the default: as before.
+// The window's progress; the defaults leave it unchanged.
 struct Progress
 {
-    int phase = 0;   // 1 to 10: goes to its start; 0: the same as before
-    int percent = 0; // of the phase; 0: as before
+    int phase = 0;   // 1 to c_phaseCount; 0: unchanged
+    int percent = 0; // of the phase; 0: unchanged
 };
 
-// What a failed step means for the result of the removal.
+// What a failed step means for the run.
 enum class Failure
 {
-    MakesPartial, // logged as an error; the run ends with EXIT_ERROR_PARTIAL_UNINSTALL
-    Warns,        // logged as a warning only
-    IsLogged,     // by the operation itself; the end of the run is as with the first one
+    MakesPartial, // logged as an error; the exit code is EXIT_ERROR_PARTIAL_UNINSTALL
+    Warns,        // logged as a warning
+    IsLogged,     // like MakesPartial, but logged by the operation
 };
 
-// It and its text, which the folder and the system's reason follow.
+// A failure's meaning and message; the folder and the system's message are appended.
 struct OnFailure
 {
     constexpr OnFailure(Failure failure, const wchar_t* line) : meaning(failure), text(line) {}
@@ -88,10 +88,10 @@ constexpr OnFailure Warns(const wchar_t* text)
 
 constexpr OnFailure c_isLogged(Failure::IsLogged, L"");
 
-// Such an operation is called once.
+// For operations that retry by themselves.
 constexpr RetryPolicy c_retriesByItself = c_once;
 
-std::wstring NoFolder(const Removal&)
+std::wstring WithoutFolder(const Removal&)
 {
     return {};
 }
@@ -101,77 +101,77 @@ bool Always(const Removal&, const std::wstring&)
     return true;
 }
 
-// It has no default constructor, as a failure has none: what is left out of a row that has no default does not compile.
+// Not default-constructible, as OnFailure is not: a row that leaves out a member without a default does not compile.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct Step
 {
-    Progress progress{};            // before the step, also of one that is left out
-    const wchar_t* shown = nullptr; // logged and shown before the step; null for nothing
-    // What the operation works on, where it is a folder: the failure names it.
-    std::wstring (*folder)(const Removal& removal) = NoFolder;
-    // When the step is done; one that is left out is not shown either.
+    Progress progress{};                 // set before the step, even if it does not apply
+    const wchar_t* statusText = nullptr; // logged and shown before the step; may be null
+    // The folder that the operation deletes, if any; the failure's message names it.
+    std::wstring (*folder)(const Removal& removal) = WithoutFolder;
+    // Whether the step is run; if not, its status text is not logged either.
     bool (*applies)(const Removal& removal, const std::wstring& folder) = Always;
     HRESULT (*operation)(const Removal& removal, const std::wstring& folder);
     RetryPolicy retry;
     OnFailure failure;
 };
 
-// Everything that is removed, in this order.
+// The removal steps, in order.
 constexpr Step c_steps[] = {
     {.progress = {.phase = 2},
-     .shown = L"Deleting desktop shortcut...",
+     .statusText = L"Deleting desktop shortcut...",
      .operation = [](const Removal&, const std::wstring&) { return DeleteDesktopShortcut(); },
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to delete desktop shortcut.")},
     {.progress = {.percent = 50},
-     .shown = L"Deleting start menu shortcut...",
+     .statusText = L"Deleting start menu shortcut...",
      .operation = [](const Removal&, const std::wstring&) { return DeleteStartMenuShortcut(); },
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to delete start menu shortcut.")},
     {.progress = {.phase = 3},
-     .shown = L"Uninstalling updater service...",
+     .statusText = L"Uninstalling updater service...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveService(c_updaterService); },
      .retry = c_tenTimesPausingBetween,
      .failure = MakesPartial(L"Unable to uninstall updater service.")},
     {.progress = {.percent = 50},
-     .shown = L"Uninstalling authorization service...",
+     .statusText = L"Uninstalling authorization service...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveService(c_authService); },
      .retry = c_tenTimesPausingBetween,
      .failure = MakesPartial(L"Unable to uninstall authorization service.")},
-    {.shown = L"Removing from path...",
+    {.statusText = L"Removing from path...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveFromMachinePath(c_pathEntry); },
      .retry = c_tenTimesPausingBetween,
      .failure = MakesPartial(L"Unable to remove from path.")},
     {.progress = {.phase = 4},
-     .shown = L"Deleting firewall rules...",
+     .statusText = L"Deleting firewall rules...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveFirewallRule(); },
      .retry = c_tenTimesPausingBetween,
      .failure = MakesPartial(L"Unable to delete firewall rules.")},
     {.progress = {.phase = 5},
-     .shown = L"Removing startup entry...",
+     .statusText = L"Removing startup entry...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveStartupEntry(); },
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to remove startup entry.")},
     {.progress = {.phase = 6},
-     .shown = L"Deregistering application from system...",
+     .statusText = L"Deregistering application from system...",
      .operation = [](const Removal& removal,
                      const std::wstring&) { return DeregisterApplication(removal.removeUserSettings); },
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to deregister application from system.")},
     {.progress = {.phase = 7},
-     .shown = L"Removing uninstall entry...",
+     .statusText = L"Removing uninstall entry...",
      .operation = [](const Removal&, const std::wstring&) { return RemoveUninstallEntry(); },
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to remove uninstall entry.")},
     {.progress = {.phase = 8},
-     .shown = L"Deleting installation folder...",
+     .statusText = L"Deleting installation folder...",
      .folder = [](const Removal& removal) { return removal.installFolder.path; },
      .applies = [](const Removal&, const std::wstring& folder) { return FolderExists(folder); },
      .operation = DeleteInstallFolder,
      .retry = c_retriesByItself,
      .failure = MakesPartial(L"Unable to delete installation folder")},
     {.progress = {.phase = 9},
-     .shown = L"Deleting OrvaneAuthService folders...",
+     .statusText = L"Deleting OrvaneAuthService folders...",
      .folder = [](const Removal&) { return GetProgramFilesFolder() + c_authService; },
      .operation = [](const Removal&, const std::wstring& folder) { return RemoveFolder(folder); },
      .retry = c_tenTimesPausingBetween,
@@ -182,20 +182,20 @@ constexpr Step c_steps[] = {
      .retry = c_tenTimesPausingBetween,
      .failure = Warns(L"Unable to delete PD OrvaneAuthService folder")},
     {.progress = {.percent = 40},
-     .shown = L"Deleting VelmoraUpdater folder...",
+     .statusText = L"Deleting VelmoraUpdater folder...",
      .folder = [](const Removal&) { return GetProgramDataFolder() + L"VelmoraUpdater"; },
      .operation = [](const Removal&, const std::wstring& folder) { return RemoveFolder(folder); },
      .retry = c_tenTimesPausingBetween,
      .failure = Warns(L"Unable to delete VelmoraUpdater folder")},
     {.progress = {.percent = 60},
-     .shown = L"Attempting to clean up files for current user...",
+     .statusText = L"Attempting to clean up files for current user...",
      .applies = [](const Removal& removal, const std::wstring&) { return removal.removeUserSettings; },
      .operation = [](const Removal& removal,
                      const std::wstring&) { return CleanUpForCurrentUser(removal.run) ? S_OK : E_FAIL; },
      .retry = c_retriesByItself,
      .failure = c_isLogged},
     {.operation = [](const Removal& removal, const std::wstring&) { return RemoveLegacyPackage(removal.run.logger); },
-     .retry = c_fiveSlowAttempts,
+     .retry = c_packageRemovalRetries,
      .failure = Warns(L"Unable to remove legacy packaged installation.")},
 };
 
@@ -211,32 +211,26 @@ std::wstring DescribeFailure(const Step& step, const std::wstring& folder, HRESU
 
 void ShowProgress(const RunContext& run, const Progress& progress)
 {
-    if (run.window == nullptr)
-    {
-        return;
-    }
-    if (progress.phase != 0)
-    {
-        run.window->SetPhase(progress.phase, c_phaseCount, 0);
-    }
-    if (progress.percent != 0)
-    {
-        run.window->SetProgress(progress.percent);
-    }
+    WithWindow(run, [&](StatusWindow& window) {
+        if (progress.phase != 0)
+        {
+            window.SetPhase(progress.phase, c_phaseCount, 0);
+        }
+        if (progress.percent != 0)
+        {
+            window.SetProgress(progress.percent);
+        }
+    });
 }
 
-// Logs what is being done, and tells the user.
-void Announce(const RunContext& run, const std::wstring& text)
+void LogAndShowStatus(const RunContext& run, const std::wstring& text)
 {
     run.logger.Info(text);
-    if (run.window != nullptr)
-    {
-        run.window->SetStatusText(text);
-    }
+    WithWindow(run, [&](StatusWindow& window) { window.SetStatusText(text); });
 }
 
-// Does one step. Returns whether the result of the run is still a full one.
-bool DoStep(const Step& step, const Removal& removal)
+// Returns false when the step makes the removal partial.
+bool RunStep(const Step& step, const Removal& removal)
 {
     ShowProgress(removal.run, step.progress);
     const std::wstring folder = step.folder(removal);
@@ -244,9 +238,9 @@ bool DoStep(const Step& step, const Removal& removal)
     {
         return true;
     }
-    if (step.shown != nullptr)
+    if (step.statusText != nullptr)
     {
-        Announce(removal.run, step.shown);
+        LogAndShowStatus(removal.run, step.statusText);
     }
     const HRESULT result = Retry(step.retry, [&] { return step.operation(removal, folder); });
     if (result == S_OK)
@@ -267,32 +261,32 @@ bool DoStep(const Step& step, const Removal& removal)
     return false;
 }
 
-// Returns what to do with the settings, or how the run ends.
+// Returns the choice for the settings, or the run's ending.
 std::variant<UserSettings, Ending> Confirm(const RunContext& run)
 {
     Sleep(c_pauseBeforeStartMilliseconds);
     if (run.runType == RunType::Silent)
     {
-        return UserSettings::Stay;
+        return UserSettings::Keep;
     }
     return AskForConfirmation(run);
 }
 
-// Returns whether nothing runs from the installation folder any more. The process that this one was started by may
-// still do so for a moment.
-bool EndProcessesIn(const std::wstring& installFolder, const RunContext& run, const std::wstring& ownPath)
+// Returns whether the removal may go on. The parent process may still run from the folder: it is about to exit.
+bool TerminateProcessesIn(const std::wstring& installFolder, const RunContext& run, const std::wstring& ownPath)
 {
-    const auto starter = WaitForStartingProcess(ownPath, installFolder);
-    return CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, DialogOwner(run),
-                                starter ? std::optional(starter->id) : std::nullopt);
+    const auto parent = WaitForParentProcess(ownPath, installFolder);
+    return CheckDirectoryLocked(installFolder, run.logger, run.runType == RunType::Silent, GetDialogOwner(run),
+                                parent ? std::optional(parent->id) : std::nullopt);
 }
 
-// Ends what runs of the product: nothing is removed under a running program. Returns the reason to end the run when
-// something still runs.
-std::optional<Ending> ShutDown(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath)
+// Stops the client, the services and other processes in the installation folder. Returns the run's ending when one of
+// them cannot be stopped.
+std::optional<Ending> StopProduct(const RunContext& run, const InstallFolder& installFolder,
+                                  const std::wstring& ownPath)
 {
     ShowProgress(run, {.phase = 1});
-    Announce(run, L"Stopping Velmora...");
+    LogAndShowStatus(run, L"Stopping Velmora...");
     const bool isClientStopped = StopRunningClient(run.logger);
     const HRESULT services =
         isClientStopped ? Retry(c_tenTimesPausingBetween, [&] { return StopServices(run.logger); }) : S_OK;
@@ -301,24 +295,24 @@ std::optional<Ending> ShutDown(const RunContext& run, const InstallFolder& insta
         return Ending(Outcome::ClientRunning, std::wstring(L"Is Client Stopped:") + (isClientStopped ? L"1" : L"0") +
                                                   L", Services Stopped Result: " + std::to_wstring(services));
     }
-    // In a folder that is not deleted anyway, nobody is in the way.
-    if (!installFolder.isProtected && !EndProcessesIn(installFolder.path, run, ownPath))
+    // A protected folder is not deleted: its processes are left alone.
+    if (!installFolder.isProtected && !TerminateProcessesIn(installFolder.path, run, ownPath))
     {
         return Ending(Outcome::FolderLocked);
     }
     return std::nullopt;
 }
 
-// Returns whether nothing is left.
+// Returns whether every step succeeded or only warned.
 bool RemoveEverything(const Removal& removal)
 {
     bool complete = true;
     for (const Step& step : c_steps)
     {
-        complete = DoStep(step, removal) && complete;
+        complete = RunStep(step, removal) && complete;
     }
     ShowProgress(removal.run, {.phase = c_phaseCount, .percent = 100});
-    Announce(removal.run, L"Uninstall Complete!");
+    LogAndShowStatus(removal.run, L"Uninstall Complete!");
     return complete;
 }
 
@@ -331,15 +325,15 @@ Ending UninstallProduct(const RunContext& run, const InstallFolder& installFolde
     {
         return std::move(*ending);
     }
-    const bool removeUserSettings = std::get<UserSettings>(confirmed) == UserSettings::Go;
+    const bool removeUserSettings = std::get<UserSettings>(confirmed) == UserSettings::Remove;
     run.logger.Info(removeUserSettings ? L"Velmora will attempt to delete user data directories."
                                        : L"Velmora will leave user directories as-is.");
-    if (auto ending = ShutDown(run, installFolder, ownPath))
+    if (auto ending = StopProduct(run, installFolder, ownPath))
     {
         return *std::move(ending);
     }
     const bool isComplete = RemoveEverything({run, installFolder, removeUserSettings});
-    return Ending(isComplete ? Outcome::Removed : Outcome::PartlyRemoved);
+    return Ending(isComplete ? Outcome::Removed : Outcome::PartiallyRemoved);
 }
 
 } // namespace Uninstaller

@@ -9,9 +9,9 @@
 namespace Uninstaller
 {
 
-// Asks for confirmation (except in silent runs), ends what runs of the product, and removes it from `installFolder`
-// (unless that is protected) and from everywhere else, one step after another. A step that fails is logged and does not
-// keep the later ones from being done. `ownPath` is the running executable. Returns how the run ends.
+// Asks for confirmation (except in silent runs), stops the product's processes and services, and runs the removal steps
+// in order. A failed step is logged and does not stop the later ones. A protected `installFolder` is not deleted.
+// `ownPath` is the running executable. Returns the run's ending.
 Ending UninstallProduct(const RunContext& run, const InstallFolder& installFolder, const std::wstring& ownPath);
 
 } // namespace Uninstaller

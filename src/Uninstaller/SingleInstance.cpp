@@ -12,7 +12,7 @@ namespace Uninstaller
 namespace
 {
 
-// The installer uses the same name.
+// Shared with the installer.
 constexpr wchar_t c_mutexName[] = L"Global\\Velmora_Installer_Mutex";
 
 } // namespace

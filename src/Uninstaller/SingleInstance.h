@@ -6,17 +6,16 @@
 
 #include <optional>
 
-// The product's installer and uninstaller run one at a time.
+// Only one installer or uninstaller of the product runs at a time.
 namespace Uninstaller
 {
 
-// Takes the mutex that they share and puts it into `mutex`, which is to be held as long as the run works on the
-// machine. Returns the reason to end the run when another one holds it or it cannot be had; a handle that was given all
-// the same is in `mutex`, and is to be released after the end.
+// Creates the shared named mutex; keep `mutex` for the whole run. Returns AlreadyRunning when the mutex exists or
+// cannot be created; if it exists, `mutex` is set all the same, and the caller releases it after EndRun.
 std::optional<Ending> CheckSingleInstance(wil::unique_handle& mutex);
 
-// Lets the next installer or uninstaller run; does nothing without a mutex. Throws wil::ResultException when the handle
-// cannot be closed.
+// Closes the mutex, if set, so that another installer or uninstaller can run. Throws wil::ResultException when
+// CloseHandle fails.
 void ReleaseSingleInstance(wil::unique_handle& mutex);
 
 } // namespace Uninstaller

@@ -1,9 +1,8 @@
 #include <cstdlib>
 
 #ifdef __GLIBCXX__
-// libstdc++ would tell the type of the exception that ends the program on a console that it does not have, and needs
-// 47 KB to write it as a person would. Crash reporting has a handler of its own.
-// The name is its own, which this one replaces:
+// Replaces libstdc++'s terminate handler, which prints the exception's type to stderr and links a demangler of 47 KB.
+// Crash reporting has its own handler.
 // NOLINTBEGIN(misc-use-internal-linkage,readability-identifier-naming,readability-redundant-declaration)
 namespace __gnu_cxx
 {

@@ -21,7 +21,7 @@ namespace
 
 using namespace Installer;
 
-constexpr int c_progressBetween = 80; // of the phase, between the two folders
+constexpr int c_progressBetween = 80; // of the phase, after the first folder
 
 std::wstring FindLocalAppData()
 {
@@ -49,10 +49,7 @@ try
     const std::wstring localAppData = FindLocalAppData();
     DeleteUserFolder(localAppData + L"\\Vel Mora",
                      L"Unable to delete Velmora folder. Other applications may accessing this folder.", run.logger);
-    if (run.window != nullptr)
-    {
-        run.window->SetProgress(c_progressBetween);
-    }
+    WithWindow(run, [](StatusWindow& window) { window.SetProgress(c_progressBetween); });
     DeleteUserFolder(localAppData + L"\\Tessaline",
                      L"Unable to delete Tessaline folder. Pellmark Studio may be running.", run.logger);
     return true;

@@ -36,7 +36,7 @@ constexpr wchar_t c_windowClass[] = L"VELMORA_UNINSTALLER";
 constexpr wchar_t c_windowTitle[] = L"Velmora Uninstaller";
 constexpr wchar_t c_headline[] = L"Uninstalling Velmora\nThis may take a few seconds.";
 
-const wchar_t* NameOf(Installer::RunType runType)
+const wchar_t* GetRunTypeName(Installer::RunType runType)
 {
     switch (runType)
     {
@@ -59,33 +59,32 @@ Ending ShowHelp(Installer::Logger& logger)
     return Ending(Outcome::HelpShown);
 }
 
-// Windows and the C runtime tell of a failure (a crash, a drive without a medium) in a dialog, which nobody may be
-// there to close. Crash reporting comes first all the same: Windows calls its filter before it looks at the error mode.
-void ShowNoErrorDialogs()
+// Suppresses the error boxes of Windows and the C runtime: a silent run must not wait for a click. The unhandled
+// exception filter of crash reporting still runs: Windows calls it before it checks the error mode.
+void SuppressErrorDialogs()
 {
     SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     _set_error_mode(_OUT_TO_STDERR);
 }
 
-// What the program imports comes from there already (LoadConfiguration.s); what is loaded later, and is not named by
-// its whole path, does too. The program may lie in a folder that any user can write to. (Crash reporting, which starts
-// earlier, looks for its libraries there by itself.)
-void LoadLibrariesOnlyFromSystemFolder()
+// Against DLL planting: the program may run from a folder that any user can write to. The load configuration restricts
+// the imports' search path (LoadConfiguration.s); this restricts LoadLibrary's. (Crash reporting, which starts earlier,
+// does so by itself.)
+void RestrictDllSearchToSystem32()
 {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
 
-// Whoever starts the program by a double-click in the installation folder makes that its current folder, which its
-// console and the copy in the temporary folder would inherit, and a folder that is a process's current one cannot be
-// removed.
-void LeaveCurrentFolder()
+// A process's current directory cannot be deleted. Started by a double-click, that is the installation folder, and the
+// console and the relocated copy would inherit it.
+void ResetCurrentDirectory()
 {
     SetCurrentDirectoryW(Installer::FindSystemFolder().c_str());
 }
 
-// Returns as what the run goes on: a GUI run whose window cannot be shown becomes a verbose one. It keeps that window
-// all the same, for its message boxes.
-Installer::RunType ShowWindowIfAsked(Installer::RunType runType, std::optional<Installer::StatusWindow>& window)
+// Returns the run type to go on with: Verbose when the window of a GUI run cannot be created. `window` stays set then,
+// for its message boxes.
+Installer::RunType CreateWindowIfRequested(Installer::RunType runType, std::optional<Installer::StatusWindow>& window)
 {
     if (runType != Installer::RunType::Gui)
     {
@@ -95,15 +94,14 @@ Installer::RunType ShowWindowIfAsked(Installer::RunType runType, std::optional<I
     return window->State() == Installer::StatusWindowState::Running ? runType : Installer::RunType::Verbose;
 }
 
-// All that the run does, until there is a reason to end it. What the end needs is put into `mutex` and `ownPath`, the
-// running executable, as soon as it is there.
+// The run up to its ending. Sets `mutex` and `ownPath` (the running executable), which outlive it, when they are known.
 Ending Run(const RunContext& run, const CommandLine& commandLine, wil::unique_handle& mutex, std::wstring& ownPath)
 {
     if (commandLine.help)
     {
         return ShowHelp(run.logger);
     }
-    if (run.window != nullptr && run.runType != Installer::RunType::Gui) // whether or not it has come by now
+    if (run.runType != commandLine.runType)
     {
         run.logger.Warning(L"Failed to create the uninstaller window, running in verbose mode.", false);
     }
@@ -138,19 +136,19 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     using namespace Uninstaller;
 
     StartCrashReporting();
-    ShowNoErrorDialogs();
-    LoadLibrariesOnlyFromSystemFolder();
+    SuppressErrorDialogs();
+    RestrictDllSearchToSystem32();
     Installer::UseRegisteredClassesOnly();
     Installer::NameThread(L"uninstaller_thread");
-    LeaveCurrentFolder();
+    ResetCurrentDirectory();
     const CommandLine commandLine = ParseCommandLine();
 
-    // The logger goes before the window.
+    // Declared before the logger: destroyed after it.
     std::optional<Installer::StatusWindow> window;
-    const Installer::RunType runType = ShowWindowIfAsked(commandLine.runType, window);
+    const Installer::RunType runType = CreateWindowIfRequested(commandLine.runType, window);
     Installer::Logger logger(runType);
     logger.Info(L"Running the Velmora uninstaller (" + std::to_wstring(GetCurrentProcessId()) + L")...");
-    logger.Info(std::wstring(L"Requested run type of ") + NameOf(runType));
+    logger.Info(std::wstring(L"Requested run type of ") + GetRunTypeName(runType));
     const RunContext run{.logger = logger, .runType = runType, .window = window ? &*window : nullptr};
     wil::unique_handle mutex;
     std::wstring ownPath;

@@ -1,10 +1,10 @@
 #include "EndToEndTest.h"
 
-#include "support/BuiltFiles.h"
-#include "support/Names.h"
-#include "support/ReportAddress.h"
-#include "support/RunningProduct.h"
-#include "support/Servers.h"
+#include "support/end_to_end/BuiltFiles.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/ReportAddress.h"
+#include "support/end_to_end/RunningProduct.h"
+#include "support/end_to_end/Servers.h"
 
 #include <windows.h>
 
@@ -25,44 +25,41 @@ constexpr std::wstring_view c_programName = L"Velmora.Uninstaller.exe";
 constexpr std::wstring_view c_pendingRenames =
     LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager : PendingFileRenameOperations)";
 
-// The keys that the program makes when they are missing, because it opens them so.
-constexpr std::array<std::wstring_view, 3> c_keysMadeByOpening{
-    LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Run)",
-    LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)",
-    LR"(HKLM\SOFTWARE\RegisteredApplications)"};
-
 // What the tests' servers were asked for.
 constexpr std::array<std::wstring_view, 2> c_calls{LR"(HKLM\Software\Velmora.Testing\Firewall\Calls)",
                                                    LR"(HKLM\Software\Velmora.Testing\Packages\Calls)"};
-
-// The lines of a log: each ends with a carriage return and a line feed.
-std::vector<std::string> SplitLines(const std::string& text)
-{
-    constexpr std::string_view c_end = "\r\n";
-    std::vector<std::string> lines;
-    std::size_t begin = 0;
-    for (auto end = text.find(c_end); end != std::string::npos; end = text.find(c_end, begin))
-    {
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + c_end.size();
-    }
-    if (begin < text.size())
-    {
-        lines.push_back(text.substr(begin) + " (without an end)");
-    }
-    return lines;
-}
 
 std::string JoinLines(const std::vector<std::string>& lines)
 {
     constexpr std::size_t c_most = 60;
     std::string text;
-    for (const std::string& line :
-         std::vector(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(lines.size(), c_most))))
+    for (std::size_t i = 0; i < std::min(lines.size(), c_most); ++i)
     {
-        text += "  " + line + "\n";
+        text += "  " + lines[i] + "\n";
     }
     return text + (lines.size() > c_most ? "  … " + std::to_string(lines.size() - c_most) + " more\n" : "");
+}
+
+// Wine writes down where the users' profiles are when it is asked for the first time.
+void AskForProfiles()
+{
+    wchar_t* folder = nullptr;
+    SHGetKnownFolderPath(FOLDERID_UserProfiles, 0, nullptr, &folder);
+    CoTaskMemFree(folder);
+}
+
+void CopyProgram(const std::wstring& from, const std::wstring& to)
+{
+    if (!CopyFileW(from.c_str(), to.c_str(), FALSE))
+    {
+        ThrowWindowsError("Cannot copy " + ToUtf8(from) + " to " + ToUtf8(to), GetLastError());
+    }
+}
+
+MachineState WithLogFolder(MachineState state, const std::wstring& temporaryFolder = TemporaryFolder())
+{
+    state.AddWithParents(temporaryFolder + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    return state;
 }
 } // namespace
 
@@ -90,26 +87,11 @@ DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text)
     return {.title = title, .message = {{text, MessageIcon::Error}}};
 }
 
-namespace
-{
-// Wine writes down where the users' profiles are when it is asked for the first time.
-void AskForProfiles()
-{
-    wchar_t* folder = nullptr;
-    SHGetKnownFolderPath(FOLDERID_UserProfiles, 0, nullptr, &folder);
-    CoTaskMemFree(folder);
-}
-} // namespace
-
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
 {
     AskForProfiles();
     RegisterServers();
-    const std::wstring built = BuiltFile(c_programName);
-    if (!CopyFileW(built.c_str(), m_program.c_str(), FALSE))
-    {
-        ThrowWindowsError("Cannot copy " + ToUtf8(built) + " to " + ToUtf8(m_program), GetLastError());
-    }
+    CopyProgram(BuiltFile(c_programName), m_program);
     KeepReportsHere(m_program);
 }
 
@@ -144,10 +126,7 @@ void EndToEndTest::Run(const std::wstring& arguments, RunOptions options)
 
 void EndToEndTest::RunInstalled(const std::wstring& arguments, RunOptions options)
 {
-    if (!CopyFileW(m_program.c_str(), InstalledProgram().c_str(), FALSE))
-    {
-        ThrowWindowsError("Cannot copy the program to " + ToUtf8(InstalledProgram()), GetLastError());
-    }
+    CopyProgram(m_program, InstalledProgram());
     RunAt(InstalledProgram(), arguments, options);
 }
 
@@ -182,12 +161,20 @@ std::wstring EndToEndTest::RelocatedCopy(const std::wstring& temporaryFolder)
 MachineState EndToEndTest::StateAfter(const std::wstring& program, bool removeUserSettings) const
 {
     MachineState state = AfterUninstall(m_before, removeUserSettings);
-    for (const std::wstring_view key : c_keysMadeByOpening)
+    for (const StepRow& row : Steps())
     {
-        state.AddWithParents(key, StateEntry::Kind::Key);
+        for (const ProductPart& part : row.parts)
+        {
+            if (part.kind == ProductPart::Kind::Value)
+            {
+                // The program opens the key so that it is made when it is missing.
+                state.AddWithParents(L"HKLM\\" + std::wstring(part.place), StateEntry::Kind::Key);
+            }
+        }
     }
     for (const std::wstring_view calls : c_calls)
     {
+        state.CopyWithParents(calls, m_after);
         state.CopyTree(calls, m_after);
     }
     AddPendingDeletion(state, program);
@@ -196,27 +183,30 @@ MachineState EndToEndTest::StateAfter(const std::wstring& program, bool removeUs
 
 MachineState EndToEndTest::DeclaredState(bool removeUserSettings) const
 {
-    return DeclaredStateOf(m_program, removeUserSettings);
+    return WithLogFolder(StateAfter(m_program, removeUserSettings));
 }
 
-MachineState EndToEndTest::DeclaredStateOf(const std::wstring& program, bool removeUserSettings) const
+MachineState EndToEndTest::DeclaredStateWith(const std::vector<std::wstring>& kept) const
 {
-    MachineState state = StateAfter(program, removeUserSettings);
-    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
+    MachineState state = DeclaredState();
+    for (const std::wstring& path : kept)
+    {
+        state.CopyWithParents(path, m_before);
+        state.CopyTree(path, m_before);
+    }
     return state;
 }
 
-MachineState EndToEndTest::DeclaredStateWithoutLogFolder(bool removeUserSettings) const
+MachineState EndToEndTest::DeclaredStateOf(const std::wstring& program) const
 {
-    return StateAfter(m_program, removeUserSettings);
+    return WithLogFolder(StateAfter(program));
 }
 
 MachineState EndToEndTest::RelocatedState(const std::wstring& temporaryFolder) const
 {
     const std::wstring copy = RelocatedCopy(temporaryFolder);
-    MachineState state = StateAfter(copy, false);
+    MachineState state = WithLogFolder(StateAfter(copy), temporaryFolder);
     // A copy is the same file at another place.
-    state.AddWithParents(temporaryFolder + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
     state.Set(copy, *m_before.Find(InstalledProgram()));
     // With logs of the same second there is one, which the copy deletes.
     if (!m_result.earlierLogPath.empty())
@@ -246,36 +236,35 @@ void EndToEndTest::AddPendingDeletion(MachineState& state, const std::wstring& p
 void EndToEndTest::CopyTraces(MachineState& state, const MachineState& source)
 {
     const std::wstring logs = LogFolderIn(TemporaryFolder()) + L"Uninstaller_";
-    const auto isLog = [&](const std::wstring& path) {
-        return path.ends_with(L".log") && SameName(std::wstring_view(path).substr(0, logs.size()), logs);
+    const auto isTrace = [&](const auto& path) {
+        return (path.ends_with(L".log") && SameName(std::wstring_view(path).substr(0, logs.size()), logs)) ||
+               IsAtOrBelow(path, c_pendingRenames) || IsAtOrBelow(path, c_calls[0]) || IsAtOrBelow(path, c_calls[1]);
     };
     const MachineState before = state;
     for (const auto& [path, entry] : before.All())
     {
-        if (isLog(path))
+        if (isTrace(path))
         {
             state.Erase(path);
         }
     }
     for (const auto& [path, entry] : source.All())
     {
-        if (isLog(path))
+        if (isTrace(path))
         {
             state.Set(path, entry);
         }
     }
-    for (const std::wstring_view traces : {c_pendingRenames, c_calls[0], c_calls[1]})
-    {
-        state.Erase(traces);
-        state.CopyTree(traces, source);
-    }
+}
+
+UniqueHandle EndToEndTest::Hold(const std::wstring& path)
+{
+    return OwnFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 MachineState EndToEndTest::UntouchedState() const
 {
-    MachineState state = m_before;
-    state.AddWithParents(TemporaryFolder() + L"Velmora\\Uninstaller", StateEntry::Kind::Folder);
-    return state;
+    return WithLogFolder(m_before);
 }
 
 MachineState EndToEndTest::CancelledState() const
@@ -367,16 +356,35 @@ std::vector<std::string> EndToEndTest::LogLines() const
     return SplitLines(log);
 }
 
+std::vector<std::string> EndToEndTest::SplitLines(const std::string& text)
+{
+    constexpr std::string_view c_end = "\r\n";
+    std::vector<std::string> lines;
+    std::size_t begin = 0;
+    for (auto end = text.find(c_end); end != std::string::npos; end = text.find(c_end, begin))
+    {
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + c_end.size();
+    }
+    if (begin < text.size())
+    {
+        lines.push_back(text.substr(begin) + " (without an end)");
+    }
+    return lines;
+}
+
 void EndToEndTest::ExpectLogName() const
 {
     const std::wstring name = m_result.logPath.substr(m_result.logPath.rfind(L'\\') + 1);
-    std::vector<std::string> possible;
-    for (auto moment = m_started; moment <= m_started + m_result.duration + std::chrono::seconds(1);
-         moment += std::chrono::seconds(1))
+    const auto last = m_started + m_result.duration + std::chrono::seconds(1);
+    for (auto moment = m_started; moment <= last; moment += std::chrono::seconds(1))
     {
-        possible.push_back(ToUtf8(LogNameAt(moment)));
+        if (LogNameAt(moment) == name)
+        {
+            return;
+        }
     }
-    EXPECT_TRUE(std::ranges::find(possible, ToUtf8(name)) != possible.end())
-        << "The log is named " << ToUtf8(name) << ", not " << possible.front() << " or a little later.";
+    ADD_FAILURE() << "The log is named " << ToUtf8(name) << ", not " << ToUtf8(LogNameAt(m_started))
+                  << " or a little later.";
 }
 } // namespace Testing

@@ -3,12 +3,14 @@
 #pragma once
 
 #include "ExpectedLog.h"
-#include "support/MachineState.h"
-#include "support/RunProgram.h"
-#include "support/SampleInstallation.h"
+#include "support/end_to_end/MachineState.h"
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/RunProgram.h"
+#include "support/end_to_end/SampleInstallation.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,14 +62,17 @@ protected:
     // does. What the servers were asked for is taken as it is.
     MachineState DeclaredState(bool removeUserSettings = false) const;
 
+    // The same, but with these paths and everything below them as they were.
+    MachineState DeclaredStateWith(const std::vector<std::wstring>& kept) const;
+
     // The same when it was a run of the uninstaller at that place.
-    MachineState DeclaredStateOf(const std::wstring& program, bool removeUserSettings = false) const;
+    MachineState DeclaredStateOf(const std::wstring& program) const;
 
     // The same for a run that went on as its copy: that is left instead, with the log of the first process.
     MachineState RelocatedState(const std::wstring& temporaryFolder = TemporaryFolder()) const;
 
     // The same for a run that could not make its log's folder where it usually is.
-    MachineState DeclaredStateWithoutLogFolder(bool removeUserSettings = false) const;
+    MachineState DeclaredStateWithoutLogFolder() const { return StateAfter(m_program); }
 
     // The state that a run must have led to that removed nothing at all, and asked no server for anything.
     MachineState UntouchedState() const;
@@ -82,6 +87,9 @@ protected:
     // Takes into a state what more than one run leaves in an order that nobody knows, as it is in another state: the
     // logs, the list of the files that Windows is to delete, and what the servers were asked for.
     static void CopyTraces(MachineState& state, const MachineState& source);
+
+    // Keeps a file from being deleted as long as the handle is there.
+    static UniqueHandle Hold(const std::wstring& path);
 
     // The program that Run starts.
     const std::wstring& ProgramPath() const { return m_program; }
@@ -102,6 +110,9 @@ protected:
     void ExpectRelocatedEnd(unsigned long exitCode, const std::vector<std::string>& lines,
                             const std::vector<std::string>& copyLines, const MachineState& state) const;
 
+    // The lines of a log: each ends with a carriage return and a line feed.
+    static std::vector<std::string> SplitLines(const std::string& text);
+
     // Only the state is compared.
     void ExpectState(const MachineState& expected) const;
 
@@ -117,11 +128,11 @@ private:
     std::vector<std::string> LogLines() const;
     void ExpectLogName() const;
     void ExpectKeptLog(MachineState& state) const;
-    MachineState StateAfter(const std::wstring& program, bool removeUserSettings) const;
+    MachineState StateAfter(const std::wstring& program, bool removeUserSettings = false) const;
 
     std::wstring m_program;
     std::wstring m_furtherDrives;
-    RawValue m_pathAtStart = ReadMachinePath();
+    StateEntry m_pathAtStart = ReadMachinePath();
     std::chrono::system_clock::time_point m_started;
     bool m_goesOn = false;
     MachineState m_before;

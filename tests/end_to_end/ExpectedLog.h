@@ -1,6 +1,9 @@
 // The lines that a run writes, in their order: the one place in the end-to-end tests that holds them.
 #pragma once
 
+#include "support/common/Steps.h"
+
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -9,26 +12,6 @@
 
 namespace Testing
 {
-// The steps of a run that show up in the log.
-enum class Step
-{
-    DesktopShortcut,
-    StartMenuShortcut,
-    UpdaterService,
-    AuthService,
-    MachinePath,
-    FirewallRule,
-    StartupEntry,
-    Registration,
-    UninstallEntry,
-    InstallFolder,
-    AuthServiceProgramFolder,
-    AuthServiceDataFolder,
-    UpdaterFolder,
-    UserFolders,
-    LegacyPackage
-};
-
 // The lines of runs that do not get to uninstalling. The process ID is "<pid>" in all of them.
 std::vector<std::string> HelpLog();
 std::vector<std::string> TooOldWindowsLog(std::string_view runType);
@@ -83,32 +66,26 @@ std::vector<std::string> Retried();
 // All lists, one after the other.
 std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists);
 
-// Single lines.
+// A single line.
 std::string Info(std::string_view message);
-std::string Warning(std::string_view message);
 
 // The lines of one attempt to remove the legacy package, put together from what it finds.
 class MigratorLog
 {
 public:
-    // A provisioned package that is deprovisioned, or with which that fails.
+    // A provisioned package that is deprovisioned.
     MigratorLog& Deprovisions();
-    MigratorLog& FailsToDeprovision(std::string_view code);
 
-    // An installed package that goes for all users, or for the current one alone, or not at all.
+    // An installed package that goes for all users; or, when that fails, for the current one alone.
     MigratorLog& Removes(std::wstring_view folder);
     MigratorLog& RemovesForOneUser(std::wstring_view folder, std::string_view code);
-    MigratorLog& FailsToRemove(std::wstring_view folder, std::string_view code, std::string_view secondCode);
 
-    // The search ends with an exception of no kind that is known.
-    MigratorLog& FailsToSearchProvisioned();
-    MigratorLog& FailsToSearchInstalled();
+    // Both searches end with an exception of no kind that is known.
+    MigratorLog& FailsToSearch();
 
     std::vector<std::string> Lines() const;
 
 private:
-    MigratorLog& BeginsRemoval(std::wstring_view folder);
-
     std::vector<std::string> m_provisioned;
     std::vector<std::string> m_installed;
 };
@@ -123,13 +100,8 @@ public:
     // A run of another type: "Gui" or "Verbose".
     ExpectedLog& Runs(std::string_view type);
 
-    // The user wants the settings to go too, and so do the folders of the user at the machine; or that user cannot be
-    // found.
+    // The user wants the settings to go too.
     ExpectedLog& RemovesSettings();
-    ExpectedLog& FindsNoUser();
-
-    // One of those folders, "Vel Mora" or "Tessaline", cannot be deleted.
-    ExpectedLog& KeepsUserFolder(std::wstring_view name, unsigned long result);
 
     // The run finds another record, or none that can be used.
     ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
@@ -153,24 +125,13 @@ public:
     ExpectedLog& FindsNoPackage();
     ExpectedLog& Migrates(std::vector<std::string> lines);
 
-    // A step that makes the run a partial one fails with this result. The folder steps name the folder.
-    ExpectedLog& Fails(Step step, unsigned long result, std::wstring_view folder = {});
-
-    // A step that only warns fails with this result.
-    ExpectedLog& Warns(Step step, unsigned long result, std::wstring_view folder = {});
+    // The step fails with an error number of Windows' or an HRESULT.
+    ExpectedLog& Fails(Step step, unsigned long error);
 
     // The lines without their line feeds. The process ID is "<pid>".
     std::vector<std::string> Lines() const;
 
 private:
-    struct Failure
-    {
-        Step step;
-        bool isError;
-        unsigned long result;
-        std::wstring folder;
-    };
-
     enum class End
     {
         WhenAllIsDone,
@@ -180,8 +141,6 @@ private:
 
     std::string m_runType = "Silent";
     bool m_removesSettings = false;
-    std::vector<std::string> m_userFolders;
-    bool m_findsUser = true;
     bool m_refusesFolder = false;
     std::vector<std::string> m_record;
     std::string m_folder;
@@ -190,6 +149,6 @@ private:
     End m_end = End::WhenAllIsDone;
     std::vector<std::string> m_migration;
     std::set<Step> m_leftOut;
-    std::vector<Failure> m_failures;
+    std::map<Step, unsigned long> m_failures;
 };
 } // namespace Testing

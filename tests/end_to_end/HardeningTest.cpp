@@ -1,16 +1,12 @@
 // The program lies in folders that any user can write to, and so does its copy: nothing that lies beside it is loaded.
 #include "EndToEndTest.h"
-#include "support/BuiltFiles.h"
-#include "support/Names.h"
-#include "support/Owners.h"
-#include "support/Wine.h"
-#include "support/stand_ins/LoadIntoProcess.h"
+#include "support/end_to_end/BuiltFiles.h"
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/stand_ins/LoadIntoProcess.h"
 
 #include <windows.h>
 
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace Testing
 {
@@ -25,65 +21,29 @@ constexpr const wchar_t* c_loadedLater[] = {
     L"userenv.dll", L"usp10.dll",    L"version.dll",       L"windowscodecs.dll", L"winhttp.dll",     L"wininet.dll",
     L"winmm.dll",   L"winsta.dll",   L"wintypes.dll",      L"wldp.dll",          L"wtsapi32.dll"};
 
-// The libraries that a program imports, as its file names them.
-std::vector<std::wstring> ImportsOf(const std::wstring& program)
-{
-    const HMODULE module = LoadLibraryExW(program.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
-    if (module == nullptr)
-    {
-        throw std::runtime_error("The program cannot be read.");
-    }
-    const auto* const base = reinterpret_cast<const BYTE*>(module);
-    const auto* const header =
-        reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    std::vector<std::wstring> names;
-    for (const auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(
-             base + header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
-         import->Name != 0; ++import)
-    {
-        const std::string name = reinterpret_cast<const char*>(base + import->Name);
-        names.emplace_back(name.begin(), name.end());
-    }
-    FreeLibrary(module);
-    return names;
-}
-
 class HardeningTest : public EndToEndTest
 {
 protected:
     // Each file becomes a part of the state before the run; one that is loaded leaves another.
-    void Plant(const std::wstring& folder) const
+    void Plant(const std::wstring& name) const
     {
-        for (const wchar_t* const name : c_loadedLater)
-        {
-            PlantOne(folder + name);
-        }
-        // Wine does not know that the program's imports are to come from System32 (DependentLoadFlags).
-        if (!IsWine())
-        {
-            for (const std::wstring& name : ImportsOf(ProgramPath()))
-            {
-                PlantOne(folder + name);
-            }
-        }
-    }
-
-    static void PlantOne(const std::wstring& path)
-    {
-        if (!CopyFileW(BuiltFile(L"Velmora.Sample.Planted.dll").c_str(), path.c_str(), FALSE))
-        {
-            throw std::runtime_error("A library cannot be planted.");
-        }
+        const std::wstring path = ProgramPath().substr(0, ProgramPath().rfind(L'\\') + 1) + name;
+        ASSERT_TRUE(CopyFileW(BuiltFile(L"Velmora.Sample.Planted.dll").c_str(), path.c_str(), FALSE));
     }
 };
 
+// The program's imports are not among them: Wine does not know that they are to come from System32.
 TEST_F(HardeningTest, No_library_beside_the_program_or_in_the_current_folder_is_loaded)
 {
     LayDownSample();
-    Plant(ProgramPath().substr(0, ProgramPath().rfind(L'\\') + 1));
+    for (const wchar_t* const name : c_loadedLater)
+    {
+        Plant(name);
+    }
     Run();
     ExpectFullSuccess();
 }
+
 // The process that the log's first line names.
 UniqueHandle ProcessOf(const std::string& log)
 {
@@ -94,9 +54,8 @@ UniqueHandle ProcessOf(const std::string& log)
 TEST_F(HardeningTest, A_library_that_is_asked_for_by_its_bare_name_comes_from_the_system_folder)
 {
     LayDownSample();
-    const std::wstring folder = ProgramPath().substr(0, ProgramPath().rfind(L'\\') + 1);
     constexpr const wchar_t* c_bareName = L"Velmora.Sample.Planted.dll";
-    PlantOne(folder + c_bareName);
+    Plant(c_bareName);
     DWORD planted = ERROR_SUCCESS;
     DWORD ofSystem = ERROR_MOD_NOT_FOUND;
     bool isTried = false;

@@ -1,11 +1,9 @@
 // The program is ended in the middle of its work, at one moment after the other, and started again each time.
 #include "EndToEndTest.h"
-#include "support/Names.h"
-#include "support/Servers.h"
+#include "support/end_to_end/Names.h"
 
 #include <algorithm>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Testing
@@ -39,16 +37,15 @@ private:
     void ExpectNothingTorn() const
     {
         const MachineState declared = AfterUninstall(Before(), false);
-        MachineState found = EndToEndTest::After();
+        MachineState found = After();
         CopyTraces(found, Before());
         std::vector<std::string> torn;
         for (const auto& [path, entry] : found.All())
         {
-            const auto isAsIn = [&](const MachineState& state) {
-                const StateEntry* const there = state.Find(path);
-                return there != nullptr && *there == entry;
-            };
-            if (!IsAtOrBelow(path, TemporaryFolder() + L"Velmora") && !isAsIn(Before()) && !isAsIn(declared))
+            const StateEntry* const before = Before().Find(path);
+            const StateEntry* const there = declared.Find(path);
+            if ((before == nullptr || *before != entry) && (there == nullptr || *there != entry) &&
+                !IsAtOrBelow(path, TemporaryFolder() + L"Velmora"))
             {
                 torn.push_back(ToUtf8(path) + ": " + Describe(entry));
             }
@@ -67,9 +64,11 @@ private:
     // leave nothing.
     void ExpectCompletion()
     {
-        const MachineState left = EndToEndTest::After();
+        const MachineState left = After();
         ExpectedLog log;
-        const bool hasRecord = left.Find(std::wstring(c_entry) + L" : InstallLocation") != nullptr;
+        log.Migrates(Migration(left));
+        const bool hasRecord =
+            left.Find(PathOf(RowOf(Step::UninstallEntry).parts.front()) + L" : InstallLocation") != nullptr;
         if (!hasRecord)
         {
             log.FindsNoRecord();
@@ -78,7 +77,6 @@ private:
         {
             log.LeavesOut(Step::InstallFolder);
         }
-        log.Migrates(Migration(left));
         const bool isInstalled = left.Find(InstalledProgram()) != nullptr;
         GoOn();
         isInstalled ? RunInstalled() : Run();
@@ -106,25 +104,23 @@ private:
         RemoveTree(TemporaryFolder() + L"Velmora");
     }
 
-    static constexpr std::wstring_view c_entry = LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)";
-
     // What the migrator says about what is left of the legacy package.
     static std::vector<std::string> Migration(const MachineState& left)
     {
-        constexpr std::wstring_view c_packages = LR"(HKLM\SOFTWARE\Velmora.Testing\Packages\)";
+        const std::vector<ProductPart>& package = RowOf(Step::LegacyPackage).parts;
         MigratorLog log;
-        if (left.Find(std::wstring(c_packages) + LR"(Provisioned\Velmora)") != nullptr)
+        if (left.Find(PathOf(package[0])) != nullptr)
         {
             log.Deprovisions();
         }
-        if (left.Find(std::wstring(c_packages) + LR"(Installed\Velmora)") != nullptr)
+        if (left.Find(PathOf(package[1])) != nullptr)
         {
             log.Removes(LegacyPackageFolder());
         }
         return log.Lines();
     }
 
-    RawValue m_path = ReadMachinePath();
+    StateEntry m_path = ReadMachinePath();
 };
 
 TEST_F(InterruptedRunTest, With_half_of_the_folder_gone_it_is_completed_by_the_next_run)

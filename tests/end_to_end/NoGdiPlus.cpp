@@ -1,9 +1,9 @@
-// GDI+ that does not work: every function of it fails, the one that starts it too.
+// GDI+ that cannot be started.
 #include <windows.h>
 
-extern "C" int WINAPI Refuse();
+extern "C" __declspec(dllexport) int WINAPI GdiplusStartup(ULONG_PTR* token, const void* input, void* output);
 
-int WINAPI Refuse()
+int WINAPI GdiplusStartup(ULONG_PTR* /*token*/, const void* /*input*/, void* /*output*/)
 {
     return 7; // Win32Error
 }

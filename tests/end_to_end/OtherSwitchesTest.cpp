@@ -1,27 +1,21 @@
 // The switches other than the silent one: consoles, the confirmation, and the help.
 #include "EndToEndTest.h"
-#include "LimitedDesktop.h"
-#include "LimitedToken.h"
-#include "LogViewer.h"
-#include "support/Identity.h"
-#include "support/Names.h"
+#include "support/end_to_end/Identity.h"
+#include "support/end_to_end/LimitedUser.h"
+#include "support/end_to_end/LogViewer.h"
+#include "support/end_to_end/Names.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <optional>
-#include <ostream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Testing
 {
 namespace
 {
-constexpr int c_yes = IDYES;
-constexpr int c_removeSettings = 1;
-
 // Lines as a console of that width shows them.
 std::vector<std::wstring> Wrap(const std::vector<std::string>& lines, std::size_t width)
 {
@@ -42,6 +36,8 @@ std::vector<std::wstring> Wrap(const std::vector<std::string>& lines, std::size_
 class OtherSwitchesTest : public EndToEndTest
 {
 protected:
+    OtherSwitchesTest() { LayDownSample(); }
+
     // The console showed every line of the log, and then asked for a key.
     void ExpectConsole(std::vector<std::string> lines) const
     {
@@ -63,104 +59,42 @@ class HelpTest : public OtherSwitchesTest, public ::testing::WithParamInterface<
 
 TEST_P(HelpTest, Is_shown_in_a_console_and_nothing_is_removed)
 {
-    LayDownSample();
     Run(GetParam(), {.hasShortLog = true, .hasConsole = true});
     ExpectEnd(c_fullSuccess, HelpLog(), UntouchedState(), false);
     ExpectConsole(HelpLog());
 }
 
-INSTANTIATE_TEST_SUITE_P(Switch, HelpTest,
-                         ::testing::Values(L"-h", L"--help", L"-S", L"--SILENT", L"/s", L"-s-", L"\"\"", L"-h -s",
-                                           L"\u2013s", L"\u00e9\u0416\u65e5\U0001f600"));
+INSTANTIATE_TEST_SUITE_P(Switch, HelpTest, ::testing::Values(L"--help", L"-h -s", L"\u00e9\u0416\u65e5\U0001f600"));
 
-TEST_F(OtherSwitchesTest, A_very_long_argument_shows_the_help)
+TEST_F(OtherSwitchesTest, A_yes_keeps_the_settings_and_a_run_with_a_window_has_no_console)
 {
-    LayDownSample();
-    Run(L'-' + std::wstring(30'000, L's'), {.hasShortLog = true, .hasConsole = true});
-    ExpectEnd(c_fullSuccess, HelpLog(), UntouchedState(), false);
+    Run(L"--gui", {.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}});
+    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
+    EXPECT_TRUE(Result().console.empty());
 }
 
-TEST_F(OtherSwitchesTest, Only_the_first_argument_counts)
+TEST_F(OtherSwitchesTest, A_verbose_run_shows_its_log_in_a_console_and_asks)
 {
-    LayDownSample();
-    Run(L"-s -h");
-    ExpectFullSuccess();
-}
-
-TEST_F(OtherSwitchesTest, The_long_form_of_silent_is_the_same)
-{
-    LayDownSample();
-    Run(L"--silent");
-    ExpectFullSuccess();
-}
-
-// A switch, and the run type that it is logged as.
-struct AskingRun
-{
-    const wchar_t* arguments;
-    const char* type;
-};
-
-void PrintTo(const AskingRun& run, std::ostream* stream)
-{
-    *stream << '"' << ToUtf8(run.arguments) << '"';
-}
-
-class AskingRunTest : public OtherSwitchesTest, public ::testing::WithParamInterface<AskingRun>
-{
-protected:
-    static bool IsVerbose() { return GetParam().type == std::string_view("Verbose"); }
-
-    void RunAnswered(const std::vector<DialogAnswer>& answers)
-    {
-        LayDownSample();
-        Run(GetParam().arguments, {.answers = answers, .hasConsole = IsVerbose()});
-    }
-};
-
-TEST_P(AskingRunTest, A_yes_keeps_the_settings)
-{
-    std::vector answers{AnswerConfirmation(c_yes)};
-    if (!IsVerbose())
-    {
-        answers.push_back(FullSuccessMessage());
-    }
-    RunAnswered(answers);
-    const ExpectedLog log = ExpectedLog().Runs(GetParam().type);
+    Run(L"--verbose", {.answers = {AnswerConfirmation(IDYES)}, .hasConsole = true});
+    const ExpectedLog log = ExpectedLog().Runs("Verbose");
     ExpectFullSuccess(log);
-    if (IsVerbose())
-    {
-        ExpectConsole(log.Lines());
-    }
-    else
-    {
-        EXPECT_TRUE(Result().console.empty());
-    }
+    ExpectConsole(log.Lines());
 }
 
-TEST_P(AskingRunTest, A_no_removes_nothing)
+// A button of the confirmation, or the frame's close box.
+class CancelTest : public OtherSwitchesTest, public ::testing::WithParamInterface<std::optional<int>>
 {
-    RunAnswered({AnswerConfirmation(IDNO, c_removeSettings)});
-    ExpectEnd(c_fullSuccess, CancelledLog(GetParam().type), CancelledState(), false);
-}
+};
 
-INSTANTIATE_TEST_SUITE_P(Switch, AskingRunTest,
-                         ::testing::Values(AskingRun{L"", "Gui"}, AskingRun{L"-g", "Gui"}, AskingRun{L"--gui", "Gui"},
-                                           AskingRun{L"-v", "Verbose"}, AskingRun{L"--verbose", "Verbose"}));
-
-TEST_F(OtherSwitchesTest, A_cancel_removes_nothing)
+TEST_P(CancelTest, Removes_nothing)
 {
-    LayDownSample();
-    Run(L"", {.answers = {AnswerConfirmation(IDCANCEL)}});
+    constexpr int c_removeSettings = 1;
+    Run(L"", {.answers = {AnswerConfirmation(GetParam(), c_removeSettings)}});
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
 }
 
-TEST_F(OtherSwitchesTest, A_closed_confirmation_removes_nothing)
-{
-    LayDownSample();
-    Run(L"", {.answers = {AnswerConfirmation({})}});
-    ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
-}
+INSTANTIATE_TEST_SUITE_P(How, CancelTest,
+                         ::testing::Values(std::optional(IDNO), std::optional(IDCANCEL), std::nullopt));
 
 // The program is elevated, and the user's desktop is not. That one is there first.
 class DesktopUserTest : public LimitedDesktop, public EndToEndTest
@@ -173,13 +107,10 @@ TEST_F(DesktopUserTest, Is_shown_a_log_that_tells_of_failures_without_elevation)
     const LogViewer viewer;
     const std::wstring kept = InstallFolder() + L"\\read-only.txt";
     WriteTestFile(kept, 10, FILE_ATTRIBUTE_READONLY);
-    Run(L"", {.answers = {AnswerConfirmation(c_yes), PartialUninstallMessage()}});
+    Run(L"", {.answers = {AnswerConfirmation(IDYES), PartialUninstallMessage()}});
     MachineState state = DeclaredState();
     state.CopyWithParents(kept, Before());
-    ExpectPartialUninstall(ExpectedLog().Runs("Gui").Fails(
-                               Step::InstallFolder, static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)),
-                               InstallFolder() + L"\\"),
-                           state);
+    ExpectPartialUninstall(ExpectedLog().Runs("Gui").Fails(Step::InstallFolder, ERROR_ACCESS_DENIED), state);
     const LogViewer::Note note = viewer.Read();
     EXPECT_EQ(note.file, ToUtf8(Result().logPath));
     EXPECT_EQ(note.user, ToUtf8(UserOf(LimitedToken().get())));

@@ -1,11 +1,15 @@
 // Registry keys that refuse to be changed.
 #include "EndToEndTest.h"
-#include "support/Names.h"
-#include "support/Owners.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/Owners.h"
 
 #include <windows.h>
 
 #include <sddl.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
 
 namespace Testing
 {
@@ -15,107 +19,83 @@ constexpr const wchar_t* c_readOnly = L"D:P(A;;KR;;;WD)";
 constexpr const wchar_t* c_closed = L"D:P";
 constexpr const wchar_t* c_open = L"D:(A;OICI;KA;;;WD)";
 
-void SetAccess(const wchar_t* keyName, const wchar_t* access)
-{
-    HKEY opened = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, keyName, 0, WRITE_DAC | READ_CONTROL, &opened), ERROR_SUCCESS);
-    const UniqueKey key(opened);
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(access, SDDL_REVISION_1, &descriptor, nullptr));
-    const UniqueLocalMemory owned(descriptor);
-    ASSERT_EQ(RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor), ERROR_SUCCESS);
-}
+constexpr const wchar_t* c_run = LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Run)";
+constexpr const wchar_t* c_approved = LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)";
+constexpr const wchar_t* c_registered = LR"(SOFTWARE\RegisteredApplications)";
+constexpr const wchar_t* c_environment = LR"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
+constexpr const wchar_t* c_uninstallEntry = LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)";
 
 // Protects a key while it lives.
 class ProtectedKey
 {
 public:
-    ProtectedKey(const wchar_t* key, const wchar_t* access) : m_key(key) { SetAccess(m_key, access); }
-    ~ProtectedKey() { SetAccess(m_key, c_open); }
+    ProtectedKey(const wchar_t* key, const wchar_t* access) : m_key(key) { SetAccess(access); }
+    ~ProtectedKey() { SetAccess(c_open); }
     ProtectedKey(const ProtectedKey&) = delete;
     ProtectedKey& operator=(const ProtectedKey&) = delete;
 
 private:
+    void SetAccess(const wchar_t* access) const
+    {
+        HKEY opened = nullptr;
+        ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, m_key, 0, WRITE_DAC | READ_CONTROL, &opened), ERROR_SUCCESS);
+        const UniqueKey key(opened);
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        ASSERT_TRUE(
+            ConvertStringSecurityDescriptorToSecurityDescriptorW(access, SDDL_REVISION_1, &descriptor, nullptr));
+        const UniqueLocalMemory owned(descriptor);
+        ASSERT_EQ(RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor), ERROR_SUCCESS);
+    }
+
     const wchar_t* m_key;
 };
 
-class ProtectedKeyTest : public EndToEndTest
+// A key that is protected, the step that fails for it, and what stays of the product because of it.
+struct ProtectedKeyCase
 {
-protected:
-    // The declared state, but with everything at or below these paths as it was.
-    MachineState DeclaredStateWith(const std::vector<std::wstring>& kept) const
-    {
-        MachineState state = DeclaredState();
-        for (const auto& [path, entry] : Before().All())
-        {
-            for (const std::wstring& top : kept)
-            {
-                if (IsAtOrBelow(path, top))
-                {
-                    state.Set(path, entry);
-                }
-            }
-        }
-        return state;
-    }
-
-    static ExpectedLog Denied(Step step)
-    {
-        return ExpectedLog().Fails(step, static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)));
-    }
+    const wchar_t* key;
+    const wchar_t* access;
+    Step step;
+    std::vector<std::wstring> kept;
 };
 
-TEST_F(ProtectedKeyTest, A_startup_entry_that_cannot_be_removed_makes_the_run_a_partial_one)
+void PrintTo(const ProtectedKeyCase& one, std::ostream* stream)
 {
-    LayDownSample();
-    const ProtectedKey key(LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Run)", c_readOnly);
-    Run();
-    // The approval is not looked at in an attempt in which the entry itself could not be removed.
-    ExpectPartialUninstall(
-        Denied(Step::StartupEntry),
-        DeclaredStateWith({LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Run)",
-                           LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)"}));
-    EXPECT_GE(Result().duration, std::chrono::seconds(9));
+    *stream << ToUtf8(one.key);
 }
 
-TEST_F(ProtectedKeyTest, A_startup_approval_that_cannot_be_removed_makes_the_run_a_partial_one)
+class ProtectedKeyTest : public EndToEndTest, public ::testing::WithParamInterface<ProtectedKeyCase>
 {
+};
+
+TEST_P(ProtectedKeyTest, Stays_and_makes_the_run_a_partial_one)
+{
+    const auto& [key, access, step, kept] = GetParam();
     LayDownSample();
-    const ProtectedKey key(LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)", c_readOnly);
+    const ProtectedKey isProtected(key, access);
     Run();
-    // Both keys are opened before either value is removed.
-    ExpectPartialUninstall(
-        Denied(Step::StartupEntry),
-        DeclaredStateWith({LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Run)",
-                           LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run)"}));
+    MachineState state = DeclaredState();
+    for (const std::wstring& path : kept)
+    {
+        state.CopyTree(L"HKLM\\" + path, Before());
+    }
+    ExpectedLog log;
+    log.Fails(step, static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)));
+    ExpectPartialUninstall(key == c_uninstallEntry ? log.FindsNoRecord() : log, state);
 }
 
-TEST_F(ProtectedKeyTest, A_registration_that_cannot_be_removed_stops_only_what_follows_in_its_own_step)
-{
-    LayDownSample();
-    const ProtectedKey key(LR"(SOFTWARE\RegisteredApplications)", c_readOnly);
-    Run();
-    ExpectPartialUninstall(
-        Denied(Step::Registration),
-        DeclaredStateWith({LR"(HKLM\SOFTWARE\RegisteredApplications)", LR"(HKLM\SOFTWARE\Velmora\Capabilities)",
-                           LR"(HKLM\SOFTWARE\Classes\Velmora.Protocol)", LR"(HKLM\SOFTWARE\Classes\velmora)"}));
-}
-
-TEST_F(ProtectedKeyTest, A_machine_path_that_cannot_be_written_stays_whole)
-{
-    LayDownSample();
-    const ProtectedKey key(LR"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)", c_readOnly);
-    Run();
-    ExpectPartialUninstall(Denied(Step::MachinePath), DeclaredStateWith({std::wstring(c_machinePathValue)}));
-}
-
-TEST_F(ProtectedKeyTest, An_uninstall_entry_that_cannot_be_opened_does_not_stop_the_run)
-{
-    LayDownSample();
-    const ProtectedKey key(LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)", c_closed);
-    Run();
-    ExpectPartialUninstall(Denied(Step::UninstallEntry).FindsNoRecord(),
-                           DeclaredStateWith({LR"(HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)"}));
-}
+// Both keys of the startup entry are opened before either value is removed. A registration that cannot be removed stops
+// only what follows in its own step.
+INSTANTIATE_TEST_SUITE_P(
+    Key, ProtectedKeyTest,
+    ::testing::Values(ProtectedKeyCase{c_run, c_readOnly, Step::StartupEntry, {c_run, c_approved}},
+                      ProtectedKeyCase{c_approved, c_readOnly, Step::StartupEntry, {c_run, c_approved}},
+                      ProtectedKeyCase{c_registered,
+                                       c_readOnly,
+                                       Step::Registration,
+                                       {c_registered, LR"(SOFTWARE\Velmora\Capabilities)",
+                                        LR"(SOFTWARE\Classes\Velmora.Protocol)", LR"(SOFTWARE\Classes\velmora)"}},
+                      ProtectedKeyCase{c_environment, c_readOnly, Step::MachinePath, {c_environment}},
+                      ProtectedKeyCase{c_uninstallEntry, c_closed, Step::UninstallEntry, {c_uninstallEntry}}));
 } // namespace
 } // namespace Testing

@@ -1,12 +1,11 @@
 // Two uninstallers at the same time: whichever is first, both come to an end, and the machine is clean.
 #include "EndToEndTest.h"
-#include "support/Names.h"
-#include "support/Owners.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/Owners.h"
 
 #include <windows.h>
 
 #include <optional>
-#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -17,44 +16,6 @@ namespace
 class SecondUninstallerTest : public EndToEndTest
 {
 protected:
-    // Runs an uninstaller, and a second one that is started as soon as the line is in the first one's log. The first
-    // one does not get to its end before: with a window, it waits for somebody who has seen its result.
-    void RunTwo(std::string_view line, const std::wstring& secondArguments = L"-s",
-                const RunOptions& secondOptions = {})
-    {
-        RunOptions first = WithSecond(line, ProgramPath(), secondArguments, secondOptions);
-        first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};
-        Run(L"-g", first);
-    }
-
-    // Runs two silent ones that are started at the same time. Whoever uninstalls does not get to the end of it before
-    // the other one is refused: a file is in use until then.
-    void RunTwoAtOnce()
-    {
-        UniqueHandle held = OwnFile(CreateFileW((InstallFolder() + LR"(\current\Velmora.exe)").c_str(), GENERIC_READ,
-                                                FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-        ASSERT_TRUE(held);
-        RunOptions second;
-        second.whileRunning = [&](const std::string& log) {
-            if (log.find("Only one instance") != std::string::npos)
-            {
-                held.reset();
-            }
-        };
-        // True before there is any log.
-        Run(L"-s", WithSecond("", ProgramPath(), L"-s", second));
-    }
-
-    // Runs a silent one in the installation folder, and a second one there as soon as the line is in the first one's
-    // log.
-    void RunTwoInstalled(std::string_view line)
-    {
-        // Without stand-ins, which there is no service for: the first one may end the second before they are loaded.
-        RunOptions first = WithSecond(line, InstalledProgram(), L"-s", {.hasStandIns = false});
-        first.hasStandIns = false;
-        RunInstalled(L"-s", first);
-    }
-
     const RunResult& Second() const { return *m_second; }
 
     // Everything is gone as it is to be; what the two have noted down lies there in whatever order.
@@ -64,17 +25,7 @@ protected:
         ExpectState(state);
     }
 
-    // The first one was not disturbed, and the second one ended at once because of it.
-    void ExpectSecondRefused(std::string_view runType) const
-    {
-        EXPECT_EQ(Result().exitCode, c_fullSuccess);
-        EXPECT_EQ(Second().exitCode, c_alreadyRunning);
-        // Two that were started in the same second have one log, which the first one deletes.
-        EXPECT_NE((Second().log + Result().log).find(SecondInstanceLog(runType).back() + "\r\n"), std::string::npos);
-        ExpectClean(DeclaredState());
-    }
-
-private:
+    // Has a second one run as soon as the line is in the first one's log.
     RunOptions WithSecond(std::string_view line, const std::wstring& program, const std::wstring& arguments,
                           const RunOptions& options)
     {
@@ -86,58 +37,62 @@ private:
         }};
     }
 
+private:
     std::optional<RunResult> m_second;
 };
 
 TEST_F(SecondUninstallerTest, Started_at_once_only_one_of_them_uninstalls)
 {
     LayDownSample();
-    RunTwoAtOnce();
+    // Whoever uninstalls does not get to the end of it before the other one is refused: a file is in use until then.
+    UniqueHandle held = OwnFile(CreateFileW((InstallFolder() + LR"(\current\Velmora.exe)").c_str(), GENERIC_READ,
+                                            FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(held);
+    const RunOptions second{.whileRunning = [&](const std::string& log) {
+        if (log.find("Only one instance") != std::string::npos)
+        {
+            held.reset();
+        }
+    }};
+    // True before there is any log.
+    Run(L"-s", WithSecond("", ProgramPath(), L"-s", second));
     // Either may be the first to find nobody else.
     EXPECT_EQ(Result().exitCode + Second().exitCode, c_fullSuccess + c_alreadyRunning);
     ExpectClean(DeclaredState());
 }
 
-TEST_F(SecondUninstallerTest, Started_in_the_middle_of_the_first_it_is_refused)
+TEST_F(SecondUninstallerTest, With_a_window_it_says_why_it_ends_and_the_first_goes_on_meanwhile)
 {
     LayDownSample();
-    RunTwo("Deleting installation folder...");
-    ExpectSecondRefused("Silent");
+    const DialogAnswer refusal = ErrorMessage(
+        L"Velmora Uninstaller Failed",
+        L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no other "
+        L"instances are open and try again. If this fails to fix the problem, restart your device.");
+    // The first one waits for somebody who has seen its result: it does not get to its end before.
+    RunOptions first = WithSecond("Deleting installation folder...", ProgramPath(), L"-g", {.answers = {refusal}});
+    first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};
+    Run(L"-g", first);
+    EXPECT_EQ(Result().exitCode, c_fullSuccess);
+    EXPECT_EQ(Second().exitCode, c_alreadyRunning);
+    EXPECT_EQ(Second().messages, std::vector{*refusal.message});
+    // Two that were started in the same second have one log, which the first one deletes.
+    EXPECT_NE((Second().log + Result().log).find(SecondInstanceLog("Gui").back() + "\r\n"), std::string::npos);
+    ExpectClean(DeclaredState());
 }
 
-TEST_F(SecondUninstallerTest, With_a_window_it_says_why_and_the_first_goes_on_meanwhile)
-{
-    LayDownSample();
-    RunTwo("Stopping Velmora...", L"-g",
-           {.answers = {
-                ErrorMessage(L"Velmora Uninstaller Failed",
-                             L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make "
-                             L"sure no other instances are open and try again. If this fails to fix the problem, "
-                             L"restart your device.")}});
-    EXPECT_EQ(Second().dialogsAnswered, 1U);
-    ExpectSecondRefused("Gui");
-}
-
-// When the second of two installed ones is started.
-struct Meeting
-{
-    const char* name;
-    const char* line;
-};
-
-void PrintTo(const Meeting& meeting, std::ostream* stream)
-{
-    *stream << meeting.name;
-}
-
-class SecondInstalledUninstallerTest : public SecondUninstallerTest, public ::testing::WithParamInterface<Meeting>
+// The second of two installed ones is started when this is in the first one's log: at once, while the program is
+// copied, and when the copy is started.
+class SecondInstalledUninstallerTest : public SecondUninstallerTest, public ::testing::WithParamInterface<const char*>
 {
 };
 
 TEST_P(SecondInstalledUninstallerTest, One_of_their_copies_uninstalls)
 {
     LayDownSample();
-    RunTwoInstalled(GetParam().line);
+    // Without stand-ins, which there is no service for: the first one may end the second before they are loaded.
+    RunOptions first = WithSecond(GetParam(), InstalledProgram(), L"-s", {.hasStandIns = false});
+    first.hasStandIns = false;
+    RunInstalled(L"-s", first);
     // For a moment, while the first one hands over to its copy, neither has the machine: the second one may take it,
     // and then it is the copy that is refused. Or it is found by the copy, as a program that runs from the folder, and
     // ended.
@@ -157,9 +112,6 @@ TEST_P(SecondInstalledUninstallerTest, One_of_their_copies_uninstalls)
 }
 
 INSTANTIATE_TEST_SUITE_P(When, SecondInstalledUninstallerTest,
-                         ::testing::Values(Meeting{"at_once", ""},
-                                           Meeting{"during_the_copying", "Uninstaller is running inside"},
-                                           Meeting{"at_the_hand_over", "Starting \""}),
-                         [](const auto& meeting) { return std::string(meeting.param.name); });
+                         ::testing::Values("", "Uninstaller is running inside", "Starting \""));
 } // namespace
 } // namespace Testing

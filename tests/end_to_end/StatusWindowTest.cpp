@@ -1,28 +1,25 @@
 // The status window as it stands on the screen, and as assistive programs see it.
+#include "AutomationElement.h"
 #include "EndToEndTest.h"
-#include "StatusWindowLayout.h"
-#include "support/AutomationElement.h"
-#include "support/BuiltFiles.h"
-#include "support/Dialogs.h"
-#include "support/MachineState.h"
-#include "support/Names.h"
-#include "support/Owners.h"
-#include "support/SampleInstallation.h"
-#include "support/Waiting.h"
-#include "support/WindowCapture.h"
-#include "support/Wine.h"
+#include "support/end_to_end/BuiltFiles.h"
+#include "support/end_to_end/Dialogs.h"
+#include "support/end_to_end/MachineState.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/SampleInstallation.h"
+#include "support/end_to_end/StatusWindowLayout.h"
+#include "support/end_to_end/Waiting.h"
+#include "support/end_to_end/WindowCapture.h"
+#include "support/end_to_end/Wine.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <cmath>
-#include <cstdint>
 #include <functional>
-#include <iostream>
+#include <map>
 #include <optional>
-#include <ostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,30 +28,9 @@ namespace Testing
 namespace
 {
 constexpr wchar_t c_class[] = L"VELMORA_UNINSTALLER";
-constexpr wchar_t c_headline[] = L"Uninstalling Velmora\nThis may take a few seconds.";
-constexpr wchar_t c_firstStatus[] = L"Getting things ready...";
-constexpr wchar_t c_lastStatus[] = L"Uninstall Complete!";
-constexpr int c_usualLogo = 102;
 constexpr UINT c_setProgress = WM_USER + 2;
 constexpr long c_windowType = 50032;
 constexpr long c_textType = 50020;
-
-// Starts the program that shows a status window on its own.
-UniqueHandle Start(const std::wstring& arguments)
-{
-    const std::wstring program = BuiltFile(L"Velmora.Sample.Window.exe");
-    std::wstring commandLine = L"window " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS, nullptr,
-                        L"C:\\", &startup, &started))
-    {
-        ThrowWindowsError("Cannot start " + ToUtf8(program), GetLastError());
-    }
-    CloseHandle(started.hThread);
-    return UniqueHandle(started.hProcess);
-}
 
 // Programs that start from now on have a screen of that resolution; this thread sees every pixel of it.
 class Screen
@@ -80,10 +56,9 @@ private:
         const UniqueKey key(opened);
         RegSetValueExW(opened, L"LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dotsPerInch),
                        sizeof(dotsPerInch));
-        // Wine sets its fonts up for the resolution with the next program that starts, whatever that does: better now
-        // than while a test looks at the registry.
-        const UniqueHandle any = Start(L"");
-        WaitForSingleObject(any.get(), INFINITE);
+        // Wine sets its fonts up for the resolution with the next program that has windows, whatever it does: better
+        // now than while a test looks at the registry.
+        RunProgram(BuiltFile(L"Velmora.Sample.Client.exe"), L"", {.hasStandIns = false});
     }
 
     DPI_AWARENESS_CONTEXT m_before;
@@ -105,26 +80,20 @@ HWND FindStatusWindow()
     return window != nullptr && IsWindowVisible(window) ? window : nullptr;
 }
 
+void Move(HWND window, int x, int y)
+{
+    SetWindowPos(window, nullptr, x, y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
 std::wstring StatusTextOf(HWND window)
 {
     const auto root = AutomationElement::Of(window);
-    const auto status = root ? root->Go(Direction::LastChild) : std::nullopt;
+    const auto status = root ? root->Go(NavigateDirection_LastChild) : std::nullopt;
     return status ? status->Name() : L"(there is none)";
 }
 
-// A picture of the window when its progress is what it is to be, or when there is no hope of it.
+// A picture of the window when nothing covers it and its progress is what it is to be, or when there is no hope of it.
 Picture CaptureAtProgress(HWND window, const StatusWindowLayout& layout, int percent)
-{
-    Picture picture;
-    BecomesTrue([&] {
-        picture = CaptureWindow(window);
-        return CheckBar(layout, picture, percent).empty();
-    });
-    return picture;
-}
-
-// The same when nothing covers the window any more.
-Picture CaptureUncovered(HWND window, const StatusWindowLayout& layout, int percent)
 {
     Picture picture;
     BecomesTrue([&] {
@@ -141,56 +110,6 @@ void Keep(const Picture& picture, const std::string& name)
     CreateDirectoryW(folder.c_str(), nullptr);
     picture.SaveAsPng(folder + L"\\" + std::wstring(name.begin(), name.end()) + L".png");
 }
-
-// The status window with texts of the test's choice. The thread that opened it stands still.
-class SampleWindow
-{
-public:
-    explicit SampleWindow(const std::wstring& status, const std::wstring& headline = c_headline, int logo = c_usualLogo)
-        : m_end(CreateEventW(nullptr, TRUE, FALSE, c_eventName)),
-          m_process(
-              Start(std::wstring(c_eventName) + L" \"" + headline + L"\" \"" + status + L"\" " + std::to_wstring(logo)))
-    {
-        if (!BecomesTrue([&] { return (m_window = FindStatusWindow()) != nullptr; }) ||
-            !BecomesTrue([&] { return StatusTextOf(m_window) == status; }))
-        {
-            SetEvent(m_end.get());
-            throw std::runtime_error("The window does not come.");
-        }
-    }
-    SampleWindow(const SampleWindow&) = delete;
-    SampleWindow& operator=(const SampleWindow&) = delete;
-    ~SampleWindow()
-    {
-        SetEvent(m_end.get());
-        DWORD code = 0;
-        EXPECT_EQ(WaitForSingleObject(m_process.get(), 10'000), DWORD{WAIT_OBJECT_0});
-        GetExitCodeProcess(m_process.get(), &code);
-        EXPECT_EQ(code, 0U);
-    }
-
-    HWND Window() const { return m_window; }
-
-    // As the uninstaller's own thread does it.
-    void SetProgress(int percent) const { SendMessageW(m_window, c_setProgress, 0, percent); }
-
-    // A picture with everything that has been set, at the start of the progress. Every frame is a whole one, so one
-    // that shows a progress shows what was set before it too.
-    Picture Capture(const StatusWindowLayout& layout) const
-    {
-        SetProgress(1);
-        CaptureAtProgress(m_window, layout, 1);
-        SetProgress(0);
-        return CaptureAtProgress(m_window, layout, 0);
-    }
-
-private:
-    static constexpr wchar_t c_eventName[] = L"Velmora.Tests.EndOfWindow";
-
-    UniqueHandle m_end;
-    UniqueHandle m_process;
-    HWND m_window = nullptr;
-};
 
 // Everything that stands in the window except for the bar, measured.
 void ExpectLook(const StatusWindowLayout& layout, const Picture& picture)
@@ -218,379 +137,153 @@ void ExpectLook(const StatusWindowLayout& layout, const Picture& picture)
     EXPECT_TRUE(HasColour(logo, picture, c_progressColour));
 }
 
-class StatusWindowTest : public ::testing::Test
+// The uninstaller, with a user who looks at its window before every answer.
+class StatusWindowTest : public EndToEndTest
 {
 protected:
+    // A run with a window; what is done when a dialog comes includes its answer.
+    void RunLooking(const std::function<void(HWND)>& atQuestion, const std::function<void(HWND)>& atResult = {})
+    {
+        std::map<std::wstring, std::function<void(HWND)>> coming{{L"Velmora", atQuestion}};
+        if (atResult)
+        {
+            coming.emplace(L"Velmora Uninstalled", atResult);
+        }
+        RunOptions options;
+        options.whileRunning = [&](const std::string&) {
+            std::erase_if(coming, [](const auto& one) {
+                HWND dialog = FindDialog(one.first);
+                if (dialog != nullptr)
+                {
+                    one.second(dialog);
+                }
+                return dialog != nullptr;
+            });
+        };
+        LayDownSample();
+        Run(L"-g", options);
+        EXPECT_TRUE(coming.empty());
+    }
+
     Com com;
 };
 
 class ResolutionTest : public StatusWindowTest, public ::testing::WithParamInterface<int>
 {
 protected:
+    // The window owns the dialog, which goes out of the way, and shows the text and the progress.
+    void ExpectWindow(HWND dialog, const wchar_t* status, int percent, const std::string& pictureName) const
+    {
+        HWND window = FindStatusWindow();
+        EXPECT_EQ(GetWindow(dialog, GW_OWNER), window);
+        Move(dialog, GetSystemMetrics(SM_CXSCREEN) - 4, GetSystemMetrics(SM_CYSCREEN) - 4);
+        EXPECT_EQ(GetWindowLongW(window, GWL_EXSTYLE) & WS_EX_TOPMOST, WS_EX_TOPMOST);
+        constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE;
+        EXPECT_EQ(static_cast<DWORD>(GetWindowLongW(window, GWL_STYLE)) & c_style, c_style);
+        EXPECT_TRUE(BecomesTrue([&] { return StatusTextOf(window) == status; }));
+        ExpectProgress(window, percent, pictureName);
+    }
+
+    void ExpectProgress(HWND window, int percent, const std::string& pictureName) const
+    {
+        if (HasFailure())
+        {
+            return; // to wait for every picture that does not come takes longer than a test may
+        }
+        const Picture picture = CaptureAtProgress(window, layout, percent);
+        EXPECT_EQ(CheckBar(layout, picture, percent), "") << percent << " %";
+        ExpectLook(layout, picture);
+        Keep(picture, std::to_string(GetParam()) + "-dpi-" + pictureName);
+    }
+
     Screen screen{GetParam()};
     StatusWindowLayout layout{GetParam()};
 };
 
-TEST_P(ResolutionTest, The_bar_is_as_wide_as_the_progress)
+TEST_P(ResolutionTest, Stands_in_the_middle_of_the_screen_from_the_question_to_the_result)
 {
-    const SampleWindow window(L"Deleting desktop shortcut...");
-    for (const int percent : {0, 1, 25, 50, 99, 100})
-    {
-        window.SetProgress(percent);
-        const Picture picture = CaptureAtProgress(window.Window(), layout, percent);
-        EXPECT_EQ(CheckBar(layout, picture, percent), "") << percent << " %";
-        ExpectLook(layout, picture);
-        Keep(picture, std::to_string(GetParam()) + "-dpi-" + std::to_string(percent) + "-percent");
-    }
-}
-
-TEST_P(ResolutionTest, Another_logo_moves_the_headline_down)
-{
-    const SampleWindow window(L"Deleting desktop shortcut...", L"One line", 103);
-    const Picture picture = window.Capture(layout);
-    const float scale = static_cast<float>(GetParam()) / 96.0F;
-    StatusWindowLayout lower = layout;
-    lower.headline.top = 190 * scale;
-    EXPECT_EQ(CheckBackground(lower, picture), "");
-    // No logo, and the line in the middle of its box.
-    EXPECT_EQ(InkWithin({layout.logo.left, layout.logo.top, layout.logo.width, 135 * scale}, picture).right, 0);
-    const RECT line = InkWithin(lower.headline, picture);
-    EXPECT_NEAR((line.top + line.bottom) / 2.0, static_cast<double>((190 + 25) * scale), 4.0);
-    EXPECT_LT(line.bottom - line.top, static_cast<LONG>(25 * scale));
+    const auto atQuestion = [&](HWND question) {
+        ExpectWindow(question, L"Getting things ready...", 0, "asking");
+        HWND window = FindStatusWindow();
+        RECT place{};
+        GetWindowRect(window, &place);
+        const RECT expected = layout.WindowOn(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN));
+        EXPECT_TRUE(EqualRect(&place, &expected))
+            << place.left << ' ' << place.top << ' ' << place.right << ' ' << place.bottom;
+        for (const int percent : {1, 25, 50, 99})
+        {
+            SendMessageW(window, c_setProgress, 0, percent); // as the uninstaller's own thread does it
+            ExpectProgress(window, percent, std::to_string(percent) + "-percent");
+        }
+        // Over the screen's edge and back: a part of it is lost and painted again.
+        Move(window, -300, -200);
+        Move(window, place.left, place.top);
+        ExpectProgress(window, 99, "moved");
+        EXPECT_TRUE(AnswerDialog(AnswerConfirmation(IDYES)));
+    };
+    const auto atResult = [&](HWND result) {
+        ExpectWindow(result, L"Uninstall Complete!", 100, "complete");
+        Move(result, 0, 0);
+        std::optional<MessageBoxText> message;
+        EXPECT_TRUE(
+            BecomesTrue([&] { return (message = ReadAndCloseMessageBox(L"Velmora Uninstalled")).has_value(); }));
+        EXPECT_EQ(message, FullSuccessMessage().message);
+    };
+    RunLooking(atQuestion, atResult);
+    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
 }
 
 INSTANTIATE_TEST_SUITE_P(DotsPerInch, ResolutionTest, ::testing::Values(96, 120, 144, 192));
-
-struct NamedText
-{
-    const char* name;
-    std::wstring text;
-    bool hasOneLine = true;
-};
-
-void PrintTo(const NamedText& text, std::ostream* stream)
-{
-    *stream << text.name;
-}
-
-class StatusTextTest : public StatusWindowTest, public ::testing::WithParamInterface<NamedText>
-{
-};
-
-TEST_P(StatusTextTest, Stays_in_its_place)
-{
-    const Screen screen(96);
-    const StatusWindowLayout layout(96);
-    const SampleWindow window(GetParam().text);
-    const Picture picture = window.Capture(layout);
-    EXPECT_EQ(CheckBar(layout, picture, 0), "");
-    StatusWindowLayout expected = layout;
-    if (GetParam().hasOneLine)
-    {
-        EXPECT_EQ(InkWithin(layout.status, picture).right == 0, GetParam().text.empty());
-    }
-    else
-    {
-        // Windows cuts off what does not fit. Wine draws it, between the headline and the bar.
-        expected.status.top = layout.headline.top + layout.headline.height;
-        expected.status.height = layout.track.top - expected.status.top;
-    }
-    EXPECT_EQ(CheckBackground(expected, picture), "");
-    EXPECT_FALSE(HasColour(expected.status, picture, c_headlineColour));
-    Keep(picture, std::string("text-") + GetParam().name);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Text, StatusTextTest,
-    ::testing::Values(NamedText{"empty", L""}, NamedText{"one_letter", L"i"},
-                      NamedText{"long", L"Deleting " + std::wstring(60, L'W') + L" from " + std::wstring(60, L'M'),
-                                false},
-                      NamedText{"very_long", std::wstring(5'000, L'W'), false},
-                      NamedText{"two_lines", L"first\nsecond", false},
-                      NamedText{"cyrillic", L"Удаление ярлыка с рабочего стола…"},
-                      NamedText{"cjk", L"正在删除桌面快捷方式…デスクトップ 바로가기"},
-                      NamedText{"right_to_left", L"מחיקת קיצור הדרך… حذف الاختصار"},
-                      NamedText{"emoji", L"Done \U0001F600 \U0001F469\u200D\U0001F4BB"}),
-    [](const auto& text) { return std::string(text.param.name); });
-
-TEST_F(StatusWindowTest, Every_frame_is_a_whole_one)
-{
-    const Screen screen(96);
-    const StatusWindowLayout layout(96);
-    const SampleWindow window(L"Deleting installation folder...");
-    const Picture first = CaptureAtProgress(window.Window(), layout, 0);
-    const auto withoutBar = [&](const Picture& picture) {
-        for (int y = 0; y < picture.Height(); ++y)
-        {
-            for (int x = 0; x < picture.Width(); ++x)
-            {
-                if (!layout.track.Touches(x, y) && picture.At(x, y) != first.At(x, y))
-                {
-                    return false;
-                }
-            }
-        }
-        return true;
-    };
-    int shown = 0;
-    for (int sent = 1; sent <= 100; ++sent)
-    {
-        window.SetProgress(sent);
-        const Picture picture = CaptureWindow(window.Window());
-        ASSERT_TRUE(withoutBar(picture)) << "at " << sent;
-        // Which one it is may be late, but not by going back.
-        while (shown < sent && !CheckBar(layout, picture, shown).empty())
-        {
-            ++shown;
-        }
-        ASSERT_EQ(CheckBar(layout, picture, shown), "") << "after " << sent;
-    }
-}
-
-TEST_F(StatusWindowTest, A_busy_program_does_not_keep_it_from_being_moved_minimised_and_painted)
-{
-    const Screen screen(96);
-    const StatusWindowLayout layout(96);
-    const SampleWindow window(L"Deleting installation folder...");
-    HWND handle = window.Window();
-    const Picture before = window.Capture(layout);
-    ASSERT_FALSE(before.IsPlain());
-    const auto isBack = [&] { return CaptureWindow(handle) == before; };
-    const auto move = [&](int x, int y) {
-        SetWindowPos(handle, nullptr, x, y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    };
-
-    move(10, 20);
-    EXPECT_TRUE(BecomesTrue(isBack));
-    // Over the screen's edge and back: a part of it is lost and painted again.
-    move(-300, -200);
-    EXPECT_TRUE(BecomesTrue([&] {
-        POINT corner{};
-        ClientToScreen(handle, &corner);
-        const Picture shown = CaptureWindow(GetDesktopWindow());
-        for (int y = std::max<int>(0, -corner.y); y < before.Height(); ++y)
-        {
-            for (int x = std::max<int>(0, -corner.x); x < before.Width(); ++x)
-            {
-                if (shown.At(corner.x + x, corner.y + y) != before.At(x, y))
-                {
-                    return false;
-                }
-            }
-        }
-        return corner.x < 0 && corner.y < 0;
-    }));
-    move(100, 100);
-    EXPECT_TRUE(BecomesTrue(isBack));
-
-    PostMessageW(handle, WM_SYSCOMMAND, SC_MINIMIZE, 0);
-    EXPECT_TRUE(BecomesTrue([&] { return IsIconic(handle) != FALSE; }));
-    PostMessageW(handle, WM_SYSCOMMAND, SC_RESTORE, 0);
-    EXPECT_TRUE(BecomesTrue([&] { return !IsIconic(handle) && CaptureWindow(handle) == before; }));
-}
 
 TEST_F(StatusWindowTest, Assistive_programs_find_two_lines_of_text_in_it)
 {
     using Bounds = std::array<double, 4>;
     const Screen screen(96);
-    const StatusWindowLayout layout(96);
-    const SampleWindow window(L"Deleting desktop shortcut...");
-    RECT place{};
-    GetWindowRect(window.Window(), &place);
-    const auto at = [&](const Box& box) {
-        return Bounds{place.left + static_cast<double>(box.left), place.top + static_cast<double>(box.top),
-                      static_cast<double>(box.width), static_cast<double>(box.height)};
+    const auto expectLine = [](const std::optional<AutomationElement>& line, const wchar_t* text,
+                               const Bounds& bounds) {
+        ASSERT_TRUE(line);
+        EXPECT_EQ(line->Name(), text);
+        EXPECT_EQ(line->ControlType(), c_textType);
+        EXPECT_EQ(line->AutomationId(), L"");
+        EXPECT_FALSE(line->Go(NavigateDirection_FirstChild));
+        EXPECT_EQ(line->Bounds(), bounds);
     };
-
-    const auto root = AutomationElement::Of(window.Window());
-    ASSERT_TRUE(root);
-    EXPECT_EQ(root->Name(), L"Velmora Installer");
-    EXPECT_EQ(root->AutomationId(), L"Velmora_Installer");
-    EXPECT_EQ(root->ControlType(), c_windowType);
-
-    const auto headline = root->Go(Direction::FirstChild);
-    ASSERT_TRUE(headline);
-    EXPECT_EQ(headline->Name(), c_headline);
-    EXPECT_EQ(headline->ControlType(), c_textType);
-    EXPECT_EQ(headline->AutomationId(), L"");
-    EXPECT_FALSE(headline->Go(Direction::PreviousSibling));
-    EXPECT_FALSE(headline->Go(Direction::FirstChild));
-    EXPECT_FALSE(headline->Go(Direction::LastChild));
-
-    const auto status = headline->Go(Direction::NextSibling);
-    ASSERT_TRUE(status);
-    EXPECT_EQ(status->Name(), L"Deleting desktop shortcut...");
-    EXPECT_EQ(status->ControlType(), c_textType);
-    EXPECT_FALSE(status->Go(Direction::NextSibling));
-
-    const auto last = root->Go(Direction::LastChild);
-    ASSERT_TRUE(last);
-    EXPECT_EQ(last->Name(), L"Deleting desktop shortcut...");
-    const auto back = status->Go(Direction::PreviousSibling);
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->Name(), c_headline);
-    const auto parent = status->Go(Direction::Parent);
-    ASSERT_TRUE(parent);
-    EXPECT_EQ(parent->AutomationId(), L"Velmora_Installer");
-
-    // Not every Wine passes rectangles on.
-    if (root->Bounds() != Bounds{})
-    {
-        EXPECT_EQ(root->Bounds(), at({0, 0, static_cast<float>(layout.width), static_cast<float>(layout.height)}));
-        EXPECT_EQ(headline->Bounds(), at(layout.headline));
-        EXPECT_EQ(status->Bounds(), at(layout.status));
-    }
-}
-
-TEST_F(StatusWindowTest, What_an_assistive_program_still_holds_outlives_the_window)
-{
-    const Screen screen(96);
-    std::optional<AutomationElement> status;
-    {
-        const SampleWindow window(L"Deleting desktop shortcut...");
-        status = AutomationElement::Of(window.Window())->Go(Direction::LastChild);
-        ASSERT_TRUE(status);
-        // The program goes on without its window.
-        SendMessageW(window.Window(), WM_CLOSE, 0, 0);
-        EXPECT_TRUE(BecomesTrue([] { return FindStatusWindow() == nullptr; }));
-        EXPECT_EQ(status->Name(), L"Deleting desktop shortcut...");
-        EXPECT_EQ(status->Bounds(), (std::array<double, 4>{}));
-    }
-}
-
-// Starts a window and ends it again. Returns after how many milliseconds the point on the screen had the colour.
-double MeasureFirstFrame(const std::wstring& arguments, POINT point, std::uint32_t colour)
-{
-    constexpr wchar_t c_eventName[] = L"Velmora.Tests.EndOfMeasuredWindow";
-    const UniqueHandle end(CreateEventW(nullptr, TRUE, FALSE, c_eventName));
-    HDC dc = GetDC(nullptr);
-    const COLORREF wanted = RGB(colour >> 16 & 0xFF, colour >> 8 & 0xFF, colour & 0xFF);
-    const auto start = std::chrono::steady_clock::now();
-    const UniqueHandle process = Start(std::wstring(c_eventName) + arguments);
-    while (GetPixel(dc, point.x, point.y) != wanted && std::chrono::steady_clock::now() - start < c_patience)
-    {
-        Sleep(1);
-    }
-    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-    ReleaseDC(nullptr, dc);
-    SetEvent(end.get());
-    WaitForSingleObject(process.get(), INFINITE);
-    return taken.count();
-}
-
-TEST_F(StatusWindowTest, Is_painted_as_soon_as_it_is_there)
-{
-    constexpr int c_rounds = 5;
-    const Screen screen(96);
-    const StatusWindowLayout layout(96);
-    const RECT place = layout.WindowOn(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN));
-    const POINT bar{place.left + 100, place.top + static_cast<LONG>(layout.track.top) + 2};
-    double empty = 0;
-    double status = 0;
-    for (int round = 0; round < c_rounds; ++round)
-    {
-        empty += MeasureFirstFrame(L"", bar, 0x008000) / c_rounds;
-        status += MeasureFirstFrame(L" headline status 102", bar, c_trackColour) / c_rounds;
-    }
-    std::cout << "From the start of the process to the first frame: " << std::lround(status)
-              << " ms; of an empty window: " << std::lround(empty) << " ms\n";
-    // How fast is for people to read; that it comes at all is told by the colours.
-    const std::chrono::duration<double, std::milli> patience = c_patience;
-    EXPECT_LT(status, patience.count());
-}
-
-TEST_F(StatusWindowTest, Is_repainted_at_every_new_progress)
-{
-    constexpr int c_rounds = 200;
-    const Screen screen(96);
-    const SampleWindow window(L"Deleting installation folder...");
-    const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < c_rounds; ++round)
-    {
-        window.SetProgress(round % 100);
-        UpdateWindow(window.Window());
-        ASSERT_FALSE(GetUpdateRect(window.Window(), nullptr, FALSE));
-    }
-    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-    std::cout << "A new progress and its repaint: " << taken.count() / c_rounds << " ms\n";
-}
-
-// The uninstaller itself, with a user who looks at its window before every answer.
-class UninstallerWindowTest : public EndToEndTest, public ::testing::WithParamInterface<int>
-{
-protected:
-    // Out of the way, so that nothing covers the window.
-    static void MoveAway(HWND dialog)
-    {
-        SetWindowPos(dialog, nullptr, GetSystemMetrics(SM_CXSCREEN) - 4, GetSystemMetrics(SM_CYSCREEN) - 4, 0, 0,
-                     SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-    static void MoveBack(HWND dialog)
-    {
-        SetWindowPos(dialog, nullptr, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-
-    Com com;
-};
-
-TEST_P(UninstallerWindowTest, Stands_in_the_middle_of_the_screen_from_the_question_to_the_result)
-{
-    const Screen screen(GetParam());
-    const StatusWindowLayout layout(GetParam());
-    bool isAsked = false;
-    bool isTold = false;
-    RunOptions options;
-    options.whileRunning = [&](const std::string&) {
-        HWND question = isAsked ? nullptr : FindDialog(L"Velmora");
-        HWND result = isTold ? nullptr : FindDialog(L"Velmora Uninstalled");
+    RunLooking([&](HWND) {
         HWND window = FindStatusWindow();
-        if (question != nullptr)
-        {
-            isAsked = true;
-            EXPECT_EQ(GetWindow(question, GW_OWNER), window);
-            MoveAway(question);
-            RECT place{};
-            GetWindowRect(window, &place);
-            const RECT expected = layout.WindowOn(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN));
-            EXPECT_TRUE(EqualRect(&place, &expected))
-                << place.left << ' ' << place.top << ' ' << place.right << ' ' << place.bottom;
-            EXPECT_EQ(GetWindowLongW(window, GWL_EXSTYLE) & WS_EX_TOPMOST, WS_EX_TOPMOST);
-            EXPECT_EQ(GetWindowLongW(window, GWL_STYLE) & (WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE),
-                      static_cast<LONG>(WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE));
-            EXPECT_EQ(StatusTextOf(window), c_firstStatus);
-            const Picture picture = CaptureUncovered(window, layout, 0);
-            EXPECT_EQ(CheckBar(layout, picture, 0), "");
-            ExpectLook(layout, picture);
-            Keep(picture, std::to_string(GetParam()) + "-dpi-asking");
-            EXPECT_TRUE(AnswerDialog(AnswerConfirmation(IDYES)));
-        }
-        else if (result != nullptr)
-        {
-            isTold = true;
-            EXPECT_EQ(GetWindow(result, GW_OWNER), window);
-            MoveAway(result);
-            EXPECT_TRUE(BecomesTrue([&] { return StatusTextOf(window) == c_lastStatus; }));
-            const Picture picture = CaptureUncovered(window, layout, 100);
-            EXPECT_EQ(CheckBar(layout, picture, 100), "");
-            ExpectLook(layout, picture);
-            Keep(picture, std::to_string(GetParam()) + "-dpi-complete");
-            MoveBack(result);
-            std::optional<MessageBoxText> message;
-            EXPECT_TRUE(BecomesTrue([&] {
-                message = ReadAndCloseMessageBox(L"Velmora Uninstalled");
-                return message.has_value();
-            }));
-            EXPECT_EQ(message, FullSuccessMessage().message);
-        }
-    };
-    LayDownSample();
-    Run(L"-g", options);
-    EXPECT_TRUE(isAsked);
-    EXPECT_TRUE(isTold);
-    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
-}
+        const auto root = AutomationElement::Of(window);
+        ASSERT_TRUE(root);
+        EXPECT_EQ(root->Name(), L"Velmora Installer");
+        EXPECT_EQ(root->AutomationId(), L"Velmora_Installer");
+        EXPECT_EQ(root->ControlType(), c_windowType);
+        RECT place{};
+        GetWindowRect(window, &place);
+        const auto at = [&](const Box& box) {
+            // Not every Wine passes rectangles on.
+            return root->Bounds() == Bounds{} ? Bounds{}
+                                              : Bounds{static_cast<double>(place.left) + static_cast<double>(box.left),
+                                                       static_cast<double>(place.top) + static_cast<double>(box.top),
+                                                       static_cast<double>(box.width), static_cast<double>(box.height)};
+        };
+        const StatusWindowLayout layout(96);
+        EXPECT_EQ(root->Bounds(), at({0, 0, static_cast<float>(layout.width), static_cast<float>(layout.height)}));
 
-INSTANTIATE_TEST_SUITE_P(DotsPerInch, UninstallerWindowTest, ::testing::Values(96, 120, 144, 192));
+        constexpr wchar_t c_headline[] = L"Uninstalling Velmora\nThis may take a few seconds.";
+        constexpr wchar_t c_status[] = L"Getting things ready...";
+        const auto headline = root->Go(NavigateDirection_FirstChild);
+        ASSERT_NO_FATAL_FAILURE(expectLine(headline, c_headline, at(layout.headline)));
+        const auto status = headline->Go(NavigateDirection_NextSibling);
+        ASSERT_NO_FATAL_FAILURE(expectLine(status, c_status, at(layout.status)));
+        EXPECT_FALSE(headline->Go(NavigateDirection_PreviousSibling));
+        EXPECT_FALSE(status->Go(NavigateDirection_NextSibling));
+        expectLine(root->Go(NavigateDirection_LastChild), c_status, at(layout.status));
+        expectLine(status->Go(NavigateDirection_PreviousSibling), c_headline, at(layout.headline));
+        const auto parent = status->Go(NavigateDirection_Parent);
+        ASSERT_TRUE(parent);
+        EXPECT_EQ(parent->AutomationId(), L"Velmora_Installer");
+        EXPECT_TRUE(AnswerDialog(AnswerConfirmation(IDNO)));
+    });
+    ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
+}
 
 // While it lives, GDI+ does not start in the uninstaller, and so no status window can be made. Wine only: Windows would
 // not let its own files be exchanged.
@@ -621,11 +314,7 @@ private:
     static constexpr wchar_t c_overrides[] = LR"(HKCU\Software\Wine\AppDefaults\Velmora.Uninstaller.exe\DllOverrides)";
 };
 
-class NoWindowTest : public EndToEndTest
-{
-};
-
-TEST_F(NoWindowTest, A_window_that_cannot_be_made_makes_the_run_a_verbose_one_with_message_boxes)
+TEST_F(StatusWindowTest, That_cannot_be_made_makes_the_run_a_verbose_one_with_message_boxes)
 {
     if (!IsWine())
     {

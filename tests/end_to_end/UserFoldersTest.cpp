@@ -1,9 +1,9 @@
 // The folders of the user who sits at the machine, and who is not elevated: they go with the settings.
 #include "EndToEndTest.h"
-#include "LimitedDesktop.h"
-#include "support/DirectoryLink.h"
-#include "support/Names.h"
-#include "support/SampleInstallation.h"
+#include "support/common/DirectoryLink.h"
+#include "support/end_to_end/LimitedUser.h"
+#include "support/end_to_end/Names.h"
+#include "support/end_to_end/SampleInstallation.h"
 
 #include <windows.h>
 
@@ -13,15 +13,14 @@ namespace Testing
 {
 namespace
 {
-constexpr int c_removeSettings = 1;
-
 class UserFoldersTest : public LimitedDesktop, public EndToEndTest
 {
 protected:
     // A run whose user wants the settings to go.
-    void RunRemovingSettings(const DialogAnswer& end = FullSuccessMessage())
+    void RunRemovingSettings()
     {
-        Run(L"-g", {.answers = {AnswerConfirmation(IDYES, c_removeSettings), end}});
+        constexpr int c_removeSettings = 1;
+        Run(L"-g", {.answers = {AnswerConfirmation(IDYES, c_removeSettings), FullSuccessMessage()}});
     }
 
     static ExpectedLog Log() { return ExpectedLog().Runs("Gui").RemovesSettings(); }
@@ -36,43 +35,24 @@ TEST_F(UserFoldersTest, Go_with_the_settings)
     ExpectFullSuccess(Log(), DeclaredState(true));
 }
 
-TEST_F(UserFoldersTest, May_be_gone_already)
+TEST_F(UserFoldersTest, What_cannot_be_deleted_is_a_warning_and_a_link_stays_with_what_it_leads_to)
 {
-    LayDownSample({Group::UserFolders});
-    RunRemovingSettings();
-    ExpectFullSuccess(Log(), DeclaredState(true));
-}
-
-TEST_F(UserFoldersTest, A_file_that_is_in_use_is_a_warning_and_the_rest_goes)
-{
-    LayDownSample();
-    for (const std::wstring name : {L"Vel Mora", L"Tessaline"})
-    {
-        WriteTestFile(UserFile(name + L"\\kept.txt"), 10, FILE_ATTRIBUTE_READONLY);
-    }
-    RunRemovingSettings();
-    constexpr auto c_denied = static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
-    MachineState state = DeclaredState(true);
-    for (const std::wstring name : {L"Vel Mora", L"Tessaline"})
-    {
-        state.CopyWithParents(UserFile(name + L"\\kept.txt"), Before());
-    }
-    ExpectFullSuccess(Log().KeepsUserFolder(L"Vel Mora", c_denied).KeepsUserFolder(L"Tessaline", c_denied), state);
-}
-
-TEST_F(UserFoldersTest, Links_in_their_place_stay_with_what_they_lead_to)
-{
-    LayDownSample({Group::UserFolders});
+    LayDownSample({Step::VelmoraUserFolder, Step::TessalineUserFolder});
+    const std::wstring file = UserFile(LR"(Vel Mora\kept.txt)");
+    WriteTestFile(UserFile(LR"(Vel Mora\gone.txt)"), 10);
+    WriteTestFile(file, 10, FILE_ATTRIBUTE_READONLY);
     const std::wstring target = Expand(L"<Downloads>\\target");
-    WriteTestFile(target + L"\\file.txt", 10, FILE_ATTRIBUTE_NORMAL);
+    WriteTestFile(target + L"\\file.txt", 10);
     const std::wstring link = UserFile(L"Tessaline");
     ASSERT_TRUE(CreateDirectoryLink(link, target));
     RunRemovingSettings();
     MachineState state = DeclaredState(true);
+    state.Erase(UserFile(LR"(Vel Mora\gone.txt)"));
+    state.CopyWithParents(file, Before());
     state.CopyWithParents(link, Before());
-    ExpectFullSuccess(Log().KeepsUserFolder(L"Tessaline", static_cast<unsigned long>(
-                                                              HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED))),
-                      state);
+    constexpr auto c_denied = static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+    constexpr auto c_link = static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
+    ExpectFullSuccess(Log().Fails(Step::VelmoraUserFolder, c_denied).Fails(Step::TessalineUserFolder, c_link), state);
     RemoveDirectoryLink(link);
     RemoveTree(target);
 }

@@ -1,6 +1,6 @@
-#include "support/Services.h"
-#include "support/Waiting.h"
-#include "support/Wine.h"
+#include "support/end_to_end/Services.h"
+#include "support/end_to_end/Waiting.h"
+#include "support/end_to_end/Wine.h"
 
 #include <windows.h>
 

@@ -1,7 +1,8 @@
 #include "Installer/Accessibility.h"
 
-#include "support/ImportTableFake.h"
-#include "support/OutOfMemory.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/Journal.h"
+#include "support/unit/OutOfMemory.h"
 
 #include <windows.h>
 
@@ -11,8 +12,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -21,12 +24,19 @@ namespace
 using namespace Installer;
 using namespace Testing;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr UiaRect c_somewhere{.left = 10.5, .top = 262.5, .width = 748, .height = 75};
 
 class AccessibilityTest : public testing::Test
 {
 protected:
+    AccessibilityTest()
+    {
+        journal.Name(static_cast<IRawElementProviderFragment*>(root.get()), "root");
+        journal.Name(static_cast<IRawElementProviderFragment*>(&root->Headline()), "headline");
+        journal.Name(static_cast<IRawElementProviderFragment*>(&root->Status()), "status");
+    }
     ~AccessibilityTest() override
     {
         if (root)
@@ -36,93 +46,120 @@ protected:
     }
 
     // How many references there are, of all elements together.
-    template <class Element>
-    static ULONG References(Element& element)
+    static ULONG References(AccessibleRoot& element)
     {
         element.AddRef();
         return element.Release();
     }
 
-    // A property as text: "<empty>", "number <...>" or the text itself.
-    static std::wstring Property(IRawElementProviderSimple& element, PROPERTYID id)
+    std::vector<AccessibleElement*> Elements() const { return {root.get(), &root->Headline(), &root->Status()}; }
+
+    // A property as text: "number <...>", the text itself, or nothing.
+    static std::optional<std::wstring> Property(IRawElementProviderSimple& element, PROPERTYID id)
     {
         VARIANT value;
-        VariantInit(&value);
         value.vt = VT_ERROR; // whatever was there
         EXPECT_EQ(element.GetPropertyValue(id, &value), S_OK);
-        const std::wstring text = value.vt == VT_EMPTY  ? L"<empty>"
-                                  : value.vt == VT_I4   ? L"number " + std::to_wstring(value.lVal)
+        if (value.vt == VT_EMPTY)
+        {
+            return std::nullopt;
+        }
+        const std::wstring text = value.vt == VT_I4     ? L"number " + std::to_wstring(value.lVal)
                                   : value.vt == VT_BSTR ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal))
                                                         : L"<something else>";
         VariantClear(&value);
         return text;
     }
 
-    // Where a direction leads: "root", "headline", "status" or "nowhere".
-    std::string Follow(IRawElementProviderFragment& element, NavigateDirection direction)
+    using PropertyMap = std::map<PROPERTYID, std::wstring>;
+    static PropertyMap Properties(IRawElementProviderSimple& element)
     {
-        auto* found = reinterpret_cast<IRawElementProviderFragment*>(INT_PTR{8});
-        EXPECT_EQ(element.Navigate(direction, &found), S_OK);
-        if (found == nullptr)
+        PropertyMap properties;
+        for (PROPERTYID id = 30000; id < 30200; ++id)
         {
-            return "nowhere";
+            if (const auto text = Property(element, id))
+            {
+                properties[id] = *text;
+            }
         }
-        EXPECT_EQ(References(*root), 2U);
-        found->Release();
-        return found == static_cast<IRawElementProviderFragment*>(root.get()) ? "root"
-               : found == &root->Headline()                                   ? "headline"
-               : found == &root->Status()                                     ? "status"
-                                                                              : "somewhere";
+        return properties;
     }
 
-    std::vector<std::string> FollowAll(IRawElementProviderFragment& element)
+    // Where it leads to the parent, the next sibling, the one before, the first and the last child.
+    std::vector<std::string> Follow(IRawElementProviderFragment& element) const
     {
-        return {Follow(element, NavigateDirection_Parent), Follow(element, NavigateDirection_NextSibling),
-                Follow(element, NavigateDirection_PreviousSibling), Follow(element, NavigateDirection_FirstChild),
-                Follow(element, NavigateDirection_LastChild)};
+        std::vector<std::string> ways;
+        for (const auto direction :
+             {NavigateDirection_Parent, NavigateDirection_NextSibling, NavigateDirection_PreviousSibling,
+              NavigateDirection_FirstChild, NavigateDirection_LastChild})
+        {
+            auto* found = reinterpret_cast<IRawElementProviderFragment*>(INT_PTR{8});
+            EXPECT_EQ(element.Navigate(direction, &found), S_OK);
+            ways.push_back(journal.NameOf(found));
+            if (found != nullptr)
+            {
+                EXPECT_EQ(References(*root), 2U);
+                found->Release();
+            }
+        }
+        return ways;
     }
 
     static std::vector<int> RuntimeId(IRawElementProviderFragment& element)
     {
         SAFEARRAY* array = nullptr;
         EXPECT_EQ(element.GetRuntimeId(&array), S_OK);
-        std::vector<int> parts;
-        if (array != nullptr)
+        if (array == nullptr)
         {
-            LONG last = 0;
-            SafeArrayGetUBound(array, 1, &last);
-            for (LONG index = 0; index <= last; ++index)
-            {
-                int part = 0;
-                SafeArrayGetElement(array, &index, &part);
-                parts.push_back(part);
-            }
-            SafeArrayDestroy(array);
+            return {};
         }
+        const auto* const first = static_cast<const int*>(array->pvData);
+        std::vector<int> parts(first, first + array->rgsabound[0].cElements);
+        SafeArrayDestroy(array);
         return parts;
     }
 
-    // What an element gives for an interface: whether it is there. Counts one reference while it is held.
-    template <class Interface>
-    bool Has(IRawElementProviderSimple& element)
+    std::vector<std::string> Interfaces(IRawElementProviderSimple& element) const
     {
-        void* found = reinterpret_cast<void*>(INT_PTR{8});
-        const HRESULT result = element.QueryInterface(__uuidof(Interface), &found);
-        if (FAILED(result))
+        std::vector<std::string> names;
+        for (const auto& [name, id] : {std::pair{"IUnknown", __uuidof(IUnknown)},
+                                       {"Simple", __uuidof(IRawElementProviderSimple)},
+                                       {"Fragment", __uuidof(IRawElementProviderFragment)},
+                                       {"FragmentRoot", __uuidof(IRawElementProviderFragmentRoot)},
+                                       {"IDispatch", __uuidof(IDispatch)}})
         {
-            EXPECT_EQ(result, E_NOINTERFACE);
-            EXPECT_EQ(found, nullptr);
-            return false;
+            void* found = reinterpret_cast<void*>(INT_PTR{8});
+            const HRESULT result = element.QueryInterface(id, &found);
+            EXPECT_EQ(result, found == nullptr ? E_NOINTERFACE : S_OK);
+            if (found != nullptr)
+            {
+                EXPECT_EQ(References(*root), 2U);
+                static_cast<IUnknown*>(found)->Release();
+                names.emplace_back(name);
+            }
         }
-        EXPECT_EQ(References(*root), 2U);
-        static_cast<Interface*>(found)->Release();
-        return true;
+        return names;
     }
 
+    // Left, top, width and height; nothing for an element that is not available any more.
+    static std::vector<double> Bounds(IRawElementProviderFragment& element)
+    {
+        UiaRect bounds{.left = 1, .top = 2, .width = 3, .height = 4};
+        const HRESULT result = element.get_BoundingRectangle(&bounds);
+        if (result != S_OK)
+        {
+            EXPECT_EQ(result, static_cast<HRESULT>(0x80040201));
+            EXPECT_EQ(bounds.width, 0);
+            return {};
+        }
+        return {bounds.left, bounds.top, bounds.width, bounds.height};
+    }
+
+    Journal journal;
     HWND window = reinterpret_cast<HWND>(INT_PTR{0x20a4});
     bool windowExists = true;
     bool clientsListen = true;
-    std::vector<std::pair<IRawElementProviderSimple*, EVENTID>> events;
+    std::vector<IRawElementProviderSimple*> events; // those that raised them
     Fake<&GetWindowRect> getWindowRect = [this](HWND asked, LPRECT area) -> BOOL {
         EXPECT_EQ(asked, window);
         *area = {700, -20, 1200, 320};
@@ -130,113 +167,60 @@ protected:
     };
     Fake<&UiaClientsAreListening> areListening = [this]() -> BOOL { return clientsListen; };
     Fake<&UiaRaiseAutomationEvent> raise = [this](IRawElementProviderSimple* provider, EVENTID id) -> HRESULT {
-        events.emplace_back(provider, id);
+        EXPECT_EQ(id, 20024);
+        events.push_back(provider);
         return S_OK;
     };
     wil::com_ptr_nothrow<AccessibleRoot> root = AccessibleRoot::Create(window);
 };
 
-TEST_F(AccessibilityTest, the_root_begins_with_one_reference)
-{
-    EXPECT_EQ(References(*root), 1U);
-    EXPECT_EQ(root->AddRef(), 2U);
-    EXPECT_EQ(root->Release(), 1U);
-}
-
-TEST_F(AccessibilityTest, there_is_no_root_without_memory)
-{
-    bool created = true;
-    {
-        const OutOfMemory outOfMemory;
-        created = static_cast<bool>(AccessibleRoot::Create(window));
-    }
-    EXPECT_FALSE(created);
-}
-
-TEST_F(AccessibilityTest, the_root_is_a_window_with_the_installers_name)
-{
-    EXPECT_EQ(Property(*root, UIA_ControlTypePropertyId), L"number 50032");
-    EXPECT_EQ(Property(*root, UIA_NamePropertyId), L"Velmora Installer");
-    EXPECT_EQ(Property(*root, UIA_AutomationIdPropertyId), L"Velmora_Installer");
-}
-
-TEST_F(AccessibilityTest, a_line_is_a_text_and_named_for_what_it_says)
+TEST_F(AccessibilityTest, The_root_is_a_window_with_the_installers_name_and_a_line_a_text_named_for_what_it_says)
 {
     root->Headline().Update(L"Uninstalling Velmora\nThis may take a few seconds.", c_somewhere);
     root->Status().Update(L"\u0416 \u65e5 \U0001f600", c_somewhere);
 
-    EXPECT_EQ(Property(root->Headline(), UIA_ControlTypePropertyId), L"number 50020");
-    EXPECT_EQ(Property(root->Headline(), UIA_NamePropertyId), L"Uninstalling Velmora\nThis may take a few seconds.");
-    EXPECT_EQ(Property(root->Status(), UIA_ControlTypePropertyId), L"number 50020");
-    EXPECT_EQ(Property(root->Status(), UIA_NamePropertyId), L"\u0416 \u65e5 \U0001f600");
+    EXPECT_EQ(Properties(*root),
+              (PropertyMap{{30003, L"number 50032"}, {30005, L"Velmora Installer"}, {30011, L"Velmora_Installer"}}));
+    EXPECT_EQ(Properties(root->Headline()),
+              (PropertyMap{{30003, L"number 50020"}, {30005, L"Uninstalling Velmora\nThis may take a few seconds."}}));
+    EXPECT_EQ(Properties(root->Status()),
+              (PropertyMap{{30003, L"number 50020"}, {30005, L"\u0416 \u65e5 \U0001f600"}}));
 }
 
-TEST_F(AccessibilityTest, no_element_has_any_other_property)
+TEST_F(AccessibilityTest, A_property_that_finds_no_memory_says_so)
 {
-    for (PROPERTYID id = 30000; id < 30200; ++id)
+    const Fake<&SysAllocStringLen> allocate = [](const OLECHAR*, UINT) -> BSTR { return nullptr; };
+    for (AccessibleElement* const element : Elements())
     {
-        const bool known = id == UIA_ControlTypePropertyId || id == UIA_NamePropertyId;
-        if (!known)
-        {
-            EXPECT_EQ(Property(root->Headline(), id), L"<empty>") << id;
-            EXPECT_EQ(Property(root->Status(), id), L"<empty>") << id;
-        }
-        if (!known && id != UIA_AutomationIdPropertyId)
-        {
-            EXPECT_EQ(Property(*root, id), L"<empty>") << id;
-        }
+        VARIANT value{};
+        EXPECT_EQ(element->GetPropertyValue(UIA_NamePropertyId, &value), E_OUTOFMEMORY);
+        EXPECT_EQ(value.vt, VT_EMPTY);
     }
 }
 
-TEST_F(AccessibilityTest, a_property_that_finds_no_memory_says_so)
+TEST_F(AccessibilityTest, The_headline_comes_first_and_the_status_second)
 {
-    const Fake<&SysAllocStringLen> allocate = [](const OLECHAR*, UINT) -> BSTR { return nullptr; };
-    VARIANT value{};
-    EXPECT_EQ(root->GetPropertyValue(UIA_NamePropertyId, &value), E_OUTOFMEMORY);
-    EXPECT_EQ(value.vt, VT_EMPTY);
-    EXPECT_EQ(root->Headline().GetPropertyValue(UIA_NamePropertyId, &value), E_OUTOFMEMORY);
-    EXPECT_EQ(value.vt, VT_EMPTY);
+    EXPECT_THAT(Follow(*root), ElementsAre("null", "null", "null", "headline", "status"));
+    EXPECT_THAT(Follow(root->Headline()), ElementsAre("root", "status", "null", "null", "null"));
+    EXPECT_THAT(Follow(root->Status()), ElementsAre("root", "null", "headline", "null", "null"));
 }
 
-TEST_F(AccessibilityTest, the_headline_comes_first_and_the_status_second)
+TEST_F(AccessibilityTest, The_root_is_where_its_window_is_and_a_line_moves_with_it)
 {
-    EXPECT_THAT(FollowAll(*root), ElementsAre("nowhere", "nowhere", "nowhere", "headline", "status"));
-    EXPECT_THAT(FollowAll(root->Headline()), ElementsAre("root", "status", "nowhere", "nowhere", "nowhere"));
-    EXPECT_THAT(FollowAll(root->Status()), ElementsAre("root", "nowhere", "headline", "nowhere", "nowhere"));
-}
-
-TEST_F(AccessibilityTest, the_root_is_where_its_window_is)
-{
-    UiaRect bounds{};
-    EXPECT_EQ(root->get_BoundingRectangle(&bounds), S_OK);
-    EXPECT_EQ((std::vector{bounds.left, bounds.top, bounds.width, bounds.height}),
-              (std::vector{700.0, -20.0, 500.0, 340.0}));
-}
-
-TEST_F(AccessibilityTest, a_line_moves_with_its_window)
-{
-    UiaRect bounds{.left = 1, .top = 2, .width = 3, .height = 4};
-    EXPECT_EQ(root->Status().get_BoundingRectangle(&bounds), S_OK);
-    EXPECT_EQ((std::vector{bounds.left, bounds.top, bounds.width, bounds.height}),
-              (std::vector{700.0, -20.0, 0.0, 0.0})); // not painted yet
+    EXPECT_THAT(Bounds(*root), ElementsAre(700, -20, 500, 340));
+    EXPECT_THAT(Bounds(root->Status()), ElementsAre(700, -20, 0, 0)); // not painted yet
 
     root->Status().Update(L"text", c_somewhere);
+    EXPECT_THAT(Bounds(root->Status()), ElementsAre(710.5, 242.5, 748, 75));
+    root->Status().Update(L"text", {.left = 1, .top = 2, .width = 3, .height = 4});
+    EXPECT_THAT(Bounds(root->Status()), ElementsAre(701, -18, 3, 4));
 
-    EXPECT_EQ(root->Status().get_BoundingRectangle(&bounds), S_OK);
-    EXPECT_EQ((std::vector{bounds.left, bounds.top, bounds.width, bounds.height}),
-              (std::vector{710.5, 242.5, 748.0, 75.0}));
-}
-
-TEST_F(AccessibilityTest, nothing_is_anywhere_when_the_window_is_gone)
-{
     windowExists = false;
-    UiaRect bounds{.left = 1, .top = 2, .width = 3, .height = 4};
-    EXPECT_EQ(root->get_BoundingRectangle(&bounds), static_cast<HRESULT>(0x80040201));
-    EXPECT_EQ(bounds.width, 0);
-    EXPECT_EQ(root->Headline().get_BoundingRectangle(&bounds), static_cast<HRESULT>(0x80040201));
+    EXPECT_THAT(Bounds(*root), IsEmpty());
+    EXPECT_THAT(Bounds(root->Status()), IsEmpty());
 }
 
-TEST_F(AccessibilityTest, the_roots_host_is_its_window)
+TEST_F(AccessibilityTest, The_roots_host_is_its_window)
 {
     auto* const host = reinterpret_cast<IRawElementProviderSimple*>(INT_PTR{16});
     const Fake<&UiaHostProviderFromHwnd> fromWindow = [&](HWND asked, IRawElementProviderSimple** provider) -> HRESULT {
@@ -251,65 +235,39 @@ TEST_F(AccessibilityTest, the_roots_host_is_its_window)
     EXPECT_EQ(found, nullptr);
 }
 
-TEST_F(AccessibilityTest, elements_are_what_UI_Automation_asks_for)
+TEST_F(AccessibilityTest, Elements_are_what_UI_Automation_asks_for)
 {
-    EXPECT_TRUE(Has<IUnknown>(*root));
-    EXPECT_TRUE(Has<IRawElementProviderSimple>(*root));
-    EXPECT_TRUE(Has<IRawElementProviderFragment>(*root));
-    EXPECT_TRUE(Has<IRawElementProviderFragmentRoot>(*root));
-    EXPECT_FALSE(Has<IDispatch>(*root));
-    EXPECT_TRUE(Has<IUnknown>(root->Status()));
-    EXPECT_TRUE(Has<IRawElementProviderSimple>(root->Status()));
-    EXPECT_TRUE(Has<IRawElementProviderFragment>(root->Status()));
-    EXPECT_FALSE(Has<IRawElementProviderFragmentRoot>(root->Status()));
+    EXPECT_THAT(Interfaces(*root), ElementsAre("IUnknown", "Simple", "Fragment", "FragmentRoot"));
+    EXPECT_THAT(Interfaces(root->Status()), ElementsAre("IUnknown", "Simple", "Fragment"));
 }
 
-TEST_F(AccessibilityTest, each_element_is_one_object)
+TEST_F(AccessibilityTest, Each_element_is_one_object)
 {
-    const auto identity = [](IRawElementProviderFragment& element) {
-        void* unknown = nullptr;
-        EXPECT_EQ(element.QueryInterface(__uuidof(IUnknown), &unknown), S_OK);
-        static_cast<IUnknown*>(unknown)->Release();
-        return unknown;
+    const auto identity = [](auto& element) {
+        wil::com_ptr_nothrow<IUnknown> unknown;
+        EXPECT_EQ(element.QueryInterface(IID_PPV_ARGS(unknown.put())), S_OK);
+        return unknown.get();
     };
-    void* fragmentRoot = nullptr;
-    EXPECT_EQ(root->QueryInterface(__uuidof(IRawElementProviderFragmentRoot), &fragmentRoot), S_OK);
-    auto* const same = static_cast<IRawElementProviderFragmentRoot*>(fragmentRoot);
-    void* unknown = nullptr;
-    EXPECT_EQ(same->QueryInterface(__uuidof(IUnknown), &unknown), S_OK);
-    EXPECT_EQ(unknown, identity(*root));
-    root->Release();
-    root->Release();
+    EXPECT_EQ(identity(static_cast<IRawElementProviderFragmentRoot&>(*root)), identity(*root));
     EXPECT_NE(identity(*root), identity(root->Headline()));
     EXPECT_NE(identity(root->Headline()), identity(root->Status()));
 }
 
-TEST_F(AccessibilityTest, elements_are_told_apart_by_their_numbers)
+TEST_F(AccessibilityTest, Elements_are_told_apart_by_their_numbers)
 {
     EXPECT_THAT(RuntimeId(*root), ElementsAre()); // the window's own
     EXPECT_THAT(RuntimeId(root->Headline()), ElementsAre(3, 1));
     EXPECT_THAT(RuntimeId(root->Status()), ElementsAre(3, 2));
 }
 
-TEST_F(AccessibilityTest, elements_know_their_root)
+TEST_F(AccessibilityTest, Elements_know_their_root_and_have_nothing_else)
 {
-    for (IRawElementProviderFragment* const element : {static_cast<IRawElementProviderFragment*>(root.get()),
-                                                       static_cast<IRawElementProviderFragment*>(&root->Headline()),
-                                                       static_cast<IRawElementProviderFragment*>(&root->Status())})
+    for (AccessibleElement* const element : Elements())
     {
-        IRawElementProviderFragmentRoot* found = nullptr;
-        EXPECT_EQ(element->get_FragmentRoot(&found), S_OK);
-        EXPECT_EQ(found, root.get());
+        wil::com_ptr_nothrow<IRawElementProviderFragmentRoot> found;
+        EXPECT_EQ(element->get_FragmentRoot(found.put()), S_OK);
+        EXPECT_EQ(found.get(), root.get());
         EXPECT_EQ(References(*root), 2U);
-        found->Release();
-    }
-}
-
-TEST_F(AccessibilityTest, elements_have_nothing_else)
-{
-    for (AccessibleElement* const element :
-         {static_cast<AccessibleElement*>(root.get()), static_cast<AccessibleElement*>(&root->Headline())})
-    {
         ProviderOptions options{};
         EXPECT_EQ(element->get_ProviderOptions(&options), S_OK);
         EXPECT_EQ(options, ProviderOptions_ServerSideProvider);
@@ -329,92 +287,67 @@ TEST_F(AccessibilityTest, elements_have_nothing_else)
     EXPECT_EQ(found, nullptr);
 }
 
-TEST_F(AccessibilityTest, a_new_text_raises_one_event_for_its_line)
+TEST_F(AccessibilityTest, A_new_text_raises_one_event_for_its_line)
 {
-    root->Status().Update(L"one", c_somewhere);
-    EXPECT_THAT(events, ElementsAre(std::pair(&root->Status(), UIA_LiveRegionChangedEventId)));
-    EXPECT_EQ(events.front().second, 20024);
-    root->Headline().Update(L"one", c_somewhere);
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[1].first, &root->Headline());
-}
-
-TEST_F(AccessibilityTest, a_text_is_new_when_its_length_or_any_character_is)
-{
-    root->Status().Update(L"one", c_somewhere);
-    events.clear();
-
-    root->Status().Update(L"one", {.left = 1, .top = 2, .width = 3, .height = 4});
-    EXPECT_EQ(events.size(), 0U);
-    root->Status().Update(L"onE", c_somewhere);
-    EXPECT_EQ(events.size(), 1U);
-    root->Status().Update(L"onE ", c_somewhere);
-    EXPECT_EQ(events.size(), 2U);
-    root->Status().Update(L"", c_somewhere);
-    EXPECT_EQ(events.size(), 3U);
-    root->Status().Update(L"", c_somewhere);
-    EXPECT_EQ(events.size(), 3U);
-}
-
-TEST_F(AccessibilityTest, the_place_is_taken_over_with_the_same_text_too)
-{
-    root->Status().Update(L"one", c_somewhere);
-    root->Status().Update(L"one", {.left = 1, .top = 2, .width = 3, .height = 4});
-
-    UiaRect bounds{};
-    EXPECT_EQ(root->Status().get_BoundingRectangle(&bounds), S_OK);
-    EXPECT_EQ((std::vector{bounds.left, bounds.top, bounds.width, bounds.height}),
-              (std::vector{701.0, -18.0, 3.0, 4.0}));
-}
-
-TEST_F(AccessibilityTest, no_event_is_raised_when_nobody_listens_and_none_is_made_up_for)
-{
-    clientsListen = false;
-    root->Status().Update(L"one", c_somewhere);
-    EXPECT_TRUE(events.empty());
-    EXPECT_EQ(Property(root->Status(), UIA_NamePropertyId), L"one");
-
-    clientsListen = true;
-    root->Status().Update(L"one", c_somewhere);
-    EXPECT_TRUE(events.empty());
-}
-
-TEST_F(AccessibilityTest, whoever_hears_of_a_text_can_ask_for_it_at_once)
-{
-    std::wstring heard;
-    const Fake<&UiaRaiseAutomationEvent> listen = [&](IRawElementProviderSimple* provider, EVENTID) -> HRESULT {
-        heard = Property(*provider, UIA_NamePropertyId);
-        return S_OK;
+    const auto raised = [this](AccessibleRoot::Line& line, const wchar_t* text) {
+        line.Update(text, c_somewhere);
+        return std::exchange(events, {});
     };
-
-    root->Status().Update(L"one", c_somewhere);
-
-    EXPECT_EQ(heard, L"one");
+    EXPECT_THAT(raised(root->Status(), L"one"), ElementsAre(&root->Status()));
+    EXPECT_THAT(raised(root->Headline(), L"one"), ElementsAre(&root->Headline()));
+    // It is new when its length or any character is.
+    EXPECT_THAT(raised(root->Status(), L"one"), IsEmpty());
+    EXPECT_THAT(raised(root->Status(), L"onE"), ElementsAre(&root->Status()));
+    EXPECT_THAT(raised(root->Status(), L"onE "), ElementsAre(&root->Status()));
+    EXPECT_THAT(raised(root->Status(), L""), ElementsAre(&root->Status()));
+    EXPECT_THAT(raised(root->Status(), L""), IsEmpty());
 }
 
-TEST_F(AccessibilityTest, a_line_is_locked_while_it_is_written_or_read_and_not_while_an_event_is_raised)
+TEST_F(AccessibilityTest, No_event_is_raised_when_nobody_listens_and_none_is_made_up_for)
+{
+    for (const bool listens : {false, true})
+    {
+        clientsListen = listens;
+        root->Status().Update(L"one", c_somewhere);
+        EXPECT_TRUE(events.empty());
+        EXPECT_EQ(Property(root->Status(), UIA_NamePropertyId), L"one");
+    }
+}
+
+TEST_F(AccessibilityTest, A_line_is_locked_while_it_is_written_or_read_and_not_while_an_event_is_raised)
 {
     std::vector<std::string> order;
-    const auto add = [&](const char* what) { order.emplace_back(what); };
-    Fake<&AcquireSRWLockExclusive> lock = [&](PSRWLOCK) { add("lock"); };
-    Fake<&ReleaseSRWLockExclusive> unlock = [&](PSRWLOCK) { add("unlock"); };
-    Fake<&AcquireSRWLockShared> lockShared = [&](PSRWLOCK) { add("lock shared"); };
-    Fake<&ReleaseSRWLockShared> unlockShared = [&](PSRWLOCK) { add("unlock shared"); };
-    Fake<&UiaRaiseAutomationEvent> raiseEvent = [&](IRawElementProviderSimple*, EVENTID) -> HRESULT {
-        add("event");
+    Fake<&AcquireSRWLockExclusive> lock = [&](PSRWLOCK) { order.emplace_back("lock"); };
+    Fake<&ReleaseSRWLockExclusive> unlock = [&](PSRWLOCK) { order.emplace_back("unlock"); };
+    Fake<&AcquireSRWLockShared> lockShared = [&](PSRWLOCK) { order.emplace_back("lock shared"); };
+    Fake<&ReleaseSRWLockShared> unlockShared = [&](PSRWLOCK) { order.emplace_back("unlock shared"); };
+    Fake<&UiaRaiseAutomationEvent> raiseEvent = [&](IRawElementProviderSimple* provider, EVENTID) -> HRESULT {
+        order.emplace_back("event");
+        EXPECT_EQ(Property(*provider, UIA_NamePropertyId), L"one"); // whoever hears of it can ask for it at once
         return S_OK;
     };
 
     root->Status().Update(L"one", c_somewhere);
-    EXPECT_THAT(std::exchange(order, {}), ElementsAre("lock", "unlock", "event"));
-    Property(root->Status(), UIA_NamePropertyId);
-    EXPECT_THAT(std::exchange(order, {}), ElementsAre("lock shared", "unlock shared"));
-    UiaRect bounds{};
-    root->Status().get_BoundingRectangle(&bounds);
+    EXPECT_THAT(std::exchange(order, {}), ElementsAre("lock", "unlock", "event", "lock shared", "unlock shared"));
+    Bounds(root->Status());
     EXPECT_THAT(order, ElementsAre("lock shared", "unlock shared"));
 }
 
-TEST_F(AccessibilityTest, the_last_reference_frees_everything)
+TEST_F(AccessibilityTest, A_text_that_finds_no_memory_is_left_out)
+{
+    root->Status().Update(L"one", c_somewhere);
+    events.clear();
+    const std::wstring text(1000, L'x');
+    {
+        const OutOfMemory outOfMemory;
+        root->Status().Update(text, c_somewhere);
+    }
+
+    EXPECT_EQ(Property(root->Status(), UIA_NamePropertyId), L"one");
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(AccessibilityTest, A_line_that_is_still_held_keeps_everything_and_the_last_reference_frees_it)
 {
     AccessibleRoot* const object = root.get();
     int freed = 0;
@@ -422,31 +355,8 @@ TEST_F(AccessibilityTest, the_last_reference_frees_everything)
         freed += memory == object ? 1 : 0;
         decltype(watch)::Real(memory);
     };
-
-    object->Status().AddRef();
-    root.reset();
-    EXPECT_EQ(freed, 0);
-    object->Status().Release();
-    EXPECT_EQ(freed, 1);
-}
-
-TEST_F(AccessibilityTest, a_text_that_finds_no_memory_is_left_out)
-{
-    root->Status().Update(L"one", c_somewhere);
-    events.clear();
-    const std::wstring text(1000, L'x');
-    std::optional<OutOfMemory> outOfMemory(std::in_place);
-    root->Status().Update(text, c_somewhere);
-    outOfMemory.reset();
-
-    EXPECT_EQ(Property(root->Status(), UIA_NamePropertyId), L"one");
-    EXPECT_TRUE(events.empty());
-}
-
-TEST_F(AccessibilityTest, a_line_that_is_still_held_keeps_everything)
-{
-    root->Status().Update(L"one", c_somewhere);
     AccessibleRoot::Line& status = root->Status();
+    status.Update(L"one", c_somewhere);
     status.AddRef();
     root.reset();
 
@@ -455,9 +365,10 @@ TEST_F(AccessibilityTest, a_line_that_is_still_held_keeps_everything)
     EXPECT_EQ(status.Navigate(NavigateDirection_Parent, &parent), S_OK);
     EXPECT_EQ(status.Release(), 1U);
     windowExists = false;
-    UiaRect bounds{};
-    EXPECT_NE(parent->get_BoundingRectangle(&bounds), S_OK);
+    EXPECT_THAT(Bounds(*parent), IsEmpty());
+    EXPECT_EQ(freed, 0);
     EXPECT_EQ(parent->Release(), 0U);
+    EXPECT_EQ(freed, 1);
 }
 
 } // namespace

@@ -1,20 +1,19 @@
 #include "Installer/CanonicalPath.h"
 
-#include "support/DirectoryLink.h"
-#include "support/FailureLog.h"
-#include "support/ImportTableFake.h"
-#include "support/TestFolder.h"
-#include "support/Text.h"
+#include "support/common/DirectoryLink.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/FailureLog.h"
+#include "support/unit/Handles.h"
+#include "support/unit/Journal.h"
+#include "support/unit/TestFolder.h"
 
 #include <windows.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <map>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace
 {
@@ -25,31 +24,34 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// What is there of a path, and how the file system names it.
-struct File
+// Calls, as the journal has them.
+std::string Open(const std::wstring& path)
 {
-    std::wstring name{};
-    DWORD openError = ERROR_SUCCESS;
-    DWORD nameError = ERROR_SUCCESS;
-    std::wstring objectName{}; // asked for when the other is not found
-    DWORD objectNameError = ERROR_SUCCESS;
-};
+    return "CreateFileW(\"" + Narrow(path) + "\")";
+}
+
+std::string Name(const std::wstring& path, DWORD kind = VOLUME_NAME_DOS, std::size_t size = MAX_PATH)
+{
+    return "GetFinalPathNameByHandleW(\"" + Narrow(path) + "\", " + std::to_string(size) + ", " + std::to_string(kind) +
+           ")";
+}
+
+std::string Close(const std::wstring& path)
+{
+    return "CloseHandle(\"" + Narrow(path) + "\")";
+}
 
 // A file system with the files that a test puts into it; all else is absent.
 class CanonicalPathTest : public testing::Test
 {
 protected:
-    ~CanonicalPathTest() override
-    {
-        EXPECT_THAT(m_opened, IsEmpty()) << "something was left open";
-        EXPECT_THAT(failures.Entries(), IsEmpty());
-    }
+    ~CanonicalPathTest() override { EXPECT_THAT(failures.Entries(), IsEmpty()); }
 
-    std::map<std::wstring, File> files;
+    std::map<std::wstring, std::wstring> files; // and how the file system names them
+    std::map<std::wstring, std::wstring> objectNames;
     DWORD absence = ERROR_FILE_NOT_FOUND;
 
-    // Every call so far: "open <path>", "name <kind> <size>", "close".
-    std::vector<std::string> calls;
+    Journal journal;
     FailureLog failures;
 
 private:
@@ -64,43 +66,35 @@ private:
         return path.size() > 5 && path[5] == L':' ? path.substr(4) : path;
     }
 
-    HANDLE Open(const std::wstring& path)
+    HANDLE OpenFile(const std::wstring& path)
     {
-        calls.push_back("open " + Narrow(path));
-        const auto file = files.find(path);
-        if (file == files.end() || file->second.openError != ERROR_SUCCESS)
+        const DWORD error = journal.Add("CreateFileW", path.c_str());
+        if (error != ERROR_SUCCESS || !files.contains(path))
         {
-            SetLastError(file == files.end() ? absence : file->second.openError);
+            SetLastError(error != ERROR_SUCCESS ? error : absence);
             return INVALID_HANDLE_VALUE;
         }
-        const auto handle = reinterpret_cast<HANDLE>(m_nextHandle += 4);
-        m_opened[handle] = file->second;
-        return handle;
+        return handles.Make('"' + Narrow(path) + '"', path);
     }
 
     DWORD ReadName(HANDLE handle, wchar_t* name, DWORD size, DWORD kind)
     {
-        calls.push_back("name " + std::to_string(kind) + " " + std::to_string(size));
-        const File& file = m_opened.at(handle);
-        const DWORD error = kind == VOLUME_NAME_NT ? file.objectNameError : file.nameError;
-        if (error != ERROR_SUCCESS)
+        if (const DWORD error = journal.Add("GetFinalPathNameByHandleW", handles.NameOf(handle), size, kind))
         {
             SetLastError(error);
             return 0;
         }
-        const std::wstring& text = kind == VOLUME_NAME_NT ? file.objectName : file.name;
+        const std::wstring& text = (kind == VOLUME_NAME_NT ? objectNames : files)[*handles.Find<std::wstring>(handle)];
         const auto length = static_cast<DWORD>(text.size());
         if (length >= size)
         {
             return length + 1;
         }
-        text.copy(name, length);
-        name[length] = L'\0';
+        name[text.copy(name, length)] = L'\0';
         return length;
     }
 
-    std::map<HANDLE, File> m_opened;
-    ULONG_PTR m_nextHandle = 0x5B000000;
+    Handles handles{journal};
     Fake<&CreateFileW> m_create = [this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
                                          DWORD disposition, DWORD flags, HANDLE pattern) {
         EXPECT_EQ(access, DWORD{FILE_READ_ATTRIBUTES});
@@ -109,80 +103,69 @@ private:
         EXPECT_EQ(disposition, DWORD{OPEN_EXISTING});
         EXPECT_EQ(flags, DWORD{FILE_FLAG_BACKUP_SEMANTICS});
         EXPECT_EQ(pattern, nullptr);
-        return Open(WithoutPrefix(path));
+        return OpenFile(WithoutPrefix(path));
     };
     Fake<&GetFinalPathNameByHandleW> m_name = [this](HANDLE file, LPWSTR name, DWORD size, DWORD kind) {
         return ReadName(file, name, size, kind);
     };
-    Fake<&CloseHandle> m_close = [this](HANDLE handle) -> BOOL {
-        calls.emplace_back("close");
-        return m_opened.erase(handle) == 1;
-    };
 };
 
-TEST_F(CanonicalPathTest, keeps_the_prefix_of_a_name_without_a_drive)
-{
-    for (const wchar_t* const name : {L"\\\\?\\Volume{1}\\a.exe", L"\\\\?\\C"})
-    {
-        files[L"C:\\a.exe"] = {.name = name};
+using Paths = std::pair<std::wstring, std::wstring>;
 
-        EXPECT_EQ(GetCanonicalPath(L"C:\\a.exe"), name);
+TEST_F(CanonicalPathTest, Is_the_name_of_what_is_there)
+{
+    const Paths paths[] = {
+        {L"c:\\PROGRA~1\\A.EXE", L"\\\\?\\C:\\Program Files\\a.exe"},
+        {L"c:\\", L"\\\\?\\C:\\"},
+        {L"X:\\a.exe", L"\\\\?\\UNC\\server\\share\\a.exe"},
+        {L"C:\\mount\\a.exe", L"\\\\?\\Volume{12}\\a.exe"},
+        {L"C:\\a.exe", L"\\\\?\\C"},
+        {L"C:\\" + std::wstring(300, L'x'), L"\\\\?\\D:\\" + std::wstring(200, L'x')},
+        {L"C:\\259", L"\\\\?\\C:\\" + std::wstring(252, L'x')}, // just fits at once
+    };
+    for (const auto& [path, name] : paths)
+    {
+        files[path] = name;
+
+        EXPECT_EQ(GetCanonicalPath(path), name);
+        EXPECT_THAT(journal.Take(), ElementsAre(Open(path), Name(path), Close(path)));
     }
 }
 
-TEST_F(CanonicalPathTest, of_a_file_is_the_name_of_its_handle)
+TEST_F(CanonicalPathTest, Is_read_again_when_it_did_not_fit)
 {
-    files[L"c:\\PROGRA~1\\A.EXE"] = {.name = L"\\\\?\\C:\\Program Files\\a.exe"};
-
-    EXPECT_EQ(GetCanonicalPath(L"c:\\PROGRA~1\\A.EXE"), L"\\\\?\\C:\\Program Files\\a.exe");
-    EXPECT_THAT(calls, ElementsAre("open c:\\PROGRA~1\\A.EXE", "name 0 260", "close"));
-}
-
-TEST_F(CanonicalPathTest, of_a_drive_is_its_root)
-{
-    files[L"c:\\"] = {.name = L"\\\\?\\C:\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"c:\\"), L"\\\\?\\C:\\");
-}
-
-TEST_F(CanonicalPathTest, on_the_network_begins_with_the_server)
-{
-    files[L"X:\\a.exe"] = {.name = L"\\\\?\\UNC\\server\\share\\a.exe"};
-
-    EXPECT_EQ(GetCanonicalPath(L"X:\\a.exe"), L"\\\\?\\UNC\\server\\share\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, on_a_volume_without_a_letter_keeps_its_prefix)
-{
-    files[L"C:\\mount\\a.exe"] = {.name = L"\\\\?\\Volume{12}\\a.exe"};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\mount\\a.exe"), L"\\\\?\\Volume{12}\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, of_something_that_only_has_an_object_name_is_that)
-{
-    // No letter and no folder leads to the volume; or the mount manager does not know it.
-    for (const DWORD error : std::initializer_list<DWORD>{ERROR_PATH_NOT_FOUND, ERROR_INVALID_FUNCTION})
+    for (const std::size_t length : {260U, 5000U})
     {
-        calls.clear();
-        files[L"R:\\a.exe"] = {.nameError = error, .objectName = L"\\Device\\Volume5\\a.exe"};
+        files[L"C:\\long"] = L"\\\\?\\C:\\" + std::wstring(length - 7, L'x');
+
+        EXPECT_EQ(GetCanonicalPath(L"C:\\long"), files[L"C:\\long"]);
+        EXPECT_THAT(journal.Take(), ElementsAre(Open(L"C:\\long"), Name(L"C:\\long"),
+                                                Name(L"C:\\long", VOLUME_NAME_DOS, length + 1), Close(L"C:\\long")));
+    }
+}
+
+TEST_F(CanonicalPathTest, Of_something_that_only_has_an_object_name_is_that)
+{
+    files[L"R:\\"] = files[L"R:\\a.exe"] = L"";
+    objectNames = {{L"R:\\", L"\\Device\\Volume5\\"}, {L"R:\\a.exe", L"\\Device\\Volume5\\a.exe"}};
+    // No letter and no folder leads to the volume; or the mount manager does not know it.
+    for (const DWORD error : {DWORD{ERROR_PATH_NOT_FOUND}, DWORD{ERROR_INVALID_FUNCTION}})
+    {
+        journal.Fail(Name(L"R:\\"), static_cast<long>(error));
+        journal.Fail(Name(L"R:\\a.exe"), static_cast<long>(error));
+        journal.Take();
 
         EXPECT_EQ(GetCanonicalPath(L"R:\\a.exe"), L"\\\\?\\GLOBALROOT\\Device\\Volume5\\a.exe") << error;
-        EXPECT_THAT(calls, ElementsAre("open R:\\a.exe", "name 0 260", "name 2 260", "close"));
+        EXPECT_THAT(journal.All(), ElementsAre(Open(L"R:\\a.exe"), Name(L"R:\\a.exe"),
+                                               Name(L"R:\\a.exe", VOLUME_NAME_NT), Close(L"R:\\a.exe")));
+        EXPECT_EQ(GetCanonicalPath(L"R:\\"), L"\\\\?\\GLOBALROOT\\Device\\Volume5\\") << error;
+        EXPECT_EQ(GetCanonicalPath(L"R:\\gone\\b.exe"), L"\\\\?\\GLOBALROOT\\Device\\Volume5\\gone\\b.exe") << error;
     }
 }
 
-TEST_F(CanonicalPathTest, of_what_is_not_there_on_such_a_volume_begins_with_its_object_name)
+TEST_F(CanonicalPathTest, Is_the_same_for_other_ways_to_write_the_path)
 {
-    files[L"R:\\"] = {.nameError = ERROR_INVALID_FUNCTION, .objectName = L"\\Device\\Volume5\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"R:\\"), L"\\\\?\\GLOBALROOT\\Device\\Volume5\\");
-    EXPECT_EQ(GetCanonicalPath(L"R:\\gone\\a.exe"), L"\\\\?\\GLOBALROOT\\Device\\Volume5\\gone\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, is_the_same_for_other_ways_to_write_the_path)
-{
-    files[L"C:\\Velmora"] = files[L"\\\\?\\Volume{12}\\Velmora"] = {.name = L"\\\\?\\C:\\Velmora"};
+    files[L"C:\\Velmora"] = files[L"\\\\?\\Volume{12}\\Velmora"] = L"\\\\?\\C:\\Velmora";
 
     for (const wchar_t* const path : {L"C:/Velmora", L"//?/C:/Velmora", L"\\\\?\\C:\\Velmora", L"\\\\.\\C:\\Velmora",
                                       L"C:\\X\\..\\Velmora", L"\\\\?\\Volume{12}\\Velmora"})
@@ -191,97 +174,55 @@ TEST_F(CanonicalPathTest, is_the_same_for_other_ways_to_write_the_path)
     }
 }
 
-TEST_F(CanonicalPathTest, goes_back_to_the_volume)
+TEST_F(CanonicalPathTest, Goes_as_far_as_there_is_something)
 {
-    files[L"\\\\?\\Volume{12}\\"] = {.name = L"\\\\?\\D:\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"\\\\?\\Volume{12}\\gone\\a.exe"), L"\\\\?\\D:\\gone\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, has_a_separator_at_its_end_for_a_root_only)
-{
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\gone\\"), L"\\\\?\\C:\\gone");
-    EXPECT_EQ(GetCanonicalPath(L"\\\\?\\C:\\gone\\\\"), L"\\\\?\\C:\\gone");
-    EXPECT_EQ(GetCanonicalPath(L"Q:\\"), L"\\\\?\\Q:\\");
-    EXPECT_EQ(GetCanonicalPath(L"Q:\\gone\\"), L"\\\\?\\Q:\\gone");
-}
-
-TEST_F(CanonicalPathTest, of_a_long_path_is_found)
-{
-    const std::wstring rest(300, L'x');
-    files[L"C:\\" + rest] = {.name = L"\\\\?\\D:\\" + rest};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\" + rest), L"\\\\?\\D:\\" + rest);
-}
-
-TEST_F(CanonicalPathTest, fits_into_a_larger_buffer_when_it_is_long)
-{
-    const std::wstring rest(5000, L'x');
-    files[L"C:\\long"] = {.name = L"\\\\?\\C:\\" + rest};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\long"), L"\\\\?\\C:\\" + rest);
-    EXPECT_THAT(calls, ElementsAre("open C:\\long", "name 0 260", "name 0 5008", "close"));
-}
-
-TEST_F(CanonicalPathTest, is_read_again_only_when_it_did_not_fit)
-{
-    files[L"C:\\259"] = {.name = L"\\\\?\\C:\\" + std::wstring(252, L'x')};
-    files[L"C:\\260"] = {.name = L"\\\\?\\C:\\" + std::wstring(253, L'x')};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\259"), L"\\\\?\\C:\\" + std::wstring(252, L'x'));
-    EXPECT_THAT(calls, ElementsAre("open C:\\259", "name 0 260", "close"));
-    calls.clear();
-    EXPECT_EQ(GetCanonicalPath(L"C:\\260"), L"\\\\?\\C:\\" + std::wstring(253, L'x'));
-    EXPECT_THAT(calls, ElementsAre("open C:\\260", "name 0 260", "name 0 261", "close"));
-}
-
-TEST_F(CanonicalPathTest, goes_as_far_as_there_is_something)
-{
-    files[L"c:\\"] = {.name = L"\\\\?\\C:\\"};
-    files[L"c:\\REAL\\"] = {.name = L"\\\\?\\D:\\Target"};
+    files = {{L"C:\\", L"\\\\?\\C:\\"},
+             {L"c:\\", L"\\\\?\\C:\\"},
+             {L"c:\\REAL\\", L"\\\\?\\D:\\Target"},
+             {L"C:\\Real\\", L"\\\\?\\C:\\Real"},
+             {L"\\\\SERVER\\Share\\", L"\\\\?\\UNC\\server\\share\\"},
+             {L"\\\\?\\Volume{12}\\", L"\\\\?\\D:\\"}};
+    const Paths paths[] = {
+        {L"c:\\gone\\a.exe", L"\\\\?\\C:\\gone\\a.exe"},
+        {L"c:\\a.exe", L"\\\\?\\C:\\a.exe"},
+        {L"\\\\SERVER\\Share\\gone\\a.exe", L"\\\\?\\UNC\\server\\share\\gone\\a.exe"},
+        {L"\\\\?\\Volume{12}\\gone\\a.exe", L"\\\\?\\D:\\gone\\a.exe"},
+        {L"C:/Real/gone/../.\\other//a.exe", L"\\\\?\\C:\\Real\\other\\a.exe"},
+        // A separator stays at the end of a root only.
+        {L"C:\\gone\\", L"\\\\?\\C:\\gone"},
+        {L"\\\\?\\C:\\gone\\\\", L"\\\\?\\C:\\gone"},
+        {L"Q:\\", L"\\\\?\\Q:\\"},
+        {L"Q:\\gone\\", L"\\\\?\\Q:\\gone"},
+    };
+    for (const auto& [path, canonical] : paths)
+    {
+        EXPECT_EQ(GetCanonicalPath(path), canonical);
+    }
+    journal.Take();
 
     EXPECT_EQ(GetCanonicalPath(L"c:\\REAL\\gone\\Too\\a.exe"), L"\\\\?\\D:\\Target\\gone\\Too\\a.exe");
-    EXPECT_THAT(calls, ElementsAre("open c:\\REAL\\gone\\Too\\a.exe", "open c:\\REAL\\gone\\Too\\",
-                                   "open c:\\REAL\\gone\\", "open c:\\REAL\\", "name 0 260", "close"));
-}
+    EXPECT_THAT(journal.Take(),
+                ElementsAre(Open(L"c:\\REAL\\gone\\Too\\a.exe"), Open(L"c:\\REAL\\gone\\Too\\"),
+                            Open(L"c:\\REAL\\gone\\"), Open(L"c:\\REAL\\"), Name(L"c:\\REAL\\"), Close(L"c:\\REAL\\")));
 
-TEST_F(CanonicalPathTest, goes_back_to_the_root)
-{
-    files[L"c:\\"] = {.name = L"\\\\?\\C:\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"c:\\gone\\a.exe"), L"\\\\?\\C:\\gone\\a.exe");
-    EXPECT_EQ(GetCanonicalPath(L"c:\\a.exe"), L"\\\\?\\C:\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, goes_back_to_the_share)
-{
-    files[L"\\\\SERVER\\Share\\"] = {.name = L"\\\\?\\UNC\\server\\share\\"};
-
-    EXPECT_EQ(GetCanonicalPath(L"\\\\SERVER\\Share\\gone\\a.exe"), L"\\\\?\\UNC\\server\\share\\gone\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, stays_as_it_is_when_nothing_is_there)
-{
     EXPECT_EQ(GetCanonicalPath(L"Q:\\gone\\a.exe"), L"\\\\?\\Q:\\gone\\a.exe");
-    EXPECT_THAT(calls, ElementsAre("open Q:\\gone\\a.exe", "open Q:\\gone\\", "open Q:\\"));
+    EXPECT_THAT(journal.Take(), ElementsAre(Open(L"Q:\\gone\\a.exe"), Open(L"Q:\\gone\\"), Open(L"Q:\\")));
 }
 
-TEST_F(CanonicalPathTest, on_a_server_that_is_away_is_not_looked_for_on_this_machine)
+TEST_F(CanonicalPathTest, On_a_server_that_is_away_is_not_looked_for_on_this_machine)
 {
-    files[L"\\\\server\\"] = files[L"\\\\"] = files[L"\\\\?\\"] = {.name = L"\\\\?\\C:\\"};
+    files[L"\\\\server\\"] = files[L"\\\\"] = files[L"\\\\?\\"] = L"\\\\?\\C:\\";
 
     EXPECT_EQ(GetCanonicalPath(L"\\\\server\\share\\a.exe"), L"\\\\?\\UNC\\server\\share\\a.exe");
-    EXPECT_THAT(calls, ElementsAre("open \\\\server\\share\\a.exe", "open \\\\server\\share\\"));
+    EXPECT_THAT(journal.All(), ElementsAre(Open(L"\\\\server\\share\\a.exe"), Open(L"\\\\server\\share\\")));
 }
 
-TEST_F(CanonicalPathTest, of_a_relative_path_is_looked_for_from_the_current_folder)
+TEST_F(CanonicalPathTest, Of_a_relative_path_is_looked_for_from_the_current_folder)
 {
     const Fake<&GetFullPathNameW> full = [](LPCWSTR path, DWORD, LPWSTR name, LPWSTR*) {
         return static_cast<DWORD>(swprintf(name, MAX_PATH, L"C:\\Windows\\System32\\%ls", path));
     };
-    files[L"C:\\Windows\\System32\\there"] = {.name = L"\\\\?\\C:\\Windows\\System32\\there"};
+    files[L"C:\\Windows\\System32\\there"] = L"\\\\?\\C:\\Windows\\System32\\there";
 
     EXPECT_EQ(GetCanonicalPath(L"there"), L"\\\\?\\C:\\Windows\\System32\\there");
     EXPECT_EQ(GetCanonicalPath(L"%ProgramFiles%\\Velmora\\"), L"%ProgramFiles%\\Velmora");
@@ -291,64 +232,58 @@ TEST_F(CanonicalPathTest, of_a_relative_path_is_looked_for_from_the_current_fold
     }
 }
 
-TEST_F(CanonicalPathTest, of_nothing_is_nothing)
+TEST_F(CanonicalPathTest, Of_nothing_is_nothing)
 {
     EXPECT_EQ(GetCanonicalPath(L""), L"");
 }
 
-TEST_F(CanonicalPathTest, takes_either_separator_and_straightens_what_is_not_there)
+TEST_F(CanonicalPathTest, Knows_every_code_that_says_that_nothing_is_there)
 {
-    files[L"C:\\Real\\"] = {.name = L"\\\\?\\C:\\Real"};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:/Real/gone/../.\\other//a.exe"), L"\\\\?\\C:\\Real\\other\\a.exe");
-}
-
-TEST_F(CanonicalPathTest, knows_every_code_that_says_that_nothing_is_there)
-{
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
-    for (const DWORD error : std::initializer_list<DWORD>{2, 3, 53, 64, 123, 161, 267})
+    files[L"C:\\"] = L"\\\\?\\C:\\";
+    for (const DWORD error : {2U, 3U, 53U, 64U, 123U, 161U, 267U})
     {
         absence = error;
         EXPECT_EQ(GetCanonicalPath(L"C:\\gone\\a.exe"), L"\\\\?\\C:\\gone\\a.exe") << error;
     }
 }
 
-TEST_F(CanonicalPathTest, is_not_told_when_something_cannot_be_opened)
+TEST_F(CanonicalPathTest, Is_not_told_when_something_cannot_be_opened)
 {
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
-    for (const DWORD error : std::initializer_list<DWORD>{1, 5, 21, 32, 51, 54, 59, 67, 87, 122, 206, 1920})
+    files[L"C:\\"] = L"\\\\?\\C:\\";
+    for (const long error : {1L, 5L, 21L, 32L, 51L, 54L, 59L, 67L, 87L, 122L, 206L, 1920L})
     {
-        files[L"C:\\a.exe"] = {.openError = error};
+        journal.Fail(Open(L"C:\\a.exe"), error);
         EXPECT_EQ(GetCanonicalPath(L"C:\\a.exe"), std::nullopt) << error;
     }
-    EXPECT_THAT(calls, Each("open C:\\a.exe"));
+    EXPECT_THAT(journal.All(), Each(Open(L"C:\\a.exe")));
+
+    journal.Fail(Open(L"C:\\closed\\"));
+    EXPECT_EQ(GetCanonicalPath(L"C:\\closed\\gone\\a.exe"), std::nullopt); // on the way
 }
 
-TEST_F(CanonicalPathTest, is_not_told_when_something_on_the_way_cannot_be_opened)
+TEST_F(CanonicalPathTest, Is_not_told_when_the_name_is_not)
 {
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
-    files[L"C:\\closed\\"] = {.openError = ERROR_ACCESS_DENIED};
-
-    EXPECT_EQ(GetCanonicalPath(L"C:\\closed\\gone\\a.exe"), std::nullopt);
-}
-
-TEST_F(CanonicalPathTest, is_not_told_when_the_name_is_not)
-{
-    files[L"C:\\a.exe"] = {.nameError = ERROR_ACCESS_DENIED, .objectName = L"\\Device\\Volume5\\a.exe"};
-    files[L"C:\\b.exe"] = {.nameError = ERROR_PATH_NOT_FOUND, .objectNameError = ERROR_ACCESS_DENIED};
-    files[L"C:\\c.exe"] = {.nameError = ERROR_INVALID_FUNCTION, .objectNameError = ERROR_INVALID_FUNCTION};
-
+    files[L"C:\\a.exe"] = files[L"C:\\b.exe"] = L"";
+    objectNames[L"C:\\a.exe"] = L"\\Device\\Volume5\\a.exe";
+    journal.Fail(Name(L"C:\\a.exe"));
     EXPECT_EQ(GetCanonicalPath(L"C:\\a.exe"), std::nullopt);
-    EXPECT_THAT(calls, ElementsAre("open C:\\a.exe", "name 0 260", "close"));
-    EXPECT_EQ(GetCanonicalPath(L"C:\\b.exe"), std::nullopt);
-    EXPECT_EQ(GetCanonicalPath(L"C:\\c.exe"), std::nullopt);
+    EXPECT_THAT(journal.All(), ElementsAre(Open(L"C:\\a.exe"), Name(L"C:\\a.exe"), Close(L"C:\\a.exe")));
+
+    journal.Fail(Name(L"C:\\b.exe"), ERROR_INVALID_FUNCTION);
+    for (const long error : {ERROR_ACCESS_DENIED, ERROR_INVALID_FUNCTION})
+    {
+        journal.Fail(Name(L"C:\\b.exe", VOLUME_NAME_NT), error);
+        EXPECT_EQ(GetCanonicalPath(L"C:\\b.exe"), std::nullopt) << error;
+    }
 }
 
-TEST_F(CanonicalPathTest, goes_back_from_something_that_is_gone_before_it_told_its_name)
+TEST_F(CanonicalPathTest, Goes_back_from_something_that_is_gone_before_it_told_its_name)
 {
-    files[L"C:\\"] = {.name = L"\\\\?\\C:\\"};
-    files[L"C:\\a.exe"] = {.nameError = ERROR_FILE_NOT_FOUND};
-    files[L"C:\\b.exe"] = {.nameError = ERROR_PATH_NOT_FOUND, .objectNameError = ERROR_PATH_NOT_FOUND};
+    files[L"C:\\"] = L"\\\\?\\C:\\";
+    files[L"C:\\a.exe"] = files[L"C:\\b.exe"] = L"";
+    journal.Fail(Name(L"C:\\a.exe"), ERROR_FILE_NOT_FOUND);
+    journal.Fail(Name(L"C:\\b.exe"), ERROR_PATH_NOT_FOUND);
+    journal.Fail(Name(L"C:\\b.exe", VOLUME_NAME_NT), ERROR_PATH_NOT_FOUND);
 
     EXPECT_EQ(GetCanonicalPath(L"C:\\a.exe"), L"\\\\?\\C:\\a.exe");
     EXPECT_EQ(GetCanonicalPath(L"C:\\b.exe"), L"\\\\?\\C:\\b.exe");
@@ -367,7 +302,7 @@ protected:
     TestFolder root;
 };
 
-TEST_F(RealCanonicalPathTest, has_the_letter_case_of_the_file_system)
+TEST_F(RealCanonicalPathTest, Has_the_letter_case_of_the_file_system)
 {
     const std::wstring file = root.AddFile(L"Folder\\File.exe");
     const auto canonical = GetCanonicalPath(file);
@@ -380,7 +315,7 @@ TEST_F(RealCanonicalPathTest, has_the_letter_case_of_the_file_system)
     EXPECT_EQ(GetCanonicalPath(InUpperCase(root / L"Folder\\") + L"Gone.exe"), folder + L"\\Gone.exe");
 }
 
-TEST_F(RealCanonicalPathTest, has_the_long_names)
+TEST_F(RealCanonicalPathTest, Has_the_long_names)
 {
     const std::wstring file = root.AddFile(L"A folder with a long name\\A file with a long name.exe");
     std::wstring shortName(MAX_PATH, L'\0');
@@ -390,7 +325,7 @@ TEST_F(RealCanonicalPathTest, has_the_long_names)
     EXPECT_EQ(GetCanonicalPath(shortName), GetCanonicalPath(file));
 }
 
-TEST_F(RealCanonicalPathTest, has_the_target_of_a_link)
+TEST_F(RealCanonicalPathTest, Has_the_target_of_a_link)
 {
     const std::wstring file = root.AddFile(L"target\\a.exe");
     ASSERT_TRUE(CreateDirectoryLink(root / L"link", root / L"target"));

@@ -1,7 +1,7 @@
 #include "Uninstaller/CommandLine.h"
 
-#include "support/FakeCodePage.h"
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/FakeCodePage.h"
 
 #include <windows.h>
 
@@ -41,13 +41,13 @@ void ExpectHelp(const std::wstring& arguments)
     EXPECT_TRUE(commandLine.help);
 }
 
-TEST(CommandLineTest, no_argument_is_a_GUI_run)
+TEST(CommandLineTest, No_argument_is_a_GUI_run)
 {
     ExpectRun(L"", RunType::Gui);
     ExpectRun(L"   ", RunType::Gui);
 }
 
-TEST(CommandLineTest, the_switches_choose_the_run_type)
+TEST(CommandLineTest, The_switches_choose_the_run_type)
 {
     ExpectRun(L" -v", RunType::Verbose);
     ExpectRun(L" --verbose", RunType::Verbose);
@@ -58,7 +58,7 @@ TEST(CommandLineTest, the_switches_choose_the_run_type)
     ExpectRun(L" \"-s\"", RunType::Silent);
 }
 
-TEST(CommandLineTest, the_argument_is_kept_as_it_was_given)
+TEST(CommandLineTest, The_argument_is_kept_as_it_was_given)
 {
     EXPECT_EQ(Parse(L"").argument, L"");
     EXPECT_EQ(Parse(L" --silent -v").argument, L"--silent");
@@ -66,14 +66,14 @@ TEST(CommandLineTest, the_argument_is_kept_as_it_was_given)
     EXPECT_EQ(Parse(L" /\u00e9").argument, L"/\u00e9");
 }
 
-TEST(CommandLineTest, only_the_first_argument_counts)
+TEST(CommandLineTest, Only_the_first_argument_counts)
 {
     ExpectRun(L" -s -v --help", RunType::Silent);
     ExpectRun(L" -g nonsense", RunType::Gui);
     ExpectHelp(L" nonsense -s");
 }
 
-TEST(CommandLineTest, anything_else_asks_for_the_help)
+TEST(CommandLineTest, Anything_else_asks_for_the_help)
 {
     for (const wchar_t* const arguments :
          {L" -h", L" --help", L" -S", L" --Silent", L" --SILENT", L" -s1", L" --silen", L" s", L" /s", L" -s-",
@@ -84,14 +84,14 @@ TEST(CommandLineTest, anything_else_asks_for_the_help)
     ExpectHelp(L" " + std::wstring(30'000, L'x'));
 }
 
-TEST(CommandLineTest, a_command_line_that_cannot_be_taken_apart_is_a_GUI_run)
+TEST(CommandLineTest, A_command_line_that_cannot_be_taken_apart_is_a_GUI_run)
 {
     Fake<&CommandLineToArgvW> failing = [](LPCWSTR, int*) -> LPWSTR* { return nullptr; };
 
     ExpectRun(L" -s", RunType::Gui);
 }
 
-TEST(CommandLineTest, the_list_of_arguments_is_freed)
+TEST(CommandLineTest, The_list_of_arguments_is_freed)
 {
     unsigned freed = 0;
     Fake<&LocalFree> free = [&](HLOCAL memory) {
@@ -104,7 +104,7 @@ TEST(CommandLineTest, the_list_of_arguments_is_freed)
     EXPECT_EQ(freed, 1U);
 }
 
-TEST(CommandLineTest, the_argument_is_compared_in_the_8_bit_code_page)
+TEST(CommandLineTest, The_argument_is_compared_in_the_8_bit_code_page)
 {
     std::vector<UINT> codePages;
     Fake<&WideCharToMultiByte> convert = [&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size,
@@ -118,7 +118,7 @@ TEST(CommandLineTest, the_argument_is_compared_in_the_8_bit_code_page)
     EXPECT_EQ(codePages, std::vector<UINT>(2, CP_ACP));
 }
 
-TEST(CommandLineTest, switches_are_known_in_every_code_page)
+TEST(CommandLineTest, Switches_are_known_in_every_code_page)
 {
     for (const UINT page : {1252U, 932U, 1251U, static_cast<UINT>(CP_UTF8)})
     {
@@ -132,7 +132,7 @@ TEST(CommandLineTest, switches_are_known_in_every_code_page)
     }
 }
 
-TEST(CommandLineTest, no_other_text_becomes_a_switch_in_any_code_page)
+TEST(CommandLineTest, No_other_text_becomes_a_switch_in_any_code_page)
 {
     for (const UINT page : {1252U, 932U, 1251U, static_cast<UINT>(CP_UTF8)})
     {
@@ -148,7 +148,7 @@ TEST(CommandLineTest, no_other_text_becomes_a_switch_in_any_code_page)
     }
 }
 
-TEST(CommandLineTest, an_argument_that_cannot_be_converted_asks_for_the_help)
+TEST(CommandLineTest, An_argument_that_cannot_be_converted_asks_for_the_help)
 {
     Fake<&WideCharToMultiByte> failing = [](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) -> int {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -158,7 +158,7 @@ TEST(CommandLineTest, an_argument_that_cannot_be_converted_asks_for_the_help)
     ExpectHelp(L" -s");
 }
 
-TEST(CommandLineTest, the_help_has_four_lines)
+TEST(CommandLineTest, The_help_has_four_lines)
 {
     const std::vector<std::wstring> lines(std::begin(Uninstaller::c_helpLines), std::end(Uninstaller::c_helpLines));
 

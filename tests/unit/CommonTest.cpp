@@ -1,13 +1,13 @@
 #include "Installer/Common.h"
 
-#include "support/DirectoryLink.h"
-#include "support/FailureLog.h"
-#include "support/FakeFolders.h"
-#include "support/OutOfMemory.h"
-#include "support/PathLimits.h"
-#include "support/TestFolder.h"
-#include "support/VirtualClock.h"
-#include "unit/external/LinksAsOnWindows.h"
+#include "support/common/DirectoryLink.h"
+#include "support/unit/FailureLog.h"
+#include "support/unit/FakeFileSystem.h"
+#include "support/unit/FakeFolders.h"
+#include "support/unit/OutOfMemory.h"
+#include "support/unit/PathLimits.h"
+#include "support/unit/TestFolder.h"
+#include "support/unit/VirtualClock.h"
 
 #include <gtest/gtest.h>
 
@@ -35,25 +35,22 @@ class FoldersTest : public testing::Test
 protected:
     VirtualClock clock;
     TestFolder root;
-    FakeFolders folders{root};
+    Journal journal;
+    FakeFolders folders{root, &journal};
+    std::wstring uninstallerFolder = folders.Temp() + L"Velmora\\Uninstaller\\";
 };
 
-TEST_F(FoldersTest, GetUninstallerTempFolder_creates_its_folder_with_all_parents)
+TEST_F(FoldersTest, GetUninstallerTempFolder_creates_its_folder_with_all_parents_unless_it_is_there)
 {
-    const std::wstring folder = GetUninstallerTempFolder();
+    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
 
-    EXPECT_EQ(folder, folders.Temp() + L"Velmora\\Uninstaller\\");
-    EXPECT_TRUE(FolderExists(folder));
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
+    EXPECT_TRUE(FolderExists(uninstallerFolder));
+    const std::string size = std::to_string(folders.Temp().size() + 1);
+    EXPECT_EQ(journal.All(), (Calls{"GetTempPathW(0)", "GetTempPathW(" + size + ")"}));
 
-TEST_F(FoldersTest, GetUninstallerTempFolder_is_content_with_a_folder_that_is_there)
-{
-    root.AddFile(L"Temp\\Velmora\\Uninstaller\\kept.txt");
-
-    EXPECT_EQ(GetUninstallerTempFolder(), folders.Temp() + L"Velmora\\Uninstaller\\");
-
-    EXPECT_TRUE(Exists(root / L"Temp\\Velmora\\Uninstaller\\kept.txt"));
+    const std::wstring file = root.AddFile(L"Temp\\Velmora\\Uninstaller\\kept.txt");
+    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
+    EXPECT_TRUE(Exists(file));
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
@@ -61,9 +58,9 @@ TEST_F(FoldersTest, GetUninstallerTempFolder_returns_a_folder_that_ten_tries_cou
 {
     root.AddFile(L"Temp\\Velmora"); // a file where the folder belongs
 
-    EXPECT_EQ(GetUninstallerTempFolder(), folders.Temp() + L"Velmora\\Uninstaller\\");
+    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
 
-    EXPECT_FALSE(FolderExists(folders.Temp() + L"Velmora\\Uninstaller\\"));
+    EXPECT_FALSE(FolderExists(uninstallerFolder));
     EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
 }
 
@@ -77,135 +74,54 @@ TEST_F(FoldersTest, GetUninstallerTempFolder_stops_trying_when_the_folder_could_
     EXPECT_EQ(clock.Sleeps(), Pauses(3, 1000));
 }
 
-TEST_F(FoldersTest, GetUninstallerTempFolder_falls_back_to_the_folder_of_Windows)
+TEST_F(FoldersTest, GetUninstallerTempFolder_falls_back_to_the_folder_of_Windows_and_tries_as_often)
 {
+    const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
     std::vector<std::wstring> created;
     Fake<&CreateDirectoryW> create = [&](LPCWSTR path, LPSECURITY_ATTRIBUTES) -> BOOL {
         created.emplace_back(path);
-        return TRUE;
-    };
-    folders.tempPathFails = true;
-
-    EXPECT_EQ(GetUninstallerTempFolder(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\");
-
-    EXPECT_EQ(created, std::vector<std::wstring>{L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\"});
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_tries_the_fallback_ten_times_too)
-{
-    unsigned tries = 0;
-    Fake<&CreateDirectoryW> create = [&](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL {
-        ++tries;
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     };
-    folders.tempPathFails = true;
+    // What Windows answers when it is asked for the size, and for the folder: a failure, or one that has grown.
+    for (const auto& [size, length] : {std::pair{0U, 0U}, {20U, 0U}, {20U, 20U}, {20U, 30U}})
+    {
+        Fake<&GetTempPathW> tempPath = [&](DWORD room, LPWSTR) -> DWORD { return room == 0 ? size : length; };
+        created.clear();
 
-    EXPECT_EQ(GetUninstallerTempFolder(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\");
+        EXPECT_EQ(GetUninstallerTempFolder(), fallback);
 
-    EXPECT_EQ(tries, 10U);
-    EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
+        EXPECT_EQ(created, std::vector(10, fallback));
+    }
+    EXPECT_EQ(clock.Sleeps(), Pauses(40, 1000));
 }
 
-TEST_F(FoldersTest, GetUninstallerTempFolder_falls_back_when_only_the_second_question_fails)
+TEST_F(FoldersTest, Known_folders_end_in_a_backslash_and_have_a_fixed_fallback)
 {
-    Fake<&CreateDirectoryW> create = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
-    Fake<&GetTempPathW> tempPath = [](DWORD size, LPWSTR) -> DWORD { return size == 0 ? 20 : 0; };
-
-    EXPECT_EQ(GetUninstallerTempFolder(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\");
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_falls_back_when_the_folder_grows_between_the_questions)
-{
-    Fake<&CreateDirectoryW> create = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
-    Fake<&GetTempPathW> tempPath = [](DWORD size, LPWSTR) -> DWORD { return size == 0 ? 20 : 30; };
-
-    EXPECT_EQ(GetUninstallerTempFolder(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\");
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_asks_for_the_length_first)
-{
-    std::vector<DWORD> sizes;
-    Fake<&GetTempPathW> tempPath = [&](DWORD size, LPWSTR path) {
-        sizes.push_back(size);
-        EXPECT_EQ(path == nullptr, sizes.size() == 1);
-        return decltype(tempPath)::Real(size, path);
+    struct Known
+    {
+        std::wstring (*get)();
+        std::wstring folder;
+        const char* call;
+        const wchar_t* fallback;
     };
-    Fake<&CreateDirectoryW> create = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
-
-    GetUninstallerTempFolder();
-
-    ASSERT_EQ(sizes.size(), 2U);
-    EXPECT_EQ(sizes[0], 0U);
-    EXPECT_GT(sizes[1], 0U);
-}
-
-TEST_F(FoldersTest, GetProgramFilesFolder_ends_in_a_backslash)
-{
-    EXPECT_EQ(GetProgramFilesFolder(), folders.ProgramFiles() + L"\\");
-}
-
-TEST_F(FoldersTest, GetProgramFilesFolder_has_a_fixed_fallback)
-{
-    folders.knownFolderResult = E_FAIL;
-
-    EXPECT_EQ(GetProgramFilesFolder(), L"C:\\Program Files\\");
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(FoldersTest, GetProgramFilesX64Folder_ends_in_a_backslash)
-{
-    EXPECT_EQ(GetProgramFilesX64Folder(), folders.ProgramFilesX64() + L"\\");
-}
-
-TEST_F(FoldersTest, GetProgramFilesX64Folder_has_a_fixed_fallback)
-{
-    folders.knownFolderResult = E_FAIL;
-
-    EXPECT_EQ(GetProgramFilesX64Folder(), L"C:\\Program Files\\");
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(FoldersTest, GetProgramDataFolder_ends_in_a_backslash)
-{
-    EXPECT_EQ(GetProgramDataFolder(), folders.ProgramData() + L"\\");
-}
-
-TEST_F(FoldersTest, GetProgramDataFolder_has_a_fixed_fallback)
-{
-    folders.knownFolderResult = E_FAIL;
-
-    EXPECT_EQ(GetProgramDataFolder(), L"C:\\ProgramData\\");
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(FoldersTest, the_buffers_of_known_folders_are_freed)
-{
-    unsigned freed = 0;
-    Fake<&CoTaskMemFree> free = [&](LPVOID memory) {
-        freed += memory != nullptr ? 1 : 0;
-        decltype(free)::Real(memory);
+    const Known all[] = {
+        {GetProgramFilesFolder, folders.ProgramFiles(), "SHGetKnownFolderPath(ProgramFiles, 0x0)",
+         L"C:\\Program Files\\"},
+        {GetProgramFilesX64Folder, folders.ProgramFilesX64(), "SHGetKnownFolderPath(ProgramFilesX64, 0x0)",
+         L"C:\\Program Files\\"},
+        {GetProgramDataFolder, folders.ProgramData(), "SHGetKnownFolderPath(ProgramData, 0x0)", L"C:\\ProgramData\\"},
     };
+    for (const Known& known : all)
+    {
+        EXPECT_EQ(known.get(), known.folder + L"\\");
+        EXPECT_EQ(journal.Take(), Calls{known.call});
 
-    GetProgramFilesFolder();
-    GetProgramFilesX64Folder();
-    GetProgramDataFolder();
-
-    EXPECT_EQ(freed, 3U);
-}
-
-TEST_F(FoldersTest, known_folders_are_asked_for_with_flags_0)
-{
-    std::vector<DWORD> asked;
-    Fake<&SHGetKnownFolderPath> find = [&](REFKNOWNFOLDERID, DWORD flags, HANDLE, PWSTR*) -> HRESULT {
-        asked.push_back(flags);
-        return E_FAIL;
-    };
-
-    GetProgramFilesFolder();
-    GetProgramDataFolder();
-
-    EXPECT_EQ(asked, std::vector<DWORD>(2, 0));
+        journal.Fail(known.call, E_FAIL);
+        EXPECT_EQ(known.get(), known.fallback);
+        EXPECT_EQ(journal.Take(), Calls{known.call});
+    }
+    EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
 // The places of a machine in texts of their own: nothing is allocated to tell them.
@@ -276,7 +192,7 @@ protected:
     FailureLog failures;
 };
 
-TEST_F(FoldersWithoutMemoryTest, known_folders_have_their_fixed_fallback)
+TEST_F(FoldersWithoutMemoryTest, Known_folders_have_their_fixed_fallback)
 {
     struct Helper
     {
@@ -296,7 +212,7 @@ TEST_F(FoldersWithoutMemoryTest, known_folders_have_their_fixed_fallback)
     }
 }
 
-TEST_F(FoldersWithoutMemoryTest, the_temporary_folder_has_its_fixed_fallback)
+TEST_F(FoldersWithoutMemoryTest, The_temporary_folder_has_its_fixed_fallback)
 {
     const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
     const std::wstring found = std::wstring(c_temp) + L"Velmora\\Uninstaller\\";
@@ -310,30 +226,23 @@ TEST_F(FoldersWithoutMemoryTest, the_temporary_folder_has_its_fixed_fallback)
     ExpectThrowsWithoutMemory(GetUninstallerTempFolder);
 }
 
-TEST(SystemFolderTest, is_told_as_Windows_tells_it)
+TEST(SystemFolderTest, Is_told_as_Windows_tells_it)
 {
-    const Fake<&GetSystemDirectoryW> told = [](LPWSTR path, UINT size) -> UINT {
-        constexpr std::wstring_view folder = L"D:\\Windows\\System32";
-        EXPECT_GT(size, folder.size());
+    constexpr std::wstring_view folder = L"D:\\Windows\\System32";
+    UINT length = folder.size();
+    const Fake<&GetSystemDirectoryW> system = [&](LPWSTR path, UINT size) {
         path[folder.copy(path, size - 1)] = L'\0';
-        return static_cast<UINT>(folder.size());
+        return length;
     };
+    EXPECT_EQ(FindSystemFolder(), folder);
 
-    EXPECT_EQ(FindSystemFolder(), L"D:\\Windows\\System32");
-}
-
-TEST(SystemFolderTest, is_empty_when_Windows_does_not_tell_it)
-{
-    for (const UINT length : {0U, static_cast<UINT>(MAX_PATH), MAX_PATH + 5U}) // a failure, and buffers too small
+    for (const UINT failing : {0U, static_cast<UINT>(MAX_PATH), MAX_PATH + 5U}) // a failure, and buffers too small
     {
-        const Fake<&GetSystemDirectoryW> untold = [&](LPWSTR, UINT) { return length; };
-
+        length = failing;
         EXPECT_EQ(FindSystemFolder(), L"");
     }
-}
 
-TEST(SystemFolderTest, is_empty_without_memory)
-{
+    length = folder.size();
     const OutOfMemory outOfMemory;
     EXPECT_TRUE(FindSystemFolder().empty());
 }
@@ -356,14 +265,9 @@ TEST_F(DeleteFolderTest, DeleteFolderWithRetry_removes_the_folder_and_everything
 
     EXPECT_FALSE(Exists(root / L"folder"));
     EXPECT_TRUE(Exists(root / L"folder2\\kept.txt"));
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(DeleteFolderTest, DeleteFolderWithRetry_takes_a_missing_folder_for_done)
-{
-    EXPECT_EQ(DeleteFolderWithRetry(root / L"missing"), S_OK);
+    // A missing folder is done.
+    EXPECT_EQ(DeleteFolderWithRetry(root / L"folder"), S_OK);
     EXPECT_EQ(DeleteFolderWithRetry(root / L"missing\\too\\"), S_OK);
-
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
@@ -393,17 +297,6 @@ TEST_F(DeleteFolderTest, DeleteFolderWithRetry_waits_for_a_file_that_is_let_go)
 
     EXPECT_EQ(clock.Sleeps(), Pauses(4, 1000));
     EXPECT_FALSE(Exists(root / L"folder"));
-}
-
-TEST_F(DeleteFolderTest, RemoveFolder_makes_one_attempt)
-{
-    const std::wstring readOnly = root.AddFile(L"folder\\b.txt");
-    SetFileAttributesW(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
-
-    EXPECT_EQ(RemoveFolder(root / L"folder"), c_accessDenied);
-    EXPECT_EQ(RemoveFolder(root / L"missing"), S_OK);
-
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
 TEST_F(DeleteFolderTest, RemoveFolder_leaves_a_file_of_that_name)
@@ -536,7 +429,7 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_reparse_point_that_cannot_be_loo
     EXPECT_TRUE(Exists(root / L"folder\\data"));
 }
 
-TEST_F(DeleteFolderTest, a_folder_with_a_long_path_is_found_and_removed)
+TEST_F(DeleteFolderTest, A_folder_with_a_long_path_is_found_and_removed)
 {
     const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
     root.AddFile(name + L"\\deep\\file");
@@ -547,6 +440,7 @@ TEST_F(DeleteFolderTest, a_folder_with_a_long_path_is_found_and_removed)
     EXPECT_TRUE(FolderExists(L"\\\\?\\" + root / name));
     EXPECT_FALSE(FolderExists(root / name + L"\\deep\\file"));
     EXPECT_FALSE(FolderExists(root / name + L"2"));
+    EXPECT_TRUE(FolderExists(root.Path()));
 
     EXPECT_EQ(DeleteFolderWithRetry(root / name + L"\\"), S_OK);
 
@@ -554,7 +448,7 @@ TEST_F(DeleteFolderTest, a_folder_with_a_long_path_is_found_and_removed)
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
-TEST_F(DeleteFolderTest, a_link_with_a_long_path_is_refused)
+TEST_F(DeleteFolderTest, A_link_with_a_long_path_is_refused)
 {
     const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
     root.AddFile(name + L"\\data");
@@ -569,15 +463,15 @@ TEST_F(DeleteFolderTest, a_link_with_a_long_path_is_refused)
 
 TEST_F(DeleteFolderTest, RemoveFolder_removes_a_link_inside_without_following_it)
 {
-    root.AddFile(L"target\\precious.txt");
-    root.AddFile(L"folder\\a.txt");
-    ASSERT_TRUE(CreateDirectoryLink(root / L"folder\\link", root / L"target"));
-    const LinksAsOnWindows links;
+    FakeFileSystem files;
+    files.AddFile(L"C:\\target\\precious.txt");
+    files.AddFile(L"C:\\folder\\a.txt");
+    files.AddReparsePoint(L"C:\\folder\\link", IO_REPARSE_TAG_MOUNT_POINT, L"C:\\target");
 
-    EXPECT_EQ(RemoveFolder(root / L"folder"), S_OK);
+    EXPECT_EQ(RemoveFolder(L"C:\\folder"), S_OK);
 
-    EXPECT_FALSE(Exists(root / L"folder"));
-    EXPECT_TRUE(Exists(root / L"target\\precious.txt"));
+    EXPECT_FALSE(files.Has(L"C:\\folder"));
+    EXPECT_TRUE(files.Has(L"C:\\target\\precious.txt"));
 }
 
 TEST_F(DeleteFolderTest, RemoveFolder_does_not_throw_when_memory_runs_out)
@@ -593,17 +487,7 @@ TEST_F(DeleteFolderTest, RemoveFolder_does_not_throw_when_memory_runs_out)
     EXPECT_TRUE(Exists(folder));
 }
 
-TEST_F(DeleteFolderTest, FolderExists_tells_folders_from_files_and_from_nothing)
-{
-    root.AddFile(L"folder\\file");
-
-    EXPECT_TRUE(FolderExists(root / L"folder"));
-    EXPECT_TRUE(FolderExists(root / L"folder\\"));
-    EXPECT_FALSE(FolderExists(root / L"folder\\file"));
-    EXPECT_FALSE(FolderExists(root / L"missing"));
-}
-
-TEST(SystemMessageTest, is_asked_of_the_system_for_the_code_in_the_language_of_the_user)
+TEST(SystemMessageTest, Is_asked_of_the_system_for_the_code_in_the_language_of_the_user)
 {
     Fake<&FormatMessageW> format = [](DWORD flags, LPCVOID source, DWORD code, DWORD language, LPWSTR text, DWORD size,
                                       va_list* arguments) -> DWORD {
@@ -621,7 +505,7 @@ TEST(SystemMessageTest, is_asked_of_the_system_for_the_code_in_the_language_of_t
     EXPECT_EQ(GetSystemMessage(c_accessDenied), L"!");
 }
 
-TEST(SystemMessageTest, is_empty_for_a_code_without_one)
+TEST(SystemMessageTest, Is_empty_for_a_code_without_one)
 {
     EXPECT_EQ(GetSystemMessage(static_cast<HRESULT>(0xa1234567)), L"");
 }

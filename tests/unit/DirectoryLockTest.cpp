@@ -1,21 +1,21 @@
 #include "Installer/DirectoryLock.h"
 
-#include "support/DirectoryLink.h"
-#include "support/FakeCodePage.h"
-#include "support/FakeTaskDialog.h"
-#include "support/OutOfMemory.h"
-#include "support/PathLimits.h"
-#include "support/ProcessesTest.h"
-#include "support/TestFolder.h"
+#include "support/common/DirectoryLink.h"
+#include "support/unit/FakeCodePage.h"
+#include "support/unit/FakeTaskDialog.h"
+#include "support/unit/OutOfMemory.h"
+#include "support/unit/PathLimits.h"
+#include "support/unit/ProcessesTest.h"
+#include "support/unit/TestFolder.h"
 
 #include <windows.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <wil/result.h>
 
-#include <map>
+#include <functional>
 #include <new>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -30,25 +30,18 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::StartsWith;
-using Pauses = std::vector<DWORD>;
 using Lines = std::vector<std::string>;
-using Lockers = std::map<DWORD, std::wstring>;
 
 // A machine with an installation folder, from which nothing runs unless a test says so.
 class DirectoryLockTest : public ProcessesTest
 {
 protected:
     // Adds a process that runs a file, below the test's folder unless it is somewhere else altogether.
-    void AddProgram(DWORD id, const std::wstring& path) { processes.Add(Program(id, path)); }
-
-    FakeProcess Program(DWORD id, const std::wstring& path) const
+    void AddProgram(DWORD id, const std::wstring& path)
     {
         const bool isFull = path.find_first_of(L":?") != std::wstring::npos;
-        if (!isFull)
-        {
-            root.AddFile(path);
-        }
-        return {.id = id, .name = path.substr(path.find_last_of(L'\\') + 1), .image = isFull ? path : root / path};
+        processes.Add(
+            {.id = id, .name = path.substr(path.find_last_of(L'\\') + 1), .image = isFull ? path : root.AddFile(path)});
     }
 
     static std::wstring InUpperCase(std::wstring text)
@@ -59,26 +52,33 @@ protected:
 
     TestFolder root;
     std::wstring folder = root.AddFolder(L"Velmora") + L"\\";
+
+    unsigned filesOpened = 0;
+    // Why a file cannot be opened.
+    std::function<DWORD(const std::wstring& path)> openError = [](const std::wstring&) { return ERROR_SUCCESS; };
+    Fake<&CreateFileW> createFile = [this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
+                                           DWORD disposition, DWORD flags, HANDLE pattern) {
+        ++filesOpened;
+        if (const DWORD error = openError(path); error != ERROR_SUCCESS)
+        {
+            SetLastError(error);
+            return INVALID_HANDLE_VALUE;
+        }
+        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
+    };
 };
 
 class FindProcessesLockingDirectoryTest : public DirectoryLockTest
 {
 };
 
-TEST_F(FindProcessesLockingDirectoryTest, finds_what_was_started_from_the_folder_and_from_below)
+TEST_F(FindProcessesLockingDirectoryTest, Finds_what_was_started_from_the_folder_and_from_below_and_nothing_else)
 {
     AddProgram(3400, L"Velmora\\b.exe");
     AddProgram(1200, L"Velmora\\bin\\deep\\a.exe");
     AddProgram(1300, L"Velmora\\..hidden.exe\\c.exe");
     AddProgram(1400, L"Velmora\\x.y\\d");
-
-    EXPECT_THAT(FindProcessesLockingDirectory(folder),
-                ElementsAre(Pair(1200, L"a.exe"), Pair(1400, L"d"), Pair(3400, L"b.exe")));
-    EXPECT_THAT(log.Lines(), IsEmpty());
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_what_was_started_from_elsewhere)
-{
+    AddProgram(1500, InUpperCase(folder) + L"bin\\gone.exe"); // its file has been deleted
     AddProgram(4, L"Velmora2\\a.exe");
     AddProgram(8, L"a.exe");
     AddProgram(12, L"Velmora.exe");
@@ -86,12 +86,14 @@ TEST_F(FindProcessesLockingDirectoryTest, leaves_out_what_was_started_from_elsew
     AddProgram(20, L"C:\\Windows\\explorer.exe");
     AddProgram(24, L"Q:" + folder.substr(2) + L"a.exe");
     AddProgram(28, L"\\\\?\\Volume{12}" + folder.substr(2) + L"a.exe");
-    processes.Add({.id = 32, .name = L"Velmora", .image = root / L"Velmora"});
+    AddProgram(32, root / L"Velmora");
 
-    EXPECT_EQ(FindProcessesLockingDirectory(folder), Lockers());
+    EXPECT_THAT(FindProcessesLockingDirectory(folder),
+                ElementsAre(Pair(1200, L"a.exe"), Pair(1400, L"d"), Pair(1500, L"gone.exe"), Pair(3400, L"b.exe")));
+    EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_what_lies_behind_a_full_stop)
+TEST_F(FindProcessesLockingDirectoryTest, Leaves_out_what_lies_behind_a_full_stop)
 {
     AddProgram(4, L"Velmora\\.hidden\\a.exe");
     AddProgram(8, L"Velmora\\.a.exe");
@@ -100,72 +102,47 @@ TEST_F(FindProcessesLockingDirectoryTest, leaves_out_what_lies_behind_a_full_sto
     EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(12, L"b.exe")));
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, knows_the_folder_in_any_spelling)
+TEST_F(FindProcessesLockingDirectoryTest, Knows_the_folder_in_any_spelling_and_through_a_link)
 {
     AddProgram(4, L"Velmora\\bin\\a.exe");
-    processes.Add({.id = 8, .name = L"b.exe", .image = InUpperCase(root.AddFile(L"Velmora\\b.exe"))});
-
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(4, L"a.exe"), Pair(8, L"b.exe")));
-    EXPECT_THAT(FindProcessesLockingDirectory(root / L"Velmora"), ElementsAre(Pair(4, L"a.exe"), Pair(8, L"b.exe")));
-    EXPECT_THAT(FindProcessesLockingDirectory(InUpperCase(folder)), ElementsAre(Pair(4, L"a.exe"), Pair(8, L"b.exe")));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, knows_the_folder_through_a_link)
-{
-    AddProgram(4, L"Velmora\\a.exe");
+    AddProgram(8, InUpperCase(root.AddFile(L"Velmora\\b.exe")));
     ASSERT_TRUE(CreateDirectoryLink(root / L"link", root / L"Velmora"));
-    processes.Add({.id = 8, .name = L"b.exe", .image = root.AddFile(L"link\\b.exe")});
+    AddProgram(12, L"link\\c.exe");
 
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(4, L"a.exe"), Pair(8, L"b.exe")));
-    EXPECT_THAT(FindProcessesLockingDirectory(root / L"link"), ElementsAre(Pair(4, L"a.exe"), Pair(8, L"b.exe")));
+    for (const std::wstring& directory :
+         {folder, root / L"Velmora", InUpperCase(folder), L"\\\\?\\" + folder, L"//?/" + folder, root / L"link"})
+    {
+        EXPECT_THAT(FindProcessesLockingDirectory(directory),
+                    ElementsAre(Pair(4, L"a.exe"), Pair(8, L"B.EXE"), Pair(12, L"c.exe")))
+            << directory;
+    }
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, finds_what_runs_from_a_file_that_is_not_there_any_more)
-{
-    processes.Add({.id = 4, .name = L"gone.exe", .image = InUpperCase(folder) + L"bin\\gone.exe"});
-
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(4, L"gone.exe")));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, knows_the_folder_with_a_prefix_and_with_a_long_path)
+TEST_F(FindProcessesLockingDirectoryTest, Knows_the_folder_with_a_long_path)
 {
     const std::wstring name = L"Velmora\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
     AddProgram(4, name + L"\\a.exe");
     const PathLimits limits;
 
-    for (const std::wstring& directory : {folder, L"\\\\?\\" + folder, L"//?/" + folder, root / name})
-    {
-        EXPECT_THAT(FindProcessesLockingDirectory(directory), ElementsAre(Pair(4, L"a.exe"))) << directory;
-        EXPECT_THAT(FindProcessesLockingDirectory(directory + L"2"), IsEmpty()) << directory;
-    }
+    EXPECT_THAT(FindProcessesLockingDirectory(root / name), ElementsAre(Pair(4, L"a.exe")));
+    EXPECT_THAT(FindProcessesLockingDirectory(root / name + L"2"), IsEmpty());
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_its_own_process)
+TEST_F(FindProcessesLockingDirectoryTest,
+       Opens_each_file_once_but_that_of_its_own_and_of_the_process_that_went_on_as_this_one)
 {
     AddProgram(c_self, L"Velmora\\Velmora.Uninstaller.exe");
-
-    EXPECT_EQ(FindProcessesLockingDirectory(folder), Lockers());
-    EXPECT_EQ(NewCalls(), Walk(1));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_the_process_that_went_on_as_this_one)
-{
-    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
     AddProgram(71, L"Velmora\\a.exe");
+    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
+    filesOpened = 0;
 
     EXPECT_THAT(FindProcessesLockingDirectory(folder, 70), ElementsAre(Pair(71, L"a.exe")));
-    EXPECT_EQ(NewCalls(), Walk({{}, {"open 1000 71", "image 0 71", "close 71"}}));
+    EXPECT_EQ(journal.Take(),
+              Walk({{}, {"OpenProcess(0x1000, 71)", "QueryFullProcessImageNameW(71, 0)", "CloseHandle(71)"}, {}}));
+    EXPECT_EQ(filesOpened, 2U); // one is the folder
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, does_not_look_at_the_first_process)
-{
-    processes.PutFirst(Program(4, L"Velmora\\a.exe"));
-
-    EXPECT_EQ(FindProcessesLockingDirectory(folder), Lockers());
-    EXPECT_EQ(NewCalls(), Walk(0));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, keeps_the_first_name_of_an_id_that_was_given_twice)
+TEST_F(FindProcessesLockingDirectoryTest, Keeps_the_first_name_of_an_id_that_was_given_twice)
 {
     AddProgram(4, L"Velmora\\a.exe");
     AddProgram(4, L"Velmora\\b.exe");
@@ -173,140 +150,48 @@ TEST_F(FindProcessesLockingDirectoryTest, keeps_the_first_name_of_an_id_that_was
     EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(4, L"a.exe")));
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, asks_each_process_for_its_file_and_closes_it)
+TEST_F(FindProcessesLockingDirectoryTest, Leaves_out_silently_what_cannot_be_examined)
 {
-    AddProgram(8, L"Velmora\\a.exe");
-    AddProgram(4, L"C:\\Windows\\explorer.exe");
-
-    FindProcessesLockingDirectory(folder);
-
-    EXPECT_EQ(NewCalls(), Walk({{"open 1000 8", "image 0 8", "close 8"}, {"open 1000 4", "image 0 4", "close 4"}}));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_silently_what_cannot_be_examined)
-{
-    FakeProcess notOpened = Program(4, L"Velmora\\a.exe");
-    notOpened.openError = ERROR_ACCESS_DENIED;
-    FakeProcess withoutImage = Program(8, L"Velmora\\b.exe");
-    withoutImage.imageError = ERROR_GEN_FAILURE;
-    processes.Add(notOpened);
-    processes.Add(withoutImage);
-    AddProgram(12, L"Velmora\\c.exe");
-
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(12, L"c.exe")));
-
-    EXPECT_EQ(
-        NewCalls(),
-        Walk({{"open 1000 4"}, {"open 1000 8", "image 0 8", "close 8"}, {"open 1000 12", "image 0 12", "close 12"}}));
-    EXPECT_THAT(log.Lines(), IsEmpty());
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_silently_what_cannot_be_resolved)
-{
-    AddProgram(4, L"Velmora\\closed.exe");
-    AddProgram(8, L"Velmora\\open.exe");
-    const Fake<&CreateFileW> create = [](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                         DWORD disposition, DWORD flags, HANDLE pattern) {
-        if (std::wstring(path).ends_with(L"closed.exe"))
-        {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return INVALID_HANDLE_VALUE;
-        }
-        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
-    };
-
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(8, L"open.exe")));
-
-    EXPECT_THAT(failures.Entries(), IsEmpty());
-    EXPECT_THAT(log.Lines(), IsEmpty());
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, finds_nothing_when_the_folder_cannot_be_resolved)
-{
-    AddProgram(4, L"Velmora\\a.exe");
-    const Fake<&CreateFileW> create = [this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                             DWORD disposition, DWORD flags, HANDLE pattern) {
-        if (path == L"\\\\?\\" + folder)
-        {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return INVALID_HANDLE_VALUE;
-        }
-        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
-    };
-
-    EXPECT_EQ(FindProcessesLockingDirectory(folder), Lockers());
-    EXPECT_THAT(failures.Entries(), IsEmpty());
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, leaves_out_what_cannot_be_examined_for_any_reason_at_all)
-{
-    AddProgram(4, L"Velmora\\standard.exe");
-    AddProgram(8, L"Velmora\\other.exe");
-    AddProgram(12, L"Velmora\\a.exe");
-    const Fake<&CreateFileW> create = [](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                         DWORD disposition, DWORD flags, HANDLE pattern) {
-        if (std::wstring(path).ends_with(L"standard.exe"))
+    DWORD id = 0;
+    for (const wchar_t* const name : {L"a.exe", L"b.exe", L"closed.exe", L"standard.exe", L"other.exe", L"c.exe"})
+    {
+        AddProgram(id += 4, std::wstring(L"Velmora\\") + name);
+    }
+    journal.Fail("OpenProcess(0x1000, 4)", ERROR_ACCESS_DENIED);
+    journal.Fail("QueryFullProcessImageNameW(8, 0)", ERROR_GEN_FAILURE);
+    openError = [](const std::wstring& path) -> DWORD {
+        if (path.ends_with(L"standard.exe"))
         {
             throw std::bad_alloc();
         }
-        if (std::wstring(path).ends_with(L"other.exe"))
+        if (path.ends_with(L"other.exe"))
         {
             throw 1;
         }
-        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
+        return path.ends_with(L"closed.exe") ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
     };
 
-    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(12, L"a.exe")));
-
-    EXPECT_THAT(CallsOf({"close"}), ElementsAre("close 4", "close 8", "close 12", "close snapshot"));
+    EXPECT_THAT(FindProcessesLockingDirectory(folder), ElementsAre(Pair(24, L"c.exe")));
+    EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
-TEST_F(FindProcessesLockingDirectoryTest, finds_nothing_in_a_snapshot_that_cannot_be_read)
+TEST_F(FindProcessesLockingDirectoryTest, Finds_nothing_when_the_folder_cannot_be_resolved)
 {
     AddProgram(4, L"Velmora\\a.exe");
-    processes.FailFirst();
-
-    EXPECT_EQ(FindProcessesLockingDirectory(folder), Lockers());
-    EXPECT_THAT(NewCalls(), ElementsAre("snapshot 2 0", "first 568", "close snapshot"));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, throws_the_last_error_when_there_is_no_snapshot)
-{
-    for (const HANDLE result : {HANDLE{nullptr}, INVALID_HANDLE_VALUE})
-    {
-        processes.FailSnapshots(result, ERROR_BAD_LENGTH);
-        try
-        {
-            FindProcessesLockingDirectory(folder);
-            FAIL() << "nothing was thrown";
-        }
-        catch (const wil::ResultException& exception)
-        {
-            EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_BAD_LENGTH));
-        }
-        EXPECT_THAT(NewCalls(), ElementsAre("snapshot 2 0"));
-    }
-    EXPECT_THAT(failures.Entries(), ElementsAre(Pair("ClientHelper", HRESULT_FROM_WIN32(ERROR_BAD_LENGTH)),
-                                                Pair("ClientHelper", HRESULT_FROM_WIN32(ERROR_BAD_LENGTH))));
-}
-
-TEST_F(FindProcessesLockingDirectoryTest, opens_each_file_once_and_the_folder_once)
-{
-    const std::wstring image = root.AddFile(L"Velmora\\a.exe");
-    for (DWORD id = 4; id <= 2000; id += 4)
-    {
-        processes.Add({.id = id, .name = L"a.exe", .image = image});
-    }
-    unsigned opened = 0;
-    const Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                          DWORD disposition, DWORD flags, HANDLE pattern) {
-        ++opened;
-        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
+    openError = [this](const std::wstring& path) {
+        return path == L"\\\\?\\" + folder ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
     };
 
-    EXPECT_EQ(FindProcessesLockingDirectory(folder).size(), 500U);
+    EXPECT_THAT(FindProcessesLockingDirectory(folder), IsEmpty());
+    EXPECT_THAT(failures.Entries(), IsEmpty());
+}
 
-    EXPECT_EQ(opened, 501U);
+TEST_F(FindProcessesLockingDirectoryTest, Throws_the_last_error_when_there_is_no_snapshot)
+{
+    journal.Fail("CreateToolhelp32Snapshot", ERROR_BAD_LENGTH);
+
+    EXPECT_THAT([this] { FindProcessesLockingDirectory(folder); }, ThrowsResult(HRESULT_FROM_WIN32(ERROR_BAD_LENGTH)));
+    EXPECT_THAT(failures.Entries(), ElementsAre(Pair("ClientHelper", HRESULT_FROM_WIN32(ERROR_BAD_LENGTH))));
 }
 
 const std::string c_list = "|WARNING|: [ClientHelper] The following processes were found locking the directory:";
@@ -318,8 +203,15 @@ const std::string c_noLockers = "|INFO|:    [ClientHelper] No processes found lo
 const std::string c_noFolder = "|INFO|:    [ClientHelper] Directory does not exist, cannot be locked!";
 const std::string c_retry = "|INFO|:    [ClientHelper] User prompted to retry...";
 const std::string c_canceled = "|INFO|:    [ClientHelper] User canceled the uninstaller.";
+const std::string c_cannotAsk = "captured |WARNING|: [ClientHelper] Unable to prompt user to terminate these "
+                                "processes, continuing with termination: ";
 const std::string c_checkFailed =
     "captured |ERROR|:   [ClientHelper] Unable to determine if processes are locking directory: ";
+
+std::string Checking(const std::wstring& directory)
+{
+    return "|INFO|:    [ClientHelper] Checking if directory is locked: " + Narrow(directory);
+}
 
 std::string Item(DWORD id, const std::string& name)
 {
@@ -336,69 +228,64 @@ class CheckDirectoryLockedTest : public DirectoryLockTest
 protected:
     bool Check(const std::wstring& directory) { return CheckDirectoryLocked(directory, log.Logger(), false, c_owner); }
     bool Check() { return Check(folder); }
-    bool CheckSilently() { return CheckDirectoryLocked(folder, log.Logger(), true, c_owner); }
-
-    std::string Checking() const
-    {
-        return "|INFO|:    [ClientHelper] Checking if directory is locked: " + Narrow(folder);
-    }
+    bool CheckSilently() { return CheckDirectoryLocked(folder, log.Logger(), true, c_owner, c_starter); }
 
     // The log up to the answer of the user, with the programs in the folder.
-    Lines Listed(const Lines& items) const { return Lines{Checking(), c_list} + items; }
+    Lines Listed(const Lines& items) const { return Lines{Checking(folder), c_list} + items; }
+
+    // The attempts to terminate processes, and what they did.
+    Calls Terminations() const
+    {
+        return journal.CallsOf({"OpenProcess(0x1, 1200)", "OpenProcess(0x1, 1300)", "TerminateProcess"});
+    }
 
     const HWND c_owner = reinterpret_cast<HWND>(ULONG_PTR{0x77});
+    static constexpr DWORD c_starter = 70;
     FakeTaskDialog dialog;
 };
 
-TEST_F(CheckDirectoryLockedTest, takes_a_folder_that_is_not_there_for_free)
+TEST_F(CheckDirectoryLockedTest, Takes_a_folder_that_is_not_there_for_free)
 {
-    EXPECT_TRUE(Check(root / L"missing\\"));
+    for (const std::wstring& directory : {root / L"missing\\", root.AddFile(L"file")})
+    {
+        EXPECT_TRUE(Check(directory));
 
-    EXPECT_EQ(log.Lines(),
-              (Lines{"|INFO|:    [ClientHelper] Checking if directory is locked: " + Narrow(root / L"missing\\"),
-                     c_noFolder}));
-    EXPECT_THAT(CallsOf({"snapshot"}), IsEmpty());
+        EXPECT_EQ(journal.Take(), Logged({Checking(directory), c_noFolder}));
+    }
 }
 
-TEST_F(CheckDirectoryLockedTest, takes_a_file_for_no_folder)
-{
-    EXPECT_TRUE(Check(root.AddFile(L"file")));
-
-    EXPECT_EQ(log.Lines().back(), c_noFolder);
-    EXPECT_THAT(CallsOf({"snapshot"}), IsEmpty());
-}
-
-TEST_F(CheckDirectoryLockedTest, says_that_no_process_was_found)
+TEST_F(CheckDirectoryLockedTest, Says_that_no_process_was_found_but_the_one_that_went_on_as_this_one)
 {
     AddProgram(4, L"Velmora2\\a.exe");
+    AddProgram(c_starter, L"Velmora\\Velmora.Uninstaller.exe");
 
-    EXPECT_TRUE(Check());
+    EXPECT_TRUE(CheckSilently());
 
-    EXPECT_EQ(log.Lines(), (Lines{Checking(), c_noLockers}));
+    EXPECT_EQ(log.Lines(), (Lines{Checking(folder), c_noLockers}));
 }
 
-TEST_F(CheckDirectoryLockedTest, terminates_without_asking_in_a_silent_run)
+TEST_F(CheckDirectoryLockedTest, Terminates_without_asking_in_a_silent_run)
 {
     AddProgram(3400, L"Velmora\\b.exe");
     AddProgram(1200, L"Velmora\\bin\\a.exe");
 
     EXPECT_TRUE(CheckSilently());
 
-    EXPECT_EQ(
-        NewCalls(),
-        (Calls{"log " + Checking()} +
-         Walk({{"open 1000 3400", "image 0 3400", "close 3400"}, {"open 1000 1200", "image 0 1200", "close 1200"}}) +
-         Calls{"log " + c_list, "log " + Item(1200, "a.exe"), "log " + Item(3400, "b.exe"), "log " + c_silent,
-               "log " + c_terminating, "log " + Terminating("a.exe"), "open 1 1200", "terminate 1200 0",
-               "log " + c_success, "close 1200", "log " + Terminating("b.exe"), "open 1 3400", "terminate 3400 0",
-               "log " + c_success, "close 3400"}));
-    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), Item(3400, "b.exe"), c_silent, c_terminating,
-                                   Terminating("a.exe"), c_success, Terminating("b.exe"), c_success}));
+    EXPECT_TRUE(AreEqual(
+        journal.All(),
+        Logged({Checking(folder)}) +
+            Walk({{"OpenProcess(0x1000, 3400)", "QueryFullProcessImageNameW(3400, 0)", "CloseHandle(3400)"},
+                  {"OpenProcess(0x1000, 1200)", "QueryFullProcessImageNameW(1200, 0)", "CloseHandle(1200)"}}) +
+            Logged({c_list, Item(1200, "a.exe"), Item(3400, "b.exe"), c_silent, c_terminating, Terminating("a.exe")}) +
+            "OpenProcess(0x1, 1200)" + "TerminateProcess(1200, 0)" + Logged({c_success}) + "CloseHandle(1200)" +
+            Logged({Terminating("b.exe")}) + "OpenProcess(0x1, 3400)" + "TerminateProcess(3400, 0)" +
+            Logged({c_success}) + "CloseHandle(3400)"));
 }
 
-TEST_F(CheckDirectoryLockedTest, asks_the_user_with_the_processes_on_one_line)
+TEST_F(CheckDirectoryLockedTest, Asks_the_user_with_the_processes_on_one_line_and_terminates_none_when_he_cancels)
 {
-    AddProgram(3400, L"Velmora\\b.exe");
+    constexpr DWORD c_high = 0x80000004; // without a sign
+    AddProgram(c_high, L"Velmora\\b.exe");
     AddProgram(1200, L"Velmora\\a.exe");
     dialog.Answer({.button = IDCANCEL});
 
@@ -419,27 +306,14 @@ TEST_F(CheckDirectoryLockedTest, asks_the_user_with_the_processes_on_one_line)
                        L"Retry for Velmora to try again.",
             .buttons = {{4, L"Retry"}, {11, L"Continue"}, {2, L"Cancel"}},
             .defaultButton = 2,
-            .footer = L"[1200] a.exe[3400] b.exe"}));
+            .footer = L"[1200] a.exe[2147483652] b.exe"}));
+    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), Item(c_high, "b.exe"), c_canceled}));
+    EXPECT_THAT(Terminations(), IsEmpty());
 }
 
-TEST_F(CheckDirectoryLockedTest, writes_the_ids_of_processes_without_a_sign)
+TEST_F(CheckDirectoryLockedTest, Keeps_a_name_with_a_line_break_on_the_line)
 {
-    AddProgram(0x80000004, L"Velmora\\a.exe");
-    AddProgram(0xFFFFFFFC, L"Velmora\\b.exe");
-    dialog.Answer({.button = IDCANCEL});
-
-    EXPECT_FALSE(Check());
-
-    EXPECT_EQ(dialog.Shown().front().footer, L"[2147483652] a.exe[4294967292] b.exe");
-    EXPECT_EQ(log.Lines(), Listed({"|WARNING|:                  - a.exe (Pid: 2147483652)",
-                                   "|WARNING|:                  - b.exe (Pid: 4294967292)", c_canceled}));
-}
-
-TEST_F(CheckDirectoryLockedTest, keeps_a_name_with_a_line_break_on_the_line)
-{
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.name = L"a\n.exe\n";
-    processes.Add(program);
+    processes.Add({.id = 1200, .name = L"a\n.exe\n", .image = root.AddFile(L"Velmora\\a.exe")});
     dialog.Answer({.button = IDCANCEL});
 
     EXPECT_FALSE(Check());
@@ -447,28 +321,7 @@ TEST_F(CheckDirectoryLockedTest, keeps_a_name_with_a_line_break_on_the_line)
     EXPECT_EQ(dialog.Shown().front().footer, L"[1200] a.exe");
 }
 
-TEST_F(CheckDirectoryLockedTest, asks_without_an_owner_when_there_is_none)
-{
-    AddProgram(1200, L"Velmora\\a.exe");
-    dialog.Answer({.button = IDCANCEL});
-
-    EXPECT_FALSE(CheckDirectoryLocked(folder, log.Logger(), false, nullptr));
-
-    EXPECT_EQ(dialog.Shown().front().owner, nullptr);
-}
-
-TEST_F(CheckDirectoryLockedTest, terminates_nothing_when_the_user_cancels)
-{
-    AddProgram(1200, L"Velmora\\a.exe");
-    dialog.Answer({.button = IDCANCEL});
-
-    EXPECT_FALSE(Check());
-
-    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), c_canceled}));
-    EXPECT_THAT(CallsOf({"open 1 ", "terminate"}), IsEmpty());
-}
-
-TEST_F(CheckDirectoryLockedTest, terminates_what_it_found_when_the_user_continues)
+TEST_F(CheckDirectoryLockedTest, Terminates_what_it_found_when_the_user_continues)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     AddProgram(1300, L"Velmora\\b.exe");
@@ -481,12 +334,13 @@ TEST_F(CheckDirectoryLockedTest, terminates_what_it_found_when_the_user_continue
 
     EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_terminating, Terminating("a.exe"),
                                    c_alreadyClosed, Terminating("b.exe"), c_success}));
-    EXPECT_THAT(CallsOf({"open 1 ", "terminate"}), ElementsAre("open 1 1200", "open 1 1300", "terminate 1300 0"));
-    EXPECT_EQ(CallsOf({"snapshot"}).size(), 1U);
-    EXPECT_EQ(clock.Sleeps(), Pauses());
+    EXPECT_THAT(Terminations(),
+                ElementsAre("OpenProcess(0x1, 1200)", "OpenProcess(0x1, 1300)", "TerminateProcess(1300, 0)"));
+    EXPECT_THAT(journal.CallsOf({"CreateToolhelp32Snapshot", "Sleep"}),
+                ElementsAre("CreateToolhelp32Snapshot(0x2, 0)"));
 }
 
-TEST_F(CheckDirectoryLockedTest, checks_anew_at_every_retry)
+TEST_F(CheckDirectoryLockedTest, Checks_anew_at_every_retry)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     AddProgram(1300, L"Velmora\\b.exe");
@@ -503,69 +357,38 @@ TEST_F(CheckDirectoryLockedTest, checks_anew_at_every_retry)
     EXPECT_TRUE(Check());
 
     EXPECT_EQ(log.Lines(),
-              (Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_retry}) +
-               Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_retry}) +
-               Listed({Item(1300, "b.exe"), Item(1400, "c.exe"), c_retry}) + Lines{Checking(), c_noLockers}));
+              (2 * Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_retry}) +
+               Listed({Item(1300, "b.exe"), Item(1400, "c.exe"), c_retry}) + Lines{Checking(folder), c_noLockers}));
     ASSERT_EQ(dialog.Shown().size(), 3U);
     EXPECT_EQ(dialog.Shown()[1], dialog.Shown()[0]);
     EXPECT_EQ(dialog.Shown()[2].footer, L"[1300] b.exe[1400] c.exe");
     EXPECT_EQ(dialog.Shown()[2].owner, c_owner);
 }
 
-TEST_F(CheckDirectoryLockedTest, goes_by_the_last_answer_after_a_retry)
+TEST_F(CheckDirectoryLockedTest, Leaves_out_the_process_that_went_on_as_this_one_at_a_retry_too)
 {
-    AddProgram(1200, L"Velmora\\a.exe");
-    dialog.Answer({.button = IDRETRY});
-    dialog.Answer({.button = IDCONTINUE});
-
-    EXPECT_TRUE(Check());
-
-    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), c_retry}) +
-                               Listed({Item(1200, "a.exe"), c_terminating, Terminating("a.exe"), c_success}));
-
-    AddProgram(1200, L"Velmora\\a.exe");
+    AddProgram(c_starter, L"Velmora\\Velmora.Uninstaller.exe");
+    AddProgram(71, L"Velmora\\a.exe");
     dialog.Answer({.button = IDRETRY});
     dialog.Answer({.button = IDCANCEL});
 
-    EXPECT_FALSE(Check());
+    EXPECT_FALSE(CheckDirectoryLocked(folder, log.Logger(), false, nullptr, c_starter));
 
-    EXPECT_EQ(log.Lines().back(), c_canceled);
+    EXPECT_EQ(dialog.Shown().back().footer, L"[71] a.exe");
+    EXPECT_EQ(dialog.Shown().back().owner, nullptr);
 }
 
-TEST_F(CheckDirectoryLockedTest, leaves_the_process_alone_that_went_on_as_this_one)
-{
-    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
-
-    EXPECT_TRUE(CheckDirectoryLocked(folder, log.Logger(), true, nullptr, 70));
-
-    EXPECT_EQ(log.Lines(), (Lines{Checking(), c_noLockers}));
-    EXPECT_THAT(CallsOf({"terminate"}), IsEmpty());
-}
-
-TEST_F(CheckDirectoryLockedTest, leaves_that_process_alone_at_a_retry_too)
-{
-    AddProgram(70, L"Velmora\\Velmora.Uninstaller.exe");
-    AddProgram(71, L"Velmora\\a.exe");
-    dialog.Answer({.button = IDRETRY});
-    dialog.Answer({.button = IDCONTINUE});
-
-    EXPECT_TRUE(CheckDirectoryLocked(folder, log.Logger(), false, c_owner, 70));
-
-    EXPECT_THAT(CallsOf({"terminate"}), ElementsAre("terminate 71 0"));
-    EXPECT_EQ(dialog.Shown().size(), 2U);
-}
-
-TEST_F(CheckDirectoryLockedTest, is_content_when_the_folder_is_gone_at_a_retry)
+TEST_F(CheckDirectoryLockedTest, Is_content_when_the_folder_is_gone_at_a_retry)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     dialog.Answer({.button = IDRETRY, .whileShown = [this] { RemoveTestFolder(root / L"Velmora"); }});
 
     EXPECT_TRUE(Check());
 
-    EXPECT_EQ(log.Lines(), (Listed({Item(1200, "a.exe"), c_retry}) + Lines{Checking(), c_noFolder}));
+    EXPECT_EQ(log.Lines(), (Listed({Item(1200, "a.exe"), c_retry}) + Lines{Checking(folder), c_noFolder}));
 }
 
-TEST_F(CheckDirectoryLockedTest, terminates_nothing_after_an_unknown_button)
+TEST_F(CheckDirectoryLockedTest, Terminates_nothing_after_an_unknown_button)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     for (const int button : {0, 1, 3, 5, 6, 7, 8, 10, 12, 101, -4})
@@ -578,149 +401,98 @@ TEST_F(CheckDirectoryLockedTest, terminates_nothing_after_an_unknown_button)
                   "|WARNING|: [ClientHelper] Unknown button event from task dialog, continuing with termination: " +
                       std::to_string(button));
     }
-    EXPECT_THAT(CallsOf({"open 1 ", "terminate"}), IsEmpty());
+    EXPECT_THAT(Terminations(), IsEmpty());
 }
 
-TEST_F(CheckDirectoryLockedTest, terminates_when_the_user_cannot_be_asked)
+TEST_F(CheckDirectoryLockedTest, Terminates_when_the_user_cannot_be_asked)
 {
-    for (const auto& [result, number] : {std::pair(E_OUTOFMEMORY, "-2147024882"), std::pair(S_FALSE, "1")})
+    Lines lines;
+    for (const HRESULT result : {E_OUTOFMEMORY, S_FALSE})
     {
-        const std::size_t before = log.Lines().size();
         AddProgram(1200, L"Velmora\\a.exe");
         dialog.Answer({.result = result, .button = IDCANCEL});
 
         EXPECT_TRUE(Check());
 
-        EXPECT_EQ(Lines(log.Lines().begin() + static_cast<std::ptrdiff_t>(before), log.Lines().end()),
-                  Listed({Item(1200, "a.exe"),
-                          std::string("captured |WARNING|: [ClientHelper] Unable to prompt user to terminate these "
-                                      "processes, continuing with termination: ") +
-                              number,
-                          c_terminating, Terminating("a.exe"), c_success}));
+        lines = lines + Listed({Item(1200, "a.exe"), c_cannotAsk + std::to_string(result), c_terminating,
+                                Terminating("a.exe"), c_success});
+        EXPECT_EQ(log.Lines(), lines);
         EXPECT_FALSE(processes.Find(1200));
     }
 }
 
-TEST_F(CheckDirectoryLockedTest, fails_for_a_process_of_another_user_and_goes_on)
+// A process that cannot be terminated, beside one that can.
+struct FailedTermination
 {
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.openToTerminateError = ERROR_ACCESS_DENIED;
-    processes.Add(program);
-    AddProgram(1300, L"Velmora\\b.exe");
+    const char* call;
+    long error;
+    std::string line;
+    bool isTakenForGone = false;
+};
 
-    EXPECT_FALSE(CheckSilently());
+void PrintTo(const FailedTermination& failure, std::ostream* stream)
+{
+    *stream << failure.call << " with " << failure.error;
+}
+
+class FailedTerminationTest : public CheckDirectoryLockedTest, public testing::WithParamInterface<FailedTermination>
+{
+};
+
+TEST_P(FailedTerminationTest, Is_logged_and_the_other_processes_are_terminated)
+{
+    const auto& [call, error, line, isTakenForGone] = GetParam();
+    AddProgram(1200, L"Velmora\\a.exe");
+    AddProgram(1300, L"Velmora\\b.exe");
+    journal.Fail(call, error);
+
+    EXPECT_EQ(CheckSilently(), isTakenForGone);
 
     EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_silent, c_terminating,
-                                   Terminating("a.exe"), c_differentUser, Terminating("b.exe"), c_success}));
+                                   Terminating("a.exe"), line, Terminating("b.exe"), c_success}));
     EXPECT_FALSE(processes.Find(1300));
 }
 
-TEST_F(CheckDirectoryLockedTest, is_content_with_a_process_that_is_gone)
-{
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.openToTerminateError = ERROR_INVALID_PARAMETER;
-    processes.Add(program);
+INSTANTIATE_TEST_SUITE_P(
+    CheckDirectoryLockedTest, FailedTerminationTest,
+    testing::Values(
+        FailedTermination{"OpenProcess(0x1, 1200)", ERROR_ACCESS_DENIED, c_differentUser},
+        FailedTermination{"OpenProcess(0x1, 1200)", ERROR_INVALID_PARAMETER, c_alreadyClosed, true},
+        FailedTermination{"OpenProcess(0x1, 1200)", ERROR_GEN_FAILURE, "captured " + c_openFailed + "-2147024865"},
+        FailedTermination{"TerminateProcess(1200, 0)", ERROR_ACCESS_DENIED,
+                          "|ERROR|:   [ClientHelper] Process termination failed with E_ACCESSDENIED, it's possible "
+                          "this process has already been terminated? We will assume so.",
+                          true},
+        FailedTermination{"TerminateProcess(1200, 0)", ERROR_INVALID_PARAMETER,
+                          "captured |ERROR|:   [ClientHelper] Failed to terminate process: -2147024809"}));
 
-    EXPECT_TRUE(CheckSilently());
-
-    EXPECT_EQ(log.Lines(),
-              Listed({Item(1200, "a.exe"), c_silent, c_terminating, Terminating("a.exe"), c_alreadyClosed}));
-}
-
-TEST_F(CheckDirectoryLockedTest, fails_and_reports_when_a_process_cannot_be_opened_and_goes_on)
-{
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.openToTerminateError = ERROR_GEN_FAILURE;
-    processes.Add(program);
-    AddProgram(1300, L"Velmora\\b.exe");
-
-    EXPECT_FALSE(CheckSilently());
-
-    EXPECT_EQ(log.Lines(),
-              Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_silent, c_terminating, Terminating("a.exe"),
-                      "captured " + c_openFailed + "-2147024865", Terminating("b.exe"), c_success}));
-}
-
-TEST_F(CheckDirectoryLockedTest, takes_a_process_whose_termination_is_denied_for_gone)
-{
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.terminateError = ERROR_ACCESS_DENIED;
-    processes.Add(program);
-
-    EXPECT_TRUE(CheckSilently());
-
-    EXPECT_EQ(log.Lines(),
-              Listed({Item(1200, "a.exe"), c_silent, c_terminating, Terminating("a.exe"),
-                      "|ERROR|:   [ClientHelper] Process termination failed with E_ACCESSDENIED, it's possible this "
-                      "process has already been terminated? We will assume so."}));
-    EXPECT_THAT(CallsOf({"open 1 ", "terminate", "close 1200"}),
-                ElementsAre("close 1200", "open 1 1200", "terminate 1200 0", "close 1200"));
-}
-
-TEST_F(CheckDirectoryLockedTest, fails_and_reports_when_a_process_cannot_be_terminated_and_goes_on)
-{
-    FakeProcess program = Program(1200, L"Velmora\\a.exe");
-    program.terminateError = ERROR_INVALID_PARAMETER;
-    processes.Add(program);
-    AddProgram(1300, L"Velmora\\b.exe");
-
-    EXPECT_FALSE(CheckSilently());
-
-    EXPECT_EQ(log.Lines(),
-              Listed({Item(1200, "a.exe"), Item(1300, "b.exe"), c_silent, c_terminating, Terminating("a.exe"),
-                      "captured |ERROR|:   [ClientHelper] Failed to terminate process: -2147024809",
-                      Terminating("b.exe"), c_success}));
-    EXPECT_THAT(CallsOf({"open 1 ", "terminate", "close 1"}),
-                ElementsAre("close 1200", "close 1300", "open 1 1200", "terminate 1200 0", "close 1200", "open 1 1300",
-                            "terminate 1300 0", "close 1300"));
-}
-
-TEST_F(CheckDirectoryLockedTest, lets_the_removal_go_on_when_the_processes_cannot_be_listed)
-{
-    processes.FailSnapshots(INVALID_HANDLE_VALUE, ERROR_BAD_LENGTH);
-
-    EXPECT_TRUE(Check());
-
-    ASSERT_EQ(log.Lines().size(), 2U);
-    EXPECT_EQ(log.Lines().front(), Checking());
-    EXPECT_THAT(log.Lines().back(), StartsWith(c_checkFailed));
-    EXPECT_THAT(log.Lines().back(), HasSubstr("80070018"));
-}
-
-TEST_F(CheckDirectoryLockedTest, lets_the_removal_go_on_when_the_processes_cannot_be_listed_at_a_retry)
+TEST_F(CheckDirectoryLockedTest, Lets_the_removal_go_on_when_the_processes_cannot_be_listed)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     dialog.Answer(
-        {.button = IDRETRY, .whileShown = [this] { processes.FailSnapshots(nullptr, ERROR_NOT_ENOUGH_MEMORY); }});
+        {.button = IDRETRY, .whileShown = [this] { journal.Fail("CreateToolhelp32Snapshot", ERROR_BAD_LENGTH); }});
 
     EXPECT_TRUE(Check());
 
     ASSERT_EQ(log.Lines().size(), 6U);
     EXPECT_THAT(log.Lines().back(), StartsWith(c_checkFailed));
+    EXPECT_THAT(log.Lines().back(), HasSubstr("80070018"));
 }
 
-TEST_F(CheckDirectoryLockedTest, logs_the_text_of_any_standard_exception)
+TEST_F(CheckDirectoryLockedTest, Logs_any_exception_and_lets_the_removal_go_on)
 {
     AddProgram(1200, L"Velmora\\a.exe");
     const FakeCodePage western(1252);
     dialog.Answer({.whileShown = [] { throw std::runtime_error("no luck \x80"); }});
-
     EXPECT_TRUE(Check());
-
-    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), c_checkFailed + "no luck ?"}));
-}
-
-TEST_F(CheckDirectoryLockedTest, logs_any_other_exception)
-{
-    AddProgram(1200, L"Velmora\\a.exe");
     dialog.Answer({.whileShown = [] { throw 1; }});
-
     EXPECT_TRUE(Check());
 
-    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), c_checkFailed + "Unhandled Exception"}));
+    EXPECT_EQ(log.Lines(), Listed({Item(1200, "a.exe"), c_checkFailed + "no luck ?"}) +
+                               Listed({Item(1200, "a.exe"), c_checkFailed + "Unhandled Exception"}));
 }
 
-TEST_F(CheckDirectoryLockedTest, lets_the_removal_go_on_when_memory_runs_out)
+TEST_F(CheckDirectoryLockedTest, Lets_the_removal_go_on_when_memory_runs_out)
 {
     bool isFree = false;
     {

@@ -1,16 +1,13 @@
 #include "Uninstaller/EndOfProcess.h"
 
 #include "Uninstaller/CrashReporting.h"
-#include "support/FakeFolders.h"
-#include "support/TestFolder.h"
-#include "support/VirtualClock.h"
+#include "support/unit/SimulatedMachine.h"
 
-#include <sentry_testing.h>
+#include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace
@@ -19,105 +16,91 @@ namespace
 using namespace Uninstaller;
 using namespace Testing;
 
+constexpr wchar_t c_log[] = L"C:\\run.log";
+constexpr wchar_t c_program[] = L"C:\\some\\program.exe";
+constexpr wchar_t c_reports[] = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Sentry";
+constexpr wchar_t c_report[] = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Sentry\\pending\\report.envelope";
+
 class FinishProcessTest : public testing::Test
 {
 protected:
-    FinishProcessTest() { StartCrashReporting(); }
-    ~FinishProcessTest() override { SentryTesting::Forget(); }
+    FinishProcessTest()
+    {
+        StartCrashReporting();
+        machine.files.AddFile(c_log);
+        machine.files.AddFile(c_report);
+        Sentry().onClose = [this] { EXPECT_TRUE(machine.files.Has(c_reports)) << "the reports went too early"; };
+    }
 
-    VirtualClock clock;
-    TestFolder root;
-    FakeFolders folders{root};
-    std::wstring log = root.AddFile(L"run.log");
-    std::wstring report = root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\pending\\report.envelope");
-    std::vector<std::string> order;
-    std::vector<std::pair<std::wstring, DWORD>> scheduled;
-    Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-        order.emplace_back(Exists(log) ? "schedule" : "schedule after the log");
-        EXPECT_EQ(to, nullptr);
-        scheduled.emplace_back(from, flags);
-        return FALSE; // its result does not matter
-    };
-    Fake<&DeleteFileW> deleteFile = [this](LPCWSTR path) {
-        if (path == log)
-        {
-            order.emplace_back(SentryTesting::CurrentRun().isStarted ? "delete the log" : "delete the log too late");
-        }
-        else
-        {
-            EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
-        }
-        return decltype(deleteFile)::Real(path);
-    };
+    SimulatedMachine machine;
 };
 
-TEST_F(FinishProcessTest, schedules_the_file_then_deletes_the_log_then_ends_crash_reporting)
+TEST_F(FinishProcessTest, Schedules_the_file_then_deletes_the_log_then_ends_crash_reporting)
 {
-    finishProcess(log, L"C:\\some\\program.exe", true);
+    Sentry().onClose = [this] {
+        EXPECT_EQ(machine.journal.CallsOf({"MoveFileExW", "DeleteFileW"}),
+                  (Calls{R"(MoveFileExW("C:\some\program.exe", null, 4))", R"(DeleteFileW("C:\run.log"))"}));
+        EXPECT_TRUE(machine.files.Has(c_report)) << "the reports went too early";
+    };
 
-    EXPECT_EQ(scheduled, (decltype(scheduled){{L"C:\\some\\program.exe", 4}}));
-    EXPECT_EQ(order, (std::vector<std::string>{"schedule", "delete the log"}));
-    EXPECT_FALSE(Exists(log));
-    EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
-    EXPECT_EQ(SentryTesting::CurrentRun().closes, 1);
-    EXPECT_FALSE(Exists(folders.Temp() + L"Velmora\\Uninstaller\\Sentry"));
-    EXPECT_TRUE(Exists(folders.Temp() + L"Velmora\\Uninstaller"));
+    finishProcess(c_log, c_program, true);
+
+    EXPECT_EQ(machine.files.Scheduled(), std::vector<std::wstring>{c_program});
+    EXPECT_FALSE(machine.files.Has(c_log));
+    EXPECT_EQ(Sentry().closes, 1);
+    EXPECT_FALSE(machine.files.Has(c_reports));
+    EXPECT_TRUE(machine.files.Has(L"C:\\Windows\\Temp\\Velmora\\Uninstaller"));
 }
 
-TEST_F(FinishProcessTest, keeps_the_log_unless_told_otherwise)
+TEST_F(FinishProcessTest, Keeps_the_log_unless_told_otherwise_whether_or_not_the_file_can_be_scheduled)
 {
-    finishProcess(log, L"C:\\some\\program.exe", false);
+    machine.journal.Fail("MoveFileExW");
 
-    EXPECT_TRUE(Exists(log));
-    EXPECT_EQ(scheduled.size(), 1U);
-    EXPECT_FALSE(Exists(report));
+    finishProcess(c_log, c_program, false);
+
+    EXPECT_TRUE(machine.files.Has(c_log));
+    EXPECT_FALSE(machine.files.Has(c_report));
 }
 
-TEST_F(FinishProcessTest, schedules_nothing_where_there_is_nothing_to_schedule)
+TEST_F(FinishProcessTest, Schedules_nothing_where_there_is_nothing_to_schedule)
 {
-    finishProcess(log, L"", true);
+    finishProcess(c_log, L"", true);
 
-    EXPECT_TRUE(scheduled.empty());
-    EXPECT_FALSE(Exists(log));
-    EXPECT_FALSE(Exists(report));
+    EXPECT_EQ(machine.journal.CallsOf({"MoveFileExW"}), Calls{});
+    EXPECT_FALSE(machine.files.Has(c_log));
 }
 
-TEST_F(FinishProcessTest, does_not_mind_what_it_cannot_delete)
+TEST_F(FinishProcessTest, Does_not_mind_what_it_cannot_delete)
 {
-    SetFileAttributesW(log.c_str(), FILE_ATTRIBUTE_READONLY);
-    SetFileAttributesW(report.c_str(), FILE_ATTRIBUTE_READONLY);
+    machine.files.AddFile(c_log, "x", FILE_ATTRIBUTE_READONLY);
+    machine.files.AddFile(c_report, "x", FILE_ATTRIBUTE_READONLY);
 
-    finishProcess(log, L"", true);
+    finishProcess(c_log, L"", true);
 
-    EXPECT_TRUE(Exists(log));
-    EXPECT_TRUE(Exists(report));
-    EXPECT_FALSE(SentryTesting::CurrentRun().isStarted);
-    EXPECT_TRUE(clock.Sleeps().empty());
+    EXPECT_TRUE(machine.files.Has(c_log));
+    EXPECT_TRUE(machine.files.Has(c_report));
+    EXPECT_FALSE(Sentry().isStarted);
+    EXPECT_TRUE(machine.clock.Sleeps().empty());
 }
 
-TEST_F(FinishProcessTest, does_not_mind_what_is_not_there)
+TEST_F(FinishProcessTest, Does_not_mind_what_is_not_there)
 {
-    decltype(deleteFile)::Real(log.c_str());
-    decltype(deleteFile)::Real(report.c_str());
-    CloseCrashReporting();
-    RemoveTestFolder(folders.Temp() + L"Velmora\\Uninstaller\\Sentry");
-    ASSERT_FALSE(Exists(folders.Temp() + L"Velmora\\Uninstaller\\Sentry"));
+    finishProcess(c_log, L"", true);
+    Sentry().onClose = [] {};
 
-    finishProcess(log, L"", true);
+    finishProcess(c_log, L"", true);
 
-    EXPECT_TRUE(clock.Sleeps().empty());
+    EXPECT_TRUE(machine.clock.Sleeps().empty());
 }
 
-TEST_F(FinishProcessTest, leaves_a_file_that_stands_where_reports_would_be_kept)
+TEST_F(FinishProcessTest, Leaves_a_file_that_stands_where_reports_would_be_kept)
 {
-    CloseCrashReporting();
-    RemoveTestFolder(folders.Temp() + L"Velmora\\Uninstaller\\Sentry");
-    const std::wstring file = root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry");
-    StartCrashReporting();
+    finishProcess({}, {}, false);
+    machine.files.AddFile(c_reports);
 
-    finishProcess(log, L"", true);
+    finishProcess(c_log, L"", true);
 
-    EXPECT_TRUE(Exists(file));
+    EXPECT_TRUE(machine.files.Has(c_reports));
 }
 
 } // namespace

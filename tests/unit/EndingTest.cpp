@@ -1,25 +1,17 @@
 #include "Uninstaller/Ending.h"
 
 #include "Uninstaller/CrashReporting.h"
-#include "support/FakeFolders.h"
-#include "support/FakePause.h"
-#include "support/FakeStatusWindow.h"
-#include "support/LoggedLines.h"
-#include "support/OpenedFiles.h"
-#include "support/TestFolder.h"
-#include "support/VirtualClock.h"
+#include "support/unit/SimulatedMachine.h"
 
 #include <windows.h>
 
-#include <sentry_testing.h>
-
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
+#include <iterator>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace
@@ -30,103 +22,92 @@ using namespace Testing;
 using Installer::RunType;
 using Lines = std::vector<std::string>;
 
-constexpr char c_opens[] = "|INFO|:    Requested to open log...";
-constexpr char c_schedules[] = "schedule C:\\own.exe 4";
-constexpr char c_closes[] = "close crash reporting";
+const std::string c_opens = "log(|INFO|:    Requested to open log...)";
+const std::string c_deletes = "DeleteFileW(\"" + Narrow(SimulatedMachine::c_logPath) + "\")";
+const std::string c_schedules = "MoveFileExW(\"" + Narrow(SimulatedMachine::c_copyPath) + "\", null, 4)";
+const std::string c_closes = "sentry_close()";
+constexpr wchar_t c_report[] = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Sentry\\report";
 
 std::string Message(ExitCode code)
 {
     return Narrow(exitCodeMessage(code));
 }
 
-std::string ErrorBox(const std::string& caption, const std::string& text)
+std::string Error(const std::string& text)
 {
-    return "box 16 \"" + caption + "\" \"" + text + '"';
+    return "log(|ERROR|:   " + text + ')';
 }
 
-// The end of a run that goes through everything, whatever is asked for.
+Calls Failed(const std::string& text)
+{
+    return ShownBox(MB_ICONERROR, "Velmora Uninstaller Failed", text);
+}
+
 class EndRunTest : public testing::Test
 {
 protected:
     EndRunTest()
     {
         StartCrashReporting();
+        machine.files.AddFile(c_report);
         logger.Info(L"a run");
-        root.AddFile(L"Temp\\Velmora\\Uninstaller\\Sentry\\report");
-        log.onLine = [this](const std::string& line) { Note(line); };
-        desktop.onCall = [this](const std::string& call) { Note(call); };
+        machine.journal.Take();
     }
-    ~EndRunTest() override { SentryTesting::Forget(); }
 
-    void Note(const std::string& what)
+    ExitCode End(const Ending& ending, Installer::StatusWindow* owner)
     {
-        NoteClosing();
-        order.push_back(what);
+        return EndRun({.logger = logger, .runType = RunType::Gui, .window = owner}, ending, machine.ownPath);
     }
+    ExitCode End(const Ending& ending) { return End(ending, window.Get()); }
 
-    // The stand-in for crash reporting has nothing to tell when it is closed: it is seen at what comes next.
-    void NoteClosing()
+    // What is done, in its order.
+    Calls Order() const
     {
-        if (!SentryTesting::CurrentRun().isStarted && (order.empty() || order.back() != c_closes))
-        {
-            order.emplace_back(c_closes);
-        }
+        return machine.journal.CallsOf(
+            {"log", "SetForegroundWindow", "MessageBoxW", c_deletes, "MoveFileExW", "sentry_close"});
     }
-
-    ExitCode End(const Ending& ending)
-    {
-        const ExitCode code = EndRun({.logger = logger, .runType = RunType::Gui, .window = shown}, ending, ownPath);
-        NoteClosing();
-        return code;
-    }
-
-    std::vector<std::string> SentEvents() const
+    static Lines SentEvents()
     {
         Lines sent;
-        for (const auto& event : SentryTesting::CurrentRun().events)
+        for (const auto& event : Sentry().events)
         {
             EXPECT_EQ(event.level, SENTRY_LEVEL_ERROR);
             sent.push_back(event.message);
         }
         return sent;
     }
-    bool AreReportsThere() const { return Exists(root / L"Temp\\Velmora\\Uninstaller\\Sentry"); }
 
-    const std::wstring ownPath = L"C:\\own.exe";
-    VirtualClock clock;
-    TestFolder root;
-    FakeFolders folders{root};
-    LoggedLines log;
-    OpenedFiles opened;
-    FakeStatusWindow desktop;
-    ShownStatusWindow window{desktop};
-    Installer::StatusWindow* shown = window.Get();
-    Lines order;
-    Fake<&MoveFileExW> move = [this](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-        EXPECT_EQ(to, nullptr);
-        Note("schedule " + Narrow(from) + ' ' + std::to_string(flags));
-        return TRUE;
-    };
-    Fake<&DeleteFileW> deleteFile = [this](LPCWSTR path) -> BOOL {
-        if (path == logger.LogPath())
-        {
-            Note("delete the log");
-        }
-        return decltype(deleteFile)::Real(path);
-    };
+    SimulatedMachine machine;
+    ShownStatusWindow window{machine.desktop};
     Installer::Logger logger{RunType::Gui};
 };
 
-// A row of the table, and what is called for it in which order.
+enum class Log
+{
+    Stays,
+    IsOpened,
+    Goes,
+};
+
+// A row of the table, and what is done for it: in this order, and then crash reporting is closed.
 struct EndingCase
 {
     const char* name;
     Ending ending;
     ExitCode code;
-    Lines order;  // without the opened log's
-    Lines events; // that are sent
-    bool opensLog;
-    bool keepsReports = false;
+    Calls line{};
+    Calls box{};
+    Log log = Log::Stays;
+    bool schedulesProgram = false;
+    Lines events{}; // that are sent
+    bool hasCopy = false;
+
+    Calls Order(const Calls& shown) const
+    {
+        return line + shown + (log == Log::IsOpened ? Calls{c_opens} : Calls{}) +
+               (schedulesProgram ? Calls{c_schedules} : Calls{}) + (log == Log::Goes ? Calls{c_deletes} : Calls{}) +
+               c_closes;
+    }
 };
 
 void PrintTo(const EndingCase& ending, std::ostream* stream)
@@ -134,148 +115,131 @@ void PrintTo(const EndingCase& ending, std::ostream* stream)
     *stream << ending.name;
 }
 
-const std::string c_failed = "Velmora Uninstaller Failed";
+const std::string c_brokenOff = Narrow(copyToTempFailedMessage(L"thrown"));
 
 const EndingCase c_endings[] = {
-    {"help_shown", Ending(Outcome::HelpShown), EXIT_NO_ERROR, {"delete the log", c_closes}, {}, false},
-    {"windows_too_old",
-     Ending(Outcome::WindowsTooOld),
-     EXIT_ERROR_WINDOWS_VERSION,
-     {"|ERROR|:   " + Message(EXIT_ERROR_WINDOWS_VERSION), "foreground",
-      ErrorBox("Version Not Supported", Message(EXIT_ERROR_WINDOWS_VERSION)), c_closes},
-     {},
-     false},
-    {"not_elevated",
-     Ending(Outcome::NotElevated),
-     EXIT_ERROR_NOT_ELEVATED,
-     {"|ERROR|:   " + Message(EXIT_ERROR_NOT_ELEVATED), "foreground",
-      ErrorBox("Uninstaller Not Elevated", Message(EXIT_ERROR_NOT_ELEVATED)), c_closes},
-     {},
-     false},
-    {"already_running",
-     Ending(Outcome::AlreadyRunning),
-     EXIT_ERROR_ALREADY_RUNNING,
-     {"|ERROR|:   " + Message(EXIT_ERROR_ALREADY_RUNNING), "foreground",
-      ErrorBox(c_failed, Message(EXIT_ERROR_ALREADY_RUNNING)), c_closes},
-     {},
-     false},
-    {"copy_failed",
-     Ending(Outcome::CopyFailed, L"no copy"),
-     EXIT_ERROR_COPY_TO_TEMP,
-     {"|ERROR|:   no copy", "foreground", ErrorBox(c_failed, "no copy"), c_opens, c_closes},
-     {"no copy"},
-     true},
-    {"relocation_broke_off",
-     RelocationBrokeOff(std::runtime_error("thrown")),
-     EXIT_ERROR_COPY_TO_TEMP,
-     {"|ERROR|:   " + Narrow(copyToTempFailedMessage(L"thrown")), "foreground",
-      ErrorBox(c_failed, Narrow(copyToTempFailedMessage(L"thrown"))), c_opens, c_closes},
-     {Narrow(copyToTempFailedMessage(L"thrown"))},
-     true},
-    {"copy_not_started",
-     Ending(Outcome::CopyNotStarted, L"no start"),
-     EXIT_ERROR_RUN_FROM_TEMP,
-     {"|ERROR|:   no start", "foreground", ErrorBox(c_failed, Message(EXIT_ERROR_RUN_FROM_TEMP)), c_opens, c_schedules,
-      c_closes},
-     {"no start"},
-     true},
-    {"copy_started", Ending(Outcome::CopyStarted), EXIT_NO_ERROR, {c_closes}, {}, false, true},
-    {"cancelled",
-     Ending(Outcome::Cancelled),
-     EXIT_NO_ERROR,
-     {"|INFO|:    User canceled the uninstaller.", c_schedules, "delete the log", c_closes},
-     {},
-     false},
-    {"unknown_answer",
-     Ending(Outcome::UnknownAnswer, L"a button"),
-     EXIT_ERROR_PERMISSION_DIALOG_FAIL,
-     {"|ERROR|:   a button", c_schedules, c_closes},
-     {},
-     false},
-    {"client_running",
-     Ending(Outcome::ClientRunning, L"it runs"),
-     EXIT_ERROR_CLIENT_RUNNING,
-     {"|ERROR|:   it runs", "foreground", ErrorBox(c_failed, Message(EXIT_ERROR_CLIENT_RUNNING)), c_schedules,
-      c_closes},
-     {},
-     false},
-    {"folder_locked",
-     Ending(Outcome::FolderLocked),
-     EXIT_ERROR_DIRECTORY_LOCKED,
-     {"foreground", ErrorBox(c_failed, Message(EXIT_ERROR_DIRECTORY_LOCKED)), c_opens, c_schedules, c_closes},
-     {},
-     true},
-    {"removed",
-     Ending(Outcome::Removed),
-     EXIT_NO_ERROR,
-     {"foreground", "box 64 \"Velmora Uninstalled\" \"Velmora has been successfully uninstalled.\"", c_schedules,
-      "delete the log", c_closes},
-     {},
-     false},
-    {"partly_removed",
-     Ending(Outcome::PartlyRemoved),
-     EXIT_ERROR_PARTIAL_UNINSTALL,
-     {"|ERROR|:   Velmora did not fully uninstall. Please check the logs for more information.", "foreground",
-      "box 48 \"Velmora Partially Uninstalled\" \"Velmora has been successfully uninstalled, but some files may "
-      "remain. "
-      "See the logs for more information.\"",
-      c_opens, c_schedules, c_closes},
-     {},
-     true},
+    {.name = "help_shown", .ending = Ending(Outcome::HelpShown), .code = EXIT_NO_ERROR, .log = Log::Goes},
+    {.name = "windows_too_old",
+     .ending = Ending(Outcome::WindowsTooOld),
+     .code = EXIT_ERROR_WINDOWS_VERSION,
+     .line = {Error(Message(EXIT_ERROR_WINDOWS_VERSION))},
+     .box = ShownBox(MB_ICONERROR, "Version Not Supported", Message(EXIT_ERROR_WINDOWS_VERSION))},
+    {.name = "not_elevated",
+     .ending = Ending(Outcome::NotElevated),
+     .code = EXIT_ERROR_NOT_ELEVATED,
+     .line = {Error(Message(EXIT_ERROR_NOT_ELEVATED))},
+     .box = ShownBox(MB_ICONERROR, "Uninstaller Not Elevated", Message(EXIT_ERROR_NOT_ELEVATED))},
+    {.name = "already_running",
+     .ending = Ending(Outcome::AlreadyRunning),
+     .code = EXIT_ERROR_ALREADY_RUNNING,
+     .line = {Error(Message(EXIT_ERROR_ALREADY_RUNNING))},
+     .box = Failed(Message(EXIT_ERROR_ALREADY_RUNNING))},
+    {.name = "copy_failed",
+     .ending = Ending(Outcome::CopyFailed, L"no copy"),
+     .code = EXIT_ERROR_COPY_TO_TEMP,
+     .line = {Error("no copy")},
+     .box = Failed("no copy"),
+     .log = Log::IsOpened,
+     .events = {"no copy"}},
+    {.name = "relocation_aborted",
+     .ending = RelocationAborted(std::runtime_error("thrown")),
+     .code = EXIT_ERROR_COPY_TO_TEMP,
+     .line = {Error(c_brokenOff)},
+     .box = Failed(c_brokenOff),
+     .log = Log::IsOpened,
+     .events = {c_brokenOff}},
+    {.name = "copy_not_started",
+     .ending = Ending(Outcome::CopyNotStarted, L"no start"),
+     .code = EXIT_ERROR_RUN_FROM_TEMP,
+     .line = {Error("no start")},
+     .box = Failed(Message(EXIT_ERROR_RUN_FROM_TEMP)),
+     .log = Log::IsOpened,
+     .schedulesProgram = true,
+     .events = {"no start"}},
+    {.name = "copy_started", .ending = Ending(Outcome::CopyStarted), .code = EXIT_NO_ERROR, .hasCopy = true},
+    {.name = "cancelled",
+     .ending = Ending(Outcome::Cancelled),
+     .code = EXIT_NO_ERROR,
+     .line = {"log(|INFO|:    User canceled the uninstaller.)"},
+     .log = Log::Goes,
+     .schedulesProgram = true},
+    {.name = "unexpected_button",
+     .ending = Ending(Outcome::UnexpectedButton, L"a button"),
+     .code = EXIT_ERROR_PERMISSION_DIALOG_FAIL,
+     .line = {Error("a button")},
+     .schedulesProgram = true},
+    {.name = "client_running",
+     .ending = Ending(Outcome::ClientRunning, L"it runs"),
+     .code = EXIT_ERROR_CLIENT_RUNNING,
+     .line = {Error("it runs")},
+     .box = Failed(Message(EXIT_ERROR_CLIENT_RUNNING)),
+     .schedulesProgram = true},
+    {.name = "folder_locked",
+     .ending = Ending(Outcome::FolderLocked),
+     .code = EXIT_ERROR_DIRECTORY_LOCKED,
+     .box = Failed(Message(EXIT_ERROR_DIRECTORY_LOCKED)),
+     .log = Log::IsOpened,
+     .schedulesProgram = true},
+    {.name = "removed",
+     .ending = Ending(Outcome::Removed),
+     .code = EXIT_NO_ERROR,
+     .box = ShownBox(MB_ICONINFORMATION, "Velmora Uninstalled", "Velmora has been successfully uninstalled."),
+     .log = Log::Goes,
+     .schedulesProgram = true},
+    {.name = "partially_removed",
+     .ending = Ending(Outcome::PartiallyRemoved),
+     .code = EXIT_ERROR_PARTIAL_UNINSTALL,
+     .line = {Error("Velmora did not fully uninstall. Please check the logs for more information.")},
+     .box = ShownBox(MB_ICONWARNING, "Velmora Partially Uninstalled",
+                     "Velmora has been successfully uninstalled, but some files may remain. See the logs for more "
+                     "information."),
+     .log = Log::IsOpened,
+     .schedulesProgram = true},
 };
 
 class EndingTest : public EndRunTest, public testing::WithParamInterface<EndingCase>
 {
 };
 
-TEST_P(EndingTest, is_carried_out_in_its_order)
+TEST_P(EndingTest, Is_carried_out_in_its_order)
 {
     const EndingCase& expected = GetParam();
 
     EXPECT_EQ(End(expected.ending), expected.code);
 
-    EXPECT_EQ(order, expected.order);
+    EXPECT_EQ(Order(), expected.Order(expected.box));
     EXPECT_EQ(SentEvents(), expected.events);
-    EXPECT_EQ(opened.All(), expected.opensLog ? std::vector{logger.LogPath()} : std::vector<std::wstring>{});
-    EXPECT_EQ(Exists(logger.LogPath()), order.size() < 2 || order[order.size() - 2] != "delete the log");
-    EXPECT_EQ(AreReportsThere(), expected.keepsReports);
-    EXPECT_EQ(SentryTesting::CurrentRun().closes, 1);
+    EXPECT_EQ(machine.HasOpenedLog(), expected.log == Log::IsOpened);
+    EXPECT_EQ(machine.files.Has(SimulatedMachine::c_logPath), expected.log != Log::Goes);
+    EXPECT_EQ(machine.files.Has(c_report), expected.hasCopy);
+    EXPECT_EQ(Sentry().closes, 1);
 }
 
-TEST_P(EndingTest, is_the_same_without_a_window_but_for_the_message_box)
+TEST_P(EndingTest, Is_the_same_without_a_window_but_for_the_message_box)
 {
-    const EndingCase& expected = GetParam();
-    shown = nullptr;
+    EXPECT_EQ(End(GetParam().ending, nullptr), GetParam().code);
 
-    EXPECT_EQ(End(expected.ending), expected.code);
-
-    Lines withoutBox = expected.order;
-    std::erase_if(withoutBox, [](const std::string& call) { return call == "foreground" || call.starts_with("box "); });
-    EXPECT_EQ(order, withoutBox);
-    EXPECT_EQ(SentEvents(), expected.events);
+    EXPECT_EQ(Order(), GetParam().Order({}));
+    EXPECT_EQ(SentEvents(), GetParam().events);
 }
 
 // Only the copy goes on with the console.
-TEST_P(EndingTest, lets_the_console_go_without_a_key_for_the_copy_alone)
+TEST_P(EndingTest, Lets_the_console_go_without_a_key_for_the_copy_alone)
 {
-    unsigned pauses = 0;
-    Fake<&AllocConsole> allocate = []() -> BOOL { return TRUE; };
-    Fake<&FreeConsole> release = []() -> BOOL { return TRUE; };
-    const FakePause pause([] { return CreateEventW(nullptr, FALSE, FALSE, nullptr); }, [&] { ++pauses; });
     {
         Installer::Logger verbose(RunType::Verbose);
-        EndRun({.logger = verbose, .runType = RunType::Verbose}, GetParam().ending, ownPath);
+        EndRun({.logger = verbose, .runType = RunType::Verbose}, GetParam().ending, machine.ownPath);
     }
-    EXPECT_EQ(pauses, GetParam().ending.outcome == Outcome::CopyStarted ? 0U : 1U);
+    EXPECT_EQ(machine.journal.CallsOf({"WaitForSingleObject(command processor, 4294967295)"}).size(),
+              GetParam().hasCopy ? 0U : 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(EndRunTest, EndingTest, testing::ValuesIn(c_endings),
                          [](const auto& ending) { return std::string(ending.param.name); });
 
-// The table above has one case for each ending.
-TEST_F(EndRunTest, every_ending_has_its_case)
+TEST_F(EndRunTest, Every_ending_has_its_case)
 {
-    ASSERT_EQ(std::size(c_endings), static_cast<std::size_t>(Outcome::PartlyRemoved) + 1);
+    ASSERT_EQ(std::size(c_endings), static_cast<std::size_t>(Outcome::PartiallyRemoved) + 1);
     for (std::size_t index = 0; index < std::size(c_endings); ++index)
     {
         EXPECT_EQ(c_endings[index].ending.outcome, static_cast<Outcome>(index));
@@ -294,11 +258,11 @@ protected:
             SetLastError(ERROR_CRC);
             return INVALID_FILE_ATTRIBUTES;
         }
-        return decltype(attributes)::Real(path);
+        return attributes.Hidden(path);
     };
 };
 
-TEST_F(UnreadableLogTest, breaks_off_the_end_of_a_failed_copy_which_then_has_that_as_its_reason)
+TEST_F(UnreadableLogTest, Aborts_the_end_of_a_failed_copy_which_then_has_that_as_its_reason)
 {
     EXPECT_EQ(End(Ending(Outcome::CopyFailed, L"no copy")), EXIT_ERROR_COPY_TO_TEMP);
 
@@ -306,34 +270,34 @@ TEST_F(UnreadableLogTest, breaks_off_the_end_of_a_failed_copy_which_then_has_tha
     EXPECT_EQ(SentEvents()[0], "no copy");
     const std::string second = SentEvents()[1];
     EXPECT_TRUE(second.starts_with("Unable to copy the Velmora Uninstaller to temporary directory.")) << second;
-    EXPECT_EQ(order, (Lines{"|ERROR|:   no copy", "foreground", ErrorBox(c_failed, "no copy"), c_opens,
-                            "|ERROR|:   " + second, "foreground", ErrorBox(c_failed, second), c_opens, c_closes}));
-    EXPECT_EQ(opened.All(), std::vector{logger.LogPath()});
+    EXPECT_EQ(Order(), Calls{Error("no copy")} + Failed("no copy") + c_opens + Error(second) + Failed(second) +
+                           c_opens + c_closes);
+    EXPECT_TRUE(machine.HasOpenedLog());
 }
 
-TEST_F(UnreadableLogTest, does_so_once)
+TEST_F(UnreadableLogTest, Does_so_once)
 {
     failures = 2;
 
-    EXPECT_THROW(End(Ending(Outcome::CopyFailed, L"no copy")), std::filesystem::filesystem_error);
+    EXPECT_THROW(End(Ending(Outcome::CopyFailed, L"no copy")), std::system_error);
 
     EXPECT_EQ(SentEvents().size(), 2U);
-    EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+    EXPECT_TRUE(Sentry().isStarted);
 }
 
-TEST_F(UnreadableLogTest, is_an_exception_at_every_other_end_that_opens_the_log)
+TEST_F(UnreadableLogTest, Is_an_exception_at_every_other_end_that_opens_the_log)
 {
     for (const EndingCase& ending : c_endings)
     {
-        if (ending.opensLog && ending.ending.outcome != Outcome::CopyFailed)
+        if (ending.log == Log::IsOpened && ending.ending.outcome != Outcome::CopyFailed)
         {
             failures = 1;
-            EXPECT_THROW(End(ending.ending), std::filesystem::filesystem_error) << ending.name;
+            EXPECT_THROW(End(ending.ending), std::system_error) << ending.name;
             EXPECT_EQ(failures, 0);
-            EXPECT_EQ(order.back(), c_opens) << ending.name;
+            EXPECT_EQ(Order().back(), c_opens) << ending.name;
         }
     }
-    EXPECT_TRUE(SentryTesting::CurrentRun().isStarted);
+    EXPECT_TRUE(Sentry().isStarted);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
 
 #include <windows.h>
 
@@ -43,22 +43,17 @@ protected:
     };
 };
 
-TEST_F(ErrorOriginTest, is_passed_on_to_Windows)
+TEST_F(ErrorOriginTest, Is_passed_on_to_Windows)
 {
     EXPECT_TRUE(RoOriginateLanguageException(E_ACCESSDENIED, c_message, c_exception));
 }
 
-TEST_F(ErrorOriginTest, is_not_told_on_Windows_8_which_lacks_the_function)
+TEST_F(ErrorOriginTest, Is_not_told_where_Windows_lacks_the_function_or_the_library)
 {
-    function = nullptr;
-
+    function = nullptr; // Windows 8
     EXPECT_FALSE(RoOriginateLanguageException(E_ACCESSDENIED, c_message, c_exception));
-}
 
-TEST_F(ErrorOriginTest, is_not_told_where_the_library_is_not_loaded)
-{
     Fake<&GetModuleHandleW> loaded = [](LPCWSTR) -> HMODULE { return nullptr; };
-
     EXPECT_FALSE(RoOriginateLanguageException(E_ACCESSDENIED, c_message, c_exception));
 }
 

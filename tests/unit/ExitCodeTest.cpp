@@ -68,7 +68,7 @@ std::wstring UnknownMessage(const std::wstring& code)
            L"> to perform better error checking!";
 }
 
-TEST(ExitCodeTest, every_code_has_its_name_and_its_message)
+TEST(ExitCodeTest, Every_code_has_its_name_and_its_message)
 {
     for (const Row& row : c_rows)
     {
@@ -77,7 +77,7 @@ TEST(ExitCodeTest, every_code_has_its_name_and_its_message)
     }
 }
 
-TEST(ExitCodeTest, messages_with_places_for_values_cannot_be_had_without_them)
+TEST(ExitCodeTest, Messages_with_places_for_values_cannot_be_had_without_them)
 {
     EXPECT_EQ((std::array<int, 4>{EXIT_ERROR_DOWNGRADE, EXIT_ERROR_DISK_SPACE, EXIT_ERROR_DISK_SPACE_UNKNOWN,
                                   EXIT_ERROR_COPY_TO_TEMP}),
@@ -122,7 +122,7 @@ std::pair<std::wstring, std::wstring> MessageWithoutPlaces(int code, const std::
     return {message, expected};
 }
 
-TEST(ExitCodeTest, messages_with_places_for_values_are_known_to_the_letter)
+TEST(ExitCodeTest, Messages_with_places_for_values_are_known_to_the_letter)
 {
     for (const auto& [code, text] : std::initializer_list<std::pair<int, std::string>>{
              {11, "A downgrade attempt was made from {} to {}.  This is not supported. Please download the latest "
@@ -139,7 +139,7 @@ TEST(ExitCodeTest, messages_with_places_for_values_are_known_to_the_letter)
     }
 }
 
-TEST(ExitCodeTest, all_other_codes_are_unknown)
+TEST(ExitCodeTest, All_other_codes_are_unknown)
 {
     std::set<int> known(c_patterns.begin(), c_patterns.end());
     for (const Row& row : c_rows)
@@ -155,19 +155,19 @@ TEST(ExitCodeTest, all_other_codes_are_unknown)
     }
 }
 
-TEST(ExitCodeTest, an_unknown_code_stands_in_its_message_in_signed_decimal)
+TEST(ExitCodeTest, An_unknown_code_stands_in_its_message_in_signed_decimal)
 {
     EXPECT_EQ(exitCodeMessage(20), UnknownMessage(L"20"));
     EXPECT_EQ(exitCodeMessage(-5), UnknownMessage(L"-5"));
     EXPECT_EQ(exitCodeMessage(static_cast<int>(0x80070005)), UnknownMessage(L"-2147024891"));
 }
 
-TEST(ExitCodeTest, code_1_has_a_0_in_its_message)
+TEST(ExitCodeTest, Code_1_has_a_0_in_its_message)
 {
     EXPECT_EQ(exitCodeMessage(1), UnknownMessage(L"0"));
 }
 
-TEST(ExitCodeTest, the_failed_copy_has_a_reason)
+TEST(ExitCodeTest, The_failed_copy_has_a_reason)
 {
     EXPECT_EQ(copyToTempFailedMessage(L"-2147024891"),
               L"Unable to copy the Velmora Uninstaller to temporary directory. Please restart your system and try "

@@ -1,11 +1,9 @@
 #include "Uninstaller/ExitCode.h"
-#include "support/FaultInjector.h"
-#include "support/FaultyWindows.h"
-#include "support/SimulatedMachine.h"
+#include "support/unit/FailingFunctions.h"
+#include "support/unit/FaultInjector.h"
+#include "support/unit/SimulatedMachine.h"
 
 #include <windows.h>
-
-#include <sentry_testing.h>
 
 #include <gtest/gtest.h>
 #include <wil/result.h>
@@ -51,6 +49,7 @@ struct Outcome
 struct Scenario
 {
     const char* name;
+    std::wstring arguments;
     std::function<void(SimulatedMachine& machine)> arrange;
     int code;                        // when nothing fails
     ULONGLONG pausesOfOtherKind = 0; // of the kind of run that a failure makes of it, if so
@@ -62,33 +61,24 @@ void PrintTo(const Scenario& scenario, std::ostream* stream)
 }
 
 const Scenario c_scenarios[] = {
-    {"silent", [](SimulatedMachine&) {}, Uninstaller::EXIT_NO_ERROR},
-    {"gui", [](SimulatedMachine& machine) { machine.commandLine = L"uninstaller.exe"; }, Uninstaller::EXIT_NO_ERROR},
-    {"gui_partly_removed",
-     [](SimulatedMachine& machine) {
-         machine.commandLine = L"uninstaller.exe -g";
-         machine.RemoveHalf();
-     },
+    {"silent", L"-s", [](SimulatedMachine&) {}, Uninstaller::EXIT_NO_ERROR},
+    {"gui", L"", [](SimulatedMachine&) {}, Uninstaller::EXIT_NO_ERROR},
+    {"gui_partly_removed", L"-g", [](SimulatedMachine& machine) { machine.RemoveHalf(); },
      Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL},
 };
 
 // An uninstall entry that names what is never deleted, whatever fails.
 const Scenario c_claims[] = {
-    {"profile", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\Users\\ann"); },
+    {"profile", L"-s", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\Users\\ann"); },
      Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL},
-    {"program_files", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\Program Files\\"); },
+    {"program_files", L"-s", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\Program Files\\"); },
      Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL},
-    {"volume", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\"); },
+    {"volume", L"-s", [](SimulatedMachine& machine) { machine.ClaimFolder(L"C:\\"); },
      Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL},
 };
 
 const Scenario c_relocation{
-    "relocation",
-    [](SimulatedMachine& machine) {
-        machine.ownPath = L"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe";
-        machine.Files().AddFile(machine.ownPath);
-    },
-    Uninstaller::EXIT_NO_ERROR,
+    "relocation", L"-s", [](SimulatedMachine& machine) { machine.RunFromInstallFolder(); }, Uninstaller::EXIT_NO_ERROR,
     // Where it cannot be told whether the installation folder is one that is never deleted, nothing is copied.
     40'000};
 
@@ -101,10 +91,10 @@ Outcome RunWith(const Scenario& scenario, const Fault& fault, ULONGLONG longestP
         scenario.arrange(machine);
         outcome.before = machine.Everything();
         {
-            const FaultyWindows windows(outcome.faults);
+            const FailingFunctions windows(outcome.faults);
             try
             {
-                outcome.code = wWinMain(nullptr, nullptr, nullptr, 0);
+                outcome.code = machine.Run(scenario.arguments);
             }
             catch (const winrt::hresult_error& error)
             {
@@ -115,10 +105,9 @@ Outcome RunWith(const Scenario& scenario, const Fault& fault, ULONGLONG longestP
                 outcome.exception = exception.what();
             }
         }
-        SentryTesting::Forget();
         outcome.after = machine.Everything();
         outcome.log = machine.Log();
-        outcome.pauses = machine.Paused();
+        outcome.pauses = machine.clock.Now();
         outcome.leaks = machine.Leaks();
     }
     return outcome;
@@ -129,94 +118,23 @@ bool Contains(const Lines& log, std::string_view text)
     return std::ranges::any_of(log, [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
-// What a step of the removal is there for.
-struct Row
+// Whether a run that removes the settings, or one that keeps them, is to remove this.
+bool IsToGo(const StepRow& row, const ProductPart& part, bool settingsGo)
 {
-    const char* name;
-    std::vector<std::string> things;        // and all below them
-    std::vector<std::string_view> failures; // of which the log has one when anything of that is left
-    bool decides;                           // whether such a failure makes the result partial
-    bool isSetting = false;                 // goes only when the user wants it
+    return settingsGo || (!part.isSetting && !row.isOnlyWithSettings);
+}
 
-    bool Has(const std::string& thing) const
+// The lines of which the log has one when anything of a step is left.
+std::vector<std::string> FailuresOf(const StepRow& row)
+{
+    // Of the one that names the installation folder what is before the name: not every machine has it in its place.
+    std::vector<std::string> failures{SimulatedMachine::Expand(row.failure.substr(0, row.failure.find("<Folder>")))};
+    if (!row.otherFailure.empty())
     {
-        return std::ranges::any_of(things, [&](const std::string& its) {
-            return thing == its || (thing.starts_with(its) && (thing[its.size()] == '\\' || thing[its.size()] == ':'));
-        });
+        failures.emplace_back(row.otherFailure);
     }
-};
-
-constexpr std::string_view c_userCleanUpFailed = "|WARNING|: Something went wrong while trying to clean up user files";
-constexpr std::string_view c_migratorFailed = "[Migrator] Failed to ";
-
-const Row c_rows[] = {
-    {"desktop shortcut",
-     {R"(file C:\Users\Public\Desktop\Velmora.lnk)"},
-     {"|ERROR|:   Unable to delete desktop shortcut."},
-     true},
-    {"start menu shortcut",
-     {R"(file C:\ProgramData\Microsoft\Windows\Start Menu\Programs\Velmora.lnk)"},
-     {"|ERROR|:   Unable to delete start menu shortcut."},
-     true},
-    {"updater service", {"service VelmoraUpdaterService"}, {"|ERROR|:   Unable to uninstall updater service."}, true},
-    {"authorization service",
-     {"service OrvaneAuthService"},
-     {"|ERROR|:   Unable to uninstall authorization service."},
-     true},
-    {"search path",
-     {std::string("path ") + SimulatedMachine::c_pathBefore},
-     {"|ERROR|:   Unable to remove from path."},
-     true},
-    {"firewall rule", {"rule Velmora Login Server"}, {"|ERROR|:   Unable to delete firewall rules."}, true},
-    {"startup entry",
-     {R"(registry SOFTWARE\Microsoft\Windows\CurrentVersion\Run: Velmora)",
-      R"(registry SOFTWARE\Microsoft\Windows\CurrentVersion\Explorer\StartupApproved\Run: Velmora)"},
-     {"|ERROR|:   Unable to remove startup entry."},
-     true},
-    {"registration",
-     {R"(registry SOFTWARE\Microsoft\Windows\CurrentVersion\App Paths\Velmora.exe)",
-      "registry SOFTWARE\\RegisteredApplications: Velmora", "registry SOFTWARE\\Velmora\\Capabilities",
-      "registry SOFTWARE\\Classes\\Velmora.Protocol", "registry SOFTWARE\\Classes\\velmora"},
-     {"|ERROR|:   Unable to deregister application from system."},
-     true},
-    {"settings",
-     {"registry SOFTWARE\\Velmora"},
-     {"|ERROR|:   Unable to deregister application from system."},
-     true,
-     true},
-    {"uninstall entry",
-     {R"(registry SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)"},
-     {"|ERROR|:   Unable to remove uninstall entry."},
-     true},
-    {"installation folder",
-     {R"(file C:\Program Files\Velmora)"},
-     {"|ERROR|:   Unable to delete installation folder ("},
-     true},
-    {"service's program folder",
-     {R"(file C:\Program Files\OrvaneAuthService)"},
-     {R"(|WARNING|: Unable to delete PF OrvaneAuthService folder (C:\Program Files\OrvaneAuthService))"},
-     false},
-    {"service's data folder",
-     {R"(file C:\ProgramData\OrvaneAuthService)"},
-     {R"(|WARNING|: Unable to delete PD OrvaneAuthService folder (C:\ProgramData\OrvaneAuthService))"},
-     false},
-    {"updater's data folder",
-     {R"(file C:\ProgramData\VelmoraUpdater)"},
-     {R"(|WARNING|: Unable to delete VelmoraUpdater folder (C:\ProgramData\VelmoraUpdater))"},
-     false},
-    {"user's folder",
-     {R"(file C:\Users\ann\AppData\Local\Vel Mora)"},
-     {"|WARNING|: Unable to delete Velmora folder.", c_userCleanUpFailed},
-     false,
-     true},
-    {"user's second folder",
-     {R"(file C:\Users\ann\AppData\Local\Tessaline)"},
-     {"|WARNING|: Unable to delete Tessaline folder.", c_userCleanUpFailed},
-     false,
-     true},
-    {"package", {"package Velmora_1.0"}, {c_migratorFailed}, false},
-    {"provisioned package", {"provisioned Orvane.Velmora_k4wz81tqm0d3x"}, {c_migratorFailed}, false},
-};
+    return failures;
+}
 
 // Everything that a run may leave or end: of the product, but nothing that is to be removed.
 bool IsRunningProduct(const std::string& thing)
@@ -284,9 +202,12 @@ private:
     {
         for (const std::string& thing : m_outcome.before)
         {
-            const bool isProduct = IsRunningProduct(thing) || std::ranges::any_of(c_rows, [&](const Row& row) {
-                                       return row.Has(thing) && (!row.isSetting || SettingsGo());
-                                   });
+            const bool isProduct =
+                IsRunningProduct(thing) || std::ranges::any_of(Steps(), [&](const StepRow& row) {
+                    return std::ranges::any_of(row.parts, [&](const ProductPart& part) {
+                        return SimulatedMachine::IsOf(part, thing) && IsToGo(row, part, SettingsGo());
+                    });
+                });
             Check(isProduct || m_outcome.after.contains(thing), "gone although it is not the product's: " + thing);
         }
     }
@@ -312,16 +233,16 @@ private:
     bool IsRelocated() const { return Contains(m_outcome.log, "This process will now exit"); }
 
     // Whether a step is to take what it cannot see for gone.
-    bool IsBlind(const Row& row) const
+    bool IsBlind(Step step, ProductPart::Kind kind) const
     {
-        const std::string_view name = row.name;
+        using enum ProductPart::Kind;
         if (Failed("OpenServiceW"))
         {
-            return name.ends_with(" service");
+            return kind == Service;
         }
         if (Failed("GetFileAttributesW"))
         {
-            return name.ends_with(" shortcut") || name == "installation folder";
+            return kind == Shortcut || step == Step::InstallFolder;
         }
         if (Failed("RegDeleteValueW") || Failed("RegDeleteTreeW"))
         {
@@ -329,7 +250,7 @@ private:
         }
         if (Failed("CreateFileW"))
         {
-            return IsAbsence() && name.ends_with(" folder");
+            return IsAbsence() && kind == Folder;
         }
         return false;
     }
@@ -337,17 +258,20 @@ private:
     // A run that has begun to remove does everything else, and tells of what is left.
     void CheckRemoval(int code)
     {
-        bool isPartial = Contains(m_outcome.log, c_userCleanUpFailed);
-        for (const Row& row : c_rows)
+        bool isPartial = false;
+        for (const StepRow& row : Steps())
         {
             const bool isReported = std::ranges::any_of(
-                row.failures, [&](std::string_view failure) { return Contains(m_outcome.log, failure); });
-            isPartial = isPartial || (isReported && row.decides);
-            for (const std::string& thing : m_outcome.after)
+                FailuresOf(row), [&](const std::string& failure) { return Contains(m_outcome.log, failure); });
+            isPartial = isPartial || (isReported && row.makesPartial);
+            for (const ProductPart& part : row.parts)
             {
-                Check(!row.Has(thing) || !m_outcome.before.contains(thing) || (row.isSetting && !SettingsGo()) ||
-                          isReported || IsBlind(row),
-                      "left without a word: " + thing);
+                for (const std::string& thing : m_outcome.after)
+                {
+                    Check(!SimulatedMachine::IsOf(part, thing) || !m_outcome.before.contains(thing) ||
+                              !IsToGo(row, part, SettingsGo()) || isReported || IsBlind(row.step, part.kind),
+                          "left without a word: " + thing);
+                }
             }
         }
         Check(code == (isPartial ? Uninstaller::EXIT_ERROR_PARTIAL_UNINSTALL : Uninstaller::EXIT_NO_ERROR),
@@ -489,7 +413,7 @@ class FaultSweepTest : public testing::TestWithParam<std::tuple<Scenario, Group>
 {
 };
 
-TEST_P(FaultSweepTest, whatever_call_fails_the_run_ends_well)
+TEST_P(FaultSweepTest, Whatever_call_fails_the_run_ends_well)
 {
     const auto& [scenario, group] = GetParam();
     RunWith(scenario, {}); // the C runtime looks functions up when it first needs them
@@ -500,7 +424,7 @@ TEST_P(FaultSweepTest, whatever_call_fails_the_run_ends_well)
     // Changing the import table takes longer than a whole run: it is done once, for something that does nothing.
     FaultInjector idle({});
     const FaultInjector::Inside quiet(idle);
-    const FaultyWindows outermost(idle);
+    const FailingFunctions outermost(idle);
 
     const std::vector<Fault> faults = FaultsFor(plain.faults.Calls(), group);
     for (const Fault& fault : faults)

@@ -1,7 +1,7 @@
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
 
 #include "Installer/GdiPlus.h"
-#include "support/VirtualClock.h"
+#include "support/unit/VirtualClock.h"
 
 #include <windows.h>
 
@@ -16,7 +16,7 @@ namespace
 
 using namespace Testing;
 
-TEST(ImportTableFakeTest, replaces_a_function_while_it_lives)
+TEST(ImportTableFakeTest, Replaces_a_function_while_it_lives)
 {
     {
         Fake<&GetCurrentProcessId> fake = []() -> DWORD { return 42; };
@@ -26,39 +26,31 @@ TEST(ImportTableFakeTest, replaces_a_function_while_it_lives)
     EXPECT_NE(GetCurrentProcessId(), 42U);
 }
 
-TEST(ImportTableFakeTest, replaces_a_function_that_its_header_puts_into_a_namespace)
+TEST(ImportTableFakeTest, Replaces_a_function_that_its_header_puts_into_a_namespace)
 {
     const Fake<&Gdiplus::DllExports::GdipDeleteBrush> fake = [](Gdiplus::GpBrush*) { return Gdiplus::Win32Error; };
     EXPECT_EQ(Gdiplus::DllExports::GdipDeleteBrush(nullptr), Gdiplus::Win32Error);
 }
 
-TEST(ImportTableFakeTest, can_call_what_it_hides)
-{
-    Fake<&GetCurrentProcessId> first = []() -> DWORD { return 1; };
-    Fake<&GetCurrentProcessId> second = []() -> DWORD { return 2; };
-
-    EXPECT_EQ(GetCurrentProcessId(), 2U);
-    EXPECT_EQ(second.Hidden(), 1U);
-    EXPECT_EQ(first.Hidden(), (Fake<&GetCurrentProcessId>::Real()));
-}
-
-TEST(ImportTableFakeTest, a_later_one_hides_an_earlier_one)
+TEST(ImportTableFakeTest, Hides_an_earlier_one_which_it_can_call)
 {
     Fake<&GetCurrentProcessId> outer = []() -> DWORD { return 1; };
     {
         Fake<&GetCurrentProcessId> inner = []() -> DWORD { return 2; };
         EXPECT_EQ(GetCurrentProcessId(), 2U);
+        EXPECT_EQ(inner.Hidden(), 1U);
     }
     EXPECT_EQ(GetCurrentProcessId(), 1U);
+    EXPECT_EQ(outer.Hidden(), decltype(outer)::Real());
 }
 
-TEST(ImportTableFakeTest, refuses_a_function_that_the_program_does_not_import)
+TEST(ImportTableFakeTest, Refuses_a_function_that_the_program_does_not_import)
 {
     EXPECT_THROW(ImportSlot("NoSuchFunctionAnywhere"), std::logic_error);
     EXPECT_EQ(FindImportSlot("NoSuchFunctionAnywhere"), nullptr);
 }
 
-TEST(VirtualClockTest, passes_while_the_code_sleeps_and_lets_things_happen)
+TEST(VirtualClockTest, Passes_while_the_code_sleeps_and_lets_things_happen)
 {
     VirtualClock clock;
     std::string happened;

@@ -1,6 +1,6 @@
 #include "Installer/Path.h"
 
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
 
 #include <windows.h>
 
@@ -25,7 +25,7 @@ std::wstring CurrentFolder()
     return folder;
 }
 
-TEST(ToExtendedPath, takes_a_path_as_Windows_does_and_puts_the_prefix_in_front)
+TEST(ToExtendedPathTest, Takes_a_path_as_Windows_does_and_puts_the_prefix_in_front)
 {
     for (const auto& [path, extended] : std::vector<std::pair<std::wstring, std::wstring>>{
              {L"C:\\Program Files\\Velmora", L"\\\\?\\C:\\Program Files\\Velmora"},
@@ -43,7 +43,7 @@ TEST(ToExtendedPath, takes_a_path_as_Windows_does_and_puts_the_prefix_in_front)
     }
 }
 
-TEST(ToExtendedPath, leaves_a_path_that_is_extended_as_it_is)
+TEST(ToExtendedPathTest, Leaves_a_path_that_is_extended_as_it_is)
 {
     for (const std::wstring path :
          {L"\\\\?\\C:\\Velmora", L"\\\\?\\UNC\\server\\share", L"\\\\?\\Volume{12}\\a", L"\\\\?\\C:/X\\..\\Velmora. "})
@@ -52,13 +52,13 @@ TEST(ToExtendedPath, leaves_a_path_that_is_extended_as_it_is)
     }
 }
 
-TEST(ToExtendedPath, makes_a_relative_path_a_full_one)
+TEST(ToExtendedPathTest, Makes_a_relative_path_a_full_one)
 {
     EXPECT_EQ(ToExtendedPath(L"..\\x").substr(0, 4), L"\\\\?\\");
     EXPECT_EQ(ToExtendedPath(L"a.exe"), L"\\\\?\\" + CurrentFolder() + L"\\a.exe");
 }
 
-TEST(ToExtendedPath, takes_a_path_of_any_length)
+TEST(ToExtendedPathTest, Takes_a_path_of_any_length)
 {
     for (const std::size_t length : {255U, 256U, 257U, 258U, 30'000U})
     {
@@ -67,7 +67,7 @@ TEST(ToExtendedPath, takes_a_path_of_any_length)
     }
 }
 
-TEST(ToExtendedPath, leaves_a_path_that_Windows_does_not_make_full)
+TEST(ToExtendedPathTest, Leaves_a_path_that_Windows_does_not_make_full)
 {
     EXPECT_EQ(ToExtendedPath(L""), L"");
     Fake<&GetFullPathNameW> failing = [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) -> DWORD {
@@ -77,7 +77,7 @@ TEST(ToExtendedPath, leaves_a_path_that_Windows_does_not_make_full)
     EXPECT_EQ(ToExtendedPath(L"C:\\Velmora"), L"C:\\Velmora");
 }
 
-TEST(GetParentFolder, goes_up_to_the_root)
+TEST(GetParentFolderTest, Goes_up_to_the_root)
 {
     for (const auto& [path, parent] : std::vector<std::pair<std::wstring, std::wstring>>{
              {L"\\\\?\\C:\\a\\b", L"\\\\?\\C:\\a\\"},
@@ -105,7 +105,7 @@ TEST(GetParentFolder, goes_up_to_the_root)
     }
 }
 
-TEST(IsInside, goes_by_the_texts_alone)
+TEST(IsInsideTest, Goes_by_the_texts_alone)
 {
     EXPECT_TRUE(IsInside(L"C:\\folder\\a.exe", L"C:\\folder"));
     EXPECT_TRUE(IsInside(L"C:\\folder\\a.exe", L"C:\\folder\\"));
@@ -129,7 +129,7 @@ TEST(IsInside, goes_by_the_texts_alone)
     EXPECT_FALSE(IsInside(L"\\\\server\\share\\a.exe", L"\\"));
 }
 
-TEST(IsInside, knows_both_paths_in_every_spelling)
+TEST(IsInsideTest, Knows_both_paths_in_every_spelling)
 {
     for (const wchar_t* const folder :
          {L"C:\\Program Files\\Velmora\\", L"c:\\PROGRAM FILES\\velmora", L"C:/Program Files/Velmora/",
@@ -166,7 +166,7 @@ TEST(IsInside, knows_both_paths_in_every_spelling)
     EXPECT_TRUE(IsInside(L"\\\\?\\VOLUME{12}\\X\\..\\folder\\a.exe", L"//?/Volume{12}/folder/"));
 }
 
-TEST(IsInside, does_not_ask_the_file_system)
+TEST(IsInsideTest, Does_not_ask_the_file_system)
 {
     Fake<&CreateFileW> create = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
         ADD_FAILURE() << "a file is opened";
@@ -184,7 +184,7 @@ TEST(IsInside, does_not_ask_the_file_system)
     EXPECT_TRUE(IsInside(L"C:\\Windows\\..\\Velmora\\a.exe", L"c:/VELMORA"));
 }
 
-TEST(IsBelow, counts_what_begins_with_a_full_stop)
+TEST(IsBelowTest, Counts_what_begins_with_a_full_stop)
 {
     EXPECT_TRUE(IsBelow(L"C:\\folder\\.hidden\\a.exe", L"C:\\Folder\\"));
     EXPECT_TRUE(IsBelow(L"C:\\folder\\.a", L"C:\\folder"));
@@ -196,7 +196,7 @@ TEST(IsBelow, counts_what_begins_with_a_full_stop)
     EXPECT_FALSE(IsBelow(L"C:\\", L"C:\\folder"));
 }
 
-TEST(IsSamePath, is_the_same_in_every_spelling)
+TEST(IsSamePathTest, Is_the_same_in_every_spelling)
 {
     EXPECT_TRUE(IsSamePath(L"C:\\Folder", L"c:/folder//"));
     EXPECT_TRUE(IsSamePath(L"\\\\?\\C:\\", L"C:\\"));
@@ -207,6 +207,18 @@ TEST(IsSamePath, is_the_same_in_every_spelling)
     EXPECT_FALSE(IsSamePath(L"C:\\folder", L"C:\\folder\\a"));
     EXPECT_FALSE(IsSamePath(L"", L""));
     EXPECT_FALSE(IsSamePath(L"\\\\server\\share", L"\\server\\share"));
+}
+
+TEST(IsSamePathTest, Resolves_dots_as_far_as_there_is_a_parent)
+{
+    EXPECT_TRUE(IsSamePath(L"\\..\\a", L"\\a"));
+    EXPECT_TRUE(IsSamePath(L"\\\\..\\server\\share", L"\\\\server\\share"));
+    EXPECT_TRUE(IsSamePath(L"..\\..\\a", L".\\..\\b\\..\\..\\a"));
+
+    EXPECT_FALSE(IsSamePath(L"..\\a", L"a"));
+    EXPECT_FALSE(IsSamePath(L"..\\..\\a", L"a"));
+    EXPECT_FALSE(IsSamePath(L"C:..\\a", L"C:a"));
+    EXPECT_FALSE(IsSamePath(L"C:a", L"C:\\a"));
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
 // What nearly every unit test includes, compiled once for all of them.
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
 
 #include <windows.h>
 

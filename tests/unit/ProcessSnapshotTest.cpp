@@ -1,6 +1,6 @@
 #include "Installer/ProcessSnapshot.h"
 
-#include "support/FakeProcesses.h"
+#include "support/unit/ProcessesTest.h"
 
 #include <windows.h>
 
@@ -19,94 +19,69 @@ using namespace Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Processes = std::vector<std::pair<DWORD, std::wstring>>;
-
-// What a walk through a snapshot shows, as ids and names.
-Processes Walk(const wil::unique_tool_help_snapshot& snapshot)
+class ForEachProcessTest : public ProcessesTest
 {
-    Processes processes;
-    Installer::ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
-        processes.emplace_back(process.th32ProcessID, process.szExeFile);
-    });
-    return processes;
-}
-
-TEST(TakeProcessSnapshot, takes_one_of_all_processes_that_its_owner_closes)
-{
-    FakeProcesses processes;
+protected:
+    // What a walk through a snapshot shows, as ids and names.
+    static std::vector<std::pair<DWORD, std::wstring>> Show(const wil::unique_tool_help_snapshot& snapshot)
     {
-        EXPECT_TRUE(Installer::TakeProcessSnapshot());
+        std::vector<std::pair<DWORD, std::wstring>> shown;
+        Installer::ForEachProcess(snapshot, [&](const PROCESSENTRY32W& process) {
+            shown.emplace_back(process.th32ProcessID, process.szExeFile);
+        });
+        return shown;
     }
-    EXPECT_THAT(processes.Calls(), ElementsAre("snapshot 2 0", "close snapshot"));
-    EXPECT_EQ(processes.OpenHandles(), 0U);
-}
+};
 
-TEST(TakeProcessSnapshot, gives_an_empty_owner_and_leaves_the_last_error_when_there_is_none)
+TEST(TakeProcessSnapshotTest, Gives_an_empty_owner_and_leaves_the_last_error_when_there_is_none)
 {
     for (const HANDLE result : {HANDLE{nullptr}, INVALID_HANDLE_VALUE})
     {
-        FakeProcesses processes;
-        processes.FailSnapshots(result, ERROR_BAD_LENGTH);
-        {
-            const wil::unique_tool_help_snapshot snapshot = Installer::TakeProcessSnapshot();
-            EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_LENGTH});
-            EXPECT_FALSE(snapshot);
-        }
-        EXPECT_THAT(processes.Calls(), ElementsAre("snapshot 2 0"));
+        const Fake<&CreateToolhelp32Snapshot> failing = [=](DWORD, DWORD) {
+            SetLastError(ERROR_BAD_LENGTH);
+            return result;
+        };
+
+        EXPECT_FALSE(Installer::TakeProcessSnapshot());
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_LENGTH});
     }
 }
 
-TEST(ForEachProcess, shows_every_process_but_the_first_in_the_order_of_the_snapshot)
+TEST_F(ForEachProcessTest, Shows_every_process_but_the_first_in_the_order_of_the_snapshot)
 {
-    FakeProcesses processes;
+    const std::wstring longest(MAX_PATH - 1, L'x');
+    processes.PutFirst({.id = 40, .name = L"explorer.exe"});
     processes.Add({.id = 8, .name = L"later.exe"});
     processes.Add({.id = 4, .name = L"System"});
-    processes.Add({.id = 12, .name = std::wstring(MAX_PATH - 1, L'x')});
+    processes.Add({.id = 12, .name = longest});
 
-    EXPECT_THAT(Walk(Installer::TakeProcessSnapshot()), ElementsAre(std::pair(8, L"later.exe"), std::pair(4, L"System"),
-                                                                    std::pair(12, std::wstring(MAX_PATH - 1, L'x'))));
-    EXPECT_THAT(processes.Calls(),
-                ElementsAre("snapshot 2 0", "first 568", "next", "next", "next", "next", "close snapshot"));
+    {
+        const wil::unique_tool_help_snapshot snapshot = Installer::TakeProcessSnapshot();
+        EXPECT_THAT(Show(snapshot),
+                    ElementsAre(std::pair(8, L"later.exe"), std::pair(4, L"System"), std::pair(12, longest)));
+        EXPECT_THAT(handles.AllOpen(), ElementsAre("snapshot")); // for its owner
+    }
+    EXPECT_EQ(journal.All(), Walk(3));
 }
 
-TEST(ForEachProcess, does_not_look_at_what_the_first_process_is)
+TEST_F(ForEachProcessTest, Shows_nothing_when_the_snapshot_cannot_be_read)
 {
-    FakeProcesses processes;
-    processes.PutFirst({.id = 40, .name = L"explorer.exe"});
-
-    EXPECT_THAT(Walk(Installer::TakeProcessSnapshot()), IsEmpty());
-    EXPECT_THAT(processes.Calls(), ElementsAre("snapshot 2 0", "first 568", "next", "close snapshot"));
-}
-
-TEST(ForEachProcess, shows_nothing_when_the_snapshot_cannot_be_read)
-{
-    FakeProcesses processes;
     processes.Add({.id = 40, .name = L"explorer.exe"});
-    processes.FailFirst();
+    journal.Fail("Process32FirstW", ERROR_NO_MORE_FILES);
 
-    EXPECT_THAT(Walk(Installer::TakeProcessSnapshot()), IsEmpty());
-    EXPECT_THAT(processes.Calls(), ElementsAre("snapshot 2 0", "first 568", "close snapshot"));
+    EXPECT_THAT(Show(Installer::TakeProcessSnapshot()), IsEmpty());
+    EXPECT_THAT(journal.CallsOf({"Process32NextW"}), IsEmpty());
 }
 
-TEST(ForEachProcess, leaves_the_snapshot_open_for_its_owner)
+TEST_F(ForEachProcessTest, Ends_with_what_the_examination_throws)
 {
-    const FakeProcesses processes;
-    const wil::unique_tool_help_snapshot snapshot = Installer::TakeProcessSnapshot();
-
-    EXPECT_THAT(Walk(snapshot), IsEmpty());
-    EXPECT_EQ(processes.OpenSnapshots(), 1U);
-}
-
-TEST(ForEachProcess, ends_with_what_the_examination_throws)
-{
-    FakeProcesses processes;
     processes.Add({.id = 40, .name = L"explorer.exe"});
     processes.Add({.id = 44, .name = L"explorer.exe"});
 
     EXPECT_THROW(Installer::ForEachProcess(Installer::TakeProcessSnapshot(),
                                            [](const PROCESSENTRY32W&) { throw std::length_error("too many"); }),
                  std::length_error);
-    EXPECT_THAT(processes.Calls(), ElementsAre("snapshot 2 0", "first 568", "next", "close snapshot"));
+    EXPECT_EQ(journal.CallsOf({"Process32NextW"}).size(), 1U);
 }
 
 } // namespace

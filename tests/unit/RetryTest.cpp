@@ -1,6 +1,6 @@
 #include "Installer/Retry.h"
 
-#include "support/VirtualClock.h"
+#include "support/unit/VirtualClock.h"
 
 #include <gtest/gtest.h>
 
@@ -12,64 +12,46 @@ namespace
 using namespace Installer;
 using Pauses = std::vector<DWORD>;
 
-class RetryTest : public testing::Test
+TEST(RetryTest, Tries_until_the_first_success_and_pauses_after_failures)
 {
-protected:
-    Testing::VirtualClock clock;
-    unsigned calls = 0;
-};
+    struct Case
+    {
+        RetryPolicy policy;
+        unsigned successAt; // 0: never
+        unsigned attempts;
+        std::size_t pauses;
+    };
+    const Case cases[] = {
+        {c_once, 0, 1, 0},
+        {c_tenTimesPausingAfterEach, 1, 1, 0},
+        {c_tenTimesPausingAfterEach, 0, 10, 10}, // inside the library
+        {c_tenTimesPausingBetween, 0, 10, 9},    // around an operation
+        {c_tenTimesPausingBetween, 4, 4, 3},
+        {c_tenTimesPausingBetween, 10, 10, 9},
+    };
+    for (const Case& each : cases)
+    {
+        const Testing::VirtualClock clock;
+        unsigned attempts = 0;
 
-TEST_F(RetryTest, ends_with_the_first_success_and_makes_no_pause)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls, S_OK; }), S_OK);
+        EXPECT_EQ(Retry(each.policy, [&] { return ++attempts == each.successAt ? S_OK : E_FAIL; }),
+                  each.successAt == 0 ? E_FAIL : S_OK);
 
-    EXPECT_EQ(calls, 1U);
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
+        EXPECT_EQ(attempts, each.attempts);
+        EXPECT_EQ(clock.Sleeps(), Pauses(each.pauses, 1000));
+    }
 }
 
-TEST_F(RetryTest, makes_one_attempt_and_no_pause_when_it_is_to_try_once)
+TEST(RetryTest, Returns_the_result_of_the_last_attempt_and_takes_any_but_zero_for_a_failure)
 {
-    EXPECT_EQ(Retry(c_once, [&] { return ++calls, E_FAIL; }), E_FAIL);
+    const Testing::VirtualClock clock;
+    unsigned attempts = 0;
 
-    EXPECT_EQ(calls, 1U);
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(RetryTest, pauses_after_every_failure_inside_the_library)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls, E_FAIL; }), E_FAIL);
-
-    EXPECT_EQ(calls, 10U);
-    EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
-}
-
-TEST_F(RetryTest, pauses_between_attempts_only_around_an_operation)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls, E_FAIL; }), E_FAIL);
-
-    EXPECT_EQ(calls, 10U);
-    EXPECT_EQ(clock.Sleeps(), Pauses(9, 1000));
-}
-
-TEST_F(RetryTest, stops_in_the_middle_when_an_attempt_succeeds)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls == 4 ? S_OK : E_FAIL; }), S_OK);
-
-    EXPECT_EQ(calls, 4U);
-    EXPECT_EQ(clock.Sleeps(), Pauses(3, 1000));
-}
-
-TEST_F(RetryTest, returns_the_result_of_the_last_attempt)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++calls == 10 ? E_ACCESSDENIED : E_FAIL; }),
+    EXPECT_EQ(Retry(c_tenTimesPausingAfterEach, [&] { return ++attempts == 10 ? S_FALSE : E_FAIL; }), S_FALSE);
+    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++attempts == 20 ? E_ACCESSDENIED : S_FALSE; }),
               E_ACCESSDENIED);
-}
 
-TEST_F(RetryTest, takes_any_result_but_zero_for_a_failure)
-{
-    EXPECT_EQ(Retry(c_tenTimesPausingBetween, [&] { return ++calls, S_FALSE; }), S_FALSE);
-
-    EXPECT_EQ(calls, 10U);
+    EXPECT_EQ(attempts, 20U);
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 #include "Installer/ShellHelpers.h"
 
-#include "support/FailureLog.h"
-#include "support/FakeDesktopShell.h"
-#include "support/ImportTableFake.h"
-#include "support/Text.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/FailureLog.h"
+#include "support/unit/FakeDesktopShell.h"
 
 #include <windows.h>
 
@@ -21,34 +20,45 @@ namespace
 
 using namespace Testing;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-const std::wstring c_file = L"C:\\Temp\\a log.txt";
+constexpr wchar_t c_file[] = L"C:\\Temp\\a log.txt";
 
-// All that the shell is asked for, in order.
-const std::vector<std::string> c_steps = {
-    "create shell windows in context 4 as IShellWindows",
-    "find window at int 0 below nothing of class 8 with options 1",
-    "query desktop for IServiceProvider",
-    "query service STopLevelBrowser for IShellBrowser",
-    "get active view",
-    "query active view for IShellView",
-    "get item 0 as IDispatch",
-    "query background for IShellFolderViewDual",
-    "get application",
-    "query application for IShellDispatch2",
-    "execute \"C:\\Temp\\a log.txt\", arguments text \"\", directory text \"\", operation text \"\", show int 1",
+// All that COM and the shell are asked for, in order.
+const Calls c_calls{
+    "CoCreateInstance(ShellWindows, null, 0x4, IShellWindows)",
+    "IShellWindows::FindWindowSW(int 0, empty, 0x8, 0x1)",
+    "IDispatch::QueryInterface(IServiceProvider)",
+    "IServiceProvider::QueryService(STopLevelBrowser, IShellBrowser)",
+    "IShellBrowser::QueryActiveShellView()",
+    "IShellView::QueryInterface(IShellView)",
+    "IShellView::GetItemObject(0, IDispatch)",
+    "IDispatch::QueryInterface(IShellFolderViewDual)",
+    "IShellFolderViewDual::get_Application()",
+    "IDispatch::QueryInterface(IShellDispatch2)",
+    R"(SysAllocString("C:\Temp\a log.txt"))",
+    R"(SysAllocString(""))",
+    R"(SysAllocString(""))",
+    R"(SysAllocString(""))",
+    R"(IShellDispatch2::ShellExecute("C:\Temp\a log.txt", "", "", "", int 1))",
 };
 
-std::vector<std::string> FirstSteps(std::size_t count)
+Calls First(std::size_t count)
 {
-    return {c_steps.begin(), c_steps.begin() + static_cast<std::ptrdiff_t>(count)};
+    return {c_calls.begin(), c_calls.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-class ShellExecuteFromExplorer : public testing::Test
+class ShellExecuteFromExplorerTest : public testing::Test
 {
 protected:
+    ~ShellExecuteFromExplorerTest() override { ExpectReleased(); }
+
+    void ExpectReleased() const
+    {
+        EXPECT_EQ(shell.References(), 0);
+        EXPECT_EQ(strings.Count(), 0U);
+    }
+
     // The code that the call throws; S_OK when it throws nothing.
     static HRESULT CodeThrown()
     {
@@ -71,16 +81,11 @@ protected:
         EXPECT_THAT(failures.Entries(), ElementsAre(FailureLog::Entry("ShellHelpers", result)));
     }
 
-    void TearDown() override
-    {
-        EXPECT_EQ(shell.References(), 0);
-        EXPECT_EQ(shell.Texts(), 0U);
-    }
-
-    FakeDesktopShell shell;
+    Journal journal;
+    FakeStrings strings{journal};
+    FakeDesktopShell shell{journal, strings};
     DWORD elevation = 1;
-    std::vector<std::string> executions; // of ShellExecuteW
-    INT_PTR executionResult = 33;
+    INT_PTR executed = 33; // what ShellExecuteW returns
 
 private:
     Fake<&GetTokenInformation> m_token = [this](HANDLE, TOKEN_INFORMATION_CLASS, void* data, DWORD, DWORD*) -> BOOL {
@@ -89,103 +94,83 @@ private:
     };
     Fake<&ShellExecuteW> m_execute = [this](HWND owner, const wchar_t* operation, const wchar_t* file,
                                             const wchar_t* arguments, const wchar_t* directory, INT show) {
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_EQ(operation, nullptr);
-        EXPECT_EQ(arguments, nullptr);
-        EXPECT_EQ(directory, nullptr);
-        executions.push_back(Narrow(file) + ", show " + std::to_string(show));
+        journal.Add("ShellExecuteW", owner, operation, file, arguments, directory, show);
         SetLastError(ERROR_NO_ASSOCIATION);
-        return reinterpret_cast<HINSTANCE>(executionResult);
+        return reinterpret_cast<HINSTANCE>(executed);
     };
 };
 
-TEST_F(ShellExecuteFromExplorer, opens_the_file_itself_when_it_is_not_elevated)
+TEST_F(ShellExecuteFromExplorerTest, Opens_the_file_itself_when_it_is_not_elevated)
 {
     const FailureLog failures;
     elevation = 0;
-
-    Installer::ShellExecuteFromExplorer(c_file);
-
-    EXPECT_THAT(executions, ElementsAre("C:\\Temp\\a log.txt, show 1"));
-    EXPECT_THAT(shell.Steps(), IsEmpty());
+    for (const INT_PTR result : {INT_PTR{33}, INT_PTR{1} << 40})
+    {
+        executed = result;
+        Installer::ShellExecuteFromExplorer(c_file);
+        EXPECT_THAT(journal.Take(), ElementsAre(R"(ShellExecuteW(null, null, "C:\Temp\a log.txt", null, null, 1))"));
+    }
     EXPECT_THAT(failures.Entries(), IsEmpty());
 }
 
-TEST_F(ShellExecuteFromExplorer, throws_the_last_error_for_every_result_up_to_32_when_it_is_not_elevated)
+TEST_F(ShellExecuteFromExplorerTest, Throws_the_last_error_for_every_result_up_to_32_when_it_is_not_elevated)
 {
     elevation = 0;
-    for (const INT_PTR result : {INT_PTR{0}, INT_PTR{2}, INT_PTR{31}, INT_PTR{32}, INT_PTR{-1}})
+    for (const INT_PTR result : {0, 2, 31, 32, -1})
     {
-        executionResult = result;
+        executed = result;
         ExpectFailure(HRESULT_FROM_WIN32(ERROR_NO_ASSOCIATION));
+        EXPECT_EQ(journal.Take().size(), 1U);
     }
-    EXPECT_EQ(executions.size(), 5U);
-    EXPECT_THAT(shell.Steps(), IsEmpty());
 }
 
-TEST_F(ShellExecuteFromExplorer, takes_a_large_result_as_a_success_when_it_is_not_elevated)
-{
-    elevation = 0;
-    executionResult = INT_PTR{1} << 40;
-
-    Installer::ShellExecuteFromExplorer(c_file);
-
-    EXPECT_EQ(executions.size(), 1U);
-}
-
-TEST_F(ShellExecuteFromExplorer, asks_the_shell_of_the_desktop_when_it_is_elevated)
+TEST_F(ShellExecuteFromExplorerTest, Asks_the_shell_of_the_desktop_when_it_is_elevated)
 {
     const FailureLog failures;
 
     Installer::ShellExecuteFromExplorer(c_file);
 
-    EXPECT_THAT(shell.Steps(), ElementsAreArray(c_steps));
-    EXPECT_THAT(executions, IsEmpty());
+    EXPECT_EQ(journal.All(), c_calls);
     EXPECT_THAT(failures.Entries(), IsEmpty());
 }
 
-TEST_F(ShellExecuteFromExplorer, throws_the_failure_of_any_step_and_releases_everything)
+TEST_F(ShellExecuteFromExplorerTest, Throws_the_failure_of_any_call_and_releases_everything)
 {
-    for (std::size_t failing = 0; failing < c_steps.size(); ++failing)
+    for (std::size_t failing = 0; failing < c_calls.size(); ++failing)
     {
-        SCOPED_TRACE(c_steps[failing]);
-        FakeDesktopShell failingShell;
+        SCOPED_TRACE(c_calls[failing]);
         const auto result = static_cast<HRESULT>(0x80040200U + failing);
-        failingShell.Fail(c_steps[failing], result);
+        std::size_t made = 0;
+        journal.onCall = [&](const std::string& call) {
+            if (made++ == failing)
+            {
+                journal.Fail(call, result, 1);
+            }
+        };
 
-        ExpectFailure(result);
-
-        EXPECT_THAT(failingShell.Steps(), ElementsAreArray(FirstSteps(failing + 1)));
-        EXPECT_EQ(failingShell.References(), 0);
-        EXPECT_EQ(failingShell.Texts(), 0U);
+        if (c_calls[failing].starts_with("SysAllocString"))
+        {
+            EXPECT_EQ(CodeThrown(), E_OUTOFMEMORY);
+        }
+        else
+        {
+            ExpectFailure(result);
+        }
+        EXPECT_EQ(journal.Take(), First(failing + 1));
+        ExpectReleased();
     }
-    EXPECT_THAT(executions, IsEmpty());
 }
 
-TEST_F(ShellExecuteFromExplorer, fails_when_the_shell_shows_no_desktop)
+TEST_F(ShellExecuteFromExplorerTest, Fails_when_the_shell_shows_no_desktop)
 {
-    shell.HideDesktop();
+    shell.hasDesktop = false;
 
     ExpectFailure(HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
-    EXPECT_THAT(shell.Steps(), ElementsAreArray(FirstSteps(2)));
+
+    EXPECT_EQ(journal.All(), First(2));
 }
 
-TEST_F(ShellExecuteFromExplorer, asks_the_shell_for_nothing_when_a_text_cannot_be_made)
-{
-    for (unsigned texts = 0; texts < 4; ++texts)
-    {
-        FakeDesktopShell poorShell;
-        poorShell.LimitTexts(texts);
-
-        EXPECT_EQ(CodeThrown(), E_OUTOFMEMORY);
-
-        EXPECT_THAT(poorShell.Steps(), ElementsAreArray(FirstSteps(c_steps.size() - 1)));
-        EXPECT_EQ(poorShell.References(), 0);
-        EXPECT_EQ(poorShell.Texts(), 0U);
-    }
-}
-
-TEST_F(ShellExecuteFromExplorer, throws_when_it_cannot_be_told_whether_the_process_is_elevated)
+TEST_F(ShellExecuteFromExplorerTest, Throws_when_it_cannot_be_told_whether_the_process_is_elevated)
 {
     const Fake<&GetTokenInformation> token = [](HANDLE, TOKEN_INFORMATION_CLASS, void*, DWORD, DWORD*) -> BOOL {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -193,8 +178,8 @@ TEST_F(ShellExecuteFromExplorer, throws_when_it_cannot_be_told_whether_the_proce
     };
 
     EXPECT_EQ(CodeThrown(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
-    EXPECT_THAT(executions, IsEmpty());
-    EXPECT_THAT(shell.Steps(), IsEmpty());
+
+    EXPECT_THAT(journal.All(), IsEmpty());
 }
 
 } // namespace

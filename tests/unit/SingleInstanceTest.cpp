@@ -1,6 +1,6 @@
 #include "Uninstaller/SingleInstance.h"
 
-#include "support/OpenHandles.h"
+#include "support/unit/Handles.h"
 
 #include <windows.h>
 
@@ -25,7 +25,8 @@ protected:
         EXPECT_EQ(ending->text, L"");
     }
 
-    OpenHandles handles;
+    Journal journal;
+    Handles handles{journal};
     DWORD error = ERROR_SUCCESS;
     bool isDenied = false;
     HANDLE made = nullptr;
@@ -35,14 +36,14 @@ protected:
         EXPECT_STREQ(name, L"Global\\Velmora_Installer_Mutex");
         EXPECT_EQ(flags, 1U);
         EXPECT_EQ(access, 0x1F0001U);
-        made = isDenied ? nullptr : handles.Make();
+        made = isDenied ? nullptr : handles.Make("mutex");
         SetLastError(error);
         return made;
     };
     wil::unique_handle mutex;
 };
 
-TEST_F(SingleInstanceTest, takes_the_mutex)
+TEST_F(SingleInstanceTest, Takes_the_mutex)
 {
     EXPECT_FALSE(CheckSingleInstance(mutex));
 
@@ -54,7 +55,7 @@ TEST_F(SingleInstanceTest, takes_the_mutex)
     EXPECT_FALSE(mutex);
 }
 
-TEST_F(SingleInstanceTest, refuses_while_another_one_has_it_and_keeps_the_handle_until_it_is_released)
+TEST_F(SingleInstanceTest, Refuses_while_another_one_has_it_and_keeps_the_handle_until_it_is_released)
 {
     error = ERROR_ALREADY_EXISTS;
 
@@ -65,7 +66,7 @@ TEST_F(SingleInstanceTest, refuses_while_another_one_has_it_and_keeps_the_handle
     EXPECT_FALSE(handles.IsOpen(made));
 }
 
-TEST_F(SingleInstanceTest, refuses_when_it_cannot_be_had)
+TEST_F(SingleInstanceTest, Refuses_when_it_cannot_be_had)
 {
     isDenied = true;
     error = ERROR_ACCESS_DENIED;
@@ -76,10 +77,10 @@ TEST_F(SingleInstanceTest, refuses_when_it_cannot_be_had)
     ReleaseSingleInstance(mutex); // has nothing to close
 }
 
-TEST_F(SingleInstanceTest, a_handle_that_cannot_be_closed_is_an_exception)
+TEST_F(SingleInstanceTest, A_handle_that_cannot_be_closed_is_an_exception)
 {
     EXPECT_FALSE(CheckSingleInstance(mutex));
-    handles.closeError = ERROR_INVALID_HANDLE;
+    journal.Fail("CloseHandle", ERROR_INVALID_HANDLE);
 
     try
     {

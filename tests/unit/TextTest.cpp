@@ -1,13 +1,14 @@
 #include "Installer/Text.h"
 
-#include "support/FakeCodePage.h"
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/FakeCodePage.h"
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,34 +20,26 @@ using namespace std::string_literals;
 using Testing::Fake;
 using Testing::FakeCodePage;
 
-TEST(ConversionTest, converts_both_ways)
-{
-    EXPECT_EQ(Utf8ToWide("\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80"),
-              L"\u00c5ngstr\u00f6m \u20ac \U0001f600");
-    EXPECT_EQ(WideToUtf8(L"\u00c5ngstr\u00f6m \u20ac \U0001f600"),
-              "\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80");
-}
+// Every form of UTF-8, and a zero.
+const std::string c_utf8 = "\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80\0."s;
+const std::wstring c_wide = L"\u00c5ngstr\u00f6m \u20ac \U0001f600\0."s;
 
-TEST(ConversionTest, keeps_zero_characters)
+TEST(ConversionTest, Converts_both_ways)
 {
-    EXPECT_EQ(Utf8ToWide("a\0b"s), L"a\0b"s);
-    EXPECT_EQ(WideToUtf8(L"a\0b"s), "a\0b"s);
-}
-
-TEST(ConversionTest, gives_nothing_for_nothing)
-{
+    EXPECT_EQ(Utf8ToWide(c_utf8), c_wide);
+    EXPECT_EQ(WideToUtf8(c_wide), c_utf8);
     EXPECT_EQ(Utf8ToWide(""), L"");
     EXPECT_EQ(WideToUtf8(L""), "");
 }
 
-TEST(ConversionTest, gives_nothing_for_invalid_text)
+TEST(ConversionTest, Gives_nothing_for_invalid_text)
 {
     EXPECT_EQ(Utf8ToWide("fine \xff not"), L"");
     EXPECT_EQ(Utf8ToWide("\xc3"), L"");
     EXPECT_EQ(WideToUtf8(L"lone \xd800 surrogate"), "");
 }
 
-TEST(ConversionTest, converts_with_flags_0_and_the_length_of_the_string)
+TEST(ConversionTest, Converts_with_flags_0_and_the_length_of_the_string)
 {
     std::vector<std::pair<DWORD, int>> toWide;
     std::vector<std::pair<DWORD, int>> toUtf8;
@@ -71,9 +64,7 @@ TEST(ConversionTest, converts_with_flags_0_and_the_length_of_the_string)
 
 TEST(TextTest, EncodeUtf8_converts_valid_text)
 {
-    EXPECT_EQ(EncodeUtf8(L"\u00c5ngstr\u00f6m \u20ac \U0001f600"),
-              "\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80");
-    EXPECT_EQ(EncodeUtf8(L"a\0b"s), "a\0b"s);
+    EXPECT_EQ(EncodeUtf8(c_wide), c_utf8);
     EXPECT_EQ(EncodeUtf8(L""), "");
 }
 
@@ -109,8 +100,7 @@ TEST(TextTest, WidenExceptionText_takes_valid_UTF_8_as_such_in_every_code_page)
         SCOPED_TRACE(page);
         const FakeCodePage codePage(page);
 
-        EXPECT_EQ(WidenExceptionText("\xc3\x85ngstr\xc3\xb6m \xe2\x82\xac \xf0\x9f\x98\x80"),
-                  L"\u00c5ngstr\u00f6m \u20ac \U0001f600");
+        EXPECT_EQ(WidenExceptionText(c_utf8.c_str()), c_wide.substr(0, c_wide.find(L'\0')));
         EXPECT_EQ(WidenExceptionText("plain"), L"plain");
         EXPECT_EQ(WidenExceptionText(""), L"");
     }
@@ -118,26 +108,17 @@ TEST(TextTest, WidenExceptionText_takes_valid_UTF_8_as_such_in_every_code_page)
 
 TEST(TextTest, WidenExceptionText_takes_other_text_in_the_ANSI_code_page)
 {
+    const std::tuple<UINT, const char*, const wchar_t*> texts[] = {
+        {1252, "Ung\xfcltiger Wert \x80", L"Ung\u00fcltiger Wert \u20ac"},
+        {1251, "\xce\xf2\xea\xe0\xe7\xe0\xed\xee", L"\u041e\u0442\u043a\u0430\u0437\u0430\u043d\u043e"},
+        {932, "\x93\xfa\x96\x7b", L"\u65e5\u672c"},
+        {CP_UTF8, "fine \xff not", L"fine \ufffd not"}, // valid in neither
+    };
+    for (const auto& [page, text, wide] : texts)
     {
-        const FakeCodePage western(1252);
-        EXPECT_EQ(WidenExceptionText("Ung\xfcltiger Wert \x80"), L"Ung\u00fcltiger Wert \u20ac");
+        const FakeCodePage codePage(page);
+        EXPECT_EQ(WidenExceptionText(text), wide) << page;
     }
-    {
-        const FakeCodePage cyrillic(1251);
-        EXPECT_EQ(WidenExceptionText("\xce\xf2\xea\xe0\xe7\xe0\xed\xee"),
-                  L"\u041e\u0442\u043a\u0430\u0437\u0430\u043d\u043e");
-    }
-    {
-        const FakeCodePage japanese(932);
-        EXPECT_EQ(WidenExceptionText("\x93\xfa\x96\x7b"), L"\u65e5\u672c");
-    }
-}
-
-TEST(TextTest, WidenExceptionText_replaces_what_is_valid_in_neither)
-{
-    const FakeCodePage utf8(CP_UTF8);
-
-    EXPECT_EQ(WidenExceptionText("fine \xff not"), L"fine \ufffd not");
 }
 
 TEST(TextTest, WidenExceptionText_puts_the_text_on_one_line)

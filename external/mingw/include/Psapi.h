@@ -1,2 +1,2 @@
-// The name by which the real WIL includes it.
+// The real WIL includes the header by this name.
 #include <psapi.h>

@@ -1,4 +1,4 @@
-// The compiler has no such header: weak references to objects. For the real WIL.
+// Missing in mingw-w64. Only the real WIL needs it.
 #pragma once
 
 #include <combaseapi.h>

@@ -1,4 +1,4 @@
-// The compiler's own header and what it lacks: references to objects for every thread. For the real WIL.
+// mingw-w64's header, with agile references. Only the real WIL needs them.
 #include_next <combaseapi.h>
 
 #if defined(__cplusplus) && !defined(VELMORA_COMBASEAPI_ADDITIONS)

@@ -1,4 +1,4 @@
-// The compiler's own header and the attribute that it lacks.
+// mingw-w64's header, with a missing attribute.
 #pragma once
 
 #include_next <dwmapi.h>

@@ -1,16 +1,16 @@
-// The compiler's own header and what it lacks: the instruction that ends a process at once.
+// mingw-w64's header, with __fastfail.
 #if defined(__clang__)
-// clang's <cpuid.h> and this header both define __cpuidex: the first one is left out.
+// clang's <cpuid.h> and this header both define __cpuidex: skip the former.
 #ifndef __CPUID_H
 #define __CPUID_H
 #endif
-// This header includes one that clang has given up.
+// This header includes a deprecated one of clang.
 #ifndef _CLANG_DISABLE_CRT_DEPRECATION_WARNINGS
 #define _CLANG_DISABLE_CRT_DEPRECATION_WARNINGS
 #endif
 #endif
 
-// <strsafe.h> makes macros of functions that this header declares.
+// <strsafe.h> defines macros with the names of functions that this header declares.
 #pragma push_macro("strcat")
 #pragma push_macro("strcpy")
 #pragma push_macro("wcscat")
@@ -32,7 +32,7 @@
 extern "C" {
 #endif
 
-// For the real WIL.
+// Only the real WIL needs it.
 static inline __attribute__((noreturn, always_inline, unused)) void __fastfail(unsigned int code)
 {
     __asm__ volatile("int $0x29" : : "c"(code) : "memory");

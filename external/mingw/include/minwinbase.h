@@ -1,4 +1,4 @@
-// The compiler's own header and what its version check leaves out.
+// mingw-w64's header, with a value that its version check leaves out.
 #include_next <minwinbase.h>
 
 #if defined(__cplusplus) && !defined(VELMORA_MINWINBASE_ADDITIONS)

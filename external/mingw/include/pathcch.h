@@ -1,4 +1,4 @@
-// The compiler's own header, which may not be included twice, and the options of its functions. For the real WIL.
+// mingw-w64's header, which has no include guard, with PATHCCH_OPTIONS. Only the real WIL needs it.
 #ifndef VELMORA_PATHCCH_ADDITIONS
 #define VELMORA_PATHCCH_ADDITIONS
 

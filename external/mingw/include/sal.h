@@ -1,5 +1,4 @@
-// The compiler's own header, the annotation that it lacks (none means anything to this compiler), and a keyword that
-// comes with them. For the real WIL.
+// mingw-w64's header, with a missing annotation and keyword. Only the real WIL needs them.
 #include_next <sal.h>
 
 #ifndef _Post_ptr_invalid_

@@ -1,4 +1,4 @@
-// The compiler's own header and the identifiers that it lacks.
+// mingw-w64's header, with missing identifiers.
 #pragma once
 
 #include_next <uiautomationclient.h>

@@ -1,4 +1,4 @@
-// The compiler's own header, which names a parameter with a keyword of C++, and what it lacks.
+// mingw-w64's header, which has a parameter named "new", with missing declarations.
 #pragma once
 
 #pragma push_macro("new")
@@ -12,7 +12,7 @@ extern "C" {
 
 WINBOOL WINAPI UiaClientsAreListening(void);
 
-// What a program calls that looks at another one's windows.
+// The client's functions, for the tests.
 enum ConditionType
 {
     ConditionType_True = 0,

@@ -1,4 +1,4 @@
-// The compiler's own header and the codes that it lacks.
+// mingw-w64's header, with missing error codes.
 #include_next <winerror.h>
 
 #ifndef VELMORA_WINERROR_ADDITIONS
@@ -13,7 +13,7 @@
 #ifndef ERROR_REPARSE_POINT_ENCOUNTERED
 #define ERROR_REPARSE_POINT_ENCOUNTERED __MSABI_LONG(4395)
 #endif
-// The compiler's own is a macro that evaluates its argument twice, which is then called twice when it is a call.
+// mingw-w64's macro evaluates its argument twice.
 #ifdef __cplusplus
 #undef HRESULT_FROM_WIN32
 extern "C++" {
@@ -27,7 +27,7 @@ constexpr HRESULT HRESULT_FROM_WIN32(Error error) noexcept
 }
 #endif
 
-// The rest is for the real WIL.
+// Only the real WIL needs the rest.
 #ifndef ERROR_ILLEGAL_CHARACTER
 #define ERROR_ILLEGAL_CHARACTER __MSABI_LONG(582)
 #endif

@@ -1,7 +1,7 @@
-// The compiler's own header and what it lacks of reparse points. For the real WIL.
+// mingw-w64's header, with a missing macro for reparse tags. Only the real WIL needs it.
 #include_next <winnt.h>
 
 #ifndef IsReparseTagDirectory
-// Whether what a reparse point of this kind stands for is a directory with contents of its own.
+// Whether a directory with this reparse tag can have children.
 #define IsReparseTagDirectory(_tag) (((_tag) & 0x10000000))
 #endif

@@ -18,11 +18,10 @@
 #include <string_view>
 #include <utility>
 
-// What runs in the dying process takes no memory from the heap, which may be what is broken, and waits for nothing
-// without a limit. So its lock is one of Windows': the runtime's take memory when they are first used.
-// MiniDumpWriteDump cannot promise as much: it may wait for the loader's lock or the heap's, and the thread that has it
-// is the one that crashed, or one that MiniDumpWriteDump itself has suspended. It gets a thread of its own, and another
-// one, which it does not suspend, watches over it.
+// The dying process does not use the heap, which may be corrupt, and waits for nothing without a timeout. So its lock
+// is one of Windows': the runtime's allocate when they are first used. MiniDumpWriteDump may deadlock on the loader's
+// lock or the heap's, held by the thread that crashed or by one that it has suspended itself. So it gets a thread of
+// its own, and a watchdog thread that it does not suspend.
 namespace Reporter
 {
 
@@ -31,17 +30,17 @@ namespace
 
 constexpr std::size_t c_breadcrumbLimit = 100;
 
-// The code that Windows' own runtime gives to abort.
+// STATUS_FATAL_APP_EXIT, as Microsoft's runtime reports abort.
 constexpr DWORD c_aborted = 0x40000015;
 
-// How long the minidump may take, and another crashing thread waits for it, in milliseconds: a minidump takes a second
-// of the processor's time, on a busy machine many seconds.
+// For the minidump, and for another crashing thread that waits for it, in milliseconds: on a busy machine a minidump
+// takes many seconds.
 constexpr DWORD c_minidumpLimit = 30'000;
 
-// How long the end of the handler waits for a thread that is in it, in milliseconds.
+// How long the destructor waits for a crash, in milliseconds.
 constexpr DWORD c_endLimit = 2000;
 
-// How often the breadcrumbs are tried: a thread that is adding one needs no longer, unless it is the one that crashed.
+// Attempts at the breadcrumbs' lock: its owner may be the thread that crashed.
 constexpr int c_lockAttempts = 1000;
 
 wil::unique_hfile CreateNew(const std::wstring& path)
@@ -75,10 +74,9 @@ struct CrashHandler::State
     std::atomic<DWORD> crashedThread = 0;
     MINIDUMP_EXCEPTION_INFORMATION information{};
     DWORD code = 0; // of the exception
-    // The threads that are there for the minidump alone.
     std::atomic<DWORD> watchingThread = 0;
     std::atomic<DWORD> writingThread = 0;
-    bool areThreadsLeft = false; // nobody waits for them any more; they may still use all this
+    bool areThreadsLeft = false; // they timed out, and may still use the state
 
     wil::srwlock lock;
     std::deque<std::string> breadcrumbs; // guarded by it
@@ -104,10 +102,10 @@ struct CrashHandler::State
 
     class Use;
     static inline std::atomic<State*> s_current = nullptr;
-    static inline std::atomic<int> s_users = 0; // threads that may have found it and not let go of it yet
+    static inline std::atomic<int> s_users = 0; // threads that may be using it
 };
 
-// The state of the handler there is, for as long as it is used in a crash. Null when there is none.
+// The state of the handler, held by a crash that uses it; null without a handler.
 class CrashHandler::State::Use
 {
 public:
@@ -120,7 +118,7 @@ public:
     explicit operator bool() const noexcept { return m_state != nullptr; }
 
 private:
-    // Counts before it looks for the state: who ends the handler does so in the opposite order.
+    // Counts before it loads the state; the destructor does the opposite.
     static State* Enter() noexcept
     {
         ++s_users;
@@ -136,7 +134,7 @@ void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
     DWORD none = 0;
     if (!crashedThread.compare_exchange_strong(none, thread))
     {
-        // Otherwise the handler itself crashed, or a terminate goes on to abort.
+        // The same thread again: the handler crashed, or std::terminate goes on to abort.
         if (none != thread && !IsForMinidump(thread))
         {
             WaitForSingleObject(written.get(), c_minidumpLimit);
@@ -180,7 +178,6 @@ void CrashHandler::State::WriteEnvelope()
     WriteText(file.get(), envelope.tail);
 }
 
-// Returns when the minidump is written, or when it takes too long.
 void CrashHandler::State::WriteMinidump(EXCEPTION_POINTERS* exception)
 {
     if (!writeDump)
@@ -191,12 +188,12 @@ void CrashHandler::State::WriteMinidump(EXCEPTION_POINTERS* exception)
     const wil::unique_handle watching(CreateThread(nullptr, 0, WatchMinidump, this, 0, nullptr));
     if (watching)
     {
-        // Where this thread has the loader's lock, that one never comes to begin.
+        // It does not even start where this thread has the loader's lock.
         areThreadsLeft = WaitForSingleObject(watching.get(), c_minidumpLimit) != WAIT_OBJECT_0;
     }
 }
 
-// Ends the process if the minidump takes too long: the thread that crashed may be suspended for good.
+// Ends the process after the timeout: the thread that crashed may be suspended for good.
 DWORD WINAPI CrashHandler::State::WatchMinidump(void* parameter) noexcept
 {
     State& state = *static_cast<State*>(parameter);
@@ -223,7 +220,7 @@ DWORD WINAPI CrashHandler::State::WriteMinidumpHere(void* parameter) noexcept
     return 0;
 }
 
-// Leaves out the threads that are there for the minidump alone: what is left out is not suspended either.
+// Excludes the threads of the minidump, which keeps them from being suspended.
 BOOL CALLBACK CrashHandler::State::ChooseContent(void* parameter, MINIDUMP_CALLBACK_INPUT* input,
                                                  MINIDUMP_CALLBACK_OUTPUT* /*output*/)
 {
@@ -235,9 +232,9 @@ BOOL CALLBACK CrashHandler::State::ChooseContent(void* parameter, MINIDUMP_CALLB
     case IncludeModuleCallback:
     case ModuleCallback:
     case ThreadCallback:
-        return TRUE; // as it is
+        return TRUE;
     default:
-        return FALSE; // nothing more
+        return FALSE;
     }
 }
 
@@ -307,7 +304,7 @@ CrashHandler::~CrashHandler()
     State::s_current = nullptr;
     if (State::s_users != 0 || m_state->areThreadsLeft)
     {
-        // A thread is crashing meanwhile. It gets the time that its report takes, and keeps what it works with.
+        // Another thread is crashing: it keeps the state.
         if (m_state->crashedThread != GetCurrentThreadId())
         {
             WaitForSingleObject(m_state->written.get(), c_endLimit);

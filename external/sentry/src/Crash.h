@@ -8,7 +8,7 @@
 namespace Reporter
 {
 
-// What a crash is to leave behind, all of it made while all is well.
+// What a crash writes, prepared in advance.
 struct CrashPlan
 {
     CrashEnvelope envelope;
@@ -16,14 +16,12 @@ struct CrashPlan
     std::wstring minidumpPath;
 };
 
-// Lets an overflown stack of the calling thread have enough left for the handler. Windows knows this for each thread
-// only.
+// Keeps stack for the handler when the stack of the calling thread overflows.
 void ReserveStack() noexcept;
 
-// From its making to its end, a crash of the process writes an envelope and a minidump: an exception that nobody
-// handles (whichever thread raises it), std::terminate and abort. What the process had set for them before is called
-// afterwards, and is back in place in the end. One at a time. Its end waits for a crash that is under way in another
-// thread, for two seconds at most.
+// While it lives, an unhandled exception of any thread, std::terminate and abort write an envelope and a minidump. The
+// handlers before it are called afterwards, and restored in the end. One at a time. The destructor waits for a crash of
+// another thread, for two seconds at most.
 class CrashHandler
 {
 public:
@@ -32,7 +30,7 @@ public:
     CrashHandler(const CrashHandler&) = delete;
     CrashHandler& operator=(const CrashHandler&) = delete;
 
-    // Adds a breadcrumb, of MakeBreadcrumb, to the envelope of a crash to come; the oldest one makes room for it.
+    // Keeps the last hundred breadcrumbs (of MakeBreadcrumb) for the envelope.
     void AddBreadcrumb(const std::string& breadcrumb);
 
 private:

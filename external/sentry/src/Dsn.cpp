@@ -28,7 +28,7 @@ std::string ToLower(std::string_view text)
     return lower;
 }
 
-// What stands before the mark, which is taken off the text with it; nothing when there is no mark.
+// Takes what stands before a mark off the text, with the mark.
 std::optional<std::string_view> TakeUntil(std::string_view& text, std::string_view mark)
 {
     const auto end = text.find(mark);
@@ -52,7 +52,7 @@ std::optional<std::uint16_t> ParsePort(std::string_view text)
     return port;
 }
 
-// Reads "host[:port]".
+// Parses "host[:port]".
 bool ParseAuthority(std::string_view text, Dsn& dsn)
 {
     dsn.port = dsn.isSecure ? 443 : 80;
@@ -117,7 +117,7 @@ std::optional<Dsn> ParseDsn(std::string_view text)
     return dsn;
 }
 
-bool LeadsNowhere(const Dsn& dsn)
+bool IsReserved(const Dsn& dsn)
 {
     std::string host = ToLower(dsn.host);
     if (host.ends_with('.'))

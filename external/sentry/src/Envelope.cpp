@@ -33,10 +33,6 @@ const char* NameOf(sentry_level_t level)
 {
     switch (level)
     {
-    case SENTRY_LEVEL_DEBUG:
-        return "debug";
-    case SENTRY_LEVEL_INFO:
-        return "info";
     case SENTRY_LEVEL_WARNING:
         return "warning";
     case SENTRY_LEVEL_FATAL:
@@ -47,7 +43,7 @@ const char* NameOf(sentry_level_t level)
     }
 }
 
-// The version that Windows has, whatever the program's manifest says it knows.
+// RtlGetVersion does not depend on the program's manifest.
 Json OperatingSystem()
 {
     Json os{{"name", "Windows"}};
@@ -89,7 +85,6 @@ void AddText(Json& json, const char* name, const std::string& text)
     }
 }
 
-// What all events have.
 Json MakeEvent(const Origin& origin, const std::string& id, const Timestamp& timestamp, sentry_level_t level)
 {
     Json event{{"event_id", id}, {"timestamp", ToText(timestamp)}, {"platform", "native"}, {"level", NameOf(level)}};
@@ -100,14 +95,14 @@ Json MakeEvent(const Origin& origin, const std::string& id, const Timestamp& tim
     return event;
 }
 
-// The two lines before an event. Its length is not given: an item without one ends with its line.
+// The envelope's header and the event item's. Without a length, the item ends with its line.
 std::string MakeHeaders(const std::string& id)
 {
     return Write({{"event_id", id}, {"sdk", Sdk()}}) + "\n" +
            Write({{"type", "event"}, {"content_type", "application/json"}}) + "\n";
 }
 
-// An event as text that ends within its list of breadcrumbs, which is its last member.
+// An event whose last member, the array of breadcrumbs, is still open.
 std::string WriteUpToBreadcrumbs(Json event)
 {
     event["breadcrumbs"] = Json::array();
@@ -116,7 +111,7 @@ std::string WriteUpToBreadcrumbs(Json event)
     return text;
 }
 
-// Where a part of a JSON text ends. With the quotation marks of a name it is not found within a value.
+// The offset after a part of a JSON text. A part with quotation marks is not found within a value.
 std::size_t EndOf(std::string_view text, std::string_view part)
 {
     return text.find(part) + part.size();
@@ -124,13 +119,12 @@ std::size_t EndOf(std::string_view text, std::string_view part)
 
 } // namespace
 
-std::string MakeBreadcrumb(const Timestamp& timestamp, const std::optional<std::string>& type,
-                           const std::string& message)
+std::string MakeBreadcrumb(const Timestamp& timestamp, const char* type, const std::string& message)
 {
     Json breadcrumb{{"timestamp", ToText(timestamp)}};
     if (type)
     {
-        breadcrumb["type"] = *type;
+        breadcrumb["type"] = type;
     }
     AddText(breadcrumb, "message", message);
     return Write(breadcrumb);
@@ -176,7 +170,7 @@ std::optional<std::string> PrepareToSend(std::string_view envelope, std::string_
     {
         return std::nullopt;
     }
-    // Nothing else of it is taken: whoever can write files could have put anything there, in any depth.
+    // Nothing else of the header is sent: others may be able to write the file.
     std::string text = Write({{"event_id", header["event_id"]}, {"sdk", Sdk()}, {"sent_at", ToText(now)}});
     text += envelope.substr(headerEnd);
     if (!minidump.empty())

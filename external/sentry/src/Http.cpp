@@ -18,8 +18,8 @@ namespace Reporter
 namespace
 {
 
-// How long an answer may take, and each of the steps to it, in milliseconds.
-constexpr DWORD c_answerLimit = 60'000;
+// For the response, and for each step to it, in milliseconds.
+constexpr DWORD c_responseLimit = 60'000;
 constexpr int c_stepLimit = 20'000;
 
 constexpr const wchar_t* c_userAgent = L"sentry.native.velmora/" TEXT(SENTRY_SDK_VERSION);
@@ -29,7 +29,7 @@ std::wstring Widen(std::string_view text)
     return {text.begin(), text.end()}; // ASCII
 }
 
-// WinHTTP's functions. The library is never unloaded: requests that were given up may still be under way in it.
+// WinHTTP is never unloaded: cancelled requests may still be under way in it.
 struct WinHttp
 {
     HMODULE library = LoadSystemLibrary(L"winhttp.dll");
@@ -68,8 +68,7 @@ struct CloseInternetHandle
 
 using UniqueInternet = std::unique_ptr<void, CloseInternetHandle>;
 
-// What a request's thread and WinHTTP's own threads share. WinHTTP uses it, and the body, until the request's handle is
-// really closed, which may be long after the request was given up.
+// WinHTTP's threads use it until the request's handle is really closed, which may be long after a cancellation.
 struct Exchange
 {
     std::string body;
@@ -102,7 +101,7 @@ void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status, LPVOID, DWORD
     }
 }
 
-// Waits until WinHTTP has done a step. False when it has failed, took too long, or is to stop.
+// Returns whether a step completed in time and without `stop`.
 bool WaitForStep(const Exchange& exchange, HANDLE stop, ULONGLONG end)
 {
     const ULONGLONG now = GetTickCount64();
@@ -117,7 +116,7 @@ bool SetOption(const WinHttp& library, HINTERNET handle, DWORD option, DWORD val
     return library.setOption(handle, option, &value, sizeof(value)) != FALSE;
 }
 
-// A header's value; what is no ASCII, or longer than any that is of use, is not taken.
+// A header's value with '?' for what is not ASCII. Empty when it is too long to make sense.
 std::string QueryHeader(const WinHttp& library, HINTERNET request, const wchar_t* name)
 {
     std::array<wchar_t, 512> buffer{};
@@ -162,7 +161,7 @@ Http::Http(Dsn dsn) : m_dsn(std::move(dsn)) {}
 
 Http::~Http() = default;
 
-// Null when WinHTTP is not there, or not what it should be.
+// Null without a complete WinHTTP.
 std::unique_ptr<Http::Connection> Http::Connect() const
 {
     auto made = std::make_unique<Connection>();
@@ -185,7 +184,7 @@ std::unique_ptr<Http::Connection> Http::Connect() const
     return made->connection ? std::move(made) : nullptr;
 }
 
-std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
+std::optional<HttpResponse> Http::Post(std::string_view envelope, HANDLE stop)
 {
     if (!m_connection)
     {
@@ -210,20 +209,20 @@ std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
     {
         return std::nullopt;
     }
-    // The callback's from here on, until the handle has been closed.
+    // Owned by the callback until the handle is closed.
     static_cast<void>(callbackContext.release()); // NOLINT(bugprone-unused-return-value)
     if (!SetOption(library, request.get(), WINHTTP_OPTION_REDIRECT_POLICY, WINHTTP_OPTION_REDIRECT_POLICY_NEVER) ||
         !SetOption(library, request.get(), WINHTTP_OPTION_AUTOLOGON_POLICY, WINHTTP_AUTOLOGON_SECURITY_LEVEL_HIGH) ||
         !SetOption(library, request.get(), WINHTTP_OPTION_DISABLE_FEATURE,
                    WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION))
     {
-        return std::nullopt; // nothing goes where it was not meant to go, or with what it was not meant to tell
+        return std::nullopt;
     }
 
     const std::wstring headers = L"Content-Type: application/x-sentry-envelope\r\nX-Sentry-Auth: Sentry sentry_key=" +
                                  Widen(m_dsn.publicKey) + L", sentry_version=7, sentry_client=" + c_userAgent + L"\r\n";
     const auto length = static_cast<DWORD>(exchange->body.size());
-    const ULONGLONG end = GetTickCount64() + c_answerLimit;
+    const ULONGLONG end = GetTickCount64() + c_responseLimit;
     DWORD status = 0;
     DWORD size = sizeof(status);
     if (!library.sendRequest(request.get(), headers.c_str(), static_cast<DWORD>(headers.size()), exchange->body.data(),
@@ -235,9 +234,9 @@ std::optional<HttpAnswer> Http::Post(std::string_view envelope, HANDLE stop)
     {
         return std::nullopt;
     }
-    return HttpAnswer{.status = status,
-                      .rateLimits = QueryHeader(library, request.get(), L"X-Sentry-Rate-Limits"),
-                      .retryAfter = QueryHeader(library, request.get(), L"Retry-After")};
+    return HttpResponse{.status = status,
+                        .rateLimits = QueryHeader(library, request.get(), L"X-Sentry-Rate-Limits"),
+                        .retryAfter = QueryHeader(library, request.get(), L"Retry-After")};
 }
 
 } // namespace Reporter

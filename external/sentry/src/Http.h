@@ -12,17 +12,16 @@
 namespace Reporter
 {
 
-// What the server has answered. Headers that it did not send are empty.
-struct HttpAnswer
+// Headers that were not sent are empty.
+struct HttpResponse
 {
     unsigned status = 0;
     std::string rateLimits;
     std::string retryAfter;
 };
 
-// The way to the server that a DSN names: WinHTTP with the system's proxy, with a verified certificate for https,
-// without redirections, cookies and credentials. The library is loaded when it is first needed, from the system's
-// folder.
+// WinHTTP with the system's proxy and verified certificates, without redirects, cookies and credentials. It is loaded
+// on first use.
 class Http
 {
 public:
@@ -31,9 +30,9 @@ public:
     Http(const Http&) = delete;
     Http& operator=(const Http&) = delete;
 
-    // Sends an envelope and waits for the answer's headers. Nothing when none came: no server, a broken connection, a
-    // certificate that does not hold, a minute without an answer, or `stop` was set meanwhile.
-    std::optional<HttpAnswer> Post(std::string_view envelope, HANDLE stop);
+    // Posts an envelope and waits for the response's headers. Nothing without a response within a minute, or when
+    // `stop` is signalled.
+    std::optional<HttpResponse> Post(std::string_view envelope, HANDLE stop);
 
 private:
     struct Connection;

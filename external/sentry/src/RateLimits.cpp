@@ -12,10 +12,9 @@ namespace
 
 constexpr unsigned c_tooManyRequests = 429;
 
-// When the server does not say, or not in seconds.
+// Without a number of seconds.
 constexpr std::uint64_t c_defaultSeconds = 60;
 
-// A server that asks for more does not get it: such a number is a mistake.
 constexpr std::uint64_t c_longestSeconds = 60ULL * 60 * 24;
 
 std::string_view Trim(std::string_view text)
@@ -25,7 +24,7 @@ std::string_view Trim(std::string_view text)
                                            : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 
-// Takes what stands before the separator off the text, with the separator.
+// Takes what stands before a separator off the text, with the separator.
 std::string_view TakeUntil(std::string_view& text, char separator)
 {
     const auto end = text.find(separator);
@@ -43,7 +42,7 @@ std::optional<std::uint64_t> ParseSeconds(std::string_view text)
     {
         return c_longestSeconds;
     }
-    // A fraction counts as nothing.
+    // A fraction is cut off.
     if (error != std::errc() || (end != text.data() + text.size() && *end != '.'))
     {
         return std::nullopt;
@@ -51,7 +50,7 @@ std::optional<std::uint64_t> ParseSeconds(std::string_view text)
     return std::min(seconds, c_longestSeconds);
 }
 
-// Whether a list of categories, separated by semicolons, means events; an empty one means everything.
+// Whether a list of categories, separated by semicolons, covers events; an empty one covers everything.
 bool MeansEvents(std::string_view categories)
 {
     if (categories.empty())
@@ -73,7 +72,6 @@ bool MeansEvents(std::string_view categories)
 
 void RateLimits::Update(unsigned status, std::string_view rateLimits, std::string_view retryAfter, std::uint64_t now)
 {
-    // The more precise header goes before the other one, and both before the status alone.
     if (!rateLimits.empty())
     {
         while (!rateLimits.empty())

@@ -6,11 +6,11 @@
 namespace Reporter
 {
 
-// Until when the server wants no more events. Times are milliseconds of a clock that never goes back.
+// Times are milliseconds of a monotonic clock.
 class RateLimits
 {
 public:
-    // Takes in an answer: its status and, when it has them, its headers "X-Sentry-Rate-Limits" and "Retry-After".
+    // Applies a response: its status, and its headers "X-Sentry-Rate-Limits" and "Retry-After" or empty texts.
     void Update(unsigned status, std::string_view rateLimits, std::string_view retryAfter, std::uint64_t now);
 
     bool IsOpen(std::uint64_t now) const { return now >= m_closedUntil; }

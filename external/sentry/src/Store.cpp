@@ -12,23 +12,23 @@ namespace Reporter
 namespace
 {
 
-constexpr std::wstring_view c_runEnding = L".run";
-constexpr std::wstring_view c_lockEnding = L".lock";
-constexpr std::wstring_view c_envelopeEnding = L".envelope";
-constexpr std::wstring_view c_minidumpEnding = L".dmp";
+constexpr std::wstring_view c_runSuffix = L".run";
+constexpr std::wstring_view c_lockSuffix = L".lock";
+constexpr std::wstring_view c_envelopeSuffix = L".envelope";
+constexpr std::wstring_view c_minidumpSuffix = L".dmp";
 
-// More than a report ever has; what is larger is none.
-constexpr LONGLONG c_largestEnvelope = 1LL << 20;
-constexpr LONGLONG c_largestMinidump = 16LL << 20;
+// In bytes. Larger files are ignored.
+constexpr LONGLONG c_maxEnvelopeSize = 1LL << 20;
+constexpr LONGLONG c_maxMinidumpSize = 16LL << 20;
 
-// So many reports of the past are sent at most, of so many runs; the others go unsent.
-constexpr std::size_t c_mostLeft = 20;
-constexpr std::size_t c_mostRuns = 20;
+// The most that one run sends of earlier runs. Further reports of an adopted run are deleted.
+constexpr std::size_t c_maxPendingReports = 20;
+constexpr std::size_t c_maxRuns = 20;
 
-// So many names in a folder are looked at: nobody waits for those of a folder that was filled up.
-constexpr int c_mostNames = 10'000;
+// Of a folder: somebody else may have flooded it.
+constexpr int c_maxNames = 10'000;
 
-// The full path, in the form that has no limit of length.
+// The full path with the prefix that lifts MAX_PATH. Empty for invalid UTF-8.
 std::wstring ToFullPath(const std::string& utf8Path)
 {
     const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8Path.data(),
@@ -50,7 +50,6 @@ std::wstring ToFullPath(const std::string& utf8Path)
     return full.starts_with(LR"(\\)") ? LR"(\\?\UNC)" + full.substr(1) : LR"(\\?\)" + full;
 }
 
-// Makes a folder with its parents. What is there already is left as it is.
 void MakeFolder(const std::wstring& path)
 {
     if (CreateDirectoryW(path.c_str(), nullptr) || GetLastError() != ERROR_PATH_NOT_FOUND)
@@ -67,10 +66,10 @@ void MakeFolder(const std::wstring& path)
 
 bool IsEnvelopeName(std::wstring_view name)
 {
-    return name.ends_with(c_envelopeEnding);
+    return name.ends_with(c_envelopeSuffix);
 }
 
-// Calls something for the name of every file, or of every folder, in a folder.
+// Visits the files, or the folders, of a folder. Links are neither.
 template <class Function>
 void ForEach(const std::wstring& folder, bool isFolder, Function function)
 {
@@ -88,18 +87,18 @@ void ForEach(const std::wstring& folder, bool isFolder, Function function)
         {
             function(std::wstring(found.cFileName));
         }
-    } while (++names < c_mostNames && FindNextFileW(search.get(), &found));
+    } while (++names < c_maxNames && FindNextFileW(search.get(), &found));
 }
 
-// Makes and locks a file that goes when it is closed.
+// Creates a file that nobody else can open and that is deleted with its handle.
 wil::unique_hfile Lock(const std::wstring& path)
 {
     return wil::unique_hfile(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
                                          FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-// The content of a file; empty when it cannot be read or is a link, by another name or to another place: through it,
-// whoever can write here could have files sent that only administrators may read.
+// The content of a file; empty when it cannot be read, or is a link or has a hard link: these would let whoever can
+// write here send files that only administrators may read.
 std::string ReadReport(const std::wstring& path, LONGLONG largest)
 {
     const wil::unique_hfile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -130,19 +129,19 @@ std::string ReadReport(const std::wstring& path, LONGLONG largest)
 
 bool Store::OpenFolder(Folder& folder)
 {
-    // Without the right to delete for others: it can neither be replaced by a link nor be renamed now.
+    // Without FILE_SHARE_DELETE the folder cannot be renamed, nor be replaced by a link.
     const std::wstring path = folder.path.substr(0, folder.path.size() - 1);
     folder.handle.reset(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     BY_HANDLE_FILE_INFORMATION information{};
-    // By its name too: there are file systems that show a link there only.
+    // By its path too: some file systems report a link there only.
     if (folder.handle && GetFileInformationByHandle(folder.handle.get(), &information) &&
         ((information.dwFileAttributes | GetFileAttributesW(path.c_str())) &
          (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == FILE_ATTRIBUTE_DIRECTORY)
     {
         return true;
     }
-    folder.handle.reset(); // what is no folder of ours is not removed in the end either
+    folder.handle.reset(); // so that it is not removed in the end
     return false;
 }
 
@@ -161,8 +160,8 @@ std::unique_ptr<Store> Store::Open(const std::string& utf8Path)
         return nullptr;
     }
     const std::string id = ToHex(NewId());
-    store->m_run.path = store->m_database.path + std::wstring(id.begin(), id.end()) + std::wstring(c_runEnding);
-    store->m_run.lock = Lock(store->m_run.path + std::wstring(c_lockEnding));
+    store->m_run.path = store->m_database.path + std::wstring(id.begin(), id.end()) + std::wstring(c_runSuffix);
+    store->m_run.lock = Lock(store->m_run.path + std::wstring(c_lockSuffix));
     if (!store->m_run.lock || !CreateDirectoryW(store->m_run.path.c_str(), nullptr))
     {
         return nullptr;
@@ -177,9 +176,9 @@ Store::~Store()
     {
         return;
     }
-    for (Folder& left : m_left)
+    for (Folder& run : m_adoptedRuns)
     {
-        Remove(left);
+        Remove(run);
     }
     if (m_run.handle)
     {
@@ -191,11 +190,10 @@ Store::~Store()
     RemoveDirectoryW(m_database.path.c_str());
 }
 
-// Removes a run's folder unless there is something in it, and unlocks it.
 void Store::Remove(Folder& folder)
 {
     folder.handle.reset();
-    folder.path.pop_back(); // in place: this happens without memory too
+    folder.path.pop_back(); // in place: needs no memory
     RemoveDirectoryW(folder.path.c_str());
     folder.lock.reset();
 }
@@ -227,12 +225,12 @@ void Store::Drop(const std::string& id) const
 
 std::wstring Store::EnvelopePath(const std::string& id) const
 {
-    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_envelopeEnding);
+    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_envelopeSuffix);
 }
 
 std::wstring Store::MinidumpPath(const std::string& id) const
 {
-    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_minidumpEnding);
+    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_minidumpSuffix);
 }
 
 std::size_t Store::Count() const
@@ -242,75 +240,75 @@ std::size_t Store::Count() const
     return count;
 }
 
-bool Store::HasLeft() const
+bool Store::HasPending() const
 {
     std::size_t runs = 0;
-    ForEach(m_database.path, true, [&](const std::wstring& name) { runs += name.ends_with(c_runEnding) ? 1U : 0U; });
-    return runs > 1; // more than this one
+    ForEach(m_database.path, true, [&](const std::wstring& name) { runs += name.ends_with(c_runSuffix) ? 1U : 0U; });
+    return runs > 1; // besides this one
 }
 
-void Store::TakeOverLeft()
+void Store::AdoptEndedRuns()
 {
     std::vector<std::wstring> runs;
     ForEach(m_database.path, true, [&](const std::wstring& name) {
-        if (runs.size() < c_mostRuns && name.ends_with(c_runEnding) && m_database.path + name + L'\\' != m_run.path)
+        if (runs.size() < c_maxRuns && name.ends_with(c_runSuffix) && m_database.path + name + L'\\' != m_run.path)
         {
             runs.push_back(m_database.path + name);
         }
     });
     for (const std::wstring& run : runs)
     {
-        Folder folder{.path = run + L'\\', .handle = {}, .lock = Lock(run + std::wstring(c_lockEnding))};
+        Folder folder{.path = run + L'\\', .lock = Lock(run + std::wstring(c_lockSuffix))};
         if (!folder.lock || !OpenFolder(folder))
         {
-            continue; // it goes on, or this run has it already, or it is no folder of a run
+            continue; // the run is not over, is adopted already, or is no folder
         }
         ForEach(folder.path, false, [&](const std::wstring& name) {
             if (!IsEnvelopeName(name))
             {
                 return;
             }
-            if (m_reportsTaken < c_mostLeft)
+            if (m_reportsTaken < c_maxPendingReports)
             {
                 ++m_reportsTaken;
-                m_leftEnvelopes.push_back(folder.path + name);
+                m_pendingEnvelopes.push_back(folder.path + name);
             }
             else
             {
-                Drop(Left{.path = folder.path + name, .envelope = {}, .minidump = {}});
+                Drop(PendingReport{.path = folder.path + name});
             }
         });
-        m_left.push_back(std::move(folder));
+        m_adoptedRuns.push_back(std::move(folder));
     }
 }
 
-std::optional<Store::Left> Store::NextLeft()
+std::optional<Store::PendingReport> Store::NextPending()
 {
-    if (m_leftEnvelopes.empty())
+    if (m_pendingEnvelopes.empty())
     {
-        TakeOverLeft();
+        AdoptEndedRuns();
     }
-    if (m_leftEnvelopes.empty())
+    if (m_pendingEnvelopes.empty())
     {
         return std::nullopt;
     }
-    Left left{.path = std::move(m_leftEnvelopes.back()), .envelope = {}, .minidump = {}};
-    m_leftEnvelopes.pop_back();
-    const std::wstring stem = left.path.substr(0, left.path.size() - c_envelopeEnding.size());
-    left.envelope = ReadReport(left.path, c_largestEnvelope);
-    left.minidump = ReadReport(stem + std::wstring(c_minidumpEnding), c_largestMinidump);
-    if (!IsMinidump(left.minidump))
+    PendingReport report{.path = std::move(m_pendingEnvelopes.back())};
+    m_pendingEnvelopes.pop_back();
+    const std::wstring stem = report.path.substr(0, report.path.size() - c_envelopeSuffix.size());
+    report.envelope = ReadReport(report.path, c_maxEnvelopeSize);
+    report.minidump = ReadReport(stem + std::wstring(c_minidumpSuffix), c_maxMinidumpSize);
+    if (!IsMinidump(report.minidump))
     {
-        left.minidump.clear();
+        report.minidump.clear();
     }
-    return left;
+    return report;
 }
 
-void Store::Drop(const Left& left)
+void Store::Drop(const PendingReport& report)
 {
-    const std::wstring stem = left.path.substr(0, left.path.size() - c_envelopeEnding.size());
-    DeleteFileW(left.path.c_str());
-    DeleteFileW((stem + std::wstring(c_minidumpEnding)).c_str());
+    const std::wstring stem = report.path.substr(0, report.path.size() - c_envelopeSuffix.size());
+    DeleteFileW(report.path.c_str());
+    DeleteFileW((stem + std::wstring(c_minidumpSuffix)).c_str());
 }
 
 } // namespace Reporter

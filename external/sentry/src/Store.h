@@ -14,69 +14,66 @@
 namespace Reporter
 {
 
-// The reports that wait on the disk: in the database folder, every run of a program has a folder of its own, with a
-// lock beside it for as long as the run lasts. A folder without one was left behind: by a crash, or with reports that
-// did not get through.
+// The retry queue on the disk. Each run has a folder in the database folder, with a lock file beside it while the run
+// lasts. A folder without a lock has the pending reports of a run that is over: a crash, or envelopes without a
+// response.
 //
-// The folder may lie where others can write. So nothing is read, written or deleted through a link: folders are held
-// open, which keeps them what they were when they were looked at, and files are looked at before they are read.
-// No function throws, except without memory; what cannot be done is not done.
+// Others may be able to write to the folder, so nothing is read, written or deleted through a link: folders are checked
+// and held open, files are checked before they are read. Throws std::bad_alloc and nothing else.
 class Store
 {
 public:
-    // Opens the database folder, which is made if need be, and begins a run in it. Null when the folder is a link or a
-    // file, or cannot be written to.
+    // Opens the database folder, or creates it with its parents, and adds a run. Null when that is not possible or the
+    // folder is a link.
     static std::unique_ptr<Store> Open(const std::string& utf8Path);
 
-    // Ends the run: its folder goes unless a report is left in it, and so does the database folder.
+    // Ends the run. Its folder and the database folder are removed if they are empty.
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    // Keeps an envelope until it is dropped. Returns whether it is on the disk.
+    // Keeps an envelope until it is dropped. Returns whether it was written.
     bool Keep(const std::string& id, std::string_view envelope) const;
     void Drop(const std::string& id) const;
 
-    // Where a crash puts its envelope and its minidump, so that a later run finds them.
+    // Where a crash writes.
     std::wstring EnvelopePath(const std::string& id) const;
     std::wstring MinidumpPath(const std::string& id) const;
 
-    // How many envelopes of this run are on the disk.
+    // The number of envelopes of this run.
     std::size_t Count() const;
 
-    // A report that another run has left behind.
-    struct Left
+    struct PendingReport
     {
         std::wstring path;
-        std::string envelope;
-        std::string minidump; // empty when there is none
+        std::string envelope{};
+        std::string minidump{}; // empty: none
     };
 
-    // Whether another run has left anything. Quick.
-    bool HasLeft() const;
+    // Whether there are folders of other runs.
+    bool HasPending() const;
 
-    // The next report that was left, and of which run this one took over its folder; each comes once. When there is
-    // none, it looks for runs that have left some since the last time, because they went on until then.
-    std::optional<Left> NextLeft();
-    static void Drop(const Left& left);
+    // The next pending report of another run, each once. Adopts runs that have ended since the last call.
+    std::optional<PendingReport> NextPending();
+    static void Drop(const PendingReport& report);
 
 private:
     struct Folder
     {
         std::wstring path; // ends in a backslash
-        wil::unique_hfile handle;
-        wil::unique_hfile lock;
+        wil::unique_hfile handle{};
+        wil::unique_hfile lock{};
     };
 
     Store() = default;
     static bool OpenFolder(Folder& folder);
-    void TakeOverLeft();
+    void AdoptEndedRuns();
     static void Remove(Folder& folder);
 
     Folder m_database;
     Folder m_run;
-    std::vector<Folder> m_left;
-    std::vector<std::wstring> m_leftEnvelopes;
+    std::vector<Folder> m_adoptedRuns;
+    std::vector<std::wstring> m_pendingEnvelopes;
     std::size_t m_reportsTaken = 0;
 };
 

@@ -6,10 +6,10 @@
 namespace Reporter
 {
 
-// "2026-03-07T09:05:12.345Z": always of this length.
+// "2026-03-07T09:05:12.345Z"
 using Timestamp = std::array<char, 24>;
 
-// The time now, in UTC. Needs no memory, so it works in a crash too.
+// Does not allocate: used in a crash.
 Timestamp TimestampNow() noexcept;
 
 inline std::string ToText(const Timestamp& timestamp)

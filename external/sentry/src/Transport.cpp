@@ -20,7 +20,7 @@ namespace Reporter
 namespace
 {
 
-// How long a request that is given up may take to notice, in milliseconds.
+// How long a cancelled request may take to return, in milliseconds.
 constexpr DWORD c_stopTime = 100;
 
 struct Envelope
@@ -31,7 +31,7 @@ struct Envelope
 
 } // namespace
 
-// What the thread and its owner share. A thread that does not end in time keeps it.
+// What the thread shares with its owner, and keeps if it outlives that.
 struct Transport::Shared
 {
     Shared(const Dsn& dsn, std::shared_ptr<Store> keep) : m_http(dsn), m_store(std::move(keep)) {}
@@ -42,20 +42,21 @@ struct Transport::Shared
         m_queue.push_back(std::move(envelope));
     }
 
-    // The thread is to end when it has nothing more to do, and to end now.
+    // Lets the thread end when it is idle.
     void SetClosing()
     {
         m_isClosing = true;
         SetEvent(wake.get());
     }
+    // Cancels the request that is under way.
     void Stop()
     {
         SetEvent(m_stop.get());
         SetEvent(wake.get());
     }
 
-    // The thread is not to touch the disk any more. When it is in the middle of that, on a disk that takes its time, it
-    // is left to it: nobody waits for that, and the store ends when the thread does.
+    // Takes the store away from the thread, unless that is waiting for a slow disk: then the store ends with the
+    // thread.
     void TakeStore()
     {
         if (const auto held = m_storeLock.try_lock_exclusive())
@@ -66,13 +67,13 @@ struct Transport::Shared
 
     static DWORD WINAPI ThreadMain(void* parameter) noexcept;
 
-    std::atomic<bool> hasLeft = false; // what other runs have left is to be looked at
+    std::atomic<bool> hasPending = false; // to be looked for
     wil::unique_handle wake{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 
 private:
     void Run();
     void Send(const Envelope& envelope);
-    void SendNextLeft();
+    void SendNextPending();
     bool Deliver(std::string_view envelope, std::string_view minidump);
 
     std::optional<Envelope> TakeNext()
@@ -87,7 +88,7 @@ private:
         return envelope;
     }
 
-    // Calls something with the store; without one, the result is an empty one.
+    // Without a store, the result is empty.
     template <class Function>
     auto WithStore(Function function)
     {
@@ -98,9 +99,11 @@ private:
 
     wil::unique_handle m_stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     std::atomic<bool> m_isClosing = false;
-    Http m_http;               // the thread's own
-    RateLimits m_limits;       // the thread's own
-    bool m_leavesLeft = false; // the thread's own: what others have left stays with them
+    // Used by the thread alone:
+    Http m_http;
+    RateLimits m_limits;
+    bool m_hasGivenUpPending = false;
+
     wil::srwlock m_queueLock;
     std::deque<Envelope> m_queue; // guarded by it
     wil::srwlock m_storeLock;
@@ -117,7 +120,7 @@ DWORD WINAPI Transport::Shared::ThreadMain(void* parameter) noexcept
     }
     catch (...)
     {
-        // Without memory there are no more reports.
+        // No memory, no reports.
     }
     return 0;
 }
@@ -126,18 +129,18 @@ void Transport::Shared::Run()
 {
     while (WaitForSingleObject(m_stop.get(), 0) == WAIT_TIMEOUT)
     {
-        const bool isLast = m_isClosing; // before the queue is looked at: nothing is added later
+        const bool isLast = m_isClosing; // read before the queue: nothing is added afterwards
         if (const auto envelope = TakeNext())
         {
             Send(*envelope);
         }
-        else if (hasLeft.exchange(false)) // before it is looked at: it may be said again meanwhile
+        else if (hasPending.exchange(false)) // before the search, during which it may be set again
         {
-            SendNextLeft();
+            SendNextPending();
         }
         else if (isLast || WaitForSingleObject(wake.get(), INFINITE) != WAIT_OBJECT_0)
         {
-            return; // done, or without the event, which there were no handles for
+            return; // done, or without the event
         }
     }
 }
@@ -150,24 +153,25 @@ void Transport::Shared::Send(const Envelope& envelope)
     }
 }
 
-void Transport::Shared::SendNextLeft()
+void Transport::Shared::SendNextPending()
 {
-    const auto left = m_leavesLeft ? std::nullopt : WithStore([](Store& store) { return store.NextLeft(); });
-    if (!left)
+    const auto report =
+        m_hasGivenUpPending ? std::nullopt : WithStore([](Store& store) { return store.NextPending(); });
+    if (!report)
     {
         return;
     }
-    if (!Deliver(left->envelope, left->minidump))
+    if (!Deliver(report->envelope, report->minidump))
     {
-        m_leavesLeft = true;
+        m_hasGivenUpPending = true;
         return;
     }
-    WithStore([&](Store& /*store*/) { Store::Drop(*left); });
-    hasLeft = true; // there may be more
+    WithStore([&](Store& /*store*/) { Store::Drop(*report); });
+    hasPending = true; // there may be more
 }
 
-// Returns whether nothing more is to be done for the envelope: it was answered in whatever way, it is none at all, or
-// the server wants no more of them. The protocol forbids to repeat what was refused.
+// Returns whether the envelope is done with: after any response (the protocol forbids to retry what was refused), under
+// a rate limit, or when it is invalid.
 bool Transport::Shared::Deliver(std::string_view envelope, std::string_view minidump)
 {
     const auto text = PrepareToSend(envelope, minidump, TimestampNow());
@@ -175,12 +179,12 @@ bool Transport::Shared::Deliver(std::string_view envelope, std::string_view mini
     {
         return true;
     }
-    const auto answer = m_http.Post(*text, m_stop.get());
-    if (!answer)
+    const auto response = m_http.Post(*text, m_stop.get());
+    if (!response)
     {
         return false;
     }
-    m_limits.Update(answer->status, answer->rateLimits, answer->retryAfter, GetTickCount64());
+    m_limits.Update(response->status, response->rateLimits, response->retryAfter, GetTickCount64());
     return true;
 }
 
@@ -199,9 +203,9 @@ void Transport::Send(std::string id, std::string envelope)
     Start();
 }
 
-void Transport::SendLeft()
+void Transport::SendPending()
 {
-    m_shared->hasLeft = true;
+    m_shared->hasPending = true;
     Start();
 }
 

@@ -14,27 +14,23 @@ namespace Reporter
 
 class Store;
 
-// Sends envelopes from a thread of its own, one after the other, first this run's and then those that other runs have
-// left behind. The thread is started with the first one, so a run without reports has none. What was answered, however,
-// is dropped; what got no answer stays in the store for a later run.
+// Sends envelopes from a thread that starts with the first one: this run's before the pending reports of others. An
+// envelope is dropped from the store after any response, and stays there for a later run without one.
 class Transport
 {
 public:
-    // Without a store, what does not get through is lost.
     Transport(const Dsn& dsn, std::shared_ptr<Store> store);
     ~Transport();
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
-    // Takes an envelope with the id that it has in the store.
+    // `id` is the envelope's in the store.
     void Send(std::string id, std::string envelope);
 
-    // Sends what other runs have left behind, also since the last time. Once one of these reports has got no answer,
-    // the others stay for a later run.
-    void SendLeft();
+    // Sends the pending reports of other runs until one gets no response.
+    void SendPending();
 
-    // Lets the thread finish what it has, for so many milliseconds at most. It then gives up what is under way, and
-    // takes nothing more.
+    // Waits at most so many milliseconds for the thread to send what it has, then cancels the request under way.
     void Close(DWORD limit);
 
 private:

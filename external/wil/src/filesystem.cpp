@@ -3,6 +3,7 @@
 #include "wil/resource.h"
 
 #include <winioctl.h>
+#include <winternl.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -23,6 +24,7 @@ constexpr std::wstring_view c_extendedPrefix = L"\\\\?\\";
 constexpr std::wstring_view c_devicePrefix = L"\\\\.\\";
 constexpr std::wstring_view c_uncPrefix = L"\\\\";
 constexpr std::wstring_view c_extendedUncPrefix = L"\\\\?\\UNC\\";
+constexpr std::wstring_view c_objectPrefix = L"\\??\\";
 constexpr std::wstring_view c_separators = L"\\/";
 
 // How much of a directory is listed in one call. A reparse point's data is never as large.
@@ -118,11 +120,25 @@ HRESULT ExtendPath(PCWSTR path, std::wstring& extended)
     return S_OK;
 }
 
-// Opens what the path names, a link itself and not its target.
-unique_hfile OpenItself(PCWSTR path, DWORD access, DWORD share) noexcept
+// A directory that is held open cannot be renamed, but whoever may write its attributes can make a link of it as soon
+// as it is empty: FSCTL_SET_REPARSE_POINT does not ask for sharing. So below the root nothing has a path: an entry is
+// opened by its bare name, relative to its directory's handle, then examined and deleted through its own handle. Should
+// the directory have become a link by then, the open fails with c_dontReparse, where it might follow the link without.
+// So what is opened lies in that directory; if it is a link, it is opened itself. Where it is moved later, only
+// somebody moves it who may delete it, too. The names are those of the listing, letter for letter: in a directory that
+// is case-sensitive another letter case is another file.
+constexpr ULONG c_dontReparse = 0x1000; // ntdef.h has it as OBJ_DONT_REPARSE
+
+DWORD OpenEntry(HANDLE directory, std::wstring_view name, ACCESS_MASK access, DWORD share, ULONG options,
+                unique_hfile& entry)
 {
-    return unique_hfile(CreateFileW(path, access, share, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    const auto bytes = static_cast<USHORT>(name.size() * sizeof(wchar_t));
+    UNICODE_STRING text{.Length = bytes, .MaximumLength = bytes, .Buffer = const_cast<PWSTR>(name.data())};
+    OBJECT_ATTRIBUTES attributes{};
+    InitializeObjectAttributes(&attributes, &text, c_dontReparse, directory, nullptr);
+    IO_STATUS_BLOCK status{};
+    return RtlNtStatusToDosError(NtOpenFile(entry.put(), access, &attributes, &status, share,
+                                            options | FILE_OPEN_REPARSE_POINT | FILE_OPEN_FOR_BACKUP_INTENT));
 }
 
 bool HasAttribute(DWORD attributes, DWORD attribute)
@@ -169,8 +185,32 @@ struct MountPointData
     WORD printNameLength;
 };
 
-// One removal of a tree, depth first. The directories from the root down to the one being worked on stay open, so none
-// of them can be exchanged for a link meanwhile; a tree is never as deep as a process may hold handles.
+// IOCTL_MOUNTMGR_VOLUME_MOUNT_POINT_DELETED of mountmgr.h, which is a header for drivers.
+constexpr DWORD c_mountPointDeleted = CTL_CODE('m', 7, METHOD_BUFFERED, FILE_READ_ACCESS | FILE_WRITE_ACCESS);
+
+// Lets the mount manager forget a mount point that is gone, as RemoveDirectoryW does. If it fails, the mount manager
+// finds out when it looks at the volume the next time.
+void TellMountManager(std::wstring_view path, std::wstring_view volume)
+{
+    const unique_hfile manager(CreateFileW(L"\\\\.\\MountPointManager", GENERIC_READ | GENERIC_WRITE,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (!manager)
+    {
+        return;
+    }
+    // A MOUNTMGR_VOLUME_MOUNT_POINT: where the two names begin and how long they are, in bytes; then the names.
+    constexpr size_t c_numbers = 4;
+    const auto bytes = [](size_t characters) { return static_cast<wchar_t>(characters * sizeof(wchar_t)); };
+    const size_t length = c_objectPrefix.size() + path.size();
+    std::wstring request{bytes(c_numbers), bytes(length), bytes(c_numbers + length), bytes(volume.size())};
+    request.append(c_objectPrefix).append(path).append(volume);
+    DWORD returned = 0;
+    DeviceIoControl(manager.get(), c_mountPointDeleted, request.data(),
+                    static_cast<DWORD>(request.size() * sizeof(wchar_t)), nullptr, 0, &returned, nullptr);
+}
+
+// One removal of a tree, depth first. The directories from the root down to the one being worked on stay open: what
+// lies in them is opened through them. A tree is never as deep as a process may hold handles.
 class TreeRemoval
 {
 public:
@@ -205,6 +245,7 @@ private:
         bool isEmptied = true;
     };
 
+    DWORD OpenItself(DWORD access, DWORD share, unique_hfile& directory) const;
     DWORD Open(Directory& directory) const;
     HRESULT OpenRoot(Directory& root) const;
 
@@ -213,15 +254,18 @@ private:
     void RemoveFile();
     void RemoveNextSubdirectory();
     void Leave();
-    static DWORD Delete(const Directory& directory);
+    DWORD DeleteOpened(HANDLE file);
+    DWORD Delete(const Directory& directory);
     DWORD DeleteLink(Directory& link);
-    bool IsVolumeMountPoint(const Directory& link);
+    std::wstring FindMountedVolume(const Directory& link);
     void Name(std::wstring_view entry);
+    std::wstring_view EntryName() const;
     void Fail(DWORD error);
 
     std::wstring m_path; // what is being worked on
     std::vector<Level> m_levels;
     std::vector<ULONGLONG> m_listing = std::vector<ULONGLONG>(c_listingBytes / sizeof(ULONGLONG));
+    bool m_deletesAtOnce = true; // whether the file system may be able to
     HRESULT m_firstFailure = S_OK;
 };
 
@@ -244,32 +288,42 @@ HRESULT TreeRemoval::Run()
     return m_firstFailure;
 }
 
+// Opens the directory that the path names, itself if it is a link: the root by its path, all others by their names.
+DWORD TreeRemoval::OpenItself(DWORD access, DWORD share, unique_hfile& directory) const
+{
+    if (!m_levels.empty())
+    {
+        // As CreateFileW asks for it.
+        return OpenEntry(m_levels.back().directory.handle.get(), EntryName(),
+                         access | FILE_READ_ATTRIBUTES | SYNCHRONIZE, share,
+                         FILE_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT, directory);
+    }
+    directory.reset(CreateFileW(m_path.c_str(), access, share, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return directory ? ERROR_SUCCESS : GetLastError();
+}
+
 // Opens the directory of the path, for as much as it grants: the contents of one that may not be deleted may be
 // removable, and one that may not be listed may be a link or empty.
 DWORD TreeRemoval::Open(Directory& directory) const
 {
     constexpr DWORD c_list = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;
-    directory.handle = OpenItself(m_path.c_str(), c_list | DELETE, FILE_SHARE_READ);
+    const DWORD error = OpenItself(c_list | DELETE, FILE_SHARE_READ, directory.handle);
+    if (error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION)
+    {
+        if (OpenItself(c_list, FILE_SHARE_READ | FILE_SHARE_WRITE, directory.handle) == ERROR_SUCCESS)
+        {
+            directory.deleteError = error;
+        }
+        else
+        {
+            directory.listError = error;
+            OpenItself(DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, directory.handle);
+        }
+    }
     if (!directory.handle)
     {
-        const DWORD error = GetLastError();
-        if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)
-        {
-            return error;
-        }
-        directory.deleteError = error;
-        directory.handle = OpenItself(m_path.c_str(), c_list, FILE_SHARE_READ | FILE_SHARE_WRITE);
-        if (!directory.handle)
-        {
-            directory.deleteError = ERROR_SUCCESS;
-            directory.listError = error;
-            directory.handle = OpenItself(m_path.c_str(), DELETE | FILE_READ_ATTRIBUTES,
-                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-        }
-        if (!directory.handle)
-        {
-            return error;
-        }
+        return error;
     }
     return ReadAttributes(directory.handle.get(), directory.info);
 }
@@ -344,7 +398,16 @@ void TreeRemoval::RemoveFilesOfListing(bool& isFirst, bool& isLast)
 
 void TreeRemoval::RemoveFile()
 {
-    const DWORD error = DeleteFileW(m_path.c_str()) ? ERROR_SUCCESS : GetLastError();
+    // What goes with its last handle needs no call of its own for that.
+    const ULONG goes = m_deletesAtOnce ? 0 : FILE_DELETE_ON_CLOSE;
+    unique_hfile file;
+    DWORD error =
+        OpenEntry(m_levels.back().directory.handle.get(), EntryName(), DELETE,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, FILE_NON_DIRECTORY_FILE | goes, file);
+    if (error == ERROR_SUCCESS && goes == 0)
+    {
+        error = DeleteOpened(file.get());
+    }
     if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
     {
         Fail(error);
@@ -401,61 +464,80 @@ void TreeRemoval::Leave()
     }
 }
 
-// Deletes a directory, or a link, through its handle: a name could mean something else by now.
+// Deletes what a handle was opened on.
+DWORD TreeRemoval::DeleteOpened(HANDLE file)
+{
+    if (m_deletesAtOnce)
+    {
+        // With these semantics the name goes at once, even while others have the file open.
+        FILE_DISPOSITION_INFO_EX atOnce{.Flags = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS};
+        if (SetFileInformationByHandle(file, FileDispositionInfoEx, &atOnce, sizeof(atOnce)))
+        {
+            return ERROR_SUCCESS;
+        }
+        const DWORD error = GetLastError();
+        if (error == ERROR_ACCESS_DENIED)
+        {
+            return error;
+        }
+        m_deletesAtOnce = error != ERROR_INVALID_PARAMETER;
+    }
+    // Where they are not known, it goes with the last handle.
+    FILE_DISPOSITION_INFO atLastClose{.DeleteFile = TRUE};
+    return SetFileInformationByHandle(file, FileDispositionInfo, &atLastClose, sizeof(atLastClose)) ? ERROR_SUCCESS
+                                                                                                    : GetLastError();
+}
+
+// Deletes a directory or a link.
 DWORD TreeRemoval::Delete(const Directory& directory)
 {
     if (directory.deleteError != ERROR_SUCCESS)
     {
         return directory.deleteError;
     }
-    // With these semantics the name goes at once, even while others have the directory open. Where they are not known,
-    // the directory goes with its last handle.
-    FILE_DISPOSITION_INFO_EX atOnce{.Flags = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS};
-    FILE_DISPOSITION_INFO atLastClose{.DeleteFile = TRUE};
-    if (SetFileInformationByHandle(directory.handle.get(), FileDispositionInfoEx, &atOnce, sizeof(atOnce)) ||
-        (GetLastError() != ERROR_ACCESS_DENIED &&
-         SetFileInformationByHandle(directory.handle.get(), FileDispositionInfo, &atLastClose, sizeof(atLastClose))))
-    {
-        return ERROR_SUCCESS;
-    }
-    const DWORD error = GetLastError();
+    const DWORD error = DeleteOpened(directory.handle.get());
     // What is in it could not be seen, and that is what the administrator has to know.
     return error == ERROR_DIR_NOT_EMPTY && directory.listError != ERROR_SUCCESS ? directory.listError : error;
 }
 
 DWORD TreeRemoval::DeleteLink(Directory& link)
 {
-    if (link.deleteError != ERROR_SUCCESS || !IsVolumeMountPoint(link))
-    {
-        return Delete(link);
-    }
-    // RemoveDirectoryW tells the mount manager, too. It opens the name once more, with DELETE, which the handle would
-    // not share. Whatever bears the name by then goes only if it is a link or an empty directory.
+    const std::wstring volume = FindMountedVolume(link);
+    const DWORD error = Delete(link);
     link.handle.reset();
-    return RemoveDirectoryW(m_path.c_str()) ? ERROR_SUCCESS : GetLastError();
+    if (error == ERROR_SUCCESS && !volume.empty())
+    {
+        TellMountManager(std::wstring_view(m_path).substr(c_extendedPrefix.size()), volume);
+    }
+    return error;
 }
 
-// Whether a link is the place where a volume is mounted. What cannot be read about it is taken for no.
-bool TreeRemoval::IsVolumeMountPoint(const Directory& link)
+// Which volume is mounted at a link, as the mount manager names it; empty when there is none or it cannot be read.
+std::wstring TreeRemoval::FindMountedVolume(const Directory& link)
 {
     DWORD bytes = 0;
     if (link.info.ReparseTag != IO_REPARSE_TAG_MOUNT_POINT ||
         !DeviceIoControl(link.handle.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, m_listing.data(),
                          static_cast<DWORD>(c_listingBytes), &bytes, nullptr))
     {
-        return false;
+        return {};
     }
     MountPointData data{};
     std::memcpy(&data, m_listing.data(), sizeof(data));
     if (sizeof(data) + data.substituteNameOffset + data.substituteNameLength > bytes)
     {
-        return false;
+        return {};
     }
     const void* const names = m_listing.data() + sizeof(data) / sizeof(ULONGLONG);
     std::wstring target(data.substituteNameLength / sizeof(wchar_t), L'\0');
     std::memcpy(target.data(), static_cast<const std::byte*>(names) + data.substituteNameOffset,
                 target.size() * sizeof(wchar_t));
-    return target.starts_with(L"\\??\\Volume{") && target.ends_with(L"}\\");
+    if (!target.starts_with(L"\\??\\Volume{") || !target.ends_with(L"}\\"))
+    {
+        return {};
+    }
+    target.pop_back();
+    return target;
 }
 
 // Lets the path name an entry of the innermost directory.
@@ -467,6 +549,13 @@ void TreeRemoval::Name(std::wstring_view entry)
         m_path += L'\\';
     }
     m_path += entry;
+}
+
+// The name of that entry.
+std::wstring_view TreeRemoval::EntryName() const
+{
+    const std::wstring_view path = m_path;
+    return path.substr(path.rfind(L'\\') + 1);
 }
 
 // Records that what the path names stays, and so does the directory that it lies in.

@@ -27,11 +27,11 @@ std::wstring get_value_string(HKEY key, PCWSTR value_name)
         {
             THROW_IF_WIN32_ERROR(status);
             text.resize(std::min(text.size(), bytes / sizeof(wchar_t)));
-            // The terminator is counted, and the value may hold zeros of its own.
+            // The size includes the terminator, and the value may have embedded nulls.
             text.resize(std::min(text.size(), text.find(L'\0')));
             return text;
         }
-        // The value may have shrunk since it was measured, or not tell its size: never try the same length again.
+        // Always grow: the returned size may be stale or missing (performance data).
         text.assign(std::max(bytes / sizeof(wchar_t) + 1, text.size() * 2), L'\0');
     }
 }

@@ -51,8 +51,7 @@ std::string ToUtf8(std::wstring_view text)
     return bytes;
 }
 
-// One line about a failure: file, line, what was done, thread, code, the system's text, expression. Cut off at the
-// buffer's end.
+// The line that what() returns; truncated to the buffer.
 std::array<wchar_t, c_lineCapacity> DescribeFailure(const FailureInfo& failure) noexcept
 {
     std::array<wchar_t, 256> text{};
@@ -87,7 +86,7 @@ std::array<wchar_t, c_lineCapacity> DescribeFailure(const FailureInfo& failure) 
     return line;
 }
 
-// The code of the exception being handled and, in `text`, what it tells of itself; 0 for one of an unknown type.
+// The current exception's code, and its description in `text`. S_OK for an exception of an unknown type.
 HRESULT DescribeCaughtException(std::array<wchar_t, c_lineCapacity>& text) noexcept
 {
     try
@@ -128,7 +127,7 @@ FailureInfo MakeFailure(FailureType type, const details::Place& place, HRESULT h
             .cFailureCount = ++g_failuresOfType[static_cast<size_t>(type)]};
 }
 
-// The one way of every failure to those who listen.
+// Calls the callback, and writes to an attached debugger. Preserves the last error.
 void Notify(const FailureInfo& failure) noexcept
 {
     const DWORD lastError = GetLastError();
@@ -147,7 +146,7 @@ void Notify(const FailureInfo& failure) noexcept
     SetLastError(lastError);
 }
 
-// An exception of a type that nobody here can name: going on would hide a mistake in the program.
+// An exception of an unknown type is a bug in the program: end the process.
 HRESULT FailFast(const details::Place& place) noexcept
 {
     constexpr HRESULT c_result = HRESULT_FROM_WIN32(ERROR_UNHANDLED_EXCEPTION);
@@ -175,7 +174,7 @@ ResultException::ResultException(const FailureInfo& failure) noexcept : m_failur
         }
         catch (const std::bad_alloc&)
         {
-            // The failure itself matters more than its message.
+            // The exception goes without its message.
         }
     }
 }

@@ -1,5 +1,5 @@
-#include "RecordedFailures.h"
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/RecordedFailures.h"
 
 #include <gmock/gmock.h>
 #include <wil/result.h>
@@ -40,20 +40,6 @@ protected:
 // What a function returns that goes on to its end.
 constexpr HRESULT c_end = S_FALSE;
 
-// Runs a function and tells the code of the ResultException that it throws; 0 when it throws nothing.
-HRESULT CodeThrownBy(const std::function<void()>& function)
-{
-    try
-    {
-        function();
-        return S_OK;
-    }
-    catch (const wil::ResultException& exception)
-    {
-        return exception.GetErrorCode();
-    }
-}
-
 // Returns a failure that a macro records.
 HRESULT Fail()
 {
@@ -61,113 +47,141 @@ HRESULT Fail()
     return S_OK;
 }
 
+// A macro in a function, which fails or succeeds. The last error is "access denied".
+struct Use
+{
+    const char* macro;
+    HRESULT (*run)(bool fails);
+    HRESULT code; // of the failure
+};
+
+const Use c_returns[] = {
+    {"RETURN_IF_FAILED",
+     [](bool fails) -> HRESULT {
+         RETURN_IF_FAILED(fails ? E_FAIL : S_OK);
+         return c_end;
+     },
+     E_FAIL},
+    {"RETURN_HR_IF",
+     [](bool fails) -> HRESULT {
+         RETURN_HR_IF(E_ABORT, fails);
+         return c_end;
+     },
+     E_ABORT},
+    {"RETURN_IF_WIN32_ERROR",
+     [](bool fails) -> HRESULT {
+         RETURN_IF_WIN32_ERROR(LSTATUS{fails ? ERROR_ACCESS_DENIED : ERROR_SUCCESS});
+         return c_end;
+     },
+     c_accessDenied},
+    {"RETURN_IF_WIN32_BOOL_FALSE",
+     [](bool fails) -> HRESULT {
+         RETURN_IF_WIN32_BOOL_FALSE(fails ? FALSE : 2);
+         return c_end;
+     },
+     c_accessDenied},
+    {"RETURN_LAST_ERROR_IF a bool",
+     [](bool fails) -> HRESULT {
+         RETURN_LAST_ERROR_IF(fails);
+         return c_end;
+     },
+     c_accessDenied},
+    {"RETURN_LAST_ERROR_IF a BOOL",
+     [](bool fails) -> HRESULT {
+         RETURN_LAST_ERROR_IF(BOOL{fails});
+         return c_end;
+     },
+     c_accessDenied},
+    {"RETURN_LAST_ERROR_IF_NULL",
+     [](bool fails) -> HRESULT {
+         RETURN_LAST_ERROR_IF_NULL(fails ? nullptr : &c_end);
+         return c_end;
+     },
+     c_accessDenied},
+    {"RETURN_IF_NULL_ALLOC",
+     [](bool fails) -> HRESULT {
+         const auto owner = fails ? nullptr : std::make_unique<int>();
+         RETURN_IF_NULL_ALLOC(owner);
+         return c_end;
+     },
+     E_OUTOFMEMORY},
+};
+
+// These return 1 unless they throw, or when the value of the macro is not what it was given.
+const Use c_throws[] = {
+    {"THROW_IF_FAILED", [](bool fails) -> HRESULT { return THROW_IF_FAILED(fails ? E_FAIL : S_FALSE) == S_FALSE; },
+     E_FAIL},
+    {"THROW_HR_IF", [](bool fails) -> HRESULT { return !THROW_HR_IF(E_ABORT, fails); }, E_ABORT},
+    {"THROW_IF_WIN32_ERROR",
+     [](bool fails) -> HRESULT { return THROW_IF_WIN32_ERROR(fails ? ERROR_ACCESS_DENIED : ERROR_SUCCESS) == 0; },
+     c_accessDenied},
+    {"THROW_IF_WIN32_BOOL_FALSE",
+     [](bool fails) -> HRESULT { return THROW_IF_WIN32_BOOL_FALSE(fails ? FALSE : 2) == 2; }, c_accessDenied},
+    {"THROW_LAST_ERROR_IF", [](bool fails) -> HRESULT { return !THROW_LAST_ERROR_IF(fails); }, c_accessDenied},
+    {"THROW_IF_NULL_ALLOC of a pointer",
+     [](bool fails) -> HRESULT {
+         const HRESULT* const pointer = fails ? nullptr : &c_end;
+         THROW_IF_NULL_ALLOC(pointer);
+         return 1;
+     },
+     E_OUTOFMEMORY},
+    {"THROW_IF_NULL_ALLOC of an owner",
+     [](bool fails) -> HRESULT {
+         const auto owner = fails ? nullptr : std::make_unique<int>();
+         THROW_IF_NULL_ALLOC(owner);
+         return 1;
+     },
+     E_OUTOFMEMORY},
+};
+
 } // namespace
 
-TEST_F(ResultTest, RETURN_IF_FAILED_goes_on_after_a_success)
+TEST_F(ResultTest, RETURN_macros_return_a_failure_and_else_go_on)
 {
-    const auto run = [](HRESULT hr) -> HRESULT {
-        RETURN_IF_FAILED(hr);
+    for (const Use& use : c_returns)
+    {
+        SCOPED_TRACE(use.macro);
+        const std::size_t count = failures.Count();
+        SetLastError(ERROR_ACCESS_DENIED);
+        EXPECT_EQ(use.run(false), c_end);
+        EXPECT_EQ(failures.Count(), count);
+        EXPECT_EQ(use.run(true), use.code);
+        ASSERT_EQ(failures.Count(), count + 1);
+        EXPECT_EQ(failures.Last().hr, use.code);
+        EXPECT_EQ(failures.Last().type, FailureType::Return);
+    }
+}
+
+TEST_F(ResultTest, THROW_macros_throw_a_failure_and_else_give_back_what_they_were_given)
+{
+    for (const Use& use : c_throws)
+    {
+        SCOPED_TRACE(use.macro);
+        const std::size_t count = failures.Count();
+        SetLastError(ERROR_ACCESS_DENIED);
+        EXPECT_EQ(CodeThrownBy([&] { EXPECT_EQ(use.run(false), 1); }), S_OK);
+        EXPECT_EQ(failures.Count(), count);
+        EXPECT_EQ(CodeThrownBy([&] { use.run(true); }), use.code);
+        ASSERT_EQ(failures.Count(), count + 1);
+        EXPECT_EQ(failures.Last().hr, use.code);
+        EXPECT_EQ(failures.Last().type, FailureType::Exception);
+    }
+}
+
+TEST_F(ResultTest, A_failure_is_recorded_with_its_place_and_evaluated_once)
+{
+    int calls = 0;
+    const auto run = [&]() -> HRESULT {
+        RETURN_IF_FAILED((++calls, E_FAIL));
         return c_end;
     };
     const unsigned int line = __LINE__ - 3;
-    EXPECT_EQ(run(S_OK), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(run(E_FAIL), E_FAIL);
+    EXPECT_EQ(run(), E_FAIL);
     ExpectRecorded(FailureType::Return, E_FAIL, line);
-}
-
-TEST_F(ResultTest, RETURN_IF_FAILED_evaluates_its_argument_once)
-{
-    int calls = 0;
-    const auto call = [&] {
-        ++calls;
-        return E_FAIL;
-    };
-    EXPECT_EQ(
-        [&]() -> HRESULT {
-            RETURN_IF_FAILED(call());
-            return c_end;
-        }(),
-        E_FAIL);
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ResultTest, RETURN_IF_WIN32_ERROR_takes_the_status_of_a_registry_call)
-{
-    const auto run = [](LSTATUS status) -> HRESULT {
-        RETURN_IF_WIN32_ERROR(status);
-        return c_end;
-    };
-    EXPECT_EQ(run(ERROR_SUCCESS), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(run(ERROR_ACCESS_DENIED), c_accessDenied);
-    EXPECT_EQ(failures.Last().hr, c_accessDenied);
-}
-
-TEST_F(ResultTest, RETURN_IF_WIN32_BOOL_FALSE_returns_the_last_error)
-{
-    const auto run = [](BOOL result) -> HRESULT {
-        SetLastError(ERROR_ACCESS_DENIED);
-        RETURN_IF_WIN32_BOOL_FALSE(result);
-        return c_end;
-    };
-    EXPECT_EQ(run(2), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(run(FALSE), c_accessDenied);
-}
-
-TEST_F(ResultTest, RETURN_LAST_ERROR_IF_takes_every_kind_of_condition)
-{
-    const auto run = [](auto condition) -> HRESULT {
-        SetLastError(ERROR_ACCESS_DENIED);
-        RETURN_LAST_ERROR_IF(condition);
-        return c_end;
-    };
-    EXPECT_EQ(run(false), c_end);
-    EXPECT_EQ(run(FALSE), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(run(true), c_accessDenied);
-    EXPECT_EQ(run(TRUE), c_accessDenied);
-    EXPECT_EQ(failures.Count(), 2U);
-}
-
-TEST_F(ResultTest, RETURN_LAST_ERROR_IF_NULL_returns_the_last_error)
-{
-    const auto run = [](const int* pointer) -> HRESULT {
-        SetLastError(ERROR_ACCESS_DENIED);
-        RETURN_LAST_ERROR_IF_NULL(pointer);
-        return c_end;
-    };
-    const int value = 0;
-    EXPECT_EQ(run(&value), c_end);
-    EXPECT_EQ(run(nullptr), c_accessDenied);
-}
-
-TEST_F(ResultTest, RETURN_HR_IF_returns_the_result_when_the_condition_holds)
-{
-    const auto run = [](bool condition) -> HRESULT {
-        RETURN_HR_IF(E_ABORT, condition);
-        return c_end;
-    };
-    EXPECT_EQ(run(false), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(run(true), E_ABORT);
-    EXPECT_EQ(failures.Last().hr, E_ABORT);
-}
-
-TEST_F(ResultTest, RETURN_IF_NULL_ALLOC_looks_at_the_pointer)
-{
-    const auto allocate = [](const std::unique_ptr<int>& pointer) -> HRESULT {
-        RETURN_IF_NULL_ALLOC(pointer);
-        return c_end;
-    };
-    EXPECT_EQ(allocate(std::make_unique<int>()), c_end);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(allocate(nullptr), E_OUTOFMEMORY);
-    EXPECT_EQ(failures.Last().hr, E_OUTOFMEMORY);
-}
-
-TEST_F(ResultTest, a_failed_call_without_a_last_error_is_a_failure_all_the_same)
+TEST_F(ResultTest, A_failed_call_without_a_last_error_is_a_failure_all_the_same)
 {
     const auto run = []() -> HRESULT {
         RETURN_IF_WIN32_BOOL_FALSE(FALSE);
@@ -178,54 +192,6 @@ TEST_F(ResultTest, a_failed_call_without_a_last_error_is_a_failure_all_the_same)
     EXPECT_EQ(failures.Last().hr, c_assertionFailure);
     SetLastError(ERROR_SUCCESS);
     EXPECT_EQ(CodeThrownBy([] { THROW_LAST_ERROR_IF(true); }), c_assertionFailure);
-}
-
-TEST_F(ResultTest, THROW_IF_FAILED_gives_back_a_success)
-{
-    EXPECT_EQ(CodeThrownBy([] { EXPECT_EQ(THROW_IF_FAILED(S_FALSE), S_FALSE); }), S_OK);
-    EXPECT_EQ(CodeThrownBy([] { THROW_IF_FAILED(E_FAIL); }), E_FAIL);
-}
-
-TEST_F(ResultTest, THROW_HR_IF_throws_the_result_when_the_condition_holds)
-{
-    EXPECT_EQ(CodeThrownBy([] { EXPECT_FALSE(THROW_HR_IF(E_FAIL, false)); }), S_OK);
-    EXPECT_EQ(failures.Count(), 0U);
-    EXPECT_EQ(CodeThrownBy([] { THROW_HR_IF(E_FAIL, true); }), E_FAIL);
-    ExpectRecorded(FailureType::Exception, E_FAIL, __LINE__ - 1);
-}
-
-TEST_F(ResultTest, THROW_LAST_ERROR_IF_gives_back_a_condition_that_does_not_hold)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(CodeThrownBy([] { EXPECT_FALSE(THROW_LAST_ERROR_IF(false)); }), S_OK);
-    EXPECT_EQ(CodeThrownBy([] { THROW_LAST_ERROR_IF(true); }), c_accessDenied);
-}
-
-TEST_F(ResultTest, THROW_IF_NULL_ALLOC_takes_pointers_and_owners)
-{
-    int value = 0;
-    int* const pointer = &value;
-    const std::unique_ptr<int> owner = std::make_unique<int>();
-    const std::unique_ptr<int> empty;
-    EXPECT_EQ(CodeThrownBy([&] {
-                  THROW_IF_NULL_ALLOC(pointer);
-                  THROW_IF_NULL_ALLOC(owner);
-              }),
-              S_OK);
-    EXPECT_EQ(CodeThrownBy([&] { THROW_IF_NULL_ALLOC(empty); }), E_OUTOFMEMORY);
-}
-
-TEST_F(ResultTest, THROW_IF_WIN32_ERROR_throws_the_code_as_a_result)
-{
-    EXPECT_EQ(CodeThrownBy([] { EXPECT_EQ(THROW_IF_WIN32_ERROR(ERROR_SUCCESS), 0U); }), S_OK);
-    EXPECT_EQ(CodeThrownBy([] { THROW_IF_WIN32_ERROR(ERROR_ACCESS_DENIED); }), c_accessDenied);
-}
-
-TEST_F(ResultTest, THROW_IF_WIN32_BOOL_FALSE_throws_the_last_error)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(CodeThrownBy([] { EXPECT_EQ(THROW_IF_WIN32_BOOL_FALSE(2), 2); }), S_OK);
-    EXPECT_EQ(CodeThrownBy([] { THROW_IF_WIN32_BOOL_FALSE(FALSE); }), c_accessDenied);
 }
 
 TEST_F(ResultTest, CATCH_RETURN_returns_the_code_of_what_was_thrown)
@@ -259,7 +225,7 @@ TEST_F(ResultTest, CATCH_LOG_records_and_goes_on)
     EXPECT_THAT(failures.Last().message, testing::HasSubstr(L"why"));
 }
 
-TEST_F(ResultTest, an_exception_tells_where_and_why_even_as_a_copy)
+TEST_F(ResultTest, An_exception_tells_where_and_why_even_as_a_copy)
 {
     std::unique_ptr<wil::ResultException> copy;
     try
@@ -281,7 +247,7 @@ TEST_F(ResultTest, an_exception_tells_where_and_why_even_as_a_copy)
     EXPECT_THAT(what, testing::HasSubstr("Access denied"));
 }
 
-TEST(ResultLine, goes_to_the_debugger_only_when_there_is_one)
+TEST(ResultLineTest, Goes_to_the_debugger_only_when_there_is_one)
 {
     BOOL isDebugged = FALSE;
     std::wstring output;

@@ -1,5 +1,5 @@
-#include "RecordedFailures.h"
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/RecordedFailures.h"
 
 #include <gmock/gmock.h>
 #include <wil/result.h>
@@ -36,7 +36,7 @@ std::string Line(const FailureInfo& failure)
 
 } // namespace
 
-TEST(FailureText, tells_all_in_one_line)
+TEST(FailureTextTest, Tells_all_in_one_line)
 {
     FailureInfo failure = Failure(FailureType::Return);
     EXPECT_EQ(Line(failure), "Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. [Run(Call())]");
@@ -45,14 +45,14 @@ TEST(FailureText, tells_all_in_one_line)
     EXPECT_EQ(Line(failure), "Folder/File.cpp(12): ReturnHr(7) tid(1f) 80070005 Access denied. Msg:[more] [Run()]");
 }
 
-TEST(FailureText, names_what_was_done)
+TEST(FailureTextTest, Names_what_was_done)
 {
     EXPECT_THAT(Line(Failure(FailureType::Exception)), testing::HasSubstr(" Exception("));
     EXPECT_THAT(Line(Failure(FailureType::Log)), testing::HasSubstr(" LogHr("));
     EXPECT_THAT(Line(Failure(FailureType::FailFast)), testing::HasSubstr(" FailFast("));
 }
 
-TEST(FailureText, leaves_out_what_is_not_known)
+TEST(FailureTextTest, Leaves_out_what_is_not_known)
 {
     FailureInfo failure{};
     failure.type = FailureType::Log;
@@ -60,7 +60,7 @@ TEST(FailureText, leaves_out_what_is_not_known)
     EXPECT_EQ(Line(failure), "LogHr(0) tid(0) A1234567 ");
 }
 
-TEST(FailureText, is_cut_off_where_it_becomes_too_long)
+TEST(FailureTextTest, Is_cut_off_where_it_becomes_too_long)
 {
     const std::wstring message(3000, L'x');
     FailureInfo failure = Failure(FailureType::Log);
@@ -69,34 +69,26 @@ TEST(FailureText, is_cut_off_where_it_becomes_too_long)
     EXPECT_THAT(Line(failure), testing::EndsWith("xxx"));
 }
 
-TEST(ResultLine, ends_where_the_next_one_begins)
+TEST(ResultLineTest, Is_one_line_even_when_it_is_cut_off)
 {
     std::wstring output;
     const Fake<&IsDebuggerPresent> debugger = [] { return TRUE; };
-    const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output += text; };
-    static_cast<void>([]() -> HRESULT {
-        RETURN_IF_FAILED(E_ABORT);
-        return S_OK;
-    }());
-    EXPECT_THAT(output, testing::EndsWith(L"\n"));
-    EXPECT_EQ(std::count(output.begin(), output.end(), L'\n'), 1);
-}
-
-TEST(ResultLine, ends_so_even_when_it_is_cut_off)
-{
-    std::wstring output;
-    const Fake<&IsDebuggerPresent> debugger = [] { return TRUE; };
-    const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output += text; };
-    try
+    const Fake<&OutputDebugStringW> debug = [&](const wchar_t* text) { output = text; };
+    for (const std::size_t length : {1U, 3000U})
     {
-        throw std::runtime_error(std::string(3000, 'x'));
+        try
+        {
+            throw std::runtime_error(std::string(length, 'x'));
+        }
+        CATCH_LOG()
+        EXPECT_EQ(std::ranges::count(output, L'\n'), 1);
+        EXPECT_THAT(output, testing::EndsWith(L"\n"));
     }
-    CATCH_LOG()
-    EXPECT_THAT(output, testing::EndsWith(L"xxx\n"));
     EXPECT_EQ(output.size(), 2047U);
+    EXPECT_THAT(output, testing::EndsWith(L"xxx\n"));
 }
 
-TEST(ResultException, keeps_a_message_that_goes)
+TEST(ResultExceptionTest, Keeps_a_message_that_goes)
 {
     std::wstring message = L"pr\u00FCfen";
     FailureInfo failure = Failure(FailureType::Exception);
@@ -108,7 +100,7 @@ TEST(ResultException, keeps_a_message_that_goes)
                                                      "fen]"));
 }
 
-TEST(CATCH_RETURN, ends_the_process_for_an_exception_of_an_unknown_type)
+TEST(CATCH_RETURNTest, Ends_the_process_for_an_exception_of_an_unknown_type)
 {
     const RecordedFailures failures;
     int ends = 0;
@@ -134,15 +126,7 @@ TEST(CATCH_RETURN, ends_the_process_for_an_exception_of_an_unknown_type)
     EXPECT_EQ(ends, 2);
 }
 
-TEST(THROW_HR_IF, of_a_success_is_thrown_as_a_failed_assertion)
+TEST(THROW_HR_IFTest, Of_a_success_is_thrown_as_a_failed_assertion)
 {
-    try
-    {
-        THROW_HR_IF(S_OK, true);
-        ADD_FAILURE() << "nothing was thrown";
-    }
-    catch (const wil::ResultException& exception)
-    {
-        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(668));
-    }
+    EXPECT_EQ(CodeThrownBy([] { THROW_HR_IF(S_OK, true); }), HRESULT_FROM_WIN32(668));
 }

@@ -1,8 +1,8 @@
 #include "Crash.h"
-#include "support/EnvelopeParser.h"
-#include "support/ImportTableFake.h"
-#include "support/OutOfMemory.h"
-#include "support/TestFolder.h"
+#include "support/common/EnvelopeParser.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/OutOfMemory.h"
+#include "support/unit/TestFolder.h"
 
 #include <windows.h>
 
@@ -17,7 +17,6 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,13 +39,14 @@ struct Dump
     MINIDUMP_TYPE type = MiniDumpWithFullMemory;
     DWORD crashedThread = 0;
     EXCEPTION_POINTERS* pointers = nullptr;
-    DWORD thread = 0; // that it was called on
+    DWORD thread = 0; // the caller
 };
 
+using IncludesThread = std::function<bool(DWORD)>;
+
 std::vector<Dump> g_dumps;
-std::function<void()> g_onDump;
-std::function<void(const std::function<bool(DWORD)>& includes)> g_onThreads; // is told whether a thread is to be in it
-int g_previous = 0;                                                          // calls of what the process had set before
+std::function<void(const IncludesThread&)> g_onDump;
+int g_previous = 0; // calls of the handlers before
 
 BOOL WINAPI WriteDump(HANDLE, DWORD process, HANDLE file, MINIDUMP_TYPE type, PMINIDUMP_EXCEPTION_INFORMATION exception,
                       PMINIDUMP_USER_STREAM_INFORMATION, PMINIDUMP_CALLBACK_INFORMATION callback)
@@ -68,11 +68,7 @@ BOOL WINAPI WriteDump(HANDLE, DWORD process, HANDLE file, MINIDUMP_TYPE type, PM
     EXPECT_TRUE(asks(ThreadCallback, 0));
     EXPECT_FALSE(asks(MemoryCallback, 0)) << "it is asked for memory until it has no more";
     EXPECT_FALSE(asks(CancelCallback, 0));
-    if (g_onThreads)
-    {
-        g_onThreads([&](DWORD thread) { return asks(IncludeThreadCallback, thread); });
-    }
-    g_onDump();
+    g_onDump([&](DWORD thread) { return asks(IncludeThreadCallback, thread); });
     return TRUE;
 }
 
@@ -90,35 +86,61 @@ protected:
         g_dumps.clear();
         g_dumps.reserve(10);
         threads.reserve(10);
-        g_onDump = [] {};
-        g_onThreads = nullptr;
+        limits.reserve(10);
+        g_onDump = [](const IncludesThread&) {};
         g_previous = 0;
         record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
         Make();
     }
 
+    void TearDown() override { onWait = nullptr; }
+
     ~SentryCrashHandlerTest() override
     {
         handler.reset();
         EXPECT_EQ(filter, &PreviousFilter);
-        for (const wil::unique_handle& thread : threads) // also one that nobody has waited for
-        {
-            EXPECT_EQ(WaitForSingleObject(thread.get(), c_long), WAIT_OBJECT_0);
-        }
+        ExpectThreadsToEnd();
     }
 
     void Make()
     {
+        handler.reset();
         handler = std::make_unique<CrashHandler>(
             CrashPlan{.envelope = MakeCrashEnvelope({.release = "r", .environment = "e"}, c_id),
                       .envelopePath = envelopePath,
                       .minidumpPath = minidumpPath});
     }
 
-    // As Windows does for an exception that nobody handles.
+    // As Windows does for an unhandled exception.
     LONG RaiseUnhandled() { return filter(&pointers); }
 
     nlohmann::json Event() const { return EventOf(ParseEnvelope(ReadFileText(envelopePath))); }
+    std::string ExceptionType() const { return Event()["exception"]["values"][0]["type"]; }
+
+    static DWORD Wait(const wil::unique_handle& handle)
+    {
+        return Fake<&WaitForSingleObject>::Real(handle.get(), c_long);
+    }
+    void ExpectThreadsToEnd() const
+    {
+        for (const wil::unique_handle& thread : threads)
+        {
+            EXPECT_EQ(Wait(thread), WAIT_OBJECT_0);
+        }
+    }
+
+    // The result of every wait of that thread.
+    void AnswerWaitsOf(const std::atomic<DWORD>& thread, DWORD result)
+    {
+        onWait = [&, result](HANDLE handle, DWORD limit) -> DWORD {
+            if (GetCurrentThreadId() != thread)
+            {
+                return wait.Hidden(handle, limit);
+            }
+            limits.push_back(limit);
+            return result;
+        };
+    }
 
     TestFolder root;
     std::wstring envelopePath = root / L"1.envelope";
@@ -126,6 +148,9 @@ protected:
     EXCEPTION_RECORD record{};
     CONTEXT context{};
     EXCEPTION_POINTERS pointers{&record, &context};
+    const std::atomic<DWORD> ownThread = GetCurrentThreadId();
+    wil::unique_handle isWriting{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    wil::unique_handle goOn{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     bool hasDebugHelp = true;
     DWORD loadFlags = 0;
     Fake<&LoadLibraryExW> load = [this](LPCWSTR name, HANDLE, DWORD flags) -> HMODULE {
@@ -145,19 +170,23 @@ protected:
     Fake<&SetUnhandledExceptionFilter> setFilter = [this](LPTOP_LEVEL_EXCEPTION_FILTER its) {
         return std::exchange(filter, its);
     };
-    std::vector<wil::unique_handle> threads; // those that the handler has made
+    std::vector<wil::unique_handle> threads; // that the handler has made
     Fake<&CreateThread> createThread = [this](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack,
                                               LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id) {
         const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags, id);
-        HANDLE copy = nullptr;
-        DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
-        threads.emplace_back(copy);
+        DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), threads.emplace_back().put(), 0, FALSE,
+                        DUPLICATE_SAME_ACCESS);
         return made;
+    };
+    std::vector<DWORD> limits; // of waits
+    std::function<DWORD(HANDLE, DWORD)> onWait;
+    Fake<&WaitForSingleObject> wait = [this](HANDLE handle, DWORD limit) {
+        return onWait ? onWait(handle, limit) : wait.Hidden(handle, limit);
     };
     std::unique_ptr<CrashHandler> handler;
 };
 
-TEST_F(SentryCrashHandlerTest, writes_an_envelope_and_a_minidump_and_goes_on_with_what_was_set_before)
+TEST_F(SentryCrashHandlerTest, Writes_an_envelope_and_a_minidump_and_calls_the_filter_before)
 {
     handler->AddBreadcrumb(R"({"message":"one"})");
     handler->AddBreadcrumb(R"({"message":"two"})");
@@ -169,7 +198,7 @@ TEST_F(SentryCrashHandlerTest, writes_an_envelope_and_a_minidump_and_goes_on_wit
     const auto event = Event();
     EXPECT_EQ(event["event_id"], c_id);
     EXPECT_EQ(event["level"], "fatal");
-    EXPECT_EQ(event["exception"]["values"][0]["type"], "Exception 0xc0000005");
+    EXPECT_EQ(ExceptionType(), "Exception 0xc0000005");
     EXPECT_GE(event["timestamp"].get<std::string>(), ToText(before));
     EXPECT_LE(event["timestamp"].get<std::string>(), ToText(TimestampNow()));
     EXPECT_EQ(event["breadcrumbs"], nlohmann::json::parse(R"([{"message":"one"},{"message":"two"}])"));
@@ -183,14 +212,14 @@ TEST_F(SentryCrashHandlerTest, writes_an_envelope_and_a_minidump_and_goes_on_wit
     EXPECT_EQ(loadFlags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
 }
 
-TEST_F(SentryCrashHandlerTest, every_digit_of_the_code_is_told)
+TEST_F(SentryCrashHandlerTest, Reports_every_digit_of_the_code)
 {
     record.ExceptionCode = 0x1234ABEF;
     RaiseUnhandled();
-    EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0x1234abef");
+    EXPECT_EQ(ExceptionType(), "Exception 0x1234abef");
 }
 
-TEST_F(SentryCrashHandlerTest, needs_no_memory)
+TEST_F(SentryCrashHandlerTest, Needs_no_memory)
 {
     {
         const OutOfMemory outOfMemory;
@@ -200,7 +229,7 @@ TEST_F(SentryCrashHandlerTest, needs_no_memory)
     EXPECT_TRUE(Exists(minidumpPath));
 }
 
-TEST_F(SentryCrashHandlerTest, keeps_the_last_hundred_breadcrumbs)
+TEST_F(SentryCrashHandlerTest, Keeps_the_last_hundred_breadcrumbs)
 {
     for (int i = 0; i < 102; ++i)
     {
@@ -213,35 +242,26 @@ TEST_F(SentryCrashHandlerTest, keeps_the_last_hundred_breadcrumbs)
     EXPECT_EQ(breadcrumbs.back(), 101);
 }
 
-TEST_F(SentryCrashHandlerTest, does_without_breadcrumbs_that_somebody_is_working_on_for_ever)
+TEST_F(SentryCrashHandlerTest, Tries_the_lock_of_the_breadcrumbs_a_thousand_times)
 {
-    handler->AddBreadcrumb("1");
-    int attempts = 0;
+    for (const int lockedAttempts : {999, 1000})
     {
-        Fake<&TryAcquireSRWLockExclusive> acquire = [&](PSRWLOCK) -> BOOLEAN {
-            ++attempts;
-            return FALSE;
-        };
-        RaiseUnhandled();
+        DeleteFileW(envelopePath.c_str());
+        Make();
+        handler->AddBreadcrumb("1");
+        int attempts = 0;
+        {
+            Fake<&TryAcquireSRWLockExclusive> acquire = [&](PSRWLOCK lock) -> BOOLEAN {
+                return ++attempts > lockedAttempts && acquire.Hidden(lock) != FALSE;
+            };
+            RaiseUnhandled();
+        }
+        EXPECT_EQ(attempts, 1000);
+        EXPECT_EQ(Event()["breadcrumbs"].size(), lockedAttempts == 999 ? 1U : 0U);
     }
-    EXPECT_EQ(attempts, 1000);
-    EXPECT_EQ(Event()["breadcrumbs"], nlohmann::json::array());
 }
 
-TEST_F(SentryCrashHandlerTest, waits_a_little_for_somebody_who_is_adding_a_breadcrumb)
-{
-    handler->AddBreadcrumb("1");
-    int attempts = 0;
-    {
-        Fake<&TryAcquireSRWLockExclusive> acquire = [&](PSRWLOCK lock) -> BOOLEAN {
-            return ++attempts == 1000 && acquire.Hidden(lock) != FALSE;
-        };
-        RaiseUnhandled();
-    }
-    EXPECT_EQ(Event()["breadcrumbs"], nlohmann::json::array({1}));
-}
-
-TEST_F(SentryCrashHandlerTest, overwrites_nothing)
+TEST_F(SentryCrashHandlerTest, Overwrites_nothing)
 {
     root.AddFile(L"1.envelope", "somebody's");
     root.AddFile(L"1.dmp", "somebody's");
@@ -250,24 +270,22 @@ TEST_F(SentryCrashHandlerTest, overwrites_nothing)
     EXPECT_EQ(ReadFileText(minidumpPath), "somebody's");
 }
 
-TEST_F(SentryCrashHandlerTest, writes_through_no_link)
+TEST_F(SentryCrashHandlerTest, Writes_through_no_link)
 {
-    std::vector<DWORD> flags;
-    {
-        Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
-                                        DWORD disposition, DWORD its, HANDLE pattern) {
-            EXPECT_EQ(disposition, DWORD{CREATE_NEW});
-            flags.push_back(its & FILE_FLAG_OPEN_REPARSE_POINT);
-            return create.Hidden(path, access, share, attributes, disposition, its, pattern);
-        };
-        RaiseUnhandled();
-    }
-    EXPECT_THAT(flags, ElementsAre(DWORD{FILE_FLAG_OPEN_REPARSE_POINT}, DWORD{FILE_FLAG_OPEN_REPARSE_POINT}));
+    std::atomic<int> files = 0;
+    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
+                                    DWORD disposition, DWORD flags, HANDLE pattern) {
+        EXPECT_EQ(disposition, DWORD{CREATE_NEW});
+        EXPECT_NE(flags & FILE_FLAG_OPEN_REPARSE_POINT, 0U);
+        ++files;
+        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+    };
+    RaiseUnhandled();
+    EXPECT_EQ(files, 2);
 }
 
-TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_the_library_is_not_there)
+TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_the_library_is_not_there)
 {
-    handler.reset();
     hasDebugHelp = false;
     Make();
     RaiseUnhandled();
@@ -275,138 +293,106 @@ TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_the_library_is_not_
     EXPECT_FALSE(Exists(minidumpPath));
 }
 
-TEST_F(SentryCrashHandlerTest, leaves_the_threads_out_that_are_there_for_the_minidump_alone)
+TEST_F(SentryCrashHandlerTest, Excludes_the_threads_of_the_minidump)
 {
     std::vector<DWORD> made;
-    made.reserve(10);
     std::vector<bool> areIncluded;
-    areIncluded.reserve(10);
     bool isCrashedIncluded = false;
-    const DWORD crashed = GetCurrentThreadId();
-    {
-        Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
-                                         LPVOID parameter, DWORD flags, LPDWORD) {
-            const HANDLE thread = create.Hidden(attributes, stack, start, parameter, flags | CREATE_SUSPENDED, nullptr);
-            made.push_back(GetThreadId(thread));
-            ResumeThread(thread);
-            return thread;
-        };
-        g_onThreads = [&](const std::function<bool(DWORD)>& includes) {
-            isCrashedIncluded = includes(crashed);
-            for (const DWORD thread : made)
-            {
-                areIncluded.push_back(includes(thread));
-            }
-        };
-        RaiseUnhandled();
-    }
+    Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
+                                     LPVOID parameter, DWORD flags, LPDWORD) {
+        const HANDLE thread = create.Hidden(attributes, stack, start, parameter, flags | CREATE_SUSPENDED, nullptr);
+        made.push_back(GetThreadId(thread));
+        ResumeThread(thread);
+        return thread;
+    };
+    g_onDump = [&](const IncludesThread& includes) {
+        isCrashedIncluded = includes(ownThread);
+        for (const DWORD thread : made)
+        {
+            areIncluded.push_back(includes(thread));
+        }
+    };
+    RaiseUnhandled();
     EXPECT_TRUE(isCrashedIncluded);
     EXPECT_THAT(areIncluded, ElementsAre(false, false));
     EXPECT_THAT(made, testing::Contains(g_dumps.at(0).thread));
 }
 
-TEST_F(SentryCrashHandlerTest, goes_on_when_the_minidump_takes_for_ever)
+TEST_F(SentryCrashHandlerTest, Goes_on_when_the_minidump_takes_for_ever)
 {
-    const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const wil::unique_handle isWriting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    g_onDump = [&] {
+    g_onDump = [&](const IncludesThread&) {
         SetEvent(isWriting.get());
-        WaitForSingleObject(goOn.get(), c_long);
+        Wait(goOn);
     };
-    const DWORD crashing = GetCurrentThreadId();
-    std::optional<DWORD> limit;
-    {
-        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
-            if (GetCurrentThreadId() != crashing)
-            {
-                return wait.Hidden(handle, its);
-            }
-            limit = its;
-            wait.Hidden(isWriting.get(), c_long);
-            return WAIT_TIMEOUT;
-        };
-        EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
-        handler.reset(); // they keep what they use
-        SetEvent(goOn.get());
-        for (const wil::unique_handle& thread : threads) // before what they use of this test goes
+    onWait = [&](HANDLE handle, DWORD limit) -> DWORD {
+        if (GetCurrentThreadId() != ownThread)
         {
-            wait.Hidden(thread.get(), c_long);
+            return wait.Hidden(handle, limit);
         }
-    }
-    EXPECT_EQ(limit, 30'000U);
+        limits.push_back(limit);
+        Wait(isWriting);
+        return WAIT_TIMEOUT;
+    };
+    EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
+    handler.reset(); // they keep what they use
+    SetEvent(goOn.get());
+    ExpectThreadsToEnd();
+    EXPECT_EQ(limits.at(0), 30'000U);
     EXPECT_EQ(g_previous, 1);
-    EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0xc0000005");
+    EXPECT_EQ(ExceptionType(), "Exception 0xc0000005");
 }
 
-// As Windows does it: all other threads that are to be in the minidump are suspended, and one of them has a lock.
-TEST_F(SentryCrashHandlerTest, ends_the_process_when_the_minidump_waits_for_what_a_suspended_thread_has)
+// As Windows does it: all threads that are included are suspended, and one of them has a lock.
+TEST_F(SentryCrashHandlerTest, Ends_the_process_when_the_minidump_waits_for_a_suspended_thread)
 {
     const wil::unique_handle isWaiting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const wil::unique_handle crashed(
         OpenThread(THREAD_SUSPEND_RESUME | THREAD_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentThreadId()));
     ASSERT_TRUE(crashed);
-    const DWORD crashedId = GetCurrentThreadId();
-    g_onThreads = [&](const std::function<bool(DWORD)>& includes) {
-        ASSERT_TRUE(includes(crashedId));
-        WaitForSingleObject(isWaiting.get(), c_long);
+    g_onDump = [&](const IncludesThread& includes) {
+        EXPECT_TRUE(includes(ownThread));
+        Wait(isWaiting);
         SuspendThread(crashed.get());
+        Wait(goOn);
     };
-    g_onDump = [&] { WaitForSingleObject(goOn.get(), c_long); };
     std::atomic<DWORD> limit = 0;
+    onWait = [&](HANDLE handle, DWORD its) -> DWORD {
+        if (GetCurrentThreadId() == ownThread)
+        {
+            SetEvent(isWaiting.get());
+            return wait.Hidden(handle, c_long);
+        }
+        limit = its;
+        return wait.Hidden(handle, 500);
+    };
     std::atomic<int> ends = 0;
     std::atomic<UINT> code = 0;
-    {
-        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
-            if (GetCurrentThreadId() == crashedId)
-            {
-                SetEvent(isWaiting.get());
-                return wait.Hidden(handle, c_long);
-            }
-            if (handle == goOn.get() || handle == isWaiting.get())
-            {
-                return wait.Hidden(handle, c_long);
-            }
-            limit = its;
-            return wait.Hidden(handle, 500);
-        };
-        Fake<&TerminateProcess> terminate = [&](HANDLE process, UINT its) -> BOOL {
-            EXPECT_EQ(process, GetCurrentProcess());
-            code = its;
-            ++ends;
-            ResumeThread(crashed.get()); // instead of the end
-            SetEvent(goOn.get());
-            return TRUE;
-        };
-        RaiseUnhandled();
-        for (const wil::unique_handle& thread : threads)
-        {
-            wait.Hidden(thread.get(), c_long);
-        }
-        EXPECT_EQ(ends, 1);
-        EXPECT_EQ(code, static_cast<UINT>(EXCEPTION_ACCESS_VIOLATION));
-        EXPECT_EQ(limit, 30'000U);
-    }
+    Fake<&TerminateProcess> terminate = [&](HANDLE process, UINT its) -> BOOL {
+        EXPECT_EQ(process, GetCurrentProcess());
+        code = its;
+        ++ends;
+        ResumeThread(crashed.get()); // instead of the end
+        SetEvent(goOn.get());
+        return TRUE;
+    };
+    RaiseUnhandled();
+    ExpectThreadsToEnd();
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(code, static_cast<UINT>(EXCEPTION_ACCESS_VIOLATION));
+    EXPECT_EQ(limit, 30'000U);
     EXPECT_TRUE(Exists(envelopePath));
 }
 
-// A dying process may get no thread any more: neither the first nor the second.
-TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_there_is_no_thread_for_it)
+TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_it_gets_no_thread)
 {
     for (const int failing : {1, 2})
     {
         DeleteFileW(envelopePath.c_str());
-        handler.reset();
         Make();
         std::atomic<int> asked = 0;
-        Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
-                                         LPVOID parameter, DWORD flags, LPDWORD id) -> HANDLE {
-            if (++asked == failing)
-            {
-                SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-                return nullptr;
-            }
-            return create.Hidden(attributes, stack, start, parameter, flags, id);
+        Fake<&CreateThread> create = [&](auto... arguments) -> HANDLE {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return ++asked == failing ? nullptr : create.Hidden(arguments...);
         };
         EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
         EXPECT_EQ(g_previous, failing);
@@ -416,16 +402,15 @@ TEST_F(SentryCrashHandlerTest, does_without_a_minidump_where_there_is_no_thread_
     }
 }
 
-TEST_F(SentryCrashHandlerTest, does_not_begin_again_when_it_crashes_itself)
+TEST_F(SentryCrashHandlerTest, Does_not_begin_again_when_it_crashes_itself)
 {
     int envelopes = 0;
-    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
-                                    DWORD disposition, DWORD flags, HANDLE pattern) {
+    Fake<&CreateFileW> create = [&](LPCWSTR path, auto... others) {
         if (path == envelopePath && ++envelopes == 1)
         {
             RaiseUnhandled();
         }
-        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+        return create.Hidden(path, others...);
     };
     RaiseUnhandled();
     EXPECT_EQ(envelopes, 1);
@@ -433,75 +418,53 @@ TEST_F(SentryCrashHandlerTest, does_not_begin_again_when_it_crashes_itself)
     EXPECT_EQ(g_previous, 2);
 }
 
-TEST_F(SentryCrashHandlerTest, a_crash_while_the_minidump_is_written_waits_for_nobody)
+TEST_F(SentryCrashHandlerTest, A_crash_while_the_minidump_is_written_waits_for_nobody)
 {
-    std::vector<DWORD> waits;
-    waits.reserve(10);
-    g_onDump = [&] {
-        const DWORD writing = GetCurrentThreadId();
-        Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD limit) -> DWORD {
-            if (GetCurrentThreadId() == writing)
-            {
-                waits.push_back(limit);
-                return WAIT_TIMEOUT;
-            }
-            return wait.Hidden(handle, limit);
-        };
+    std::atomic<DWORD> writing = 0;
+    AnswerWaitsOf(writing, WAIT_TIMEOUT);
+    g_onDump = [&](const IncludesThread&) {
+        writing = GetCurrentThreadId();
         RaiseUnhandled();
     };
     RaiseUnhandled();
-    EXPECT_THAT(waits, IsEmpty());
+    EXPECT_THAT(limits, IsEmpty());
     EXPECT_EQ(g_dumps.size(), 1U);
     EXPECT_EQ(g_previous, 2);
 }
 
-TEST_F(SentryCrashHandlerTest, lets_a_second_thread_that_crashes_wait_for_the_first)
+TEST_F(SentryCrashHandlerTest, Lets_a_second_thread_that_crashes_wait_for_the_first)
 {
-    std::optional<DWORD> limit;
     std::atomic<DWORD> second = 0;
-    Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD its) -> DWORD {
-        if (GetCurrentThreadId() != second)
-        {
-            return wait.Hidden(handle, its); // for the second thread's end
-        }
-        limit = its;
-        return WAIT_TIMEOUT;
-    };
-    g_onDump = [&] {
+    AnswerWaitsOf(second, WAIT_TIMEOUT);
+    g_onDump = [&](const IncludesThread&) {
         std::thread([&] {
             second = GetCurrentThreadId();
             RaiseUnhandled();
         }).join();
     };
     RaiseUnhandled();
-    EXPECT_EQ(limit, 30'000U);
+    EXPECT_THAT(limits, ElementsAre(30'000U));
     EXPECT_EQ(g_dumps.size(), 1U);
 }
 
-TEST_F(SentryCrashHandlerTest, waits_in_the_end_for_a_thread_that_is_crashing)
+TEST_F(SentryCrashHandlerTest, Waits_in_the_end_for_a_thread_that_is_crashing)
 {
-    const wil::unique_handle isWriting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const wil::unique_handle goOn(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    g_onDump = [&] {
+    g_onDump = [&](const IncludesThread&) {
         SetEvent(isWriting.get());
-        WaitForSingleObject(goOn.get(), c_long);
+        Wait(goOn);
         Sleep(0);
     };
-    const auto handlersFilter = filter;
-    std::thread crashing([&] { handlersFilter(&pointers); });
-    ASSERT_EQ(WaitForSingleObject(isWriting.get(), c_long), WAIT_OBJECT_0);
-    const DWORD ending = GetCurrentThreadId();
-    std::vector<DWORD> limits;
+    std::thread crashing([&, its = filter] { its(&pointers); });
+    ASSERT_EQ(Wait(isWriting), WAIT_OBJECT_0);
     DWORD result = WAIT_FAILED;
-    Fake<&WaitForSingleObject> wait = [&](HANDLE handle, DWORD limit) {
-        if (GetCurrentThreadId() != ending)
+    onWait = [&](HANDLE handle, DWORD limit) {
+        if (GetCurrentThreadId() != ownThread)
         {
             return wait.Hidden(handle, limit);
         }
         limits.push_back(limit);
         SetEvent(goOn.get());
-        result = wait.Hidden(handle, c_long);
-        return result;
+        return result = wait.Hidden(handle, c_long);
     };
     handler.reset();
     EXPECT_THAT(limits, ElementsAre(2000U));
@@ -511,41 +474,32 @@ TEST_F(SentryCrashHandlerTest, waits_in_the_end_for_a_thread_that_is_crashing)
     EXPECT_EQ(ReadFileText(minidumpPath), "MDMP");
 }
 
-TEST_F(SentryCrashHandlerTest, does_not_wait_in_the_end_for_its_own_thread)
+TEST_F(SentryCrashHandlerTest, Does_not_wait_in_the_end_for_its_own_thread)
 {
-    int waits = 0;
-    const DWORD crashing = GetCurrentThreadId();
-    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
-                                    DWORD disposition, DWORD flags, HANDLE pattern) {
-        if (GetCurrentThreadId() == crashing)
+    const auto handlersFilter = filter;
+    Fake<&CreateFileW> create = [&](LPCWSTR path, auto... others) {
+        if (handler && path == envelopePath)
         {
-            Fake<&WaitForSingleObject> wait = [&](HANDLE, DWORD) -> DWORD {
-                ++waits;
-                return WAIT_TIMEOUT;
-            };
+            AnswerWaitsOf(ownThread, WAIT_TIMEOUT);
             handler.reset();
+            EXPECT_THAT(limits, IsEmpty());
+            onWait = nullptr;
         }
-        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+        return create.Hidden(path, others...);
     };
-    const auto handlersFilter = filter;
     EXPECT_EQ(handlersFilter(&pointers), EXCEPTION_EXECUTE_HANDLER);
-    EXPECT_EQ(waits, 0);
+    EXPECT_FALSE(handler);
 }
 
-TEST_F(SentryCrashHandlerTest, does_not_wait_in_the_end_for_a_crash_that_is_over)
+TEST_F(SentryCrashHandlerTest, Does_not_wait_in_the_end_for_a_crash_that_is_over)
 {
-    const auto handlersFilter = filter;
-    std::thread([&] { handlersFilter(&pointers); }).join(); // somebody got over it
-    int waits = 0;
-    Fake<&WaitForSingleObject> wait = [&](HANDLE, DWORD) -> DWORD {
-        ++waits;
-        return WAIT_TIMEOUT;
-    };
+    std::thread([&] { RaiseUnhandled(); }).join(); // somebody got over it
+    AnswerWaitsOf(ownThread, WAIT_TIMEOUT);
     handler.reset();
-    EXPECT_EQ(waits, 0);
+    EXPECT_THAT(limits, IsEmpty());
 }
 
-TEST_F(SentryCrashHandlerTest, does_nothing_after_its_end)
+TEST_F(SentryCrashHandlerTest, Does_nothing_after_its_end)
 {
     const auto handlersFilter = filter;
     handler.reset();
@@ -555,18 +509,17 @@ TEST_F(SentryCrashHandlerTest, does_nothing_after_its_end)
     EXPECT_THAT(g_dumps, IsEmpty());
 }
 
-TEST_F(SentryCrashHandlerTest, goes_on_where_nothing_was_set_before)
+TEST_F(SentryCrashHandlerTest, Goes_on_without_a_filter_before)
 {
     handler.reset();
     filter = nullptr;
     Make();
     EXPECT_EQ(RaiseUnhandled(), EXCEPTION_CONTINUE_SEARCH);
     handler.reset();
-    EXPECT_EQ(filter, nullptr);
-    filter = &PreviousFilter;
+    EXPECT_EQ(std::exchange(filter, &PreviousFilter), nullptr);
 }
 
-TEST_F(SentryCrashHandlerTest, sees_a_terminate)
+TEST_F(SentryCrashHandlerTest, Reports_std_terminate)
 {
     struct Ended
     {
@@ -577,11 +530,11 @@ TEST_F(SentryCrashHandlerTest, sees_a_terminate)
     EXPECT_THROW(std::get_terminate()(), Ended);
     handler.reset();
     EXPECT_NE(std::set_terminate(original), original);
-    EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0x40000015");
-    ASSERT_EQ(g_dumps.size(), 1U);
+    EXPECT_EQ(ExceptionType(), "Exception 0x40000015");
+    EXPECT_EQ(g_dumps.size(), 1U);
 }
 
-TEST_F(SentryCrashHandlerTest, sees_an_abort)
+TEST_F(SentryCrashHandlerTest, Reports_abort)
 {
     handler.reset();
     const auto original = std::signal(SIGABRT, [](int) { ++g_previous; });
@@ -589,22 +542,21 @@ TEST_F(SentryCrashHandlerTest, sees_an_abort)
     std::raise(SIGABRT);
     EXPECT_EQ(g_previous, 1);
     handler.reset();
-    std::raise(SIGABRT); // the handler of before is back
+    std::raise(SIGABRT); // the handler before is restored
     EXPECT_EQ(g_previous, 2);
     std::signal(SIGABRT, original);
-    EXPECT_EQ(Event()["exception"]["values"][0]["type"], "Exception 0x40000015");
+    EXPECT_EQ(ExceptionType(), "Exception 0x40000015");
 }
 
-TEST_F(SentryCrashHandlerTest, leaves_room_for_itself_on_the_stack)
+TEST_F(SentryCrashHandlerTest, Reserves_stack_for_itself)
 {
-    ULONG room = 0;
+    ULONG reserved = 0;
     Fake<&SetThreadStackGuarantee> guarantee = [&](PULONG bytes) {
-        room = *bytes;
+        reserved = *bytes;
         return TRUE;
     };
-    handler.reset();
     Make();
-    EXPECT_EQ(room, 65536U);
+    EXPECT_EQ(reserved, 65536U);
 }
 
 } // namespace

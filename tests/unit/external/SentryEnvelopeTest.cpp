@@ -1,233 +1,209 @@
 #include "Envelope.h"
-#include "support/EnvelopeParser.h"
+#include "support/common/EnvelopeParser.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace
 {
 
 using namespace Reporter;
 using namespace Testing;
+using nlohmann::json;
 using testing::IsEmpty;
 
 const std::string c_id = "0123456789abcdef0123456789abcdef";
 const Origin c_origin{.release = "program@1.2.3", .environment = "production"};
-constexpr Timestamp c_time{'2', '0', '2', '6', '-', '0', '3', '-', '0', '7', 'T', '0',
-                           '9', ':', '0', '5', ':', '1', '2', '.', '3', '4', '5', 'Z'};
+const std::string c_timeText = "2026-03-07T09:05:12.345Z";
 
-std::string MakeMessage(sentry_level_t level, const std::string& text, const std::deque<std::string>& breadcrumbs = {})
+Timestamp Time()
+{
+    Timestamp time{};
+    std::ranges::copy(c_timeText, time.begin());
+    return time;
+}
+
+// A text that would add a line and end a string if it were not escaped.
+const std::string c_hostile = "1\r\n{\"type\":\"attachment\"}\n\"";
+
+std::string MakeMessage(const std::string& text, const std::deque<std::string>& breadcrumbs = {},
+                        sentry_level_t level = SENTRY_LEVEL_ERROR)
 {
     return MakeEnvelope(c_origin, c_id, {.level = level, .logger = "logger", .text = text}, breadcrumbs);
 }
 
-TEST(SentryEnvelopeTest, an_event_says_what_happened_where)
+// The event of an envelope that is as documented.
+json ValidEvent(const std::string& envelope)
 {
-    const auto envelope = ParseEnvelope(MakeMessage(SENTRY_LEVEL_ERROR, "It failed: \"x\"\nBadly."));
+    json event = EventOf(ParseEnvelope(envelope));
+    EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
+    return event;
+}
+
+ParsedEnvelope Prepared(const std::string& envelope, const std::string& minidump = "")
+{
+    return ParseEnvelope(PrepareToSend(envelope, minidump, Time()).value());
+}
+
+TEST(SentryEnvelopeTest, An_event_says_what_happened_where_and_nothing_else)
+{
+    const auto envelope = ParseEnvelope(MakeMessage("It failed: \"x\"\nBadly."));
 
     EXPECT_EQ(envelope.header["event_id"], c_id);
     ASSERT_EQ(envelope.items.size(), 1U);
     EXPECT_EQ(envelope.items[0].header["type"], "event");
-    const auto event = EventOf(envelope);
+    json event = EventOf(envelope);
     EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
-    EXPECT_EQ(event["event_id"], c_id);
-    EXPECT_EQ(event["level"], "error");
-    EXPECT_EQ(event["logger"], "logger");
-    EXPECT_EQ(event["message"], nlohmann::json::object({{"formatted", "It failed: \"x\"\nBadly."}}));
-    EXPECT_EQ(event["release"], "program@1.2.3");
-    EXPECT_EQ(event["environment"], "production");
-    EXPECT_EQ(event["sdk"]["name"], "sentry.native.velmora");
-    EXPECT_EQ(event["sdk"]["version"], "0.7.5");
-    EXPECT_EQ(event["breadcrumbs"], nlohmann::json::array());
-    EXPECT_TRUE(event["contexts"]["os"]["version"].get<std::string>().starts_with("10.0."));
-    EXPECT_EQ(event["contexts"]["os"]["version"], "10.0." + event["contexts"]["os"]["build"].get<std::string>());
-    EXPECT_EQ(event["contexts"]["device"]["arch"], "x86_64");
-    EXPECT_GE(event["contexts"]["device"]["processor_count"].get<int>(), 1);
+    const json contexts = event["contexts"];
+    EXPECT_TRUE(contexts["os"]["version"].get<std::string>().starts_with("10.0."));
+    EXPECT_EQ(contexts["os"]["version"], "10.0." + contexts["os"]["build"].get<std::string>());
+    EXPECT_EQ(contexts["device"]["arch"], "x86_64");
+    EXPECT_GE(contexts["device"]["processor_count"].get<int>(), 1);
+    event.erase("contexts");
+    event.erase("timestamp");
+    EXPECT_EQ(event, json({{"event_id", c_id},
+                           {"platform", "native"},
+                           {"level", "error"},
+                           {"logger", "logger"},
+                           {"message", {{"formatted", "It failed: \"x\"\nBadly."}}},
+                           {"release", "program@1.2.3"},
+                           {"environment", "production"},
+                           {"sdk", {{"name", "sentry.native.velmora"}, {"version", "0.7.5"}}},
+                           {"breadcrumbs", json::array()}}));
 }
 
-TEST(SentryEnvelopeTest, an_event_says_nothing_else)
+TEST(SentryEnvelopeTest, Every_level_has_its_name)
 {
-    const auto event = EventOf(ParseEnvelope(MakeMessage(SENTRY_LEVEL_ERROR, "text")));
-    std::vector<std::string> names;
-    for (const auto& item : event.items())
+    for (const auto& [level, name] : {std::pair(SENTRY_LEVEL_WARNING, "warning"),
+                                      std::pair(SENTRY_LEVEL_ERROR, "error"), std::pair(SENTRY_LEVEL_FATAL, "fatal")})
     {
-        names.push_back(item.key());
-    }
-    EXPECT_THAT(names,
-                testing::UnorderedElementsAre("event_id", "timestamp", "platform", "level", "release", "environment",
-                                              "sdk", "contexts", "logger", "message", "breadcrumbs"));
-}
-
-TEST(SentryEnvelopeTest, every_level_has_its_name)
-{
-    const std::vector<std::pair<sentry_level_t, std::string>> names{{SENTRY_LEVEL_DEBUG, "debug"},
-                                                                    {SENTRY_LEVEL_INFO, "info"},
-                                                                    {SENTRY_LEVEL_WARNING, "warning"},
-                                                                    {SENTRY_LEVEL_ERROR, "error"},
-                                                                    {SENTRY_LEVEL_FATAL, "fatal"}};
-    for (const auto& [level, name] : names)
-    {
-        EXPECT_EQ(EventOf(ParseEnvelope(MakeMessage(level, "text")))["level"], name);
+        EXPECT_EQ(ValidEvent(MakeMessage("text", {}, level))["level"], name);
     }
 }
 
-TEST(SentryEnvelopeTest, what_is_not_known_is_left_out)
+TEST(SentryEnvelopeTest, Empty_texts_are_left_out)
 {
-    const auto event = EventOf(ParseEnvelope(MakeEnvelope({}, c_id, {}, {})));
-    EXPECT_FALSE(event.contains("release"));
-    EXPECT_FALSE(event.contains("environment"));
-    EXPECT_FALSE(event.contains("logger"));
-    EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
+    const auto event = ValidEvent(MakeEnvelope({}, c_id, {}, {}));
+    for (const char* const name : {"release", "environment", "logger"})
+    {
+        EXPECT_FALSE(event.contains(name)) << name;
+    }
 }
 
-TEST(SentryEnvelopeTest, breadcrumbs_follow_in_their_order)
+TEST(SentryEnvelopeTest, Breadcrumbs_follow_in_their_order)
 {
-    const auto event = EventOf(ParseEnvelope(
-        MakeMessage(SENTRY_LEVEL_INFO, "text",
-                    {MakeBreadcrumb(c_time, std::nullopt, "one, \"first\""), MakeBreadcrumb(c_time, "http", "")})));
-    EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
-    EXPECT_EQ(event["breadcrumbs"],
-              nlohmann::json::array({{{"timestamp", "2026-03-07T09:05:12.345Z"}, {"message", "one, \"first\""}},
-                                     {{"timestamp", "2026-03-07T09:05:12.345Z"}, {"type", "http"}}}));
+    const auto event =
+        ValidEvent(MakeMessage("text", {MakeBreadcrumb(Time(), nullptr, "one, \"first\""),
+                                        MakeBreadcrumb(Time(), "http", ""), MakeBreadcrumb(Time(), "", "")}));
+    EXPECT_EQ(event["breadcrumbs"], json::array({{{"timestamp", c_timeText}, {"message", "one, \"first\""}},
+                                                 {{"timestamp", c_timeText}, {"type", "http"}},
+                                                 {{"timestamp", c_timeText}, {"type", ""}}}));
 }
 
-TEST(SentryEnvelopeTest, a_type_that_is_empty_is_one)
+TEST(SentryEnvelopeTest, Invalid_UTF_8_is_replaced)
 {
-    EXPECT_EQ(MakeBreadcrumb(c_time, "", "one"),
-              R"({"timestamp":"2026-03-07T09:05:12.345Z","type":"","message":"one"})");
-    EXPECT_EQ(MakeBreadcrumb(c_time, std::nullopt, "one"),
-              R"({"timestamp":"2026-03-07T09:05:12.345Z","message":"one"})");
-}
-
-TEST(SentryEnvelopeTest, what_is_no_UTF_8_is_replaced)
-{
-    const auto event = EventOf(ParseEnvelope(
-        MakeMessage(SENTRY_LEVEL_INFO, "a\xFFz \xC3\xA4", {MakeBreadcrumb(c_time, std::nullopt, "b\xC3")})));
+    const auto event = ValidEvent(MakeMessage("a\xFFz \xC3\xA4", {MakeBreadcrumb(Time(), nullptr, "b\xC3")}));
     EXPECT_EQ(event["message"]["formatted"], "a\xEF\xBF\xBDz \xC3\xA4");
     EXPECT_EQ(event["breadcrumbs"][0]["message"], "b\xEF\xBF\xBD");
 }
 
-TEST(SentryEnvelopeTest, a_crash_has_places_for_what_is_not_known_yet)
+TEST(SentryEnvelopeTest, A_crash_has_offsets_for_its_time_and_code)
 {
     CrashEnvelope crash = MakeCrashEnvelope(c_origin, c_id);
-    std::ranges::copy(c_time, crash.head.begin() + static_cast<std::ptrdiff_t>(crash.timestampOffset));
-    std::ranges::copy(std::string("c0000005"), crash.head.begin() + static_cast<std::ptrdiff_t>(crash.codeOffset));
+    EXPECT_THAT(ValidEvent(crash.head + crash.tail)["breadcrumbs"], IsEmpty());
+    crash.head.replace(crash.timestampOffset, c_timeText.size(), c_timeText);
+    crash.head.replace(crash.codeOffset, 8, "c0000005");
 
-    const auto event = EventOf(ParseEnvelope(crash.head + MakeBreadcrumb(c_time, std::nullopt, "one") + "," +
-                                             MakeBreadcrumb(c_time, std::nullopt, "two") + crash.tail));
+    const auto event = ValidEvent(crash.head + MakeBreadcrumb(Time(), nullptr, "one") + "," +
+                                  MakeBreadcrumb(Time(), nullptr, "two") + crash.tail);
 
-    EXPECT_THAT(FaultsOf(event), IsEmpty()) << event;
     EXPECT_EQ(event["level"], "fatal");
-    EXPECT_EQ(event["timestamp"], "2026-03-07T09:05:12.345Z");
+    EXPECT_EQ(event["timestamp"], c_timeText);
     EXPECT_EQ(event["release"], "program@1.2.3");
-    EXPECT_EQ(event["exception"]["values"][0]["type"], "Exception 0xc0000005");
-    EXPECT_EQ(event["exception"]["values"][0]["mechanism"],
-              (nlohmann::json{{"type", "minidump"}, {"handled", false}, {"synthetic", true}}));
+    const json exception{{"type", "Exception 0xc0000005"},
+                         {"mechanism", {{"type", "minidump"}, {"handled", false}, {"synthetic", true}}}};
+    EXPECT_EQ(event["exception"]["values"], json::array({exception}));
     ASSERT_EQ(event["breadcrumbs"].size(), 2U);
     EXPECT_EQ(event["breadcrumbs"][1]["message"], "two");
 }
 
-TEST(SentryEnvelopeTest, a_crash_without_breadcrumbs_is_complete_too)
+TEST(SentryEnvelopeTest, A_crash_has_its_offsets_even_when_texts_look_like_them)
 {
-    const CrashEnvelope crash = MakeCrashEnvelope(c_origin, c_id);
-    EXPECT_THAT(FaultsOf(EventOf(ParseEnvelope(crash.head + crash.tail))), IsEmpty());
+    const std::string release = "Exception 0x\"timestamp\":\"";
+    CrashEnvelope crash = MakeCrashEnvelope({.release = release, .environment = "Exception 0x"}, c_id);
+    crash.head.replace(crash.codeOffset, 8, "12345678");
+    const auto event = EventOf(ParseEnvelope(crash.head + crash.tail));
+    EXPECT_EQ(event["exception"]["values"][0]["type"], "Exception 0x12345678");
+    EXPECT_EQ(event["release"], release);
 }
 
-TEST(SentryEnvelopeTest, goes_out_with_the_time_of_sending)
+TEST(SentryEnvelopeTest, No_text_can_add_a_line)
 {
-    const auto text = PrepareToSend(MakeMessage(SENTRY_LEVEL_INFO, "text"), {}, c_time);
-    ASSERT_TRUE(text);
-    const auto envelope = ParseEnvelope(*text);
-    EXPECT_EQ(envelope.header["sent_at"], "2026-03-07T09:05:12.345Z");
+    const Origin origin{.release = c_hostile, .environment = c_hostile};
+    const auto envelope =
+        ParseEnvelope(MakeEnvelope(origin, c_id, {.level = SENTRY_LEVEL_ERROR, .logger = c_hostile, .text = c_hostile},
+                                   {MakeBreadcrumb(Time(), c_hostile.c_str(), c_hostile)}));
     EXPECT_EQ(envelope.items.size(), 1U);
-    EXPECT_EQ(EventOf(envelope)["message"]["formatted"], "text");
+    const auto event = EventOf(envelope);
+    for (const json& text : {event["release"], event["environment"], event["logger"], event["message"]["formatted"],
+                             event["breadcrumbs"][0]["type"], event["breadcrumbs"][0]["message"]})
+    {
+        EXPECT_EQ(text, c_hostile);
+    }
+    const CrashEnvelope crash = MakeCrashEnvelope(origin, c_id);
+    EXPECT_EQ(EventOf(ParseEnvelope(crash.head + crash.tail))["release"], c_hostile);
 }
 
-TEST(SentryEnvelopeTest, goes_out_with_its_minidump_attached)
+TEST(SentryEnvelopeTest, Goes_out_with_the_time_of_sending_and_nothing_else_in_its_header)
+{
+    const auto envelope = Prepared(
+        "{\"dsn\":\"https://key@elsewhere/1\",\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n");
+    EXPECT_EQ(envelope.header, (json{{"event_id", "1"},
+                                     {"sdk", {{"name", "sentry.native.velmora"}, {"version", "0.7.5"}}},
+                                     {"sent_at", c_timeText}}));
+    EXPECT_EQ(envelope.items.size(), 1U);
+    EXPECT_EQ(EventOf(envelope), (json{{"event_id", "1"}}));
+}
+
+TEST(SentryEnvelopeTest, Goes_out_with_its_minidump_attached)
 {
     const std::string minidump("MDMP\n\0\r{}\xFF\n", 12);
-    const auto text = PrepareToSend(MakeMessage(SENTRY_LEVEL_INFO, "text"), minidump, c_time);
-    ASSERT_TRUE(text);
-    const auto envelope = ParseEnvelope(*text);
+    const auto envelope = Prepared(MakeMessage("text"), minidump);
     ASSERT_EQ(envelope.items.size(), 2U);
     EXPECT_EQ(EventOf(envelope)["message"]["formatted"], "text");
-    EXPECT_EQ(envelope.items[1].header, (nlohmann::json{{"type", "attachment"},
-                                                        {"attachment_type", "event.minidump"},
-                                                        {"filename", "crash.dmp"},
-                                                        {"content_type", "application/x-dmp"},
-                                                        {"length", 12}}));
+    EXPECT_EQ(envelope.items[1].header, (json{{"type", "attachment"},
+                                              {"attachment_type", "event.minidump"},
+                                              {"filename", "crash.dmp"},
+                                              {"content_type", "application/x-dmp"},
+                                              {"length", 12}}));
     EXPECT_EQ(envelope.items[1].payload, minidump);
+
+    const auto cutOff = Prepared("{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"level\":\"fa", "MDMP");
+    ASSERT_EQ(cutOff.items.size(), 2U);
+    EXPECT_EQ(cutOff.items[1].payload, "MDMP");
 }
 
-TEST(SentryEnvelopeTest, goes_out_with_its_minidump_even_when_it_was_cut_off)
-{
-    const auto text = PrepareToSend("{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"level\":\"fa", "MDMP", c_time);
-    ASSERT_TRUE(text);
-    const auto envelope = ParseEnvelope(*text);
-    ASSERT_EQ(envelope.items.size(), 2U);
-    EXPECT_EQ(envelope.items[1].payload, "MDMP");
-}
-
-TEST(SentryEnvelopeTest, does_not_go_out_when_it_is_none)
+TEST(SentryEnvelopeTest, Does_not_go_out_when_it_is_none)
 {
     for (const char* const text :
          {"", "{}", "{}\n", "\n", "[]\n", "garbage\n{}", "{\"event_id\":1}\n", "{\"event_id\":\"1\"}", "{\"event_id\n"})
     {
-        EXPECT_FALSE(PrepareToSend(text, {}, c_time)) << text;
+        EXPECT_FALSE(PrepareToSend(text, {}, Time())) << text;
     }
 }
 
-TEST(SentryEnvelopeTest, goes_out_with_nothing_else_of_its_header)
-{
-    const auto text = PrepareToSend(
-        "{\"dsn\":\"https://key@elsewhere/1\",\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{}\n", {}, c_time);
-    ASSERT_TRUE(text);
-    EXPECT_EQ(ParseEnvelope(*text).header,
-              (nlohmann::json{{"event_id", "1"},
-                              {"sdk", {{"name", "sentry.native.velmora"}, {"version", "0.7.5"}}},
-                              {"sent_at", "2026-03-07T09:05:12.345Z"}}));
-}
-
-TEST(SentryEnvelopeTest, no_header_is_too_deep_for_it)
+TEST(SentryEnvelopeTest, May_have_a_header_of_any_depth)
 {
     const std::string deep(500'000, '['); // a file may hold twice as many
     const std::string header = R"({"event_id":"1","x":)" + deep + std::string(deep.size(), ']') + "}\n";
-    EXPECT_TRUE(PrepareToSend(header, {}, c_time));
-    EXPECT_FALSE(PrepareToSend(deep + "\n", {}, c_time));
+    EXPECT_TRUE(PrepareToSend(header, {}, Time()));
+    EXPECT_FALSE(PrepareToSend(deep + "\n", {}, Time()));
 }
 
-TEST(SentryEnvelopeTest, no_text_can_add_a_line_to_it)
-{
-    const std::string evil = "1\r\n{\"type\":\"attachment\"}\n\"";
-    const Origin origin{.release = evil, .environment = evil};
-    const auto envelope =
-        ParseEnvelope(MakeEnvelope(origin, c_id, {.level = SENTRY_LEVEL_INFO, .logger = evil, .text = evil},
-                                   {MakeBreadcrumb(c_time, evil, evil)}));
-    EXPECT_EQ(envelope.items.size(), 1U);
-    const auto event = EventOf(envelope);
-    EXPECT_EQ(event["release"], evil);
-    EXPECT_EQ(event["environment"], evil);
-    EXPECT_EQ(event["logger"], evil);
-    EXPECT_EQ(event["message"]["formatted"], evil);
-    EXPECT_EQ(event["breadcrumbs"][0]["type"], evil);
-    const CrashEnvelope crash = MakeCrashEnvelope(origin, c_id);
-    EXPECT_EQ(EventOf(ParseEnvelope(crash.head + crash.tail))["release"], evil);
-}
-
-TEST(SentryEnvelopeTest, a_crash_has_its_places_even_when_texts_look_like_them)
-{
-    const CrashEnvelope crash =
-        MakeCrashEnvelope({.release = "Exception 0x\"timestamp\":\"", .environment = "Exception 0x"}, c_id);
-    CrashEnvelope changed = crash;
-    changed.head.replace(changed.codeOffset, 8, "12345678");
-    const auto event = EventOf(ParseEnvelope(changed.head + changed.tail));
-    EXPECT_EQ(event["exception"]["values"][0]["type"], "Exception 0x12345678");
-    EXPECT_EQ(event["release"], "Exception 0x\"timestamp\":\"");
-}
-
-TEST(SentryEnvelopeTest, knows_a_minidump_by_its_beginning)
+TEST(SentryEnvelopeTest, Knows_a_minidump_by_its_signature)
 {
     EXPECT_TRUE(IsMinidump("MDMP rest"));
     EXPECT_FALSE(IsMinidump("MDM"));

@@ -1,5 +1,5 @@
-#include "FakeWinHttp.h"
 #include "Http.h"
+#include "support/unit/FakeWinHttp.h"
 
 #include <gmock/gmock.h>
 #include <wil/resource.h>
@@ -18,13 +18,15 @@ using testing::IsEmpty;
 class SentryHttpTest : public testing::Test
 {
 protected:
-    ~SentryHttpTest() override
+    ~SentryHttpTest() override { ExpectNothingOpen(); }
+
+    void ExpectNothingOpen() const
     {
         EXPECT_EQ(winHttp.openHandles, 0);
         EXPECT_EQ(winHttp.openContexts, 0);
     }
 
-    std::optional<HttpAnswer> Post(const std::string& body = "body")
+    std::optional<HttpResponse> Post(const std::string& body = "body")
     {
         Http http(dsn);
         return http.Post(body, stop.get());
@@ -35,51 +37,49 @@ protected:
     FakeWinHttp winHttp;
 };
 
-TEST_F(SentryHttpTest, posts_an_envelope_to_the_server_of_the_DSN)
+TEST_F(SentryHttpTest, Posts_an_envelope_to_the_server_of_the_DSN)
 {
     const std::string body("an\nenvelope\0!", 13);
 
-    const auto answer = Post(body);
+    const auto response = Post(body);
 
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->status, 200U);
-    EXPECT_EQ(answer->rateLimits, "");
-    EXPECT_EQ(answer->retryAfter, "");
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, 200U);
+    EXPECT_EQ(response->rateLimits, "");
+    EXPECT_EQ(response->retryAfter, "");
+    EXPECT_THAT(winHttp.libraries, ElementsAre(L"winhttp.dll"));
+    EXPECT_EQ(winHttp.loadFlags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
     EXPECT_EQ(winHttp.userAgent, L"sentry.native.velmora/0.7.5");
+    EXPECT_THAT(winHttp.accessTypes, ElementsAre(DWORD{WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY}));
     EXPECT_EQ(winHttp.sessionFlags, DWORD{WINHTTP_FLAG_ASYNC});
+    EXPECT_THAT(winHttp.timeouts, ElementsAre(20'000, 20'000, 20'000, 20'000));
     EXPECT_EQ(winHttp.host, L"host.example");
     EXPECT_EQ(winHttp.port, 8443);
     ASSERT_EQ(winHttp.requests.size(), 1U);
     const FakeWinHttp::Request& request = winHttp.requests[0];
     EXPECT_EQ(request.verb, L"POST");
     EXPECT_EQ(request.path, L"/api/1/envelope/");
+    EXPECT_EQ(request.flags, DWORD{WINHTTP_FLAG_SECURE});
     EXPECT_EQ(request.headers, L"Content-Type: application/x-sentry-envelope\r\n"
                                L"X-Sentry-Auth: Sentry sentry_key=key, sentry_version=7, "
                                L"sentry_client=sentry.native.velmora/0.7.5\r\n");
     EXPECT_EQ(request.body, body);
-}
-
-TEST_F(SentryHttpTest, encrypts_exactly_when_the_DSN_says_so)
-{
-    Post();
-    EXPECT_EQ(winHttp.requests.at(0).flags, DWORD{WINHTTP_FLAG_SECURE});
-    dsn.isSecure = false;
-    Post();
-    EXPECT_EQ(winHttp.requests.at(1).flags, 0U);
-}
-
-TEST_F(SentryHttpTest, follows_no_redirection_tells_no_credentials_and_leaves_certificates_to_be_verified)
-{
-    Post();
     // These and no others: none that takes something off the verification of the server's certificate.
-    EXPECT_EQ(winHttp.requests.at(0).options,
+    EXPECT_EQ(request.options,
               (std::map<DWORD, DWORD>{
                   {WINHTTP_OPTION_REDIRECT_POLICY, WINHTTP_OPTION_REDIRECT_POLICY_NEVER},
                   {WINHTTP_OPTION_AUTOLOGON_POLICY, WINHTTP_AUTOLOGON_SECURITY_LEVEL_HIGH},
                   {WINHTTP_OPTION_DISABLE_FEATURE, WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION}}));
 }
 
-TEST_F(SentryHttpTest, sends_nothing_when_one_of_these_cannot_be_had)
+TEST_F(SentryHttpTest, Does_not_encrypt_when_the_DSN_says_so)
+{
+    dsn.isSecure = false;
+    Post();
+    EXPECT_EQ(winHttp.requests.at(0).flags, 0U);
+}
+
+TEST_F(SentryHttpTest, Sends_nothing_when_an_option_is_refused)
 {
     for (const DWORD option : {DWORD{WINHTTP_OPTION_REDIRECT_POLICY}, DWORD{WINHTTP_OPTION_AUTOLOGON_POLICY},
                                DWORD{WINHTTP_OPTION_DISABLE_FEATURE}, DWORD{WINHTTP_OPTION_CONTEXT_VALUE}})
@@ -87,35 +87,19 @@ TEST_F(SentryHttpTest, sends_nothing_when_one_of_these_cannot_be_had)
         winHttp.refusedOptions = {option};
         EXPECT_FALSE(Post());
         EXPECT_EQ(winHttp.requests.back().body, "") << option;
-        EXPECT_EQ(winHttp.openHandles, 0);
+        ExpectNothingOpen();
     }
 }
 
-TEST_F(SentryHttpTest, gives_no_step_more_than_twenty_seconds)
+TEST_F(SentryHttpTest, Falls_back_to_the_default_proxy_before_Windows_8_1)
 {
-    Post();
-    EXPECT_THAT(winHttp.timeouts, ElementsAre(20'000, 20'000, 20'000, 20'000));
-}
-
-TEST_F(SentryHttpTest, loads_the_library_from_the_system_folder_alone)
-{
-    Post();
-    EXPECT_THAT(winHttp.libraries, ElementsAre(L"winhttp.dll"));
-    EXPECT_EQ(winHttp.loadFlags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-}
-
-TEST_F(SentryHttpTest, goes_through_the_proxy_that_the_system_finds_or_has)
-{
-    Post();
-    EXPECT_THAT(winHttp.accessTypes, ElementsAre(DWORD{WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY}));
-    winHttp.accessTypes.clear();
-    winHttp.refusedAccessTypes = {WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY}; // Windows before 8.1
+    winHttp.refusedAccessTypes = {WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY};
     EXPECT_TRUE(Post());
     EXPECT_THAT(winHttp.accessTypes,
                 ElementsAre(DWORD{WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY}, DWORD{WINHTTP_ACCESS_TYPE_DEFAULT_PROXY}));
 }
 
-TEST_F(SentryHttpTest, keeps_its_session_for_the_next_envelope)
+TEST_F(SentryHttpTest, Keeps_its_session_for_the_next_envelope)
 {
     Http http(dsn);
     http.Post("one", stop.get());
@@ -125,58 +109,50 @@ TEST_F(SentryHttpTest, keeps_its_session_for_the_next_envelope)
     EXPECT_EQ(winHttp.openHandles, 2); // the session and the connection
 }
 
-TEST_F(SentryHttpTest, keeps_nothing_of_a_request_that_has_ended)
+TEST_F(SentryHttpTest, Keeps_nothing_of_a_request_that_has_ended)
 {
     std::vector<HANDLE> made;
     std::vector<HANDLE> closed;
+    Fake<&CreateEventW> create = [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManual, BOOL isSet, LPCWSTR name) {
+        return made.emplace_back(create.Hidden(attributes, isManual, isSet, name));
+    };
     {
-        Fake<&CreateEventW> create = [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManual, BOOL isSet, LPCWSTR name) {
-            made.push_back(create.Hidden(attributes, isManual, isSet, name));
-            return made.back();
-        };
-        Fake<&CloseHandle> close = [&](HANDLE handle) {
-            closed.push_back(handle);
-            return close.Hidden(handle);
-        };
-        Post();
-        winHttp.failing = {"ReceiveResponse"};
-        Post();
-        winHttp.failing = {"OpenRequest"};
-        Post();
+        Fake<&CloseHandle> close = [&](HANDLE handle) { return close.Hidden(closed.emplace_back(handle)); };
+        for (const char* const failing : {"", "ReceiveResponse", "OpenRequest"})
+        {
+            winHttp.failing = {failing};
+            Post();
+        }
     }
     EXPECT_EQ(made.size(), 3U);
     EXPECT_EQ(closed, made);
 }
 
-TEST_F(SentryHttpTest, sends_nothing_without_an_event_to_wait_for)
+TEST_F(SentryHttpTest, Sends_nothing_without_an_event_to_wait_for)
 {
     Fake<&CreateEventW> create = [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE { return nullptr; };
     EXPECT_FALSE(Post());
     EXPECT_EQ(winHttp.requests.at(0).body, "");
 }
 
-TEST_F(SentryHttpTest, takes_the_limits_from_the_answer)
+TEST_F(SentryHttpTest, Reads_the_rate_limits_of_the_response)
 {
     winHttp.status = 429;
-    winHttp.answerHeaders = {{L"X-Sentry-Rate-Limits", L"60:error:key\u00e4"}, {L"Retry-After", L"7"}};
-    const auto answer = Post();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->status, 429U);
-    EXPECT_EQ(answer->rateLimits, "60:error:key?");
-    EXPECT_EQ(answer->retryAfter, "7");
+    winHttp.responseHeaders = {{L"X-Sentry-Rate-Limits", L"60:error:key\u00e4"},
+                               {L"Retry-After", std::wstring(511, L'1')}};
+    auto response = Post();
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, 429U);
+    EXPECT_EQ(response->rateLimits, "60:error:key?");
+    EXPECT_EQ(response->retryAfter, std::string(511, '1'));
+
+    winHttp.responseHeaders = {{L"X-Sentry-Rate-Limits", std::wstring(100'000, L'1')}};
+    response = Post();
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->rateLimits, "") << "longer than makes sense";
 }
 
-TEST_F(SentryHttpTest, does_not_take_a_header_that_is_longer_than_any_of_use)
-{
-    winHttp.answerHeaders = {{L"X-Sentry-Rate-Limits", std::wstring(100'000, L'1')},
-                             {L"Retry-After", std::wstring(511, L'1')}};
-    const auto answer = Post();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->rateLimits, "");
-    EXPECT_EQ(answer->retryAfter, std::string(511, '1'));
-}
-
-TEST_F(SentryHttpTest, has_no_answer_when_a_function_fails)
+TEST_F(SentryHttpTest, Has_no_response_when_a_function_fails_or_is_missing)
 {
     for (const auto& [name, function] : FakeWinHttp::Functions())
     {
@@ -184,14 +160,11 @@ TEST_F(SentryHttpTest, has_no_answer_when_a_function_fails)
         {
             winHttp.failing = {name};
             EXPECT_FALSE(Post()) << name;
-            EXPECT_EQ(winHttp.openHandles, 0) << name;
-            EXPECT_EQ(winHttp.openContexts, 0) << name;
+            ExpectNothingOpen();
         }
     }
-}
-
-TEST_F(SentryHttpTest, calls_nothing_of_a_library_that_lacks_something)
-{
+    winHttp.failing.clear();
+    winHttp.accessTypes.clear();
     for (const auto& [name, function] : FakeWinHttp::Functions())
     {
         winHttp.missing = {name};
@@ -203,64 +176,46 @@ TEST_F(SentryHttpTest, calls_nothing_of_a_library_that_lacks_something)
     EXPECT_THAT(winHttp.accessTypes, IsEmpty());
 }
 
-TEST_F(SentryHttpTest, has_no_answer_when_a_step_fails)
+TEST_F(SentryHttpTest, Has_no_response_when_a_step_fails)
 {
-    const auto fail = [](const FakeWinHttp::Tell& tell) { tell(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR); };
-    const auto send = winHttp.onSend;
-    winHttp.onSend = fail;
-    EXPECT_FALSE(Post());
-    winHttp.onSend = send;
-    winHttp.onReceive = fail;
-    EXPECT_FALSE(Post());
+    for (auto* const step : {&winHttp.onSend, &winHttp.onReceive})
+    {
+        const auto original =
+            std::exchange(*step, [](const FakeWinHttp::Tell& tell) { tell(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR); });
+        EXPECT_FALSE(Post());
+        *step = original;
+    }
 }
 
-TEST_F(SentryHttpTest, gives_up_when_it_is_told_to_stop)
+TEST_F(SentryHttpTest, Gives_up_when_it_is_told_to_stop)
 {
-    const auto send = winHttp.onSend;
-    winHttp.onSend = [&](const FakeWinHttp::Tell&) { SetEvent(stop.get()); };
-    EXPECT_FALSE(Post());
-    ResetEvent(stop.get());
-    winHttp.onSend = send;
     winHttp.onReceive = [&](const FakeWinHttp::Tell& tell) {
         SetEvent(stop.get());
         tell(WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE); // too late
     };
     EXPECT_FALSE(Post());
+    winHttp.onSend = [](const FakeWinHttp::Tell&) {};
+    EXPECT_FALSE(Post());
     EXPECT_EQ(winHttp.requests.size(), 2U);
 }
 
-TEST_F(SentryHttpTest, gives_up_after_a_minute)
+TEST_F(SentryHttpTest, Gives_up_after_a_minute)
 {
     ULONGLONG now = 5'000'000;
     std::vector<DWORD> waits;
     Fake<&GetTickCount64> clock = [&] { return now; };
     Fake<&WaitForMultipleObjects> wait = [&](DWORD count, const HANDLE* handles, BOOL all, DWORD limit) -> DWORD {
         waits.push_back(limit);
-        if (waits.size() == 1)
-        {
-            now += 59'000;
-            return wait.Hidden(count, handles, all, 0);
-        }
-        now += limit;
-        return WAIT_TIMEOUT;
+        now += waits.size() == 1 ? 59'000 : limit;
+        return waits.size() == 1 ? wait.Hidden(count, handles, all, 0) : DWORD{WAIT_TIMEOUT};
     };
     winHttp.onReceive = [](const FakeWinHttp::Tell&) {};
     EXPECT_FALSE(Post());
     EXPECT_THAT(waits, ElementsAre(60'000U, 1000U));
-}
 
-TEST_F(SentryHttpTest, does_not_wait_when_the_minute_is_over)
-{
-    ULONGLONG now = 5'000'000;
-    std::vector<DWORD> waits;
-    Fake<&GetTickCount64> clock = [&] { return now; };
-    Fake<&WaitForMultipleObjects> wait = [&](DWORD, const HANDLE*, BOOL, DWORD limit) -> DWORD {
-        waits.push_back(limit);
-        return WAIT_TIMEOUT;
-    };
     winHttp.onSend = [&](const FakeWinHttp::Tell&) { now += 70'000; };
     EXPECT_FALSE(Post());
-    EXPECT_THAT(waits, ElementsAre(0U));
+    EXPECT_THAT(waits, ElementsAre(60'000U, 1000U, 0U));
 }
 
 } // namespace

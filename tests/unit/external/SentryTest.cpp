@@ -1,231 +1,186 @@
-#include "FakeWinHttp.h"
 #include "Store.h"
-#include "support/OutOfMemory.h"
-#include "support/TestFolder.h"
-#include "support/Text.h"
+#include "support/common/EnvelopeParser.h"
+#include "support/common/Text.h"
+#include "support/unit/FakeWinHttp.h"
+#include "support/unit/OutOfMemory.h"
+#include "support/unit/TestFolder.h"
 
 #include <sentry.h>
-#include <sentry_testing.h>
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
-using SentryTesting::Breadcrumb;
-using SentryTesting::CurrentRun;
+namespace
+{
+
+using namespace Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace
-{
+constexpr const char* c_dsn = "https://key@host.example/1";
 
 class SentryTest : public testing::Test
 {
 protected:
-    SentryTest() { SentryTesting::Forget(); }
-    ~SentryTest() override
-    {
-        SentryTesting::Forget();
-        EXPECT_EQ(SentryTesting::LivingObjects(), 0);
-    }
+    ~SentryTest() override { sentry_close(); }
 
-    static void Start() { EXPECT_EQ(sentry_init(sentry_options_new()), 0); }
-    static void Leave(const char* message) { sentry_add_breadcrumb(sentry_value_new_breadcrumb("default", message)); }
-    static sentry_uuid_t Capture(const char* message)
+    static sentry_options_t* Options(const char* dsn = c_dsn)
+    {
+        sentry_options_t* const options = sentry_options_new();
+        sentry_options_set_dsn(options, dsn);
+        return options;
+    }
+    void StartWithFolder(const char* dsn = c_dsn) const
+    {
+        sentry_options_t* const options = Options(dsn);
+        sentry_options_set_database_path(options, Narrow(database).c_str());
+        EXPECT_EQ(sentry_init(options), 0);
+    }
+    static void Leave(const char* message) { sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, message)); }
+    static sentry_uuid_t Capture(const char* message = "text")
     {
         return sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_ERROR, "logger", message));
     }
     static bool IsNil(const sentry_uuid_t& id)
     {
-        const sentry_uuid_t nil{};
-        return std::memcmp(&id, &nil, sizeof(id)) == 0;
+        return std::string_view(id.bytes, sizeof(id)) == std::string(16, '\0');
     }
+
+    // The events that were sent. Ends the session.
+    std::vector<nlohmann::json> Sent() const
+    {
+        EXPECT_EQ(sentry_close(), 0);
+        std::vector<nlohmann::json> events;
+        for (const FakeWinHttp::Request& request : winHttp.requests)
+        {
+            events.push_back(EventOf(ParseEnvelope(request.body)));
+        }
+        return events;
+    }
+
+    TestFolder root;
+    std::wstring database = root / L"Sentry";
+    FakeWinHttp winHttp;
+    // So that sentry_close does not give up on a busy machine.
+    Fake<&WaitForSingleObject> wait = [this](HANDLE handle, DWORD limit) {
+        return wait.Hidden(handle, limit == 0 ? 0 : std::max<DWORD>(limit, 60'000));
+    };
 };
 
-} // namespace
-
-TEST_F(SentryTest, init_starts_a_run_with_the_options)
+TEST_F(SentryTest, Sends_events_with_the_breadcrumbs_so_far)
 {
-    sentry_options_t* const options = sentry_options_new();
-    sentry_options_set_dsn(options, "https://key@host/1");
-    sentry_options_set_database_path(options, "C:\\Temp\\Sentry");
+    sentry_options_t* const options = Options();
+    sentry_options_set_release(options, "program@1.1");
     sentry_options_set_release(options, "program@1.2");
-    sentry_options_set_debug(options, 1);
-    EXPECT_FALSE(CurrentRun().isStarted);
-    EXPECT_EQ(sentry_init(options), 0);
-    const auto run = CurrentRun();
-    EXPECT_TRUE(run.isStarted);
-    EXPECT_EQ(run.dsn, "https://key@host/1");
-    EXPECT_EQ(run.databasePath, "C:\\Temp\\Sentry");
-    EXPECT_EQ(run.release, "program@1.2");
-    EXPECT_TRUE(run.debug);
-    EXPECT_THAT(run.options, ElementsAre("dsn", "database path", "release", "debug"));
-}
-
-TEST_F(SentryTest, options_can_be_set_anew_removed_and_freed)
-{
-    sentry_options_t* const options = sentry_options_new();
-    sentry_options_set_dsn(options, "one");
-    sentry_options_set_dsn(options, nullptr);
-    sentry_options_set_release(options, "one");
-    sentry_options_set_release(options, "two");
-    sentry_options_set_database_path(options, nullptr);
-    sentry_options_set_debug(options, 1);
     sentry_options_set_debug(options, 0);
-    sentry_init(options);
-    EXPECT_EQ(CurrentRun().dsn, "");
-    EXPECT_EQ(CurrentRun().release, "two");
-    EXPECT_FALSE(CurrentRun().debug);
-    sentry_options_free(sentry_options_new());
-    sentry_options_free(nullptr);
-}
-
-TEST_F(SentryTest, close_ends_the_run_and_what_it_kept_can_still_be_seen)
-{
-    Start();
-    Leave("a");
-    Capture("e");
-    EXPECT_EQ(CurrentRun().closes, 0);
-    EXPECT_EQ(sentry_close(), 0);
-    EXPECT_EQ(sentry_close(), 0);
-    EXPECT_EQ(CurrentRun().closes, 2);
-    EXPECT_FALSE(CurrentRun().isStarted);
-    EXPECT_EQ(CurrentRun().breadcrumbs.size(), 1U);
-    EXPECT_EQ(CurrentRun().events.size(), 1U);
-}
-
-TEST_F(SentryTest, init_starts_afresh)
-{
-    Start();
-    Leave("a");
-    Capture("e");
-    Start();
-    EXPECT_TRUE(CurrentRun().isStarted);
-    EXPECT_THAT(CurrentRun().breadcrumbs, IsEmpty());
-    EXPECT_THAT(CurrentRun().events, IsEmpty());
-}
-
-TEST_F(SentryTest, init_without_options_starts_nothing)
-{
-    Start();
-    EXPECT_EQ(sentry_init(nullptr), 1);
-    EXPECT_FALSE(CurrentRun().isStarted);
-}
-
-TEST_F(SentryTest, breadcrumbs_are_kept_in_order)
-{
-    Start();
+    EXPECT_EQ(sentry_init(options), 0);
     Leave("one");
-    sentry_add_breadcrumb(sentry_value_new_breadcrumb("error", "two"));
-    EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{"default", "one"}, Breadcrumb{"error", "two"}));
+    Capture("first");
+    sentry_add_breadcrumb(sentry_value_new_breadcrumb("http", "two"));
+    sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_WARNING, "other", "second"));
+
+    const auto events = Sent();
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0]["level"], "error");
+    EXPECT_EQ(events[0]["logger"], "logger");
+    EXPECT_EQ(events[0]["message"]["formatted"], "first");
+    EXPECT_EQ(events[0]["release"], "program@1.2");
+    EXPECT_EQ(events[0]["environment"], "production");
+    EXPECT_EQ(events[0]["breadcrumbs"].size(), 1U);
+    EXPECT_EQ(events[1]["level"], "warning");
+    EXPECT_EQ(events[1]["logger"], "other");
+    EXPECT_EQ(events[1]["breadcrumbs"][0]["message"], "one");
+    EXPECT_FALSE(events[1]["breadcrumbs"][0].contains("type"));
+    EXPECT_EQ(events[1]["breadcrumbs"][1]["message"], "two");
+    EXPECT_EQ(events[1]["breadcrumbs"][1]["type"], "http");
+    EXPECT_FALSE(Exists(database));
 }
 
-TEST_F(SentryTest, a_breadcrumb_without_a_type_is_not_one_with_an_empty_type)
+TEST_F(SentryTest, Takes_the_environment_from_its_variable)
 {
-    Start();
-    sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, "one"));
-    sentry_add_breadcrumb(sentry_value_new_breadcrumb("", "two"));
-    EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{std::nullopt, "one"}, Breadcrumb{"", "two"}));
+    for (const wchar_t* const name : {L"t\u00e4st", L""})
+    {
+        _wputenv_s(L"SENTRY_ENVIRONMENT", name);
+        sentry_init(Options());
+        Capture();
+        sentry_close();
+    }
+    const auto events = Sent();
+    EXPECT_EQ(events.at(0)["environment"], "t\xc3\xa4st");
+    EXPECT_EQ(events.at(1)["environment"], "production");
 }
 
-TEST_F(SentryTest, the_last_hundred_breadcrumbs_are_kept)
+TEST_F(SentryTest, Sends_the_last_hundred_breadcrumbs)
 {
-    Start();
+    sentry_init(Options());
     for (int i = 0; i < 102; ++i)
     {
         Leave(std::to_string(i).c_str());
     }
-    const auto breadcrumbs = CurrentRun().breadcrumbs;
+    Capture();
+    const auto breadcrumbs = Sent().at(0)["breadcrumbs"];
     ASSERT_EQ(breadcrumbs.size(), 100U);
-    EXPECT_EQ(breadcrumbs.front().message, "2");
-    EXPECT_EQ(breadcrumbs.back().message, "101");
+    EXPECT_EQ(breadcrumbs.front()["message"], "2");
+    EXPECT_EQ(breadcrumbs.back()["message"], "101");
 }
 
-TEST_F(SentryTest, an_event_carries_the_breadcrumbs_that_stood_when_it_was_captured)
+TEST_F(SentryTest, Every_event_gets_a_random_id)
 {
-    Start();
-    Leave("one");
-    Capture("first");
-    Leave("two");
-    sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_WARNING, "other", "second"));
-    const auto events = CurrentRun().events;
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[0], (SentryTesting::Event{SENTRY_LEVEL_ERROR, "logger", "first", {{"default", "one"}}}));
-    EXPECT_EQ(events[1], (SentryTesting::Event{
-                             SENTRY_LEVEL_WARNING, "other", "second", {{"default", "one"}, {"default", "two"}}}));
-}
-
-TEST_F(SentryTest, every_event_gets_a_random_id)
-{
-    Start();
-    const sentry_uuid_t first = Capture("e");
-    const sentry_uuid_t second = Capture("e");
+    sentry_init(Options(nullptr));
+    const sentry_uuid_t first = Capture();
+    const sentry_uuid_t second = Capture();
     EXPECT_FALSE(IsNil(first));
     EXPECT_NE(std::memcmp(&first, &second, sizeof(first)), 0);
     EXPECT_EQ(first.bytes[6] & 0xF0, 0x40);
     EXPECT_EQ(first.bytes[8] & 0xC0, 0x80);
 }
 
-TEST_F(SentryTest, nothing_is_kept_without_a_run)
+TEST_F(SentryTest, Init_begins_anew)
 {
-    Leave("before");
-    EXPECT_TRUE(IsNil(Capture("before")));
-    Start();
-    sentry_close();
-    Leave("after");
-    EXPECT_TRUE(IsNil(Capture("after")));
-    EXPECT_THAT(CurrentRun().breadcrumbs, IsEmpty());
-    EXPECT_THAT(CurrentRun().events, IsEmpty());
+    sentry_init(Options());
+    Leave("one");
+    sentry_init(Options());
+    Capture();
+    EXPECT_THAT(Sent().at(0)["breadcrumbs"], IsEmpty());
 }
 
-TEST_F(SentryTest, null_is_taken_everywhere)
+TEST_F(SentryTest, Keeps_nothing_without_a_session)
 {
-    Start();
+    Leave("before");
+    EXPECT_TRUE(IsNil(Capture()));
+    sentry_init(Options());
+    EXPECT_EQ(sentry_init(nullptr), 1);
+    EXPECT_TRUE(IsNil(Capture()));
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(SentryTest, Takes_null_and_drops_values_of_the_wrong_kind)
+{
     sentry_options_set_dsn(nullptr, "x");
     sentry_options_set_database_path(nullptr, "x");
     sentry_options_set_release(nullptr, "x");
     sentry_options_set_debug(nullptr, 1);
-    sentry_value_decref(sentry_value_t{});
-    sentry_add_breadcrumb(sentry_value_t{});
-    EXPECT_TRUE(IsNil(sentry_capture_event(sentry_value_t{})));
+    sentry_init(Options());
+    sentry_add_breadcrumb({});
     sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, nullptr));
-    sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_INFO, nullptr, nullptr));
-    EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{}));
-    EXPECT_EQ(CurrentRun().events.size(), 1U);
-}
-
-TEST_F(SentryTest, values_of_the_wrong_kind_are_dropped)
-{
-    Start();
-    sentry_add_breadcrumb(sentry_value_new_message_event(SENTRY_LEVEL_INFO, "l", "m"));
+    sentry_add_breadcrumb(sentry_value_new_message_event(SENTRY_LEVEL_ERROR, "l", "m"));
+    EXPECT_TRUE(IsNil(sentry_capture_event({})));
     EXPECT_TRUE(IsNil(sentry_capture_event(sentry_value_new_breadcrumb("t", "m"))));
-    EXPECT_THAT(CurrentRun().breadcrumbs, IsEmpty());
-    EXPECT_THAT(CurrentRun().events, IsEmpty());
+    sentry_capture_event(sentry_value_new_message_event(SENTRY_LEVEL_ERROR, nullptr, nullptr));
+    const auto events = Sent();
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(events[0]["breadcrumbs"].size(), 1U);
 }
 
-TEST_F(SentryTest, bytes_that_are_no_UTF_8_are_kept_as_they_are)
+TEST_F(SentryTest, Threads_can_report_at_the_same_time)
 {
-    Start();
-    Leave("\xFF\xC3");
-    EXPECT_THAT(CurrentRun().breadcrumbs, ElementsAre(Breadcrumb{"default", "\xFF\xC3"}));
-}
-
-TEST_F(SentryTest, an_unused_value_is_freed_by_giving_it_up)
-{
-    const sentry_value_t value = sentry_value_new_breadcrumb("t", "m");
-    sentry_options_t* const options = sentry_options_new();
-    EXPECT_EQ(SentryTesting::LivingObjects(), 2);
-    sentry_value_decref(value);
-    sentry_options_free(options);
-    EXPECT_EQ(SentryTesting::LivingObjects(), 0);
-}
-
-TEST_F(SentryTest, threads_can_report_at_the_same_time)
-{
-    Start();
+    sentry_init(Options());
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
     {
@@ -233,7 +188,7 @@ TEST_F(SentryTest, threads_can_report_at_the_same_time)
             for (int j = 0; j < 50; ++j)
             {
                 Leave("b");
-                Capture("e");
+                Capture();
             }
         });
     }
@@ -241,64 +196,92 @@ TEST_F(SentryTest, threads_can_report_at_the_same_time)
     {
         thread.join();
     }
-    EXPECT_EQ(CurrentRun().breadcrumbs.size(), 100U);
-    EXPECT_EQ(CurrentRun().events.size(), 200U);
+    EXPECT_EQ(Sent().size(), 200U);
 }
 
-// What there was at the start has been looked for then, and nothing else wakes the thread that sends.
-TEST_F(SentryTest, close_sends_what_a_run_has_left_that_ended_meanwhile)
+TEST_F(SentryTest, Sends_events_without_a_usable_folder)
 {
-    const Testing::TestFolder root;
-    const std::string database = Testing::Narrow(root / L"Sentry");
-    Testing::FakeWinHttp winHttp;
-    SentryTesting::SetOffline(false);
-    const auto start = [&] {
-        sentry_options_t* const options = sentry_options_new();
-        sentry_options_set_dsn(options, "https://key@host.example/1");
-        sentry_options_set_database_path(options, database.c_str());
-        EXPECT_EQ(sentry_init(options), 0);
-    };
-    start();
-    auto other = Reporter::Store::Open(database);
+    root.AddFile(L"Sentry", "a file");
+    StartWithFolder();
+    Capture();
+    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_EQ(ReadFileText(database), "a file");
+}
+
+TEST_F(SentryTest, Keeps_what_got_no_response_and_sends_it_in_the_next_session)
+{
+    StartWithFolder();
+    winHttp.failing = {"ReceiveResponse"};
+    Capture();
+    EXPECT_EQ(sentry_close(), 1);
+
+    winHttp.failing.clear();
+    winHttp.requests.clear();
+    StartWithFolder();
+    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_FALSE(Exists(database));
+}
+
+TEST_F(SentryTest, Close_sends_what_is_pending_of_a_run_that_ended_meanwhile)
+{
+    StartWithFolder();
+    auto other = Reporter::Store::Open(Narrow(database));
     ASSERT_TRUE(other);
-    ASSERT_TRUE(other->Keep("1", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{}\n"));
+    ASSERT_TRUE(other->Keep("1", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n"));
     other.reset();
-    EXPECT_EQ(sentry_close(), 0);
-    EXPECT_EQ(winHttp.requests.size(), 1U);
-    EXPECT_FALSE(Testing::Exists(root / L"Sentry"));
+    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_FALSE(Exists(database));
 
-    // And none there is: nobody is asked.
-    start();
-    EXPECT_EQ(sentry_close(), 0);
-    EXPECT_EQ(winHttp.requests.size(), 1U);
-    SentryTesting::SetOffline(true);
+    // WinHTTP is not even asked when nothing is pending.
+    const auto libraries = winHttp.libraries;
+    StartWithFolder();
+    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_EQ(winHttp.libraries, libraries);
 }
 
-TEST_F(SentryTest, without_memory_nothing_is_reported_and_nothing_breaks)
+TEST_F(SentryTest, Sends_nothing_to_a_reserved_address_or_to_none)
 {
-    const Testing::TestFolder root;
-    sentry_options_t* const options = sentry_options_new();
-    sentry_options_set_database_path(options, Testing::Narrow(root / L"Sentry").c_str());
-    EXPECT_EQ(sentry_init(options), 0);
-    EXPECT_TRUE(Testing::Exists(root / L"Sentry"));
+    root.AddFile(L"Sentry\\x.run\\1.envelope");
+    bool hasThread = false;
+    Fake<&CreateThread> thread = [&](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD,
+                                     LPDWORD) -> HANDLE {
+        hasThread = true;
+        return nullptr;
+    };
+    for (const char* const dsn : {"https://key@reports.invalid/1", "nonsense", ""})
+    {
+        StartWithFolder(dsn);
+        EXPECT_FALSE(IsNil(Capture()));
+        EXPECT_EQ(sentry_close(), 0);
+    }
+    EXPECT_FALSE(hasThread);
+    EXPECT_TRUE(Exists(database + L"\\x.run\\1.envelope"));
+}
+
+TEST_F(SentryTest, Reports_nothing_without_memory)
+{
+    StartWithFolder();
+    EXPECT_TRUE(Exists(database));
     const sentry_value_t breadcrumb = sentry_value_new_breadcrumb("t", "a message that is too long to need no memory");
     const sentry_value_t event = sentry_value_new_message_event(SENTRY_LEVEL_ERROR, "l", "m");
+    sentry_options_t* const options = sentry_options_new();
     sentry_value_t made{};
     sentry_options_t* madeOptions = nullptr;
     sentry_uuid_t id{};
+    int isFailed = 0;
     {
-        const Testing::OutOfMemory outOfMemory;
+        const OutOfMemory outOfMemory;
         made = sentry_value_new_breadcrumb("t", "m");
         madeOptions = sentry_options_new();
         sentry_add_breadcrumb(breadcrumb);
         id = sentry_capture_event(event);
-        sentry_close();
+        isFailed = sentry_init(options);
     }
     EXPECT_EQ(made._bits, 0U);
     EXPECT_EQ(madeOptions, nullptr);
     EXPECT_TRUE(IsNil(id));
-    EXPECT_FALSE(CurrentRun().isStarted);
-    EXPECT_THAT(CurrentRun().breadcrumbs, IsEmpty());
-    EXPECT_THAT(CurrentRun().events, IsEmpty());
-    EXPECT_FALSE(Testing::Exists(root / L"Sentry"));
+    EXPECT_EQ(isFailed, 1);
+    EXPECT_FALSE(Exists(database));
 }
+
+} // namespace

@@ -1,9 +1,9 @@
-#include "FakeWinHttp.h"
 #include "Store.h"
 #include "Transport.h"
-#include "support/EnvelopeParser.h"
-#include "support/TestFolder.h"
-#include "support/Text.h"
+#include "support/common/EnvelopeParser.h"
+#include "support/common/Text.h"
+#include "support/unit/FakeWinHttp.h"
+#include "support/unit/TestFolder.h"
 
 #include <gmock/gmock.h>
 #include <wil/resource.h>
@@ -41,6 +41,18 @@ protected:
     }
 
     std::shared_ptr<Store> OpenStore() const { return Store::Open(Narrow(database)); }
+    std::unique_ptr<Transport> MakeTransport() const
+    {
+        return std::make_unique<Transport>(
+            Dsn{.isSecure = true, .publicKey = "key", .host = "host.example", .port = 443, .path = "/api/1/envelope/"},
+            store);
+    }
+
+    // The pending reports of a run that is over.
+    void AddPending(const std::string& id) const
+    {
+        root.AddFile(L"Sentry\\x.run\\" + std::wstring(id.begin(), id.end()) + L".envelope", MakeText(id));
+    }
 
     void Send(const std::string& id) const
     {
@@ -51,20 +63,10 @@ protected:
         transport->Send(id, MakeText(id));
     }
 
-    // Closes with time enough.
-    void Close() const { transport->Close(c_long); }
-
-    void ExpectThreadToEnd()
-    {
-        if (thread)
-        {
-            EXPECT_EQ(WaitForSingleObject(thread.get(), c_long), WAIT_OBJECT_0);
-        }
-    }
-
-    // The ids of the events that were sent.
+    // Closes with time enough. Returns the ids of the events that were sent.
     std::vector<std::string> Sent() const
     {
+        transport->Close(c_long);
         std::vector<std::string> ids;
         for (const auto& request : winHttp.requests)
         {
@@ -73,16 +75,31 @@ protected:
         return ids;
     }
 
-    // The envelopes of the runs before that a run finds now.
-    std::vector<std::string> Left() const
+    // Ends this run. Returns the envelopes that the next one finds.
+    std::vector<std::string> Pending()
     {
+        transport.reset();
+        store.reset();
         std::vector<std::string> texts;
         const auto later = OpenStore();
-        while (const auto left = later->NextLeft())
+        while (const auto report = later->NextPending())
         {
-            texts.push_back(left->envelope);
+            texts.push_back(report->envelope);
         }
         return texts;
+    }
+
+    // The transport's thread halts until it is to go on.
+    bool Halt() const
+    {
+        SetEvent(isHalted.get());
+        return WaitForSingleObject(goOn.get(), c_long) == WAIT_OBJECT_0;
+    }
+    void WaitUntilHalted() const { ASSERT_EQ(WaitForSingleObject(isHalted.get(), c_long), WAIT_OBJECT_0); }
+
+    void ExpectThreadToEnd() const
+    {
+        EXPECT_TRUE(!thread || WaitForSingleObject(thread.get(), c_long) == WAIT_OBJECT_0);
     }
 
     TestFolder root;
@@ -93,40 +110,35 @@ protected:
     Fake<&CreateThread> createThread = [this](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack,
                                               LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id) {
         const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags, id);
-        HANDLE copy = nullptr;
-        DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
-        thread.reset(copy);
+        DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), thread.put(), 0, FALSE, DUPLICATE_SAME_ACCESS);
         ++threads;
         return made;
     };
-    wil::unique_handle isStuck{CreateEventW(nullptr, TRUE, FALSE, nullptr)}; // the transport's thread, until
+    wil::unique_handle isHalted{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     wil::unique_handle goOn{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     std::shared_ptr<Store> store = OpenStore();
-    std::unique_ptr<Transport> transport = std::make_unique<Transport>(
-        Dsn{.isSecure = true, .publicKey = "key", .host = "host.example", .port = 443, .path = "/api/1/envelope/"},
-        store);
+    std::unique_ptr<Transport> transport = MakeTransport();
 };
 
-TEST_F(SentryTransportTest, has_no_thread_while_there_is_nothing_to_send)
+TEST_F(SentryTransportTest, Has_no_thread_while_there_is_nothing_to_send)
 {
-    Close();
+    EXPECT_THAT(Sent(), IsEmpty());
     EXPECT_EQ(threads, 0);
     EXPECT_THAT(winHttp.libraries, IsEmpty());
 }
 
-TEST_F(SentryTransportTest, sends_in_order_from_one_thread_and_drops_what_was_answered)
+TEST_F(SentryTransportTest, Sends_in_order_from_one_thread_and_drops_after_any_response)
 {
     winHttp.status = 500;
     Send("1");
     Send("2");
     Send("3");
-    Close();
     EXPECT_THAT(Sent(), ElementsAre("1", "2", "3"));
     EXPECT_EQ(threads, 1);
     EXPECT_EQ(store->Count(), 0U);
 }
 
-TEST_F(SentryTransportTest, leaves_room_for_a_crash_report_on_the_stack_of_its_thread)
+TEST_F(SentryTransportTest, Reserves_stack_for_a_crash_report_on_its_thread)
 {
     ULONG reserved = 0;
     DWORD reserving = 0;
@@ -136,41 +148,37 @@ TEST_F(SentryTransportTest, leaves_room_for_a_crash_report_on_the_stack_of_its_t
         return TRUE;
     };
     Send("1");
-    Close();
+    Sent();
     EXPECT_EQ(reserved, 65536U);
     EXPECT_NE(reserving, GetCurrentThreadId());
 }
 
-TEST_F(SentryTransportTest, keeps_what_got_no_answer)
+TEST_F(SentryTransportTest, Keeps_what_got_no_response)
 {
     winHttp.failing = {"ReceiveResponse"};
     Send("1");
     Send("2");
-    Close();
     EXPECT_THAT(Sent(), ElementsAre("1", "2"));
     EXPECT_EQ(store->Count(), 2U);
 }
 
-TEST_F(SentryTransportTest, drops_what_the_server_wants_no_more_of)
+TEST_F(SentryTransportTest, Drops_what_exceeds_the_rate_limit)
 {
     winHttp.status = 429;
     Send("1");
     Send("2");
-    Close();
     EXPECT_THAT(Sent(), ElementsAre("1"));
     EXPECT_EQ(store->Count(), 0U);
 }
 
-TEST_F(SentryTransportTest, sends_what_was_left_after_what_is_new)
+TEST_F(SentryTransportTest, Sends_pending_reports_with_their_minidump_and_drops_what_is_none)
 {
-    root.AddFile(L"Sentry\\x.run\\old.envelope", MakeText("old"));
+    AddPending("old");
     root.AddFile(L"Sentry\\x.run\\old.dmp", "MDMP");
     root.AddFile(L"Sentry\\y.run\\none.envelope", "garbage");
-    transport->SendLeft();
-    Close();
-    ASSERT_EQ(winHttp.requests.size(), 1U);
+    transport->SendPending();
+    EXPECT_THAT(Sent(), ElementsAre("old"));
     const ParsedEnvelope envelope = ParseEnvelope(winHttp.requests[0].body);
-    EXPECT_EQ(EventOf(envelope)["event_id"], "old");
     ASSERT_EQ(envelope.items.size(), 2U);
     EXPECT_EQ(envelope.items[1].payload, "MDMP");
     transport.reset();
@@ -178,95 +186,75 @@ TEST_F(SentryTransportTest, sends_what_was_left_after_what_is_new)
     EXPECT_FALSE(Exists(database));
 }
 
-TEST_F(SentryTransportTest, sends_nothing_more_of_what_was_left_when_the_first_got_no_answer)
+TEST_F(SentryTransportTest, Sends_no_pending_report_after_one_that_got_no_response)
 {
-    root.AddFile(L"Sentry\\x.run\\1.envelope", MakeText("1"));
-    root.AddFile(L"Sentry\\x.run\\2.envelope", MakeText("2"));
-    winHttp.failing = {"SendRequest"};
-    transport->SendLeft();
-    Close();
-    EXPECT_EQ(winHttp.requests.size(), 1U);
-    transport.reset();
-    store.reset();
-    EXPECT_EQ(Left().size(), 2U);
+    AddPending("1");
+    AddPending("2");
+    winHttp.failing = {"ReceiveResponse"};
+    winHttp.onSend = [&](const FakeWinHttp::Tell& tell) {
+        SetEvent(isHalted.get());
+        tell(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
+    };
+    transport->SendPending();
+    WaitUntilHalted();
+    transport->SendPending();
+    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_EQ(Pending().size(), 2U);
 }
 
-TEST_F(SentryTransportTest, sends_later_what_a_run_leaves_that_went_on)
+TEST_F(SentryTransportTest, Sends_the_reports_of_a_run_that_ends_later)
 {
     auto other = OpenStore();
     ASSERT_TRUE(other->Keep("1", MakeText("1")));
-    transport->SendLeft();
+    transport->SendPending();
     Send("2");
     while (store->Count() != 0)
     {
         Sleep(1);
     }
     other.reset();
-    transport->SendLeft();
-    Close();
+    transport->SendPending();
     EXPECT_THAT(Sent(), ElementsAre("2", "1"));
 }
 
-TEST_F(SentryTransportTest, sends_nothing_that_was_left_after_one_that_got_no_answer)
-{
-    root.AddFile(L"Sentry\\x.run\\1.envelope", MakeText("1"));
-    root.AddFile(L"Sentry\\x.run\\2.envelope", MakeText("2"));
-    winHttp.failing = {"ReceiveResponse"};
-    winHttp.onSend = [&](const FakeWinHttp::Tell& tell) {
-        SetEvent(isStuck.get());
-        tell(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
-    };
-    transport->SendLeft();
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
-    transport->SendLeft();
-    Close();
-    EXPECT_EQ(winHttp.requests.size(), 1U);
-}
-
-// The thread is in the middle of looking when it is told to look again.
-TEST_F(SentryTransportTest, looks_again_when_it_is_told_so_while_it_looks)
+TEST_F(SentryTransportTest, Searches_again_when_it_is_told_so_during_a_search)
 {
     auto other = OpenStore();
     ASSERT_TRUE(other->Keep("1", MakeText("1")));
-    int looks = 0;
+    int searches = 0;
     Fake<&FindFirstFileW> find = [&](LPCWSTR path, LPWIN32_FIND_DATAW found) {
-        if (++looks == 1)
+        if (++searches == 1)
         {
-            SetEvent(isStuck.get());
-            WaitForSingleObject(goOn.get(), c_long);
+            Halt();
         }
-        else if (looks == 2)
+        else if (searches == 2)
         {
             other.reset(); // between the two
         }
         return find.Hidden(path, found);
     };
-    transport->SendLeft();
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
-    transport->SendLeft();
+    transport->SendPending();
+    WaitUntilHalted();
+    transport->SendPending();
     SetEvent(goOn.get());
-    Close();
     EXPECT_THAT(Sent(), ElementsAre("1"));
 }
 
-TEST_F(SentryTransportTest, works_without_a_store)
+TEST_F(SentryTransportTest, Works_without_a_store)
 {
     store.reset();
-    transport = std::make_unique<Transport>(
-        Dsn{.isSecure = false, .publicKey = "key", .host = "host.example", .port = 80, .path = "/api/1/envelope/"},
-        nullptr);
+    transport = MakeTransport();
     Send("1");
-    transport->SendLeft();
-    Close();
+    transport->SendPending();
     EXPECT_THAT(Sent(), ElementsAre("1"));
 }
 
-TEST_F(SentryTransportTest, gives_up_what_is_under_way_when_it_is_closed)
+TEST_F(SentryTransportTest, Cancels_the_request_that_is_under_way_when_its_time_is_over)
 {
-    winHttp.onReceive = [&](const FakeWinHttp::Tell&) { SetEvent(isStuck.get()); }; // no answer ever comes
+    winHttp.onReceive = [&](const FakeWinHttp::Tell&) { SetEvent(isHalted.get()); }; // no response ever comes
     Send("1");
     Send("2");
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    WaitUntilHalted();
     std::vector<DWORD> waits;
     const DWORD closer = GetCurrentThreadId();
     {
@@ -280,65 +268,57 @@ TEST_F(SentryTransportTest, gives_up_what_is_under_way_when_it_is_closed)
         };
         transport->Close(2000);
         ExpectThreadToEnd(); // before the fake goes
-        waits.pop_back();
     }
-    EXPECT_THAT(waits, ElementsAre(1900U, 100U)); // two seconds together
+    EXPECT_THAT(waits, ElementsAre(1900U, 100U, c_long)); // two seconds together, and the test's own
     EXPECT_THAT(Sent(), ElementsAre("1"));
     EXPECT_EQ(store->Count(), 2U);
 }
 
-TEST_F(SentryTransportTest, closes_at_once_when_it_has_no_time)
+TEST_F(SentryTransportTest, Closes_at_once_when_it_has_no_time)
 {
-    winHttp.onReceive = [&](const FakeWinHttp::Tell&) { SetEvent(isStuck.get()); };
+    winHttp.onReceive = [&](const FakeWinHttp::Tell&) { SetEvent(isHalted.get()); };
     Send("1");
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    WaitUntilHalted();
     transport.reset();
     ExpectThreadToEnd();
     EXPECT_EQ(store->Count(), 1U);
 }
 
-TEST_F(SentryTransportTest, lets_go_of_the_store_though_its_thread_is_stuck)
+TEST_F(SentryTransportTest, Lets_go_of_the_store_though_its_thread_hangs)
 {
-    winHttp.onSend = [&](const FakeWinHttp::Tell&) {
-        SetEvent(isStuck.get());
-        WaitForSingleObject(goOn.get(), c_long);
-    };
+    winHttp.onSend = [&](const FakeWinHttp::Tell&) { Halt(); };
     Send("1");
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    WaitUntilHalted();
     transport->Close(1);
-    store.reset();
-    // The run has ended: another one can take over what it has left.
-    EXPECT_THAT(Left(), ElementsAre(MakeText("1")));
+    EXPECT_THAT(Pending(), ElementsAre(MakeText("1")));
 }
 
-TEST_F(SentryTransportTest, does_not_wait_for_a_disk_that_takes_its_time)
+TEST_F(SentryTransportTest, Does_not_wait_for_a_slow_disk)
 {
     bool isReleased = false;
     Fake<&DeleteFileW> remove = [&](LPCWSTR path) {
-        SetEvent(isStuck.get());
-        isReleased = WaitForSingleObject(goOn.get(), c_long) == WAIT_OBJECT_0;
+        isReleased = Halt();
         return remove.Hidden(path);
     };
     Send("1");
-    ASSERT_EQ(WaitForSingleObject(isStuck.get(), c_long), WAIT_OBJECT_0);
+    WaitUntilHalted();
     transport->Close(1);
     transport.reset();
     store.reset();
     SetEvent(goOn.get());
     ExpectThreadToEnd();
     EXPECT_TRUE(isReleased);
-    EXPECT_FALSE(Exists(database)); // the thread's end was the store's
+    EXPECT_FALSE(Exists(database)); // the store ended with the thread
 }
 
-TEST_F(SentryTransportTest, does_not_spin_without_an_event_to_wait_for)
+TEST_F(SentryTransportTest, Does_not_spin_without_an_event_to_wait_for)
 {
     int events = 0;
     {
         Fake<&CreateEventW> create = [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManual, BOOL isSet, LPCWSTR name) {
             return ++events == 1 ? nullptr : create.Hidden(attributes, isManual, isSet, name);
         };
-        transport = std::make_unique<Transport>(
-            Dsn{.isSecure = true, .publicKey = "key", .host = "host.example", .port = 443, .path = "/1/"}, store);
+        transport = MakeTransport();
     }
     ASSERT_EQ(events, 2);
     Send("1");

@@ -55,11 +55,8 @@ TYPED_TEST_SUITE(ComPtr, Owners, );
 
 TYPED_TEST(ComPtr, holds_nothing_at_first)
 {
-    const TypeParam none;
-    const TypeParam null(nullptr);
-    EXPECT_FALSE(none);
-    EXPECT_FALSE(null);
-    EXPECT_EQ(none.get(), nullptr);
+    EXPECT_EQ(TypeParam().get(), nullptr);
+    EXPECT_FALSE(TypeParam(nullptr));
 }
 
 TYPED_TEST(ComPtr, gives_its_object_and_releases_it_at_the_end)
@@ -104,19 +101,14 @@ TYPED_TEST(ComPtr, hands_its_reference_over_when_it_is_moved)
     EXPECT_EQ(this->object.references, 1);
 }
 
-TYPED_TEST(ComPtr, attach_takes_a_reference_over_without_counting)
+TYPED_TEST(ComPtr, releases_what_it_has_before_it_takes_another)
 {
     TypeParam owner = TestFixture::OwnerOf(this->other);
     this->object.AddRef();
-    owner.attach(&this->object);
+    owner.attach(&this->object); // takes the reference over
+    EXPECT_EQ(owner.get(), &this->object);
     EXPECT_EQ(this->other.references, 0);
     EXPECT_EQ(this->object.references, 1);
-    EXPECT_EQ(owner.get(), &this->object);
-}
-
-TYPED_TEST(ComPtr, put_and_reset_release_first)
-{
-    TypeParam owner = TestFixture::OwnerOf(this->object);
     EXPECT_EQ(*owner.put(), nullptr);
     EXPECT_EQ(this->object.references, 0);
     owner = TestFixture::OwnerOf(this->other);

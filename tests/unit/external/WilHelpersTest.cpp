@@ -1,4 +1,5 @@
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/RecordedFailures.h"
 
 #include <windows.h>
 
@@ -13,12 +14,12 @@
 
 using namespace Testing;
 
-TEST(GetModuleFileName, gives_the_full_path_of_the_program)
+TEST(GetModuleFileNameTest, Gives_the_full_path_of_the_program)
 {
     EXPECT_THAT(wil::GetModuleFileNameW<std::wstring>(), testing::EndsWith(L"\\UnitTests.exe"));
 }
 
-TEST(GetModuleFileName, grows_its_buffer_until_the_path_fits)
+TEST(GetModuleFileNameTest, Grows_its_buffer_until_the_path_fits)
 {
     const std::wstring path(5000, L'x');
     const auto module = reinterpret_cast<HMODULE>(INT_PTR{8});
@@ -37,28 +38,23 @@ TEST(GetModuleFileName, grows_its_buffer_until_the_path_fits)
     EXPECT_EQ(wil::GetModuleFileNameW<std::wstring>(module), path);
 }
 
-TEST(GetModuleFileName, throws_the_last_error)
+TEST(GetModuleFileNameTest, Throws_the_last_error)
 {
     const Fake<&GetModuleFileNameW> name = [](HMODULE, wchar_t*, DWORD) -> DWORD {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return 0;
     };
-    EXPECT_THROW(
-        try { wil::GetModuleFileNameW<std::wstring>(); } catch (const wil::ResultException& exception) {
-            EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
-            throw;
-        },
-        wil::ResultException);
+    EXPECT_EQ(CodeThrownBy([] { wil::GetModuleFileNameW<std::wstring>(); }), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
 }
 
-TEST(ProcessImageName, gives_the_full_path_of_the_file_that_a_process_was_started_from)
+TEST(ProcessImageNameTest, Gives_the_full_path_of_the_file_that_a_process_was_started_from)
 {
     wil::unique_cotaskmem_string path;
     EXPECT_EQ(wil::QueryFullProcessImageNameW(GetCurrentProcess(), 0, path), S_OK);
     EXPECT_THAT(std::wstring(path.get()), testing::EndsWith(L"\\UnitTests.exe"));
 }
 
-TEST(ProcessImageName, grows_its_buffer_until_the_path_fits)
+TEST(ProcessImageNameTest, Grows_its_buffer_until_the_path_fits)
 {
     const std::wstring image(5000, L'x');
     const auto process = reinterpret_cast<HANDLE>(INT_PTR{8});
@@ -80,7 +76,7 @@ TEST(ProcessImageName, grows_its_buffer_until_the_path_fits)
     EXPECT_EQ(path.get(), image);
 }
 
-TEST(ProcessImageName, returns_the_last_error)
+TEST(ProcessImageNameTest, Returns_the_last_error)
 {
     const Fake<&QueryFullProcessImageNameW> query = [](HANDLE, DWORD, wchar_t*, DWORD*) {
         SetLastError(ERROR_GEN_FAILURE);
@@ -91,7 +87,7 @@ TEST(ProcessImageName, returns_the_last_error)
     EXPECT_FALSE(path);
 }
 
-TEST(GetTokenInformation, asks_the_token_for_what_the_type_names)
+TEST(GetTokenInformationTest, Asks_the_token_for_what_the_type_names)
 {
     const auto token = reinterpret_cast<HANDLE>(INT_PTR{8});
     const Fake<&GetTokenInformation> information = [&](HANDLE asked, TOKEN_INFORMATION_CLASS kind, void* answer,
@@ -105,7 +101,7 @@ TEST(GetTokenInformation, asks_the_token_for_what_the_type_names)
     EXPECT_EQ(wil::get_token_information<TOKEN_ELEVATION>(token).TokenIsElevated, 3U);
 }
 
-TEST(GetTokenInformation, gives_an_answer_of_any_size_as_an_owned_pointer)
+TEST(GetTokenInformationTest, Gives_an_answer_of_any_size_as_an_owned_pointer)
 {
     const auto user = wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());
 
@@ -113,7 +109,7 @@ TEST(GetTokenInformation, gives_an_answer_of_any_size_as_an_owned_pointer)
     EXPECT_TRUE(IsValidSid(user->User.Sid));
 }
 
-TEST(GetTokenInformation, throws_the_failure_of_either_query_for_such_an_answer)
+TEST(GetTokenInformationTest, Throws_the_failure_of_any_query)
 {
     for (const bool isFirst : {true, false})
     {
@@ -123,29 +119,8 @@ TEST(GetTokenInformation, throws_the_failure_of_either_query_for_such_an_answer)
             SetLastError(data == nullptr && !isFirst ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
             return FALSE;
         };
-        HRESULT result = S_OK;
-        try
-        {
-            wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken());
-        }
-        catch (const wil::ResultException& exception)
-        {
-            result = exception.GetErrorCode();
-        }
-        EXPECT_EQ(result, HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+        EXPECT_EQ(CodeThrownBy([] { wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken()); }),
+                  E_ACCESSDENIED);
+        EXPECT_EQ(CodeThrownBy([] { wil::get_token_information<TOKEN_ELEVATION>(nullptr); }), E_ACCESSDENIED);
     }
-}
-
-TEST(GetTokenInformation, throws_the_last_error)
-{
-    const Fake<&GetTokenInformation> information = [](HANDLE, TOKEN_INFORMATION_CLASS, void*, DWORD, DWORD*) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    };
-    EXPECT_THROW(
-        try { wil::get_token_information<TOKEN_ELEVATION>(nullptr); } catch (const wil::ResultException& exception) {
-            EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
-            throw;
-        },
-        wil::ResultException);
 }

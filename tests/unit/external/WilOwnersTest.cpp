@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(Owners, come_with_the_header_that_they_are_for_even_when_it_is_included_later)
+TEST(OwnersTest, Come_with_the_header_that_they_are_for_even_when_it_is_included_later)
 {
     EXPECT_FALSE(wil::unique_cotaskmem_string());
     EXPECT_FALSE(wil::unique_bstr());

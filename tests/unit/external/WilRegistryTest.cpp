@@ -1,4 +1,5 @@
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/RecordedFailures.h"
 
 #include <windows.h>
 
@@ -16,14 +17,14 @@ namespace
 {
 
 // A key of the test's own, which goes with the test.
-class GetValueString : public testing::Test
+class GetValueStringTest : public testing::Test
 {
 protected:
-    GetValueString()
+    GetValueStringTest()
     {
         RegCreateKeyExW(HKEY_CURRENT_USER, keyName.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
     }
-    ~GetValueString() override { RegDeleteTreeW(HKEY_CURRENT_USER, keyName.c_str()); }
+    ~GetValueStringTest() override { RegDeleteTreeW(HKEY_CURRENT_USER, keyName.c_str()); }
 
     // Writes exactly these characters, with no terminator but those among them.
     void Write(const std::wstring& text, DWORD type = REG_SZ, size_t cutBytes = 0)
@@ -33,18 +34,7 @@ protected:
                   ERROR_SUCCESS);
     }
 
-    HRESULT CodeThrown(PCWSTR name)
-    {
-        try
-        {
-            wil::reg::get_value_string(key.get(), name);
-            return S_OK;
-        }
-        catch (const wil::ResultException& exception)
-        {
-            return exception.GetErrorCode();
-        }
-    }
+    std::wstring Read(PCWSTR name = L"value") const { return wil::reg::get_value_string(key.get(), name); }
 
     // Other tests run beside this one.
     const std::wstring keyName = L"Software\\Velmora.Tests." + std::to_wstring(GetCurrentProcessId());
@@ -59,63 +49,38 @@ std::wstring Terminated(std::wstring text)
 
 } // namespace
 
-TEST_F(GetValueString, reads_a_text)
+TEST_F(GetValueStringTest, Reads_a_text_of_any_length_terminated_or_not)
 {
-    Write(Terminated(L"C:\\Program Files\\"));
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"C:\\Program Files\\");
-}
-
-TEST_F(GetValueString, reads_a_text_of_any_length)
-{
-    for (const size_t length : {0U, 1U, 258U, 259U, 260U, 261U, 40000U})
+    for (const size_t length : {0U, 1U, 5U, 258U, 259U, 260U, 261U, 40000U})
     {
-        Write(Terminated(std::wstring(length, L'x')));
-        EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), std::wstring(length, L'x')) << length;
+        const std::wstring text(length, L'x');
+        for (const std::wstring& written : {text, Terminated(text)})
+        {
+            Write(written);
+            EXPECT_EQ(Read(), text) << length;
+        }
     }
 }
 
-TEST_F(GetValueString, does_not_expand_a_text_with_variables)
+TEST_F(GetValueStringTest, Copes_with_what_a_text_may_be)
 {
     Write(Terminated(L"%TEMP%"), REG_EXPAND_SZ);
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"%TEMP%");
-}
-
-TEST_F(GetValueString, copes_with_an_unterminated_text)
-{
-    for (const size_t length : {1U, 5U, 259U, 260U, 261U})
-    {
-        Write(std::wstring(length, L'x'));
-        EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), std::wstring(length, L'x')) << length;
-    }
-}
-
-TEST_F(GetValueString, copes_with_no_bytes_at_all)
-{
-    Write(L"");
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"");
-}
-
-TEST_F(GetValueString, ends_at_an_embedded_zero)
-{
+    EXPECT_EQ(Read(), L"%TEMP%") << "not expanded";
     Write(std::wstring(L"one\0two\0", 8));
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), L"one");
-}
-
-TEST_F(GetValueString, copes_with_half_a_character)
-{
+    EXPECT_EQ(Read(), L"one");
     Write(L"xyz", REG_SZ, 1);
-    EXPECT_THAT(wil::reg::get_value_string(key.get(), L"value"), testing::StartsWith(L"xy"));
+    EXPECT_THAT(Read(), testing::StartsWith(L"xy")) << "half a character less";
 }
 
-TEST_F(GetValueString, throws_for_an_absent_value_and_one_of_another_type)
+TEST_F(GetValueStringTest, Throws_for_an_absent_value_and_one_of_another_type)
 {
     const DWORD number = 1;
     RegSetValueExW(key.get(), L"number", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof(number));
-    EXPECT_EQ(CodeThrown(L"absent"), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(CodeThrown(L"number"), HRESULT_FROM_WIN32(ERROR_UNSUPPORTED_TYPE));
+    EXPECT_EQ(CodeThrownBy([&] { Read(L"absent"); }), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(CodeThrownBy([&] { Read(L"number"); }), HRESULT_FROM_WIN32(ERROR_UNSUPPORTED_TYPE));
 }
 
-TEST_F(GetValueString, throws_any_other_failure)
+TEST_F(GetValueStringTest, Throws_any_other_failure)
 {
     const Fake<&RegGetValueW> get = [&](HKEY asked, PCWSTR subkey, PCWSTR name, DWORD flags, DWORD*, void*,
                                         DWORD*) -> LSTATUS {
@@ -125,27 +90,33 @@ TEST_F(GetValueString, throws_any_other_failure)
         EXPECT_EQ(flags, 0x10000006U);
         return ERROR_ACCESS_DENIED;
     };
-    EXPECT_EQ(CodeThrown(L"value"), E_ACCESSDENIED);
+    EXPECT_EQ(CodeThrownBy([&] { Read(L"value"); }), E_ACCESSDENIED);
 }
 
-TEST_F(GetValueString, reads_again_when_the_value_grows_between_two_reads)
+TEST_F(GetValueStringTest, Reads_again_when_the_value_grows_between_two_reads_and_when_no_size_is_told)
 {
-    size_t length = 300;
-    int calls = 0;
-    const Fake<&RegGetValueW> get = [&](HKEY, PCWSTR, PCWSTR, DWORD, DWORD*, void* data, DWORD* bytes) -> LSTATUS {
-        const std::wstring text = Terminated(std::wstring(length, L'x'));
-        const auto needed = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-        const bool fits = *bytes >= needed;
-        *bytes = needed;
-        ++calls;
-        if (!fits)
-        {
+    for (const bool isSizeTold : {true, false})
+    {
+        size_t length = 300;
+        int calls = 0;
+        const Fake<&RegGetValueW> get = [&](HKEY, PCWSTR, PCWSTR, DWORD, DWORD*, void* data, DWORD* bytes) -> LSTATUS {
+            const std::wstring text = Terminated(std::wstring(length, L'x'));
+            const auto needed = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+            if (++calls > 40)
+            {
+                return ERROR_TIMEOUT;
+            }
+            if (*bytes >= needed)
+            {
+                *bytes = needed;
+                std::memcpy(data, text.data(), needed);
+                return ERROR_SUCCESS;
+            }
+            *bytes = isSizeTold ? needed : 0;
             length = calls < 3 ? length * 10 : length;
             return ERROR_MORE_DATA;
-        }
-        std::memcpy(data, text.data(), needed);
-        return ERROR_SUCCESS;
-    };
-    EXPECT_EQ(wil::reg::get_value_string(key.get(), L"value"), std::wstring(30000, L'x'));
-    EXPECT_GE(calls, 4);
+        };
+        EXPECT_EQ(Read(), std::wstring(30000, L'x'));
+        EXPECT_GE(calls, 4);
+    }
 }

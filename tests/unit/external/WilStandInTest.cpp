@@ -1,6 +1,6 @@
-#include "RecordedFailures.h"
-#include "support/ImportTableFake.h"
-#include "support/TestFolder.h"
+#include "support/common/ImportTableFake.h"
+#include "support/unit/RecordedFailures.h"
+#include "support/unit/TestFolder.h"
 
 #include <windows.h>
 
@@ -15,7 +15,7 @@
 
 using namespace Testing;
 
-TEST(CreateDirectoryDeepAnywhere, takes_a_path_in_every_form)
+TEST(CreateDirectoryDeepAnywhereTest, Takes_a_path_in_every_form)
 {
     const TestFolder folder;
     const std::wstring path = folder / L"a\\b\\c";
@@ -30,7 +30,7 @@ TEST(CreateDirectoryDeepAnywhere, takes_a_path_in_every_form)
     }
 }
 
-TEST(CreateDirectoryDeepAnywhere, goes_up_to_the_drive_the_volume_or_the_share_and_does_not_create_it)
+TEST(CreateDirectoryDeepAnywhereTest, Goes_up_to_the_drive_the_volume_or_the_share_and_does_not_create_it)
 {
     std::vector<std::wstring> tried;
     const Fake<&CreateDirectoryW> create = [&](const wchar_t* path, SECURITY_ATTRIBUTES*) {
@@ -52,7 +52,7 @@ TEST(CreateDirectoryDeepAnywhere, goes_up_to_the_drive_the_volume_or_the_share_a
     }
 }
 
-TEST(LastError, stays_as_it_was_when_a_failure_is_recorded)
+TEST(LastErrorTest, Stays_as_it_was_when_a_failure_is_recorded)
 {
     const RecordedFailures failures;
     SetLastError(ERROR_ACCESS_DENIED);
@@ -62,26 +62,4 @@ TEST(LastError, stays_as_it_was_when_a_failure_is_recorded)
     }());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(failures.Count(), 1U);
-}
-
-TEST(GetValueStringOfAnyProvider, grows_its_buffer_even_when_no_size_is_told)
-{
-    const std::wstring text(2000, L'x');
-    int calls = 0;
-    const Fake<&RegGetValueW> get = [&](HKEY, PCWSTR, PCWSTR, DWORD, DWORD*, void* data, DWORD* bytes) -> LSTATUS {
-        const auto needed = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-        if (++calls > 20)
-        {
-            return ERROR_TIMEOUT;
-        }
-        if (*bytes < needed)
-        {
-            *bytes = 0;
-            return ERROR_MORE_DATA;
-        }
-        *bytes = needed;
-        std::memcpy(data, text.c_str(), needed);
-        return ERROR_SUCCESS;
-    };
-    EXPECT_EQ(wil::reg::get_value_string(HKEY_CURRENT_USER, L"value"), text);
 }

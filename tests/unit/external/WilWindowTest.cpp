@@ -1,13 +1,16 @@
-#include "support/ImportTableFake.h"
+#include "support/common/ImportTableFake.h"
 
 #include <windows.h>
 
 #include <gmock/gmock.h>
 #include <wil/resource.h>
 
+#include <utility>
 #include <vector>
 
 using namespace Testing;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace
 {
@@ -15,158 +18,95 @@ namespace
 const auto c_window = reinterpret_cast<HWND>(INT_PTR{8});
 const auto c_dc = reinterpret_cast<HDC>(INT_PTR{16});
 
-} // namespace
-
-TEST(GetDC, gives_the_device_context_back_to_its_window)
+// Windows' device contexts, while this lives. What gives one back spoils the last error.
+class DeviceContexts
 {
-    std::vector<std::pair<HWND, HDC>> released;
-    const Fake<&GetDC> get = [](HWND window) {
-        EXPECT_EQ(window, c_window);
-        return c_dc;
-    };
-    const Fake<&ReleaseDC> release = [&](HWND window, HDC dc) {
-        released.emplace_back(window, dc);
+public:
+    HDC dc = c_dc;
+    std::vector<std::pair<HWND, HDC>> givenBack;
+
+private:
+    void GiveBack(HWND window, HDC given)
+    {
+        givenBack.emplace_back(window, given);
         SetLastError(ERROR_BAD_COMMAND);
+    }
+
+    Fake<&GetDC> m_get = [this](HWND) { return dc; };
+    Fake<&ReleaseDC> m_release = [this](HWND window, HDC given) {
+        GiveBack(window, given);
         return 1;
     };
+    Fake<&BeginPaint> m_begin = [this](HWND, LPPAINTSTRUCT paint) {
+        paint->hdc = dc;
+        paint->rcPaint = {1, 2, 3, 4};
+        return dc;
+    };
+    Fake<&EndPaint> m_end = [this](HWND window, const PAINTSTRUCT* paint) {
+        EXPECT_EQ(paint->rcPaint.bottom, 4);
+        GiveBack(window, paint->hdc);
+        return TRUE;
+    };
+};
+
+template <class Get>
+void ExpectGivenBack(Get get)
+{
+    DeviceContexts contexts;
     {
-        const auto dc = wil::GetDC(c_window);
+        const auto dc = get(c_window);
         EXPECT_TRUE(dc);
         EXPECT_EQ(dc.get(), c_dc);
-        EXPECT_TRUE(released.empty());
+        EXPECT_THAT(contexts.givenBack, IsEmpty());
         SetLastError(ERROR_ACCESS_DENIED);
     }
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_THAT(released, testing::ElementsAre(std::pair(c_window, c_dc)));
+    EXPECT_THAT(contexts.givenBack, ElementsAre(std::pair(c_window, c_dc)));
+    contexts.dc = nullptr;
+    EXPECT_FALSE(get(c_window));
+    EXPECT_EQ(contexts.givenBack.size(), 1U);
 }
 
-TEST(GetDC, gives_nothing_back_when_there_is_none)
+} // namespace
+
+TEST(DeviceContextTest, Is_given_back_as_it_was_got)
 {
-    const Fake<&GetDC> get = [](HWND) -> HDC { return nullptr; };
-    const Fake<&ReleaseDC> release = [](HWND, HDC) {
-        ADD_FAILURE();
-        return 0;
-    };
-    const auto dc = wil::GetDC(nullptr);
-    EXPECT_FALSE(dc);
-    EXPECT_EQ(dc.get(), nullptr);
+    ExpectGivenBack([](HWND window) { return wil::GetDC(window); });
+    ExpectGivenBack([](HWND window) { return wil::BeginPaint(window); });
 }
 
-TEST(BeginPaint, ends_the_painting_with_what_began_it)
+TEST(SrwlockTest, Is_held_by_one_writer_or_any_number_of_readers)
 {
-    int ended = 0;
-    const Fake<&BeginPaint> begin = [](HWND window, LPPAINTSTRUCT paint) {
-        EXPECT_EQ(window, c_window);
-        paint->hdc = c_dc;
-        paint->rcPaint = {1, 2, 3, 4};
-        return c_dc;
-    };
-    const Fake<&EndPaint> end = [&](HWND window, const PAINTSTRUCT* paint) {
-        EXPECT_EQ(window, c_window);
-        EXPECT_EQ(paint->hdc, c_dc);
-        EXPECT_EQ(paint->rcPaint.bottom, 4);
-        ++ended;
-        return TRUE;
-    };
+    wil::srwlock lock;
     {
-        const auto dc = wil::BeginPaint(c_window);
-        EXPECT_TRUE(dc);
-        EXPECT_EQ(dc.get(), c_dc);
-        EXPECT_EQ(ended, 0);
+        const auto writer = lock.lock_exclusive();
+        EXPECT_FALSE(lock.try_lock_exclusive());
     }
-    EXPECT_EQ(ended, 1);
+    {
+        const auto reader = lock.lock_shared();
+        const auto other = lock.lock_shared();
+        EXPECT_FALSE(lock.try_lock_exclusive());
+    }
+    auto writer = lock.try_lock_exclusive();
+    EXPECT_TRUE(writer);
+    EXPECT_FALSE(lock.try_lock_exclusive());
+    writer.reset();
+    EXPECT_TRUE(lock.try_lock_exclusive());
 }
 
-TEST(BeginPaint, ends_nothing_that_has_not_begun)
-{
-    const Fake<&BeginPaint> begin = [](HWND, LPPAINTSTRUCT) -> HDC { return nullptr; };
-    const Fake<&EndPaint> end = [](HWND, const PAINTSTRUCT*) {
-        ADD_FAILURE();
-        return FALSE;
-    };
-    EXPECT_FALSE(wil::BeginPaint(c_window));
-}
-
-TEST(UniqueHwnd, destroys_its_window)
-{
-    std::vector<HWND> destroyed;
-    const Fake<&DestroyWindow> destroy = [&](HWND window) {
-        destroyed.push_back(window);
-        return TRUE;
-    };
-    wil::unique_hwnd(c_window).reset();
-    wil::unique_hwnd().reset();
-    EXPECT_THAT(destroyed, testing::ElementsAre(c_window));
-}
-
-TEST(UniqueHglobal, frees_its_memory)
-{
-    std::vector<HGLOBAL> freed;
-    const Fake<&GlobalFree> free = [&](HGLOBAL memory) -> HGLOBAL {
-        freed.push_back(memory);
-        return nullptr;
-    };
-    wil::unique_hglobal(HGLOBAL{c_window}).reset();
-    wil::unique_hglobal().reset();
-    EXPECT_THAT(freed, testing::ElementsAre(HGLOBAL{c_window}));
-}
-
-TEST(Srwlock, is_held_by_one_writer)
+TEST(SrwlockTest, Keeps_readers_out_while_there_is_a_writer)
 {
     SRWLOCK* locked = nullptr;
-    std::vector<SRWLOCK*> left;
     Fake<&AcquireSRWLockExclusive> acquire = [&](PSRWLOCK lock) {
         locked = lock;
         decltype(acquire)::Real(lock);
     };
-    Fake<&ReleaseSRWLockExclusive> release = [&](PSRWLOCK lock) {
-        left.push_back(lock);
-        decltype(release)::Real(lock);
-    };
     wil::srwlock lock;
     {
-        const auto held = lock.lock_exclusive();
-        EXPECT_NE(locked, nullptr);
+        const auto writer = lock.lock_exclusive();
+        ASSERT_NE(locked, nullptr);
         EXPECT_FALSE(TryAcquireSRWLockShared(locked));
-        EXPECT_TRUE(left.empty());
     }
-    EXPECT_THAT(left, testing::ElementsAre(locked));
     EXPECT_TRUE(TryAcquireSRWLockShared(locked));
     ReleaseSRWLockShared(locked);
-}
-
-TEST(Srwlock, is_taken_without_waiting_when_it_is_free)
-{
-    wil::srwlock lock;
-    auto held = lock.try_lock_exclusive();
-    EXPECT_TRUE(held);
-    EXPECT_FALSE(lock.try_lock_exclusive());
-    held.reset();
-    EXPECT_TRUE(lock.try_lock_exclusive());
-    const auto reader = lock.lock_shared();
-    EXPECT_FALSE(lock.try_lock_exclusive());
-}
-
-TEST(Srwlock, is_held_by_any_number_of_readers)
-{
-    std::vector<SRWLOCK*> locked;
-    std::vector<SRWLOCK*> left;
-    Fake<&AcquireSRWLockShared> acquire = [&](PSRWLOCK lock) {
-        locked.push_back(lock);
-        decltype(acquire)::Real(lock);
-    };
-    Fake<&ReleaseSRWLockShared> release = [&](PSRWLOCK lock) {
-        left.push_back(lock);
-        decltype(release)::Real(lock);
-    };
-    wil::srwlock lock;
-    {
-        const auto one = lock.lock_shared();
-        const auto other = lock.lock_shared();
-        ASSERT_EQ(locked.size(), 2U);
-        EXPECT_FALSE(TryAcquireSRWLockExclusive(locked.front()));
-    }
-    EXPECT_EQ(left, locked);
-    EXPECT_TRUE(TryAcquireSRWLockExclusive(locked.front()));
-    ReleaseSRWLockExclusive(locked.front());
 }

@@ -1,4 +1,4 @@
-// The owner of a reference to a COM object: it is released when the owner goes out of scope.
+// Smart pointers for COM objects.
 #pragma once
 
 #include <combaseapi.h>
@@ -9,14 +9,13 @@
 namespace wil
 {
 
-// Holds one reference, or none. A copy has a reference of its own.
+// Owns a reference, or is empty.
 template <class T>
 class com_ptr_t
 {
 public:
     using pointer = T*;
 
-    // Empty.
     com_ptr_t() noexcept = default;
     explicit(false) com_ptr_t(std::nullptr_t) noexcept {}
 
@@ -28,7 +27,6 @@ public:
         }
     }
 
-    // Takes the other's reference over.
     com_ptr_t(com_ptr_t&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
 
     com_ptr_t& operator=(com_ptr_t other) noexcept
@@ -44,7 +42,6 @@ public:
     T& operator*() const noexcept { return *m_object; }
     explicit operator bool() const noexcept { return m_object != nullptr; }
 
-    // Releases what is held.
     void reset() noexcept
     {
         if (const pointer last = std::exchange(m_object, nullptr); last != nullptr)
@@ -53,14 +50,14 @@ public:
         }
     }
 
-    // Takes over a reference of the caller's.
+    // Takes ownership of a reference.
     void attach(pointer object) noexcept
     {
         reset();
         m_object = object;
     }
 
-    // Releases what is held and gives the place for a new reference: for a function that brings one.
+    // For an out parameter: releases the reference and returns the address of the pointer.
     pointer* put() noexcept
     {
         reset();
@@ -71,7 +68,7 @@ private:
     pointer m_object = nullptr;
 };
 
-// They differ in calls that can fail, of which there are none here.
+// In the library they differ in their error policy; nothing here can fail.
 template <class T>
 using com_ptr = com_ptr_t<T>;
 template <class T>

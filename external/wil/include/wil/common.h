@@ -1,4 +1,4 @@
-// The checks that the macros make of their arguments' types: what compiles here compiles with the library too.
+// The macros' type checks: what compiles here compiles with the library too.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 namespace wil
 {
 
-// Gives back a condition as a bool: bool, BOOL, BOOLEAN or an object that converts to bool; nothing else compiles.
+// Accepts bool, BOOL, BOOLEAN and classes that convert to bool.
 template <class T>
 constexpr bool verify_bool(const T& condition) noexcept
 {
@@ -17,7 +17,7 @@ constexpr bool verify_bool(const T& condition) noexcept
     return static_cast<bool>(condition);
 }
 
-// Gives back a BOOL as it is; nothing else compiles.
+// Accepts BOOL only.
 template <class T>
 constexpr BOOL verify_BOOL(T value) noexcept
 {
@@ -25,7 +25,7 @@ constexpr BOOL verify_BOOL(T value) noexcept
     return value;
 }
 
-// Gives back an HRESULT as it is; nothing else compiles.
+// Accepts HRESULT only.
 template <class T>
 constexpr HRESULT verify_hresult(T value) noexcept
 {
@@ -33,7 +33,7 @@ constexpr HRESULT verify_hresult(T value) noexcept
     return value;
 }
 
-// Gives back a Win32 error code as a DWORD: DWORD or LSTATUS; nothing else compiles.
+// Accepts DWORD and LSTATUS.
 template <class T>
 constexpr DWORD verify_win32(T error) noexcept
 {

@@ -8,8 +8,8 @@
 namespace wil::reg
 {
 
-// The text of a REG_SZ or REG_EXPAND_SZ value, not expanded, up to its first embedded zero. Throws ResultException with
-// the code of any failure, an absent key or value and a value of another type included.
+// Reads a REG_SZ or REG_EXPAND_SZ value, unexpanded, up to its first null. Throws ResultException on failure, also for
+// a missing value (ERROR_FILE_NOT_FOUND) or another type (ERROR_UNSUPPORTED_TYPE).
 std::wstring get_value_string(HKEY key, PCWSTR value_name);
 
 } // namespace wil::reg

@@ -1,6 +1,6 @@
-// Owners of Windows' handles and memory: each closes or frees what it holds when it goes out of scope. As in the
-// library, those of COM (<combaseapi.h>), of automation (<oleauto.h>) and of services (<winsvc.h>) are there for who
-// has included that header before; including this one once more after it adds them.
+// RAII owners of Windows' handles and memory. As in the library, the owners for COM, automation and services are
+// defined if <combaseapi.h>, <oleauto.h> or <winsvc.h> precede this header; including it again after one of them adds
+// its owners.
 #ifndef WIL_STAND_IN_RESOURCE_H
 #define WIL_STAND_IN_RESOURCE_H
 
@@ -17,7 +17,7 @@ namespace wil
 namespace details
 {
 
-// Which values stand for "holds nothing": the first is the one that an empty owner has.
+// The invalid values of a handle type. Empty() is the value of an empty owner.
 template <class Pointer>
 struct NullIsEmpty
 {
@@ -37,7 +37,7 @@ struct InvalidOrNullIsEmpty : NullOrInvalidIsEmpty
     static HANDLE Empty() noexcept { return INVALID_HANDLE_VALUE; }
 };
 
-inline void EndUnless(bool condition) noexcept
+inline void TerminateUnless(bool condition) noexcept
 {
     if (!condition)
     {
@@ -47,15 +47,13 @@ inline void EndUnless(bool condition) noexcept
 
 } // namespace details
 
-// Holds one value of which nobody else knows, and calls the function with it at the end. Moved, never copied.
+// Owns a value and closes it in its destructor. Move-only.
 template <class Pointer, class CloseFunction, CloseFunction c_close, class EmptyPolicy>
 class unique_any_t
 {
 public:
-    // Empty.
     unique_any_t() noexcept = default;
 
-    // Takes the value over.
     explicit unique_any_t(Pointer value) noexcept : m_value(value) {}
     unique_any_t(unique_any_t&& other) noexcept : m_value(other.release()) {}
     unique_any_t(const unique_any_t&) = delete;
@@ -72,15 +70,14 @@ public:
 
     ~unique_any_t() { reset(); }
 
-    // The value, still owned.
     Pointer get() const noexcept { return m_value; }
 
     explicit operator bool() const noexcept { return !EmptyPolicy::IsEmpty(m_value); }
 
-    // The value, now the caller's to close.
+    // Gives up ownership.
     [[nodiscard]] Pointer release() noexcept { return std::exchange(m_value, EmptyPolicy::Empty()); }
 
-    // Closes what is held and takes over another value. The last error stays as it was.
+    // Closes the owned value and takes ownership of another. Preserves the last error.
     void reset(Pointer value = EmptyPolicy::Empty()) noexcept
     {
         if (*this)
@@ -92,7 +89,7 @@ public:
         m_value = value;
     }
 
-    // Closes what is held and gives the place for a new value: for a function that brings one.
+    // For an out parameter: closes the owned value and returns the address of the member.
     Pointer* put() noexcept
     {
         reset();
@@ -110,7 +107,7 @@ private:
     Pointer m_value = EmptyPolicy::Empty();
 };
 
-// The usual owner: null stands for nothing.
+// The common policy: null is the only invalid value.
 template <class Pointer, class CloseFunction, CloseFunction c_close>
 using unique_any = unique_any_t<Pointer, CloseFunction, c_close, details::NullIsEmpty<Pointer>>;
 
@@ -119,13 +116,13 @@ using unique_any_handle_null = unique_any_t<HANDLE, CloseFunction, c_close, deta
 template <class CloseFunction, CloseFunction c_close>
 using unique_any_handle_invalid = unique_any_t<HANDLE, CloseFunction, c_close, details::InvalidOrNullIsEmpty>;
 
-// Leave a lock that is held.
+// Release a lock at the end of the scope.
 using rwlock_release_exclusive_scope_exit =
     unique_any<SRWLOCK*, decltype(&::ReleaseSRWLockExclusive), ::ReleaseSRWLockExclusive>;
 using rwlock_release_shared_scope_exit =
     unique_any<SRWLOCK*, decltype(&::ReleaseSRWLockShared), ::ReleaseSRWLockShared>;
 
-// A lock that one thread holds to write, or any number of threads to read.
+// A slim reader/writer lock.
 class srwlock
 {
 public:
@@ -133,7 +130,6 @@ public:
     srwlock(const srwlock&) = delete;
     srwlock& operator=(const srwlock&) = delete;
 
-    // Wait until the lock is free; it is left when the result goes out of scope.
     [[nodiscard]] rwlock_release_exclusive_scope_exit lock_exclusive() noexcept
     {
         ::AcquireSRWLockExclusive(&m_lock);
@@ -145,7 +141,7 @@ public:
         return rwlock_release_shared_scope_exit(&m_lock);
     }
 
-    // Takes the lock when it is free; the result is empty when it is not.
+    // Empty if the lock is held.
     [[nodiscard]] rwlock_release_exclusive_scope_exit try_lock_exclusive() noexcept
     {
         return rwlock_release_exclusive_scope_exit(::TryAcquireSRWLockExclusive(&m_lock) ? &m_lock : nullptr);
@@ -158,7 +154,7 @@ private:
 namespace details
 {
 
-// A device context together with what is needed to give it back.
+// A device context, and what ReleaseDC or EndPaint needs.
 struct WindowDc
 {
     HDC dc = nullptr;
@@ -176,7 +172,7 @@ struct PaintDc
     static void Close(const PaintDc& value) noexcept { ::EndPaint(value.window, &value.paint); }
 };
 
-// Holds one of them, for as long as it stays where it is; get() is the device context alone.
+// Owns a device context. Neither copied nor moved.
 template <class Storage>
 class unique_dc
 {
@@ -206,13 +202,13 @@ private:
 using unique_hdc_window = details::unique_dc<details::WindowDc>;
 using unique_hdc_paint = details::unique_dc<details::PaintDc>;
 
-// The device context of a window (null: of the screen); empty when there is none.
+// The device context of a window, or of the screen (null). Empty on failure.
 [[nodiscard]] inline unique_hdc_window GetDC(HWND window) noexcept
 {
     return unique_hdc_window({::GetDC(window), window});
 }
 
-// Begins to paint a window; the painting ends when the result goes out of scope. Empty when it cannot begin.
+// Calls EndPaint at the end of the scope. Empty on failure.
 [[nodiscard]] inline unique_hdc_paint BeginPaint(HWND window) noexcept
 {
     details::PaintDc value{.dc = nullptr, .window = window, .paint = {}};
@@ -224,7 +220,7 @@ using unique_handle = unique_any_handle_null<decltype(&::CloseHandle), ::CloseHa
 using unique_hfile = unique_any_handle_invalid<decltype(&::CloseHandle), ::CloseHandle>;
 using unique_hfind = unique_any_handle_invalid<decltype(&::FindClose), ::FindClose>;
 using unique_tool_help_snapshot = unique_hfile;
-// INVALID_HANDLE_VALUE is a process too: the calling one.
+// INVALID_HANDLE_VALUE is valid here: GetCurrentProcess() returns it.
 using unique_process_handle = unique_any<HANDLE, decltype(&::CloseHandle), ::CloseHandle>;
 using unique_hglobal = unique_any<HGLOBAL, decltype(&::GlobalFree), ::GlobalFree>;
 using unique_hwnd = unique_any<HWND, decltype(&::DestroyWindow), ::DestroyWindow>;
@@ -232,28 +228,28 @@ using unique_hkey = unique_any<HKEY, decltype(&::RegCloseKey), ::RegCloseKey>;
 
 enum class EventOptions : DWORD
 {
-    ManualReset = CREATE_EVENT_MANUAL_RESET, // stays signaled, however many have waited for it
+    ManualReset = CREATE_EVENT_MANUAL_RESET,
 };
 
-// An event that is closed at the end.
+// Owns an event.
 class unique_event : public unique_handle
 {
 public:
-    // Makes a new event without a name. Throws ResultException with the last error.
+    // Creates an unnamed event. Throws ResultException on failure.
     explicit(false) unique_event(EventOptions options)
         : unique_handle(::CreateEventExW(nullptr, nullptr, static_cast<DWORD>(options), EVENT_ALL_ACCESS))
     {
         THROW_LAST_ERROR_IF(!*this);
     }
 
-    // These end the process when the event cannot be used, which nobody could go on from.
-    void SetEvent() const noexcept { details::EndUnless(::SetEvent(get()) != FALSE); }
+    // Failures of the two end the process, as in the library.
+    void SetEvent() const noexcept { details::TerminateUnless(::SetEvent(get()) != FALSE); }
 
-    // Waits until the event is signaled. Returns false when the time is over before.
+    // Returns false on a timeout.
     bool wait(DWORD milliseconds = INFINITE, BOOL alertable = FALSE) const noexcept
     {
         const DWORD status = ::WaitForSingleObjectEx(get(), milliseconds, alertable);
-        details::EndUnless(status != WAIT_FAILED);
+        details::TerminateUnless(status != WAIT_FAILED);
         return status == WAIT_OBJECT_0;
     }
 };
@@ -294,19 +290,17 @@ namespace wil
 
 using unique_bstr = unique_any<BSTR, decltype(&::SysFreeString), ::SysFreeString>;
 
-// Is a variant that is cleared at the end. Moved, never copied.
+// A VARIANT that is cleared in its destructor. Move-only.
 class unique_variant : public VARIANT
 {
 public:
-    // Empty.
     unique_variant() noexcept { ::VariantInit(this); }
 
-    // Takes over what the other one holds.
     unique_variant(unique_variant&& other) noexcept : VARIANT(other) { ::VariantInit(&other); }
     unique_variant(const unique_variant&) = delete;
     unique_variant& operator=(const unique_variant&) = delete;
 
-    // The last error stays as it was.
+    // Preserves the last error.
     ~unique_variant()
     {
         const DWORD lastError = GetLastError();
@@ -314,11 +308,11 @@ public:
         SetLastError(lastError);
     }
 
-    // The variant as it is: for a function that changes it.
+    // For an in/out parameter: does not clear the variant.
     VARIANT* addressof() noexcept { return this; }
 };
 
-// A copy of a text as COM wants it. Throws ResultException with E_OUTOFMEMORY.
+// Copies a string to a BSTR. Both throw ResultException with E_OUTOFMEMORY.
 inline unique_bstr make_bstr(PCWSTR source)
 {
     unique_bstr text(::SysAllocString(source));

@@ -1,4 +1,4 @@
-// All about results: the macros, and the owners of what a call may have brought.
+// The result macros and the RAII owners.
 #pragma once
 
 #include "resource.h"

@@ -1,4 +1,4 @@
-// The macros that check a call, record its failure with file and line, and return, log or throw it.
+// Macros that check a call's result and record a failure with file and line; then they return, log or throw it.
 #pragma once
 
 #include "common.h"
@@ -10,7 +10,7 @@
 namespace wil
 {
 
-// What was done with a failure.
+// How a failure is handled.
 enum class FailureType
 {
     Exception, // THROW_...
@@ -19,38 +19,38 @@ enum class FailureType
     FailFast,  // the process ends
 };
 
-// One failure. The texts live as long as the program, pszMessage only as long as the call that is given this.
+// A recorded failure. The strings are static, except pszMessage, which is valid during the callback only.
 struct FailureInfo
 {
     FailureType type;
     HRESULT hr;               // always a failure
-    PCWSTR pszMessage;        // more about it, or null
-    DWORD threadId;           // the thread that met it
-    PCSTR pszCode;            // the expression that failed, or null
-    PCSTR pszFunction;        // the function that the macro stands in, or null
-    PCSTR pszFile;            // the file that the macro stands in, or null
-    unsigned int uLineNumber; // the line that it stands on
-    int cFailureCount;        // counts the failures of this type
+    PCWSTR pszMessage;        // details, or null
+    DWORD threadId;           // the failing thread
+    PCSTR pszCode;            // the failed expression, or null
+    PCSTR pszFunction;        // the macro's function, or null
+    PCSTR pszFile;            // the macro's file, or null
+    unsigned int uLineNumber; // the macro's line
+    int cFailureCount;        // the number of failures of this type, this one included
 };
 
-// Sets what is called at each failure, before the macro returns or throws; null: nothing. Not to be changed while other
-// threads may fail.
+// Sets the callback that is called for each failure before the macro returns or throws; null: none. Not to be called
+// while other threads may record failures.
 void SetResultLoggingCallback(void(__stdcall* callback)(const FailureInfo& failure) noexcept) noexcept;
 
 // The exception that the THROW_ macros throw.
 class ResultException : public std::exception
 {
 public:
-    // Copies all that the failure tells.
+    // Copies the failure and its message.
     explicit(false) ResultException(const FailureInfo& failure) noexcept;
 
-    // The code: always a failure.
+    // Always a failure code.
     HRESULT GetErrorCode() const noexcept { return m_failure.hr; }
 
-    // Where and what it was; valid as long as this exception or a copy of it.
+    // Valid while this exception or a copy of it exists.
     const FailureInfo& GetFailureInfo() const noexcept { return m_failure; }
 
-    // One line in UTF-8: file, line, what was done, thread, code, the system's text, expression. Never null.
+    // One line of UTF-8: file, line, failure type, thread, code, the system's message, expression. Never null.
     const char* what() const noexcept override;
 
 private:
@@ -62,7 +62,7 @@ private:
 namespace details
 {
 
-// Where a macro stands, and the expression it was given.
+// A macro's location and its expression.
 struct Place
 {
     PCSTR file;
@@ -71,17 +71,17 @@ struct Place
     PCSTR code;
 };
 
-// The last error, or that of a failed assertion when there is none: a failed call that tells no reason is a failure.
+// GetLastError(), or ERROR_ASSERTION_FAILURE if a failed call set no error.
 DWORD LastErrorOfFailure() noexcept;
 
-// Records a failure: gives it to the callback and, under a debugger, to the debugger. Returns its code, which is that
-// of a failed assertion when a success was given. The last error stays as it was.
+// Passes a failure to the callback and to an attached debugger. Returns `hr`, or ERROR_ASSERTION_FAILURE as HRESULT if
+// `hr` is a success code. Preserves the last error.
 HRESULT Report(FailureType type, const Place& place, HRESULT hr, PCWSTR message = nullptr) noexcept;
 
 // Records the failure and throws it.
 [[noreturn]] void ReportAndThrow(const Place& place, HRESULT hr);
 
-// Records the exception being handled and returns its code.
+// Records the current exception and returns its code.
 HRESULT ReportCaughtException(FailureType type, const Place& place) noexcept;
 
 inline HRESULT ReturnHr(const Place& place, HRESULT hr) noexcept
@@ -94,7 +94,7 @@ inline HRESULT ReturnWin32(const Place& place, DWORD error) noexcept
     return ReturnHr(place, HRESULT_FROM_WIN32(error));
 }
 
-// The last error, which stays the last error.
+// Preserves the last error.
 inline HRESULT ReturnLastError(const Place& place) noexcept
 {
     return Report(FailureType::Return, place, HRESULT_FROM_WIN32(LastErrorOfFailure()));
@@ -144,7 +144,7 @@ inline BOOL ThrowIfWin32BoolFalse(const Place& place, BOOL result)
         __FILE__, __LINE__, __func__, code                                                                             \
     }
 
-// Returns from the function, with an HRESULT, when the condition of the name holds.
+// Record a failure and return its HRESULT from the function.
 #define RETURN_IF_FAILED(hr)                                                                                           \
     do                                                                                                                 \
     {                                                                                                                  \
@@ -182,7 +182,7 @@ inline BOOL ThrowIfWin32BoolFalse(const Place& place, BOOL result)
     WIL_DETAILS_RETURN_IF(!::wil::verify_BOOL(win32BOOL),                                                              \
                           ::wil::details::ReturnLastError(WIL_DETAILS_PLACE(#win32BOOL)))
 
-// Records a failure and throws a ResultException; else the value is what was given.
+// Record a failure and throw a ResultException; otherwise the value is the argument's.
 #define THROW_IF_FAILED(hr) ::wil::details::ThrowIfFailed(WIL_DETAILS_PLACE(#hr), ::wil::verify_hresult(hr))
 #define THROW_HR_IF(hr, condition)                                                                                     \
     ::wil::details::ThrowHrIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_hresult(hr), ::wil::verify_bool(condition))
@@ -194,7 +194,7 @@ inline BOOL ThrowIfWin32BoolFalse(const Place& place, BOOL result)
     ::wil::details::ThrowLastErrorIf(WIL_DETAILS_PLACE(#condition), ::wil::verify_bool(condition))
 #define THROW_IF_NULL_ALLOC(ptr) ::wil::details::ThrowHrIf(WIL_DETAILS_PLACE(#ptr), E_OUTOFMEMORY, (ptr) == nullptr)
 
-// In place of a catch block: records the exception, with its text as the message, and returns its code or goes on.
+// Function-level catch blocks: record the exception, with its what() as the message, and return its code or continue.
 #define CATCH_RETURN()                                                                                                 \
     catch (...)                                                                                                        \
     {                                                                                                                  \

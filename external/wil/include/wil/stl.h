@@ -1,4 +1,4 @@
-// With this header the library's helpers take the standard library's strings; here they always do.
+// In the library, this header enables std::wstring in its helpers; here it is always enabled.
 #pragma once
 
 #include "resource.h"

@@ -1,4 +1,4 @@
-// Asking a token about itself.
+// Token queries.
 #pragma once
 
 #include "result_macros.h"
@@ -13,7 +13,7 @@ namespace wil
 namespace details
 {
 
-// Which question is answered with which type.
+// The information class of each type.
 template <class T>
 struct TokenInformationClass;
 template <>
@@ -25,7 +25,7 @@ struct TokenInformationClass<TOKEN_USER> : std::integral_constant<TOKEN_INFORMAT
 {
 };
 
-// Frees an answer that brings what it points to along, in one piece of memory.
+// Frees a variable-length structure, a single allocation.
 struct TokenInformationDeleter
 {
     template <class T>
@@ -40,8 +40,8 @@ struct TokenInformationDeleter
 template <class T>
 using unique_tokeninfo_ptr = std::unique_ptr<T, details::TokenInformationDeleter>;
 
-// What the token tells of itself. An answer of a size that depends on the token comes as an owned pointer. Throws
-// ResultException with the code of any failure, E_OUTOFMEMORY when there is no memory for the answer.
+// Queries a token. Variable-length structures are returned as an owning pointer. Throws ResultException on failure,
+// also when out of memory (E_OUTOFMEMORY).
 template <class T>
     requires std::is_same_v<T, TOKEN_USER>
 unique_tokeninfo_ptr<T> get_token_information(HANDLE token)

@@ -1,10 +1,10 @@
-// Windows functions that fill a buffer, with the buffer grown as needed.
+// Windows functions that fill a caller's buffer, with automatic buffer sizes.
 #pragma once
 
 #include <combaseapi.h>
 
 // clang-format off
-#include "resource.h" // last: it has the owners for the headers before it
+#include "resource.h" // after <combaseapi.h>, whose owners it then defines
 // clang-format on
 
 #include <string>
@@ -21,7 +21,7 @@ HRESULT ProcessImageName(HANDLE process, DWORD flags, unique_cotaskmem_string& r
 
 } // namespace details
 
-// The full path of a module's file; null: of the program. Throws ResultException with the code of any failure.
+// The path of a module, or of the executable (null). Throws ResultException on failure.
 template <class string_type>
 string_type GetModuleFileNameW(HMODULE module = nullptr)
 {
@@ -29,8 +29,8 @@ string_type GetModuleFileNameW(HMODULE module = nullptr)
     return details::ModuleFileName(module);
 }
 
-// The full path of the file that a process was started from, in the form that the flags ask for. The handle needs the
-// right to query limited information. Returns S_OK or the failure, which is recorded; the result is then as it was.
+// The path of a process's executable. `process` needs PROCESS_QUERY_LIMITED_INFORMATION. Returns S_OK, or the failure,
+// which is recorded, with `result` unchanged.
 template <class string_type>
 HRESULT QueryFullProcessImageNameW(HANDLE process, DWORD flags, string_type& result) noexcept
 {

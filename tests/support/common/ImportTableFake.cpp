@@ -1,0 +1,72 @@
+#include "support/common/ImportTableFake.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+namespace Testing
+{
+
+namespace
+{
+
+// The object that lies at an offset from where the program was loaded.
+template <class T>
+T* AtOffset(DWORD_PTR offset)
+{
+    return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr)) + offset);
+}
+
+} // namespace
+
+void* FindImportSlot(std::string_view name) noexcept
+{
+    const auto* const headers =
+        AtOffset<IMAGE_NT_HEADERS>(static_cast<DWORD_PTR>(AtOffset<IMAGE_DOS_HEADER>(0)->e_lfanew));
+    const auto& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    for (const auto* dll = AtOffset<IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress); dll->FirstThunk != 0; ++dll)
+    {
+        for (DWORD offset = 0;; offset += sizeof(IMAGE_THUNK_DATA))
+        {
+            IMAGE_THUNK_DATA imported{};
+            std::memcpy(&imported, AtOffset<BYTE>(dll->OriginalFirstThunk + offset), sizeof(imported));
+            if (imported.u1.AddressOfData == 0)
+            {
+                break;
+            }
+            if (!IMAGE_SNAP_BY_ORDINAL(imported.u1.Ordinal) &&
+                name == AtOffset<IMAGE_IMPORT_BY_NAME>(imported.u1.AddressOfData)->Name)
+            {
+                return AtOffset<BYTE>(dll->FirstThunk + offset);
+            }
+        }
+    }
+    return nullptr;
+}
+
+void* ImportSlot(std::string_view name)
+{
+    void* const slot = FindImportSlot(name);
+    if (slot == nullptr)
+    {
+        throw std::logic_error(std::string(name) + " is not imported");
+    }
+    return slot;
+}
+
+void* GetImportSlot(const void* slot)
+{
+    void* function = nullptr;
+    std::memcpy(&function, slot, sizeof(function));
+    return function;
+}
+
+void SetImportSlot(void* slot, void* function)
+{
+    DWORD protection = 0;
+    VirtualProtect(slot, sizeof(function), PAGE_READWRITE, &protection);
+    std::memcpy(slot, &function, sizeof(function));
+    VirtualProtect(slot, sizeof(function), protection, &protection);
+}
+
+} // namespace Testing

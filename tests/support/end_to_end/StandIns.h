@@ -1,0 +1,74 @@
+// What a test does to the program that it starts, from within it: supplies what Wine lacks of Windows and the
+// uninstaller needs (none of that is used on Windows itself), and ends it in the middle of its work.
+#pragma once
+
+#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Wine.h"
+#include "support/end_to_end/stand_ins/SharedRecord.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Testing
+{
+// The exit code of a process that was ended in the middle of its work.
+inline constexpr DWORD c_killed = 0xDEAD;
+
+// When a process is ended in the middle of its work: as soon as a line that contains the text is in the log for the
+// n-th time, counted over the program and its copy, and so many files have been deleted after it.
+struct KillMoment
+{
+    std::string line;
+    int times = 1;
+    int deletions = 0;
+};
+
+// One program's stand-ins:
+// - a library, loaded into it before its first instruction and into every process that it starts, which replaces
+//   ControlServiceExW in its import table and writes the calls down, and ends the process at a given moment;
+// - somebody who tells Wine when the process of a service has ended.
+class StandIns
+{
+public:
+    explicit StandIns(const std::optional<KillMoment>& kill);
+
+    // The environment variable that the program must be started with.
+    std::pair<std::wstring, std::wstring> Variable() const;
+
+    // Loads the library into the program, which was started suspended.
+    void LoadInto(HANDLE process) const;
+
+    // To be called again and again while the program and what it starts run.
+    void Look();
+
+    // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
+    std::vector<ServiceControl> ServiceControls() const;
+
+    // Whether that moment has come.
+    bool HasKilled() const noexcept;
+
+private:
+    struct RunningService
+    {
+        std::wstring name;
+        DWORD processId;
+        // Empty when it had ended before.
+        UniqueHandle process;
+    };
+
+    struct ViewCloser
+    {
+        void operator()(SharedRecord* view) const noexcept { UnmapViewOfFile(view); }
+    };
+
+    std::wstring m_name;
+    UniqueHandle m_mapping;
+    std::unique_ptr<SharedRecord, ViewCloser> m_record;
+    std::vector<RunningService> m_services;
+};
+} // namespace Testing

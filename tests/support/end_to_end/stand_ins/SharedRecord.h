@@ -1,0 +1,53 @@
+// What the library that the tests load into a program shares with them.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+
+namespace Testing
+{
+// The environment variable that holds the name of the shared memory in which a SharedRecord lies.
+inline constexpr const wchar_t* c_recordVariable = L"VELMORA_STAND_INS_RECORD";
+
+// A control that was sent to a service together with a reason: a call of ControlServiceExW.
+struct ServiceControl
+{
+    // The process that called, and that of the service as it was then; 0 when the service cannot be queried.
+    DWORD sender;
+    DWORD serviceProcess;
+    DWORD control;
+    DWORD infoLevel;
+    DWORD reason;
+    // Cut off at its end when it is longer.
+    std::array<wchar_t, 128> comment;
+    // The error number that the call ended with; 0 for success.
+    DWORD error;
+};
+
+// When a process is to end in the middle of its work, and how.
+struct SharedMoment
+{
+    // A part of the line of the log after which it ends.
+    std::array<char, 128> line;
+    // How many such lines are still to be written, and how many files to be deleted after them. A process ends when
+    // both have come to 0; it does not when it began with no line.
+    LONG lines;
+    LONG deletions;
+    DWORD exitCode;
+    // How many processes have ended so.
+    LONG ended;
+};
+
+struct SharedRecord
+{
+    // The library, for the processes that the program starts.
+    std::array<wchar_t, 1024> library;
+    // The number of calls; of those beyond the array there is only the number.
+    LONG controlCount;
+    std::array<ServiceControl, 64> controls;
+    // Why a process that the program has started runs without the library, as an error number; 0 when each has it.
+    LONG notFollowed;
+    SharedMoment end;
+};
+} // namespace Testing
