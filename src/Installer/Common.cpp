@@ -20,36 +20,9 @@ namespace Installer
 namespace
 {
 
-constexpr wchar_t c_uninstallerFolder[] = L"Velmora\\Uninstaller\\";
-constexpr wchar_t c_defaultTempFolder[] = L"C:\\Windows\\Temp\\";
 constexpr wchar_t c_defaultProgramFiles[] = L"C:\\Program Files\\";
 constexpr wchar_t c_defaultProgramData[] = L"C:\\ProgramData\\";
 constexpr DWORD c_userDefaultLanguage = 0x400;
-
-// Returns nullopt on failure, or when out of memory.
-std::optional<std::wstring> FindUninstallerTempFolder() noexcept
-try
-{
-    const DWORD needed = GetTempPathW(0, nullptr);
-    if (needed == 0)
-    {
-        return std::nullopt;
-    }
-    std::wstring folder(needed, L'\0');
-    const DWORD length = GetTempPathW(needed, folder.data());
-    // TMP may have changed since the first call: the path is then longer than the buffer.
-    if (length == 0 || length >= needed)
-    {
-        return std::nullopt;
-    }
-    folder.resize(length);
-    folder += c_uninstallerFolder;
-    return folder;
-}
-catch (...)
-{
-    return std::nullopt;
-}
 
 std::optional<std::wstring> FindKnownFolder(const KNOWNFOLDERID& id) noexcept
 try
@@ -90,19 +63,6 @@ bool IsNameSurrogate(std::wstring path)
 }
 
 } // namespace
-
-std::wstring GetUninstallerTempFolderPath()
-{
-    auto found = FindUninstallerTempFolder();
-    return found ? *std::move(found) : std::wstring(c_defaultTempFolder) + c_uninstallerFolder;
-}
-
-std::wstring GetUninstallerTempFolder()
-{
-    const std::wstring folder = GetUninstallerTempFolderPath();
-    Retry(c_tenTimesPausingAfterEach, [&] { return wil::CreateDirectoryDeepNoThrow(folder.c_str()); });
-    return folder;
-}
 
 std::wstring GetProgramFilesFolder()
 {

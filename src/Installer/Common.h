@@ -11,13 +11,6 @@ namespace Installer
 // The folders below end in a backslash. Each falls back to its default path when Windows does not return it, or when
 // out of memory; std::bad_alloc is thrown only when the default path cannot be allocated either.
 
-// The path of the uninstaller's folder in the temporary folder. Does not create it.
-std::wstring GetUninstallerTempFolderPath();
-
-// The same path. Creates the folder if needed: up to ten attempts, 1000 ms after each failure. Returns the path even
-// if the folder cannot be created.
-std::wstring GetUninstallerTempFolder();
-
 // FOLDERID_ProgramFiles, by default "C:\Program Files\".
 std::wstring GetProgramFilesFolder();
 

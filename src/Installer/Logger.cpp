@@ -1,6 +1,7 @@
 #include "Installer/Logger.h"
 
 #include "Installer/Common.h"
+#include "Installer/PrivateFolder.h"
 #include "Installer/ShellHelpers.h"
 #include "Installer/Text.h"
 
@@ -27,16 +28,16 @@ constexpr std::wstring_view c_infoTag = L"|INFO|:    ";
 constexpr std::wstring_view c_warningTag = L"|WARNING|: ";
 constexpr std::wstring_view c_errorTag = L"|ERROR|:   ";
 
-std::wstring BuildLogPath()
+std::wstring BuildLogName()
 {
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    std::wstring path = GetUninstallerTempFolder() + L"Uninstaller";
+    std::wstring name = L"Uninstaller";
     for (const WORD number : {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond})
     {
-        path += L'_' + std::to_wstring(number);
+        name += L'_' + std::to_wstring(number);
     }
-    return path + L".log";
+    return name + L".log";
 }
 
 void WriteToConsole(const std::wstring& line)
@@ -45,11 +46,22 @@ void WriteToConsole(const std::wstring& line)
     WriteConsoleW(GetStdHandle(STD_OUTPUT_HANDLE), line.c_str(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
 
+// Whether the log can be written: its name is free, or the log of another run in the same second. Deletes anything else
+// in its place (not what it links to).
+bool ClearLogPath(const std::wstring& path)
+{
+    const wil::unique_hfile file(CreateFileW(path.c_str(), READ_CONTROL,
+                                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                             OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return file ? IsTrustedFile(file.get()) || DeleteFileW(path.c_str()) : IsNotFoundError(GetLastError());
+}
+
 // Opens and closes the file for each line, so that no line is lost if the process ends abruptly.
 void AppendToFile(const std::wstring& path, const std::wstring& line)
 {
     const wil::unique_hfile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                             nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+                                             nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT,
+                                             nullptr));
     if (file)
     {
         const std::string bytes = EncodeUtf8(line);
@@ -66,22 +78,6 @@ void AddBreadcrumb(const std::wstring& message)
 void CaptureEvent(sentry_level_t level, const std::wstring& message)
 {
     sentry_capture_event(sentry_value_new_message_event(level, "logger", EncodeUtf8(message).c_str()));
-}
-
-bool FileExists(const std::wstring& path)
-{
-    if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
-    {
-        return true;
-    }
-    const DWORD error = GetLastError();
-    if (!IsNotFoundError(error))
-    {
-        // Not std::filesystem::filesystem_error: its path would link libstdc++'s locales.
-        throw std::system_error(static_cast<int>(error), std::system_category(),
-                                "filesystem error: exists [" + EncodeUtf8(path) + ']');
-    }
-    return false;
 }
 
 // Empty when the system folder is unknown.
@@ -113,8 +109,13 @@ CATCH_LOG()
 
 } // namespace
 
-Logger::Logger(RunType runType) : m_runType(runType), m_logPath(BuildLogPath())
+Logger::Logger(RunType runType)
+    : m_runType(runType),
+      m_logPath(BuildLogName()), // with the time before the folder is waited for
+      m_folder(OpenUninstallerTempFolder())
 {
+    m_logPath.insert(0, m_folder.path);
+    m_writesFile = m_folder.IsPrivate() && ClearLogPath(m_logPath);
     if (m_runType == RunType::Verbose)
     {
         AllocConsole();
@@ -195,7 +196,7 @@ void Logger::OpenLog()
         Info(L"Not running as GUI, ignoring...");
         return;
     }
-    if (!FileExists(m_logPath))
+    if (!FileExists())
     {
         Info(L"Log file does not exist, ignoring...");
         return;
@@ -217,8 +218,31 @@ try
     line += message;
     std::erase(line, L'\n');
     WriteToConsole(line + L'\n');
-    AppendToFile(m_logPath, line + L"\r\n");
+    if (m_writesFile)
+    {
+        AppendToFile(m_logPath, line + L"\r\n");
+    }
 }
 CATCH_LOG()
+
+bool Logger::FileExists() const
+{
+    if (!m_writesFile)
+    {
+        return false;
+    }
+    if (GetFileAttributesW(m_logPath.c_str()) != INVALID_FILE_ATTRIBUTES)
+    {
+        return true;
+    }
+    const DWORD error = GetLastError();
+    if (!IsNotFoundError(error))
+    {
+        // Not std::filesystem::filesystem_error: its path would link libstdc++'s locales.
+        throw std::system_error(static_cast<int>(error), std::system_category(),
+                                "filesystem error: exists [" + EncodeUtf8(m_logPath) + ']');
+    }
+    return false;
+}
 
 } // namespace Installer

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Installer/RunType.h"
+#include "Installer/UninstallerTempFolder.h"
 
 #include <string>
 #include <string_view>
@@ -15,7 +16,8 @@ class Logger
 {
 public:
     // Names the log file Uninstaller_<year>_<month>_<day>_<hour>_<minute>_<second>.log (local time), in the
-    // uninstaller's temporary folder. The first line creates it. Allocates a console in verbose runs.
+    // uninstaller's temporary folder, which it holds. The first line creates the file; there is none if the folder is
+    // not private, or if something else cannot be removed from the file's place. Allocates a console in verbose runs.
     explicit Logger(RunType runType);
 
     // Frees a verbose run's console, after a key press unless ClearPauseOnClose was called. The file stays.
@@ -39,14 +41,21 @@ public:
     // Frees the console without waiting for a key press: another process continues this run.
     void ClearPauseOnClose() noexcept { m_pauseOnClose = false; }
 
+    // Whether the log is written to a file.
+    bool WritesFile() const noexcept { return m_writesFile; }
+
     // The full path of the log file.
     std::wstring LogPath() const { return m_logPath; }
 
 private:
     void WriteLine(std::wstring_view tag, const std::wstring& message) noexcept;
 
+    bool FileExists() const;
+
     RunType m_runType;
     std::wstring m_logPath;
+    UninstallerTempFolder m_folder;
+    bool m_writesFile = false;
     bool m_pauseOnClose = false;
 };
 

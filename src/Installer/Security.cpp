@@ -1,6 +1,7 @@
 #include "Installer/Security.h"
 
 #include "Installer/ProcessSnapshot.h"
+#include "Installer/ScopedPrivilege.h"
 
 #include <wil/result.h>
 #include <wil/token_helpers.h>
@@ -51,44 +52,6 @@ DWORD ChooseExplorer(const std::map<DWORD, DWORD>& explorers, DWORD consoleSessi
     const auto explorer = explorers.find(consoleSession);
     return explorer == explorers.end() ? c_noProcess : explorer->second;
 }
-
-// Enables a privilege of this process in its scope, and restores its previous state.
-class ScopedPrivilege
-{
-public:
-    explicit ScopedPrivilege(const wchar_t* name) noexcept
-    {
-        TOKEN_PRIVILEGES wanted{.PrivilegeCount = 1, .Privileges = {{.Luid = {}, .Attributes = SE_PRIVILEGE_ENABLED}}};
-        if (!LookupPrivilegeValueW(nullptr, name, &wanted.Privileges[0].Luid) ||
-            !OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, m_token.put()))
-        {
-            return;
-        }
-        DWORD size = 0;
-        // Without the privilege, it succeeds with ERROR_NOT_ALL_ASSIGNED.
-        m_isEnabled =
-            AdjustTokenPrivileges(m_token.get(), FALSE, &wanted, sizeof(m_previous), &m_previous, &size) != FALSE &&
-            GetLastError() == ERROR_SUCCESS;
-    }
-
-    ~ScopedPrivilege()
-    {
-        if (m_previous.PrivilegeCount != 0)
-        {
-            AdjustTokenPrivileges(m_token.get(), FALSE, &m_previous, 0, nullptr, nullptr);
-        }
-    }
-
-    ScopedPrivilege(const ScopedPrivilege&) = delete;
-    ScopedPrivilege& operator=(const ScopedPrivilege&) = delete;
-
-    explicit operator bool() const noexcept { return m_isEnabled; }
-
-private:
-    wil::unique_handle m_token;
-    TOKEN_PRIVILEGES m_previous{}; // empty if the privilege was enabled already
-    bool m_isEnabled = false;
-};
 
 // Opens an Explorer process; empty on failure, with the last error set. Another user's process (over-the-shoulder
 // elevation) needs SeDebugPrivilege.

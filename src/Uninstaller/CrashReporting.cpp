@@ -1,8 +1,8 @@
 #include "Uninstaller/CrashReporting.h"
 
-#include "Installer/Common.h"
 #include "Installer/CrashStack.h"
 #include "Installer/Text.h"
+#include "Installer/UninstallerTempFolder.h"
 #include "ProductSettings.h"
 
 #include <sentry.h>
@@ -14,9 +14,14 @@ namespace Uninstaller
 
 void StartCrashReporting()
 {
+    const Installer::UninstallerTempFolder folder = Installer::OpenUninstallerTempFolder();
+    if (!folder.IsPrivate())
+    {
+        return;
+    }
     sentry_options_t* const options = sentry_options_new();
     sentry_options_set_dsn(options, VELMORA_CRASH_REPORT_DSN);
-    sentry_options_set_database_path(options, Installer::WideToUtf8(GetCrashReportFolder()).c_str());
+    sentry_options_set_database_path(options, Installer::WideToUtf8(GetCrashReportFolder(folder)).c_str());
     sentry_options_set_release(options, "velmora-windows-uninstaller@" VELMORA_VERSION);
     sentry_options_set_debug(options, 0);
     sentry_init(options); // takes ownership of the options; a failure is ignored
@@ -28,9 +33,9 @@ void CloseCrashReporting()
     sentry_close();
 }
 
-std::wstring GetCrashReportFolder()
+std::wstring GetCrashReportFolder(const Installer::UninstallerTempFolder& folder)
 {
-    return Installer::GetUninstallerTempFolder() + L"Sentry";
+    return folder.path + L"Sentry";
 }
 
 } // namespace Uninstaller

@@ -1,6 +1,7 @@
 #include "Uninstaller/EndOfProcess.h"
 
 #include "Installer/Common.h"
+#include "Installer/UninstallerTempFolder.h"
 #include "Uninstaller/CrashReporting.h"
 
 #include <windows.h>
@@ -21,7 +22,11 @@ void finishProcess(const std::wstring& logPath, const std::wstring& fileToDelete
         DeleteFileW(logPath.c_str());
     }
     CloseCrashReporting();
-    Installer::RemoveFolder(GetCrashReportFolder());
+    const Installer::UninstallerTempFolder folder = Installer::OpenUninstallerTempFolder();
+    if (folder.IsPrivate())
+    {
+        Installer::RemoveFolder(GetCrashReportFolder(folder));
+    }
 }
 
 } // namespace Uninstaller

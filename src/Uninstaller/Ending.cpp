@@ -201,7 +201,7 @@ ExitCode CarryOut(const RunContext& run, const Ending& ending, const std::wstrin
         return row.code;
     }
     finishProcess(run.logger.LogPath(), row.ownFile == OwnFile::DeletedAtRestart ? ownPath : std::wstring(),
-                  row.log == Log::Deleted);
+                  row.log == Log::Deleted && run.logger.WritesFile());
     return row.code;
 }
 

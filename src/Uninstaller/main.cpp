@@ -75,6 +75,15 @@ void RestrictDllSearchToSystem32()
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
 
+// No junction is followed that somebody without administrator's rights has created. A Windows without the policy
+// refuses it.
+void FollowTrustedRedirectionsOnly()
+{
+    PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY policy{};
+    policy.EnforceRedirectionTrust = 1;
+    SetProcessMitigationPolicy(ProcessRedirectionTrustPolicy, &policy, sizeof(policy));
+}
+
 // A process's current directory cannot be deleted. Started by a double-click, that is the installation folder, and the
 // console and the relocated copy would inherit it.
 void ResetCurrentDirectory()
@@ -138,6 +147,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
     StartCrashReporting();
     SuppressErrorDialogs();
     RestrictDllSearchToSystem32();
+    FollowTrustedRedirectionsOnly();
     Installer::UseRegisteredClassesOnly();
     Installer::NameThread(L"uninstaller_thread");
     ResetCurrentDirectory();

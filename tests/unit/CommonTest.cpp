@@ -37,64 +37,7 @@ protected:
     TestFolder root;
     Journal journal;
     FakeFolders folders{root, &journal};
-    std::wstring uninstallerFolder = folders.Temp() + L"Velmora\\Uninstaller\\";
 };
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_creates_its_folder_with_all_parents_unless_it_is_there)
-{
-    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
-
-    EXPECT_TRUE(FolderExists(uninstallerFolder));
-    const std::string size = std::to_string(folders.Temp().size() + 1);
-    EXPECT_EQ(journal.All(), (Calls{"GetTempPathW(0)", "GetTempPathW(" + size + ")"}));
-
-    const std::wstring file = root.AddFile(L"Temp\\Velmora\\Uninstaller\\kept.txt");
-    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
-    EXPECT_TRUE(Exists(file));
-    EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_returns_a_folder_that_ten_tries_could_not_create)
-{
-    root.AddFile(L"Temp\\Velmora"); // a file where the folder belongs
-
-    EXPECT_EQ(GetUninstallerTempFolder(), uninstallerFolder);
-
-    EXPECT_FALSE(FolderExists(uninstallerFolder));
-    EXPECT_EQ(clock.Sleeps(), Pauses(10, 1000));
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_stops_trying_when_the_folder_could_be_created)
-{
-    const std::wstring obstacle = root.AddFile(L"Temp\\Velmora");
-    clock.At(2500, [&] { DeleteFileW(obstacle.c_str()); });
-
-    EXPECT_TRUE(FolderExists(GetUninstallerTempFolder()));
-
-    EXPECT_EQ(clock.Sleeps(), Pauses(3, 1000));
-}
-
-TEST_F(FoldersTest, GetUninstallerTempFolder_falls_back_to_the_folder_of_Windows_and_tries_as_often)
-{
-    const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
-    std::vector<std::wstring> created;
-    Fake<&CreateDirectoryW> create = [&](LPCWSTR path, LPSECURITY_ATTRIBUTES) -> BOOL {
-        created.emplace_back(path);
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    };
-    // What Windows answers when it is asked for the size, and for the folder: a failure, or one that has grown.
-    for (const auto& [size, length] : {std::pair{0U, 0U}, {20U, 0U}, {20U, 20U}, {20U, 30U}})
-    {
-        Fake<&GetTempPathW> tempPath = [&](DWORD room, LPWSTR) -> DWORD { return room == 0 ? size : length; };
-        created.clear();
-
-        EXPECT_EQ(GetUninstallerTempFolder(), fallback);
-
-        EXPECT_EQ(created, std::vector(10, fallback));
-    }
-    EXPECT_EQ(clock.Sleeps(), Pauses(40, 1000));
-}
 
 TEST_F(FoldersTest, Known_folders_end_in_a_backslash_and_have_a_fixed_fallback)
 {
@@ -171,23 +114,13 @@ protected:
         EXPECT_TRUE(isThrown);
     }
 
-    static constexpr wchar_t c_temp[] = L"D:\\Some temporary folder\\";
     static constexpr wchar_t c_known[] = L"D:\\Some known folder";
 
-    Fake<&GetTempPathW> tempPath = [](DWORD size, LPWSTR path) -> DWORD {
-        if (size < std::size(c_temp))
-        {
-            return static_cast<DWORD>(std::size(c_temp));
-        }
-        std::wmemcpy(path, c_temp, std::size(c_temp));
-        return static_cast<DWORD>(std::size(c_temp) - 1);
-    };
     Fake<&SHGetKnownFolderPath> knownFolder = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) -> HRESULT {
         *path = static_cast<PWSTR>(CoTaskMemAlloc(sizeof(c_known)));
         std::wmemcpy(*path, c_known, std::size(c_known));
         return S_OK;
     };
-    Fake<&CreateDirectoryW> createFolder = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return TRUE; };
     VirtualClock clock;
     FailureLog failures;
 };
@@ -210,20 +143,6 @@ TEST_F(FoldersWithoutMemoryTest, Known_folders_have_their_fixed_fallback)
         EXPECT_EQ(std::set(folders.begin(), folders.end() - 1), std::set<std::wstring>{helper.fallback});
         ExpectThrowsWithoutMemory(helper.get);
     }
-}
-
-TEST_F(FoldersWithoutMemoryTest, The_temporary_folder_has_its_fixed_fallback)
-{
-    const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
-    const std::wstring found = std::wstring(c_temp) + L"Velmora\\Uninstaller\\";
-    const std::vector<std::wstring> folders = RefuseEachAllocation(GetUninstallerTempFolder);
-
-    // Once the place is known, only the creation of the folder needs memory, which is tried again.
-    const auto known = std::ranges::find(folders, found);
-    EXPECT_GE(known - folders.begin(), 2);
-    EXPECT_EQ(std::set(folders.begin(), known), std::set{fallback});
-    EXPECT_EQ(std::set(known, folders.end()), std::set{found});
-    ExpectThrowsWithoutMemory(GetUninstallerTempFolder);
 }
 
 TEST(SystemFolderTest, Is_told_as_Windows_tells_it)

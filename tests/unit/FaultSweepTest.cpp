@@ -143,6 +143,12 @@ bool IsRunningProduct(const std::string& thing)
     return processes.contains(thing);
 }
 
+// What a run may replace, or remove where it cannot tell whose it is.
+bool IsInOwnTempFolder(const std::string& thing)
+{
+    return thing.starts_with("file C:\\Windows\\Temp\\Velmora\\");
+}
+
 // What one run is judged by: the fault that it was given, and what came of it. Every problem is added to the list.
 class Judge
 {
@@ -203,7 +209,8 @@ private:
         for (const std::string& thing : m_outcome.before)
         {
             const bool isProduct =
-                IsRunningProduct(thing) || std::ranges::any_of(Steps(), [&](const StepRow& row) {
+                IsRunningProduct(thing) || IsInOwnTempFolder(thing) ||
+                std::ranges::any_of(Steps(), [&](const StepRow& row) {
                     return std::ranges::any_of(row.parts, [&](const ProductPart& part) {
                         return SimulatedMachine::IsOf(part, thing) && IsToGo(row, part, SettingsGo());
                     });
@@ -286,7 +293,7 @@ private:
     {
         for (const std::string& thing : m_outcome.before)
         {
-            Check(IsRunningProduct(thing) || m_outcome.after.contains(thing),
+            Check(IsRunningProduct(thing) || IsInOwnTempFolder(thing) || m_outcome.after.contains(thing),
                   "removed by a run that refused: " + thing);
         }
         struct Reason
@@ -305,7 +312,9 @@ private:
              {"CreateToolhelp32Snapshot", "OpenProcess", "TerminateProcess"}},
             {Uninstaller::EXIT_ERROR_COPY_TO_TEMP,
              "|ERROR|:   Unable to copy the Velmora Uninstaller",
-             {"CopyFileExW", "CloseHandle", "CreateDirectoryW"}},
+             {"CopyFileExW", "CloseHandle", "CreateDirectoryW", "CreateFileW", "ReadFile",
+              "GetVolumeInformationByHandleW", "GetFileInformationByHandle", "GetFileInformationByHandleEx",
+              "GetSecurityInfo", "SetKernelObjectSecurity", "IsWellKnownSid"}},
             {Uninstaller::EXIT_ERROR_RUN_FROM_TEMP, "|ERROR|:   Uninstaller was unable to start", {"CreateProcessW"}},
             {Uninstaller::EXIT_ERROR_DIRECTORY_LOCKED, "Requested to open log...", {"OpenProcess", "TerminateProcess"}},
         };

@@ -30,6 +30,7 @@ const Calls c_start{
         ")",
     "_set_error_mode(" + std::to_string(_OUT_TO_STDERR) + ")",
     "SetDefaultDllDirectories(" + std::to_string(LOAD_LIBRARY_SEARCH_SYSTEM32) + ")",
+    "SetProcessMitigationPolicy(" + std::to_string(ProcessRedirectionTrustPolicy) + ", 1)", // enforced
     "SetThreadDescription(\"uninstaller_thread\")",
     "SetCurrentDirectoryW(\"C:\\Windows\\System32\")",
     "GetCommandLineW()",
@@ -40,6 +41,9 @@ const std::string c_elevation = "GetTokenInformation()";
 const std::string c_mutex = "CreateMutexExW(\"Global\\Velmora_Installer_Mutex\")";
 const Calls c_checks{c_version, c_com, c_elevation, c_mutex};
 const Calls c_confirmed{"TaskDialogIndirect(confirmation, null)"};
+// The logger goes after the mutex, and with it the folder that it holds.
+const Calls c_end{"CloseHandle(mutex)", R"(CloseHandle(C:\Windows\Temp\Velmora\Uninstaller))",
+                  R"(CloseHandle(C:\Windows\Temp\Velmora))"};
 const Calls c_consoleGoes{"WaitForSingleObject(command processor, 4294967295)", "FreeConsole()"};
 
 class MainTest : public testing::Test
@@ -51,13 +55,28 @@ protected:
     // What the program does about its start, its checks and its end, in one order.
     Calls Order() const
     {
-        return machine.journal.CallsOf(
-            {"SetErrorMode", "_set_error_mode", "SetDefaultDllDirectories", "SetThreadDescription",
-             "SetCurrentDirectoryW", "GetCommandLineW", "RunStatusWindowThread", "AllocConsole", "VerifyVersionInfoW",
-             "CoInitializeEx", "GetTokenInformation", "CreateMutexExW", "TaskDialogIndirect", "SetForegroundWindow",
-             "MessageBoxW", "WaitForSingleObject(command processor, 4294967295)", "FreeConsole", "CloseHandle(mutex)",
-             c_sentClose});
+        return machine.journal.CallsOf({"SetErrorMode",
+                                        "_set_error_mode",
+                                        "SetDefaultDllDirectories",
+                                        "SetProcessMitigationPolicy",
+                                        "SetThreadDescription",
+                                        "SetCurrentDirectoryW",
+                                        "GetCommandLineW",
+                                        "RunStatusWindowThread",
+                                        "AllocConsole",
+                                        "VerifyVersionInfoW",
+                                        "CoInitializeEx",
+                                        "GetTokenInformation",
+                                        "CreateMutexExW",
+                                        "TaskDialogIndirect",
+                                        "SetForegroundWindow",
+                                        "MessageBoxW",
+                                        "WaitForSingleObject(command processor, 4294967295)",
+                                        "FreeConsole",
+                                        "CloseHandle(mutex)",
+                                        c_sentClose});
     }
+    Calls Last(int count) const { return {machine.journal.All().end() - count, machine.journal.All().end()}; }
     bool IsUntouched() const
     {
         std::set<std::string> after = machine.Everything();
@@ -92,8 +111,7 @@ TEST_F(MainTest, The_mutex_is_held_until_everything_else_is_done)
 {
     machine.Run(L"-s");
 
-    const Calls& all = machine.journal.All();
-    EXPECT_EQ(all.back(), "CloseHandle(mutex)");
+    EXPECT_EQ(Last(3), c_end);
     EXPECT_FALSE(Sentry().isStarted);
 }
 
@@ -216,7 +234,7 @@ TEST_F(MainTest, A_second_instance_ends_the_run_and_closes_its_handle_last)
     EXPECT_EQ(Run(L"-s"), EXIT_ERROR_ALREADY_RUNNING);
 
     EXPECT_EQ(Order(), c_start + c_checks + "CloseHandle(mutex)");
-    EXPECT_EQ(machine.journal.All().back(), "CloseHandle(mutex)");
+    EXPECT_EQ(Last(3), c_end);
     EXPECT_TRUE(IsUntouched());
     EXPECT_TRUE(machine.files.Scheduled().empty());
 }
@@ -350,7 +368,7 @@ TEST_F(MainWindowTest, A_check_that_fails_tells_the_user_in_the_window_before_it
     EXPECT_EQ(machine.Run(L""), EXIT_ERROR_WINDOWS_VERSION);
 
     const Calls order = Order();
-    EXPECT_EQ(Calls(order.begin() + 7, order.end()),
+    EXPECT_EQ(Calls(order.begin() + 8, order.end()),
               Calls{c_version} +
                   ShownBox(MB_ICONERROR, "Version Not Supported", Narrow(exitCodeMessage(EXIT_ERROR_WINDOWS_VERSION))) +
                   std::string(c_sentClose));

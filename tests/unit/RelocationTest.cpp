@@ -152,7 +152,9 @@ TEST_F(RelocateTest, A_copy_that_fails_ten_times_ends_the_run)
 
 TEST_F(RelocateTest, A_copy_that_fails_without_an_error_counts_as_made)
 {
-    Fake<&CopyFileExW> failing = [](LPCWSTR, LPCWSTR, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
+    Fake<&CopyFileExW> failing = [&](LPCWSTR from, LPCWSTR to, LPPROGRESS_ROUTINE routine, LPVOID data, LPBOOL cancel,
+                                     DWORD flags) -> BOOL {
+        failing.Hidden(from, to, routine, data, cancel, flags);
         SetLastError(ERROR_SUCCESS);
         return FALSE;
     };

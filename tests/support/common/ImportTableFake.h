@@ -75,7 +75,7 @@ public:
         s_current = m_outer;
     }
 
-    static Result Real(Arguments... arguments) { return s_real(arguments...); }
+    static Result Real(Arguments... arguments) { return (s_current == nullptr ? Function : s_real)(arguments...); }
 
     // Calls what this fake hides: the earlier one, or Windows.
     Result Hidden(Arguments... arguments) const

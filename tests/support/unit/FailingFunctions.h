@@ -4,8 +4,10 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <commctrl.h>
 #include <roapi.h>
+#include <sddl.h>
 #include <shellapi.h>
 #include <shlobj.h>
 #include <tlhelp32.h>
@@ -103,6 +105,11 @@ private:
     Faulty<&GetFileAttributesW> m_attributes{m_injector, c_errors.attributes, c_invalid};
     Faulty<&GetFileInformationByHandleEx> m_informationEx{m_injector, c_errors.information};
     Faulty<&SetFileInformationByHandle> m_setInformation{m_injector, c_errors.disposition};
+    Faulty<&ReadFile> m_readFile{m_injector, c_errors.denied};
+    Faulty<&GetFileInformationByHandle> m_information{m_injector, c_errors.denied};
+    Faulty<&GetVolumeInformationByHandleW> m_volumeInformation{m_injector, c_errors.denied};
+    Faulty<&GetSecurityInfo> m_security{m_injector, c_errors.denied, {.result = ERROR_ACCESS_DENIED}};
+    Faulty<&SetKernelObjectSecurity> m_setSecurity{m_injector, c_errors.denied};
     Faulty<&DeviceIoControl> m_deviceControl{m_injector, c_errors.deviceControl};
     Faulty<&GetFinalPathNameByHandleW> m_finalPath{m_injector, c_errors.finalPath};
     Faulty<&GetFullPathNameW> m_fullPath{m_injector, c_errors.noMemory};
@@ -141,7 +148,10 @@ private:
     Faulty<&AdjustTokenPrivileges> m_privileges{m_injector, c_errors.badHandle};
     Faulty<&GetTokenInformation> m_token{m_injector, c_errors.deniedOrNoMemory};
     Faulty<&IsWellKnownSid> m_sid{m_injector, c_errors.badProcess};
+    Faulty<&ConvertSidToStringSidW> m_sidText{m_injector, c_errors.noMemory};
+    Faulty<&ConvertStringSecurityDescriptorToSecurityDescriptorW> m_descriptor{m_injector, c_errors.noMemory};
     Faulty<&VerifyVersionInfoW> m_version{m_injector, c_errors.oldVersion};
+    Faulty<&SetProcessMitigationPolicy> m_mitigation{m_injector, c_errors.badProcess};
     Faulty<&CreateMutexExW> m_mutex{m_injector, c_errors.deniedOrNoMemory};
     Faulty<&CreateProcessW> m_start{m_injector, c_errors.startProgram};
     Faulty<&CreateThread> m_thread{m_injector, c_errors.noMemory};

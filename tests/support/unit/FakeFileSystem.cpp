@@ -2,6 +2,8 @@
 
 #include "support/common/Text.h"
 
+#include <sddl.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -195,6 +197,7 @@ FakeFileSystem::Node& FakeFileSystem::At(const std::wstring& path) const
 
 void FakeFileSystem::Put(const Place& place, const NodePointer& node)
 {
+    node->isPrivate = node->isPrivate || place.folder->isPrivate; // as the access list of a folder is inherited
     if (node->IsFolder())
     {
         node->name = place.name;
@@ -258,6 +261,51 @@ void FakeFileSystem::Collect(const Node& folder, const std::wstring& path, std::
     }
 }
 
+void FakeFileSystem::GiveAway(const std::wstring& path, ACCESS_MASK rights)
+{
+    Node& node = At(path);
+    node.isForeign = true;
+    node.isPrivate = false;
+    node.rights = rights;
+}
+
+bool FakeFileSystem::MakeFolder(const std::wstring& path)
+{
+    const Place place = Look(path);
+    if (place.node || place.folder == nullptr || IsDeniedToOthers(place.folder.get()))
+    {
+        return false;
+    }
+    AddFolder(path);
+    GiveAway(path);
+    return true;
+}
+
+bool FakeFileSystem::MakeHardLink(const std::wstring& path, const std::wstring& file)
+{
+    const Place place = Look(path);
+    if (place.node || place.folder == nullptr || IsDeniedToOthers(place.folder.get()))
+    {
+        return false;
+    }
+    AddHardLink(path, file);
+    return true;
+}
+
+bool FakeFileSystem::Overwrite(const std::wstring& path, const std::string& content)
+{
+    const Place place = Look(path);
+    OpenedPointer opened;
+    if (place.node == nullptr || IsDeniedToOthers(place.node.get()) ||
+        Open(place, FILE_WRITE_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, FILE_NON_DIRECTORY_FILE,
+             opened) != ERROR_SUCCESS)
+    {
+        return false;
+    }
+    place.node->content = content;
+    return true;
+}
+
 bool FakeFileSystem::Rename(const std::wstring& from, const std::wstring& to)
 {
     const Place source = Look(from, Links::Ignore);
@@ -265,6 +313,7 @@ bool FakeFileSystem::Rename(const std::wstring& from, const std::wstring& to)
     // Who renames opens it for deletion. A folder stays where it is while anything below it is open.
     OpenedPointer renaming;
     if (source.node == nullptr || target.folder == nullptr || target.node || HasOpenBelow(*source.node) ||
+        IsDeniedToOthers(source.node.get()) || IsDeniedToOthers(target.folder.get()) ||
         Open(source, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, FILE_OPEN_REPARSE_POINT,
              renaming) != ERROR_SUCCESS)
     {
@@ -286,7 +335,7 @@ bool FakeFileSystem::Delete(const std::wstring& path)
 {
     const Place place = Look(path, Links::Ignore);
     OpenedPointer opened;
-    if (place.node == nullptr ||
+    if (place.node == nullptr || IsDeniedToOthers(place.node.get()) ||
         Open(place, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, FILE_OPEN_REPARSE_POINT, opened) !=
             ERROR_SUCCESS ||
         RefuseDeletion(place) != ERROR_SUCCESS)
@@ -300,7 +349,8 @@ bool FakeFileSystem::Delete(const std::wstring& path)
 bool FakeFileSystem::SetReparsePoint(const std::wstring& path, const std::wstring& target)
 {
     const Place place = Look(path, Links::Ignore);
-    if (place.node == nullptr || !place.node->IsFolder() || !place.node->entries.empty() || place.node->isDeletePending)
+    if (place.node == nullptr || !place.node->IsFolder() || !place.node->entries.empty() ||
+        place.node->isDeletePending || IsDeniedToOthers(place.node.get()))
     {
         return false;
     }
@@ -394,9 +444,10 @@ DWORD FakeFileSystem::Open(Place place, ACCESS_MASK access, DWORD share, ULONG o
     }
     access = MapGeneric(access);
     constexpr ACCESS_MASK writing = FILE_WRITE_DATA | FILE_APPEND_DATA;
+    const bool overridesRights = (options & FILE_OPEN_FOR_BACKUP_INTENT) != 0 && hasBackupPrivileges();
     const bool isReadOnly = !node.IsFolder() && (node.attributes & FILE_ATTRIBUTE_READONLY) != 0;
     if (((options & FILE_NON_DIRECTORY_FILE) != 0 && node.IsFolder()) || node.isDeletePending ||
-        (access & ~node.rights) != 0 || (isReadOnly && (access & writing) != 0) ||
+        ((access & ~node.rights) != 0 && !overridesRights) || (isReadOnly && (access & writing) != 0) ||
         ((options & FILE_DELETE_ON_CLOSE) != 0 && RefuseDeletion(place) == ERROR_ACCESS_DENIED))
     {
         return ERROR_ACCESS_DENIED;
@@ -470,7 +521,8 @@ HANDLE FakeFileSystem::Create(LPCWSTR path, DWORD access, DWORD share, DWORD dis
         AddFile(path, {});
     }
     const bool isForFolders = (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
-    const ULONG options = (isForFolders ? 0U : FILE_NON_DIRECTORY_FILE) | FILE_SYNCHRONOUS_IO_NONALERT |
+    const ULONG options = (isForFolders ? ULONG{FILE_OPEN_FOR_BACKUP_INTENT} : ULONG{FILE_NON_DIRECTORY_FILE}) |
+                          FILE_SYNCHRONOUS_IO_NONALERT |
                           ((flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0 ? FILE_OPEN_REPARSE_POINT : 0U) |
                           ((flags & FILE_FLAG_DELETE_ON_CLOSE) != 0 ? FILE_DELETE_ON_CLOSE : 0U);
     OpenedPointer opened;
@@ -785,6 +837,132 @@ BOOL FakeFileSystem::FindNext(HANDLE handle, WIN32_FIND_DATAW& data)
     }
     data = search->found[search->next++];
     return TRUE;
+}
+
+std::size_t FakeFileSystem::CountNames(const Node& folder, const Node& node)
+{
+    std::size_t count = 0;
+    for (const Entry& entry : folder.entries | std::views::values)
+    {
+        count += (entry.node.get() == &node ? 1U : 0U) + CountNames(*entry.node, node);
+    }
+    return count;
+}
+
+BOOL FakeFileSystem::ReadContent(HANDLE handle, void* data, DWORD size, DWORD* read)
+{
+    Opened* const opened = FindOpened(handle);
+    if (opened == nullptr || (opened->m_access & (FILE_READ_DATA | GENERIC_READ)) == 0)
+    {
+        return Fail(opened == nullptr ? ERROR_INVALID_HANDLE : ERROR_ACCESS_DENIED);
+    }
+    if (const DWORD error = m_journal.Add("ReadFile", m_handles.NameOf(handle)))
+    {
+        return Fail(error);
+    }
+    *read = static_cast<DWORD>(opened->m_place.node->content.copy(static_cast<char*>(data), size, opened->m_position));
+    opened->m_position += *read;
+    return TRUE;
+}
+
+BOOL FakeFileSystem::Describe(HANDLE handle, BY_HANDLE_FILE_INFORMATION& information)
+{
+    const DWORD error = m_journal.Add("GetFileInformationByHandle", m_handles.NameOf(handle));
+    const Opened* const opened = FindOpened(handle);
+    if (opened == nullptr || error != ERROR_SUCCESS)
+    {
+        return Fail(opened == nullptr ? ERROR_INVALID_HANDLE : error);
+    }
+    const Node& node = *opened->m_place.node;
+    information = {};
+    information.dwFileAttributes = node.attributes;
+    information.nNumberOfLinks = static_cast<DWORD>(CountNames(*m_root, node));
+    return TRUE;
+}
+
+DWORD FakeFileSystem::FindOwner(HANDLE handle, PSID* owner, PSECURITY_DESCRIPTOR* descriptor)
+{
+    const DWORD error = m_journal.Add("GetSecurityInfo", m_handles.NameOf(handle));
+    const Opened* const opened = FindOpened(handle);
+    if (opened == nullptr || (opened->m_access & READ_CONTROL) == 0 || error != ERROR_SUCCESS)
+    {
+        return opened == nullptr ? ERROR_INVALID_HANDLE : error == ERROR_SUCCESS ? DWORD{ERROR_ACCESS_DENIED} : error;
+    }
+    // Some user of the machine; or the administrators.
+    const wchar_t* const text = opened->m_place.node->isForeign ? L"O:S-1-5-21-1-2-3-1001" : L"O:BA";
+    BOOL isDefault = FALSE;
+    EXPECT_TRUE(
+        Fake<&ConvertStringSecurityDescriptorToSecurityDescriptorW>::Real(text, SDDL_REVISION_1, descriptor, nullptr) &&
+        GetSecurityDescriptorOwner(*descriptor, owner, &isDefault));
+    return ERROR_SUCCESS;
+}
+
+bool FakeFileSystem::IsPrivateList(PSECURITY_DESCRIPTOR descriptor)
+{
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    BOOL isPresent = FALSE;
+    BOOL isDefault = FALSE;
+    ACL* list = nullptr;
+    if (!GetSecurityDescriptorControl(descriptor, &control, &revision) || (control & SE_DACL_PROTECTED) == 0 ||
+        !GetSecurityDescriptorDacl(descriptor, &isPresent, &list, &isDefault) || !isPresent || list == nullptr)
+    {
+        return false;
+    }
+    alignas(TOKEN_USER) BYTE user[SECURITY_MAX_SID_SIZE + sizeof(TOKEN_USER)]{};
+    DWORD size = 0;
+    EXPECT_TRUE(Fake<&GetTokenInformation>::Real(GetCurrentProcessToken(), TokenUser, user, sizeof(user), &size));
+    for (DWORD index = 0; index < list->AceCount; ++index)
+    {
+        void* entry = nullptr;
+        EXPECT_TRUE(GetAce(list, index, &entry));
+        auto& ace = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
+        if (!Fake<&IsWellKnownSid>::Real(&ace.SidStart, WinLocalSystemSid) &&
+            !Fake<&IsWellKnownSid>::Real(&ace.SidStart, WinBuiltinAdministratorsSid) &&
+            !EqualSid(&ace.SidStart, reinterpret_cast<TOKEN_USER*>(user)->User.Sid))
+        {
+            return false;
+        }
+        EXPECT_TRUE(ace.Header.AceType == ACCESS_ALLOWED_ACE_TYPE && ace.Mask == FILE_ALL_ACCESS &&
+                    ace.Header.AceFlags == (OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE));
+    }
+    return list->AceCount == 3;
+}
+
+BOOL FakeFileSystem::SetAccessList(HANDLE handle, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor)
+{
+    EXPECT_EQ(what, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION);
+    const DWORD error = m_journal.Add("SetKernelObjectSecurity", m_handles.NameOf(handle));
+    const Opened* const opened = FindOpened(handle);
+    if (opened == nullptr || (opened->m_access & WRITE_DAC) == 0 || error != ERROR_SUCCESS)
+    {
+        return Fail(opened == nullptr ? ERROR_INVALID_HANDLE : error == ERROR_SUCCESS ? ERROR_ACCESS_DENIED : error);
+    }
+    opened->m_place.node->isPrivate = IsPrivateList(descriptor);
+    return TRUE;
+}
+
+BOOL FakeFileSystem::Copy(const std::wstring& from, const std::wstring& to)
+{
+    const Place source = Look(from);
+    const Place target = Look(to);
+    if (source.node == nullptr || target.folder == nullptr)
+    {
+        return Fail(source.node == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+    }
+    if (target.node == nullptr)
+    {
+        AddFile(to, source.node->content);
+        return TRUE;
+    }
+    // What is there is overwritten, whatever other names it has, and what a link leads to.
+    OpenedPointer opened;
+    const DWORD error = Open(target, GENERIC_WRITE, FILE_SHARE_READ, FILE_NON_DIRECTORY_FILE, opened);
+    if (error == ERROR_SUCCESS)
+    {
+        opened->m_place.node->content = source.node->content;
+    }
+    return Fail(error);
 }
 
 } // namespace Testing

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <winioctl.h>
 #include <winternl.h>
 
@@ -43,7 +44,15 @@ public:
     void HideReparsePointOfOpened(const std::wstring& path) { At(path).isHidden = true; }
     // Grants these rights alone, and with them FILE_READ_ATTRIBUTES, which is everybody's who may list the parent.
     void Grant(const std::wstring& path, ACCESS_MASK rights) { At(path).rights = rights | FILE_READ_ATTRIBUTES; }
-    // Whether the drive is FAT: it cannot be asked for reparse tags, nor delete at once.
+    // Lets it belong to somebody else than this process and the administrators, who may deny them everything; from now
+    // on only it is private what the program makes so.
+    void GiveAway(const std::wstring& path, ACCESS_MASK rights = FILE_ALL_ACCESS);
+    // Whether nobody but the administrators and this process may change it.
+    bool IsPrivate(const std::wstring& path) const { return At(path).isPrivate; }
+    // Whether this process may do what its rights deny, if it asks for that.
+    std::function<bool()> hasBackupPrivileges = [] { return false; };
+    // Whether the drive is FAT: it has no owners and access lists, cannot be asked for reparse tags, nor delete at
+    // once.
     bool isFat = false;
 
     // Whether something is there, by that very path: links are not followed.
@@ -54,9 +63,15 @@ public:
     // How many handles are open now, to files, folders and searches.
     std::size_t OpenHandles() const { return m_opened.size() + m_searches; }
 
-    // What another process does that has every right: false, and nothing done, where Windows refuses it.
+    // Whether the other process is one that has no rights to what is private.
+    bool isStranger = false;
+
+    // What another process does that has every other right: false, and nothing done, where Windows refuses it.
     bool Rename(const std::wstring& from, const std::wstring& to);
     bool Delete(const std::wstring& path);
+    bool MakeFolder(const std::wstring& path);
+    bool MakeHardLink(const std::wstring& path, const std::wstring& file);
+    bool Overwrite(const std::wstring& path, const std::string& content);
     // Makes a junction of an empty folder, and a plain folder of a junction.
     bool SetReparsePoint(const std::wstring& path, const std::wstring& target);
     bool DeleteReparsePoint(const std::wstring& path);
@@ -90,6 +105,8 @@ private:
         bool isHidden = false;
         bool isDeletePending = false;
         ACCESS_MASK rights = FILE_ALL_ACCESS;
+        bool isForeign = false; // owned by somebody else
+        bool isPrivate = false;
         std::map<std::wstring, Entry> entries{}; // of a folder, by name in lower case
         std::wstring name{};                     // of a folder, which has no other
         std::weak_ptr<Node> parent{};
@@ -128,6 +145,7 @@ private:
         ACCESS_MASK m_access;
         DWORD m_share;
         ULONG m_options;
+        std::size_t m_position = 0; // of reading
         std::wstring m_lastListed{};
         bool m_isListed = false;
     };
@@ -144,6 +162,9 @@ private:
 
     static std::wstring KeyOf(std::wstring_view name);
     Place Look(std::wstring path, Links links = Links::Follow) const;
+    // Whether what another process wants to do is refused for the rights alone.
+    bool IsDeniedToOthers(const Node* node) const { return isStranger && node != nullptr && node->isPrivate; }
+    static std::size_t CountNames(const Node& folder, const Node& node);
     Place LookIn(NodePointer folder, std::wstring_view path, Links links) const;
     NodePointer Follow(const Node& link) const;
     Node& At(const std::wstring& path) const;
@@ -169,6 +190,13 @@ private:
                           ULONG options);
     ULONG ToDosError(NTSTATUS status) const;
     BOOL Write(HANDLE handle, const void* data, DWORD size, DWORD* written);
+    BOOL ReadContent(HANDLE handle, void* data, DWORD size, DWORD* read);
+    BOOL Describe(HANDLE handle, BY_HANDLE_FILE_INFORMATION& information);
+    DWORD FindOwner(HANDLE handle, PSID* owner, PSECURITY_DESCRIPTOR* descriptor);
+    BOOL SetAccessList(HANDLE handle, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor);
+    // Whether the list grants access to nobody but the administrators and this process, and inherits nothing.
+    static bool IsPrivateList(PSECURITY_DESCRIPTOR descriptor);
+    BOOL Copy(const std::wstring& from, const std::wstring& to);
     BOOL List(Opened& opened, bool fromStart, void* data, DWORD size) const;
     BOOL Read(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, void* data, DWORD size);
     BOOL Dispose(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, const void* data, DWORD size);
@@ -208,7 +236,7 @@ private:
         return m_handles.IsOwn(handle) ? Write(handle, data, size, written)
                                        : m_writeFile.Hidden(handle, data, size, written, overlapped);
     };
-    Fake<&CreateDirectoryW> m_createDirectory = [this](LPCWSTR path, LPSECURITY_ATTRIBUTES) -> BOOL {
+    Fake<&CreateDirectoryW> m_createDirectory = [this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) -> BOOL {
         if (const DWORD error = m_journal.Add("CreateDirectoryW", Plain(path).c_str()))
         {
             return Fail(error);
@@ -219,6 +247,11 @@ private:
             return Fail(place.node ? ERROR_ALREADY_EXISTS : place.error);
         }
         Put(place, std::make_shared<Node>());
+        if (security != nullptr && security->lpSecurityDescriptor != nullptr)
+        {
+            EXPECT_EQ(security->nLength, sizeof(*security));
+            At(path).isPrivate = IsPrivateList(security->lpSecurityDescriptor);
+        }
         return TRUE;
     };
     Fake<&RemoveDirectoryW> m_removeDirectory = [this](LPCWSTR path) -> BOOL {
@@ -289,15 +322,31 @@ private:
         m_scheduled.emplace_back(from);
         return TRUE;
     };
-    Fake<&CopyFileExW> m_copy = [this](LPCWSTR from, LPCWSTR to, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) -> BOOL {
-        const Place source = Look(from);
-        const Place target = Look(to);
-        if (source.node == nullptr || target.folder == nullptr)
-        {
-            return Fail(source.node == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
-        }
-        AddFile(to, source.node->content);
-        return TRUE;
+    Fake<&CopyFileExW> m_copy = [this](LPCWSTR from, LPCWSTR to, LPPROGRESS_ROUTINE, LPVOID, LPBOOL, DWORD) {
+        return Copy(from, to);
+    };
+    Fake<&ReadFile> m_readFile = [this](HANDLE handle, LPVOID data, DWORD size, LPDWORD read, LPOVERLAPPED overlapped) {
+        return m_handles.IsOwn(handle) ? ReadContent(handle, data, size, read)
+                                       : m_readFile.Hidden(handle, data, size, read, overlapped);
+    };
+    Fake<&GetFileInformationByHandle> m_information = [this](HANDLE handle, LPBY_HANDLE_FILE_INFORMATION information) {
+        return Describe(handle, *information);
+    };
+    Fake<&GetVolumeInformationByHandleW> m_volumeInformation = [this](HANDLE handle, LPWSTR, DWORD, LPDWORD, LPDWORD,
+                                                                      LPDWORD flags, LPWSTR, DWORD) -> BOOL {
+        const DWORD error = m_journal.Add("GetVolumeInformationByHandleW", m_handles.NameOf(handle));
+        *flags = isFat ? 0 : FILE_PERSISTENT_ACLS;
+        return Fail(FindOpened(handle) == nullptr ? ERROR_INVALID_HANDLE : error);
+    };
+    Fake<&GetSecurityInfo> m_security = [this](HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORMATION what,
+                                               PSID* owner, PSID*, PACL*, PACL*,
+                                               PSECURITY_DESCRIPTOR* descriptor) -> DWORD {
+        EXPECT_TRUE(type == SE_FILE_OBJECT && what == OWNER_SECURITY_INFORMATION);
+        return FindOwner(handle, owner, descriptor);
+    };
+    Fake<&SetKernelObjectSecurity> m_setSecurity = [this](HANDLE handle, SECURITY_INFORMATION what,
+                                                          PSECURITY_DESCRIPTOR descriptor) {
+        return SetAccessList(handle, what, descriptor);
     };
 };
 

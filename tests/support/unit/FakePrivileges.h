@@ -9,12 +9,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <iterator>
 #include <string_view>
 
 namespace Testing
 {
 
-// The privileges in this process's own token, of which one matters here: the one to debug other programs. Journal:
+// The privileges in this process's own token. Journal:
 //     LookupPrivilegeValueW("name"), AdjustTokenPrivileges(token, attributes)
 class FakePrivileges
 {
@@ -36,9 +40,24 @@ public:
     FakePrivileges& operator=(const FakePrivileges&) = delete;
 
     State debug = State::Disabled;
+    State backup = State::Disabled;
+    State restore = State::Disabled;
+
+    std::size_t CountEnabled() const
+    {
+        return static_cast<std::size_t>(std::ranges::count(std::array{debug, backup, restore}, State::Enabled));
+    }
 
 private:
-    static constexpr DWORD c_debug = 20; // the privilege's number on every Windows
+    struct Privilege
+    {
+        std::wstring_view name;
+        DWORD number; // on every Windows
+        State FakePrivileges::* state;
+    };
+    static inline const Privilege c_privileges[] = {{L"SeDebugPrivilege", 20, &FakePrivileges::debug},
+                                                    {L"SeBackupPrivilege", 17, &FakePrivileges::backup},
+                                                    {L"SeRestorePrivilege", 18, &FakePrivileges::restore}};
 
     // What is wrong with the arguments, or ERROR_SUCCESS.
     DWORD Check(HANDLE handle, DWORD size, const TOKEN_PRIVILEGES* previous, const DWORD* needed)
@@ -66,23 +85,25 @@ private:
     // Succeeds where the privilege is not held, too, and says so in the last error.
     void Change(const TOKEN_PRIVILEGES& wanted, TOKEN_PRIVILEGES* previous)
     {
-        EXPECT_EQ(wanted.PrivilegeCount, 1U);
-        EXPECT_EQ(wanted.Privileges[0].Luid.LowPart, c_debug);
+        const DWORD number = wanted.Privileges[0].Luid.LowPart;
+        const auto* const privilege = std::ranges::find(c_privileges, number, &Privilege::number);
+        ASSERT_TRUE(wanted.PrivilegeCount == 1 && privilege != std::end(c_privileges));
+        State& state = this->*privilege->state;
         const bool enables = (wanted.Privileges[0].Attributes & SE_PRIVILEGE_ENABLED) != 0;
-        const bool isEnabled = debug == State::Enabled;
-        const bool changes = debug != State::NotHeld && enables != isEnabled;
+        const bool isEnabled = state == State::Enabled;
+        const bool changes = state != State::NotHeld && enables != isEnabled;
         if (previous != nullptr)
         {
             // Only what changes is told.
             previous->PrivilegeCount = changes ? 1 : 0;
-            previous->Privileges[0] = {.Luid = {.LowPart = changes ? c_debug : 0, .HighPart = 0},
+            previous->Privileges[0] = {.Luid = {.LowPart = changes ? number : 0, .HighPart = 0},
                                        .Attributes = changes && isEnabled ? SE_PRIVILEGE_ENABLED : 0U};
         }
         if (changes)
         {
-            debug = enables ? State::Enabled : State::Disabled;
+            state = enables ? State::Enabled : State::Disabled;
         }
-        SetLastError(debug == State::NotHeld ? ERROR_NOT_ALL_ASSIGNED : ERROR_SUCCESS);
+        SetLastError(state == State::NotHeld ? ERROR_NOT_ALL_ASSIGNED : ERROR_SUCCESS);
     }
 
     Journal& m_journal;
@@ -90,11 +111,12 @@ private:
     Fake<&LookupPrivilegeValueW> m_lookUp = [this](LPCWSTR system, LPCWSTR name, PLUID privilege) -> BOOL {
         EXPECT_EQ(system, nullptr);
         DWORD error = m_journal.Add("LookupPrivilegeValueW", name);
-        if (std::wstring_view(name) != L"SeDebugPrivilege")
+        const auto* const known = std::ranges::find(c_privileges, std::wstring_view(name), &Privilege::name);
+        if (known == std::end(c_privileges))
         {
             error = ERROR_NO_SUCH_PRIVILEGE;
         }
-        *privilege = {.LowPart = c_debug, .HighPart = 0};
+        *privilege = {.LowPart = error == ERROR_SUCCESS ? known->number : 0, .HighPart = 0};
         return Succeeds(error);
     };
     Fake<&AdjustTokenPrivileges> m_adjust = [this](HANDLE token, BOOL disablesAll, PTOKEN_PRIVILEGES wanted, DWORD size,

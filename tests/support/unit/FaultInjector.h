@@ -200,7 +200,10 @@ private:
         const auto nameArgument = [&](auto argument) {
             if constexpr (std::same_as<decltype(argument), HKEY*> || std::same_as<decltype(argument), HANDLE*>)
             {
-                m_injector.Name(*argument, subject);
+                if (argument != nullptr)
+                {
+                    m_injector.Name(*argument, subject);
+                }
             }
         };
         (nameArgument(arguments), ...);

@@ -23,9 +23,12 @@ public:
 
 private:
     std::vector<std::wstring> m_files;
-    Fake<&GetTokenInformation> m_token = [](HANDLE, TOKEN_INFORMATION_CLASS kind, LPVOID data, DWORD size,
-                                            PDWORD needed) -> BOOL {
-        EXPECT_EQ(kind, TokenElevation);
+    Fake<&GetTokenInformation> m_token = [this](HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID data, DWORD size,
+                                                PDWORD needed) -> BOOL {
+        if (kind != TokenElevation)
+        {
+            return m_token.Hidden(token, kind, data, size, needed);
+        }
         *static_cast<DWORD*>(data) = 0;
         *needed = size;
         return TRUE;

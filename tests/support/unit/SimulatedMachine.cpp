@@ -79,6 +79,10 @@ SimulatedMachine::SimulatedMachine(FaultInjector& injector) : m_injector(injecto
     AddRegistry();
     AddServices();
     AddProcesses();
+    files.hasBackupPrivileges = [this] {
+        return privileges.backup == FakePrivileges::State::Enabled &&
+               privileges.restore == FakePrivileges::State::Enabled;
+    };
     com.onCall = [this](const std::string& call) { CallMethod(call); };
     packages.installed.insert(packages.installed.begin(), {L"Other.App_1", L"Other_1.0", L"C:\\Apps\\Other"});
     packages.provisioned.push_back({L"Other.App_1", L"Other_1.0", L"C:\\Apps\\Other"});
@@ -362,7 +366,7 @@ std::string SimulatedMachine::Leaks() const
     note("pieces of memory", m_memory.size());
     // What Windows does not take back stays.
     const bool isRefused = m_injector.Function() == "AdjustTokenPrivileges";
-    note("enabled privileges", privileges.debug == FakePrivileges::State::Enabled && !isRefused ? 1 : 0);
+    note("enabled privileges", isRefused ? 0 : privileges.CountEnabled());
     return leaks;
 }
 

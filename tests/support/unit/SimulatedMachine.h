@@ -221,6 +221,11 @@ private:
     Fake<&SetDefaultDllDirectories> m_setLibraryFolders = [this](DWORD flags) {
         return Note("SetDefaultDllDirectories", flags);
     };
+    Fake<&SetProcessMitigationPolicy> m_setMitigation = [this](PROCESS_MITIGATION_POLICY policy, PVOID data,
+                                                               SIZE_T size) {
+        EXPECT_EQ(size, sizeof(DWORD));
+        return Note("SetProcessMitigationPolicy", policy, *static_cast<const DWORD*>(data));
+    };
     Fake<&VerifyVersionInfoW> m_verifyVersion = [this](LPOSVERSIONINFOEXW, DWORD, DWORDLONG) {
         return Note("VerifyVersionInfoW");
     };

@@ -893,7 +893,7 @@ TEST(RemoveDirectoryUnderAttackTest, Deletes_nothing_of_a_strangers_whenever_the
         std::optional<bool> isMade;
         for (std::size_t at = 1; (isMade = removeUnder(attack, at, 0)); ++at)
         {
-            made += *isMade ? 1 : 0;
+            made += *isMade ? 1U : 0U;
             for (std::size_t undoneAt = at + 1; *isMade && undoneAt <= at + 4; ++undoneAt)
             {
                 removeUnder(attack, at, undoneAt);

@@ -223,6 +223,8 @@ using unique_tool_help_snapshot = unique_hfile;
 // INVALID_HANDLE_VALUE is valid here: GetCurrentProcess() returns it.
 using unique_process_handle = unique_any<HANDLE, decltype(&::CloseHandle), ::CloseHandle>;
 using unique_hglobal = unique_any<HGLOBAL, decltype(&::GlobalFree), ::GlobalFree>;
+using unique_hlocal_string = unique_any<PWSTR, decltype(&::LocalFree), ::LocalFree>;
+using unique_hlocal_security_descriptor = unique_any<PSECURITY_DESCRIPTOR, decltype(&::LocalFree), ::LocalFree>;
 using unique_hwnd = unique_any<HWND, decltype(&::DestroyWindow), ::DestroyWindow>;
 using unique_hkey = unique_any<HKEY, decltype(&::RegCloseKey), ::RegCloseKey>;
 
