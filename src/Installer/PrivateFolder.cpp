@@ -50,13 +50,16 @@ HRESULT CheckOwner(HANDLE file)
 }
 
 // S_OK for a folder of a trusted owner, c_isForeign for a link and for what somebody else owns.
-HRESULT CheckFolder(HANDLE folder)
+HRESULT CheckFolder(const std::wstring& path, HANDLE folder)
 {
     FILE_ATTRIBUTE_TAG_INFO info{};
     RETURN_IF_WIN32_BOOL_FALSE(GetFileInformationByHandleEx(folder, FileAttributeTagInfo, &info, sizeof(info)));
     // Cloud folders, for example, are reparse points but no links.
-    const bool isLink =
-        (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(info.ReparseTag);
+    const bool isReparsePoint = (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    const DWORD attributesOfPath = GetFileAttributesW(path.c_str()); // some systems report a link there only
+    RETURN_LAST_ERROR_IF(attributesOfPath == INVALID_FILE_ATTRIBUTES);
+    const bool isLink = isReparsePoint ? IsReparseTagNameSurrogate(info.ReparseTag)
+                                       : (attributesOfPath & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     const HRESULT owner = isLink ? c_isForeign : CheckOwner(folder);
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_DIRECTORY),
                  owner == S_OK && (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0);
@@ -108,7 +111,7 @@ HRESULT TryOpenPrivateFolder(const std::wstring& path, PSECURITY_DESCRIPTOR desc
     }
     RETURN_LAST_ERROR_IF(!opened);
     RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_NOT_SUPPORTED), !HasAccessLists(opened.get()));
-    if (const HRESULT checked = CheckFolder(opened.get()); checked != S_OK)
+    if (const HRESULT checked = CheckFolder(path, opened.get()); checked != S_OK)
     {
         return checked;
     }

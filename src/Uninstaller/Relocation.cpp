@@ -1,7 +1,7 @@
 #include "Uninstaller/Relocation.h"
 
+#include "Installer/Common.h"
 #include "Installer/Path.h"
-#include "Installer/PrivateFolder.h"
 #include "Installer/Retry.h"
 #include "Installer/UninstallerTempFolder.h"
 #include "Uninstaller/SingleInstance.h"
@@ -60,8 +60,12 @@ wil::unique_hfile Hold(const std::wstring& path, DWORD share)
 // One attempt. Replaces an earlier copy, and holds the new one.
 HRESULT TryCopy(const std::wstring& from, const std::wstring& to, wil::unique_hfile& copy)
 {
-    copy.reset();            // of the last attempt
-    DeleteFileW(to.c_str()); // it may be a link: the copy would overwrite the link's target
+    copy.reset(); // of the last attempt
+    // Deleted, not overwritten: it may be a link.
+    if (!DeleteFileW(to.c_str()) && !Installer::IsNotFoundError(GetLastError()))
+    {
+        return HRESULT_FROM_WIN32(GetLastError());
+    }
     if (!CopyFileExW(from.c_str(), to.c_str(), nullptr, nullptr, nullptr, COPY_FILE_ALLOW_DECRYPTED_DESTINATION))
     {
         // A failure without an error code counts as a success.
@@ -75,7 +79,6 @@ HRESULT TryCopy(const std::wstring& from, const std::wstring& to, wil::unique_hf
     RETURN_LAST_ERROR_IF(!copy);
     const wil::unique_hfile original = Hold(from, FILE_SHARE_READ | FILE_SHARE_DELETE);
     RETURN_LAST_ERROR_IF(!original);
-    RETURN_HR_IF(HRESULT_FROM_WIN32(ERROR_FILE_INVALID), !Installer::IsTrustedFile(copy.get()));
     return CompareContents(original.get(), copy.get());
 }
 

@@ -86,18 +86,16 @@ private:
     }
 };
 
-TEST_F(CrashReportTest, A_copy_that_cannot_be_started_is_reported)
+TEST_F(CrashReportTest, A_copy_that_cannot_be_made_is_reported)
 {
     const IngestionServer server;
     LayDownFor(server);
     WriteTestFile(RelocatedCopy(), 100);
-    // Windows starts no program that somebody may be writing to.
-    const UniqueHandle writer = OwnFile(CreateFileW(RelocatedCopy().c_str(), GENERIC_WRITE,
-                                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                                    OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(writer);
+    const UniqueHandle reader = OwnFile(
+        CreateFileW(RelocatedCopy().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(reader);
     RunInstalled();
-    EXPECT_EQ(Result().exitCode, c_startFailed);
+    EXPECT_EQ(Result().exitCode, c_copyFailed);
     ExpectEventOfTheLog(server);
     ExpectNoReportsLeft();
 }

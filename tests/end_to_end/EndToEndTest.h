@@ -24,7 +24,6 @@ inline constexpr unsigned long c_notElevated = 9;
 inline constexpr unsigned long c_alreadyRunning = 10;
 inline constexpr unsigned long c_clientRunning = 12;
 inline constexpr unsigned long c_copyFailed = 16;
-inline constexpr unsigned long c_startFailed = 17;
 inline constexpr unsigned long c_partialUninstall = 18;
 inline constexpr unsigned long c_folderLocked = 22;
 

@@ -154,16 +154,6 @@ std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_vie
                  OpenLog(runType)});
 }
 
-std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
-                                        std::string_view reason)
-{
-    return Join(
-        {BeginRelocation(runType),
-         {Info("Starting " + StartText(copy, argument)),
-          Error("Uninstaller was unable to start " + StartText(copy, argument) + "! Reason: " + std::string(reason))},
-         OpenLog(runType)});
-}
-
 std::vector<std::string> AskedToClose(unsigned long id, unsigned windows)
 {
     std::vector<std::string> lines{Info("[ClientHelper] Found running Velmora process! (" + std::to_string(id) +

@@ -24,8 +24,6 @@ std::vector<std::string> CancelledLog(std::string_view runType);
 std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
                                        std::wstring_view location = {});
 std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_view reason);
-std::vector<std::string> StartFailedLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
-                                        std::string_view reason);
 
 // What a run says about a client: that it is asked to close, by so many windows; that it is ended, or cannot be because
 // it is somebody else's.

@@ -233,5 +233,56 @@ TEST_F(HostileFolderTest, A_users_folder_that_becomes_a_link_while_it_is_deleted
         ExpectedLog().Runs("Gui").RemovesSettings().Fails(Step::VelmoraUserFolder, ERROR_REPARSE_POINT_ENCOUNTERED),
         state);
 }
+// Somebody was in the temporary folder before the program.
+class PlantedTest : public HostileFolderTest
+{
+protected:
+    ~PlantedTest() override { RemoveTree(TemporaryFolder() + L"Velmora"); }
+
+    void ExpectTargetUntouched() const
+    {
+        const auto isIn = [this](const std::wstring& path) { return IsAtOrBelow(path, c_target); };
+        for (const auto& [path, entry] : After().All())
+        {
+            const StateEntry* const before = Before().Find(path);
+            EXPECT_TRUE(!isIn(path) || (before != nullptr && *before == entry))
+                << ToUtf8(path) << ": " << Describe(entry);
+        }
+        for (const auto& [path, entry] : Before().All())
+        {
+            EXPECT_TRUE(!isIn(path) || After().Find(path) != nullptr) << ToUtf8(path);
+        }
+    }
+};
+
+class PlantedLinkTest : public PlantedTest, public ::testing::WithParamInterface<const wchar_t*>
+{
+};
+
+TEST_P(PlantedLinkTest, In_place_of_a_folder_that_is_written_to_is_not_followed)
+{
+    LayDownSample();
+    const std::wstring link = TemporaryFolder() + GetParam();
+    WriteTestFile(link + L".planted", 1); // for the folders above it
+    ASSERT_TRUE(CreateDirectoryLink(link, c_target));
+    RunInstalled();
+    // A link in the place of the reports costs them alone.
+    const bool isInTheWay = !CanRemoveDirectoryLinks() && !link.ends_with(L"Sentry");
+    EXPECT_EQ(Result().exitCode, isInTheWay ? c_copyFailed : c_fullSuccess);
+    ExpectTargetUntouched();
+}
+
+INSTANTIATE_TEST_SUITE_P(Place, PlantedLinkTest,
+                         ::testing::Values(L"Velmora", LR"(Velmora\Uninstaller)", LR"(Velmora\Uninstaller\Sentry)"));
+
+TEST_F(PlantedTest, Name_of_another_file_in_the_place_of_the_copy_does_not_change_that_file)
+{
+    LayDownSample();
+    WriteTestFile(RelocatedCopy() + L".planted", 1); // for the folders above it
+    ASSERT_TRUE(CreateHardLinkW(RelocatedCopy().c_str(), (c_target + LR"(\letter.txt)").c_str(), nullptr));
+    RunInstalled();
+    EXPECT_EQ(Result().exitCode, c_fullSuccess);
+    ExpectTargetUntouched();
+}
 } // namespace
 } // namespace Testing

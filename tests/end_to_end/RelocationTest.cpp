@@ -100,19 +100,6 @@ TEST_F(RelocationTest, A_copy_that_stays_held_open_ends_the_run)
     ExpectEnd(c_copyFailed, CopyFailedLog("Silent", "-2147024864"), UntouchedState(), true);
 }
 
-TEST_F(RelocationTest, A_copy_that_cannot_be_started_ends_the_run_and_schedules_the_program)
-{
-    // Windows starts no program that somebody may be writing to.
-    const UniqueHandle writer = HoldEarlierCopy(GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    ASSERT_TRUE(writer);
-    RunInstalled();
-    MachineState state = UntouchedState();
-    state.Set(RelocatedCopy(), *Before().Find(InstalledProgram()));
-    AddPendingDeletion(state, InstalledProgram());
-    // A sharing violation.
-    ExpectEnd(c_startFailed, StartFailedLog("Silent", RelocatedCopy(), "-s", "-2147024864"), state, true);
-}
-
 TEST_F(RelocationTest, A_missing_temporary_folder_with_other_letters_is_made)
 {
     const std::wstring folder = Expand(L"<Downloads>") + LR"(\Émile 序曲\Temp)";

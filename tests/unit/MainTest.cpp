@@ -129,6 +129,29 @@ TEST_F(MainTest, Crash_reporting_comes_first_of_all)
     EXPECT_EQ(Sentry().closes, 1);
 }
 
+// As on a drive without access lists: nothing is written there, or taken from there.
+TEST_F(MainTest, Leaves_a_temporary_folder_that_cannot_be_made_private_as_it_is)
+{
+    machine.files.isFat = true;
+    machine.answers.clear();
+    machine.files.AddFile(SimulatedMachine::c_logPath, "somebody's");
+    const std::wstring reports = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Sentry\\somebody's";
+    machine.files.AddFile(reports);
+
+    EXPECT_EQ(machine.Run(L"-s"), EXIT_NO_ERROR);
+
+    EXPECT_EQ(machine.Log().back(), "|INFO|:    Uninstall Complete!") << "on the console";
+    EXPECT_EQ(machine.files.ContentOf(SimulatedMachine::c_logPath), "somebody's");
+    EXPECT_TRUE(machine.files.Has(reports));
+    EXPECT_EQ(Sentry().options, std::vector<std::string>{});
+
+    machine.RunFromInstallFolder();
+    EXPECT_EQ(machine.Run(L"-g"), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_EQ(machine.journal.CallsOf({"CopyFileExW", "CreateProcessW"}), Calls{});
+    EXPECT_FALSE(machine.HasOpenedLog());
+}
+
 TEST_F(MainTest, Writes_the_id_of_its_process_without_a_sign)
 {
     const Fake<&GetCurrentProcessId> high = []() -> DWORD { return 0xFFFFFFFC; };

@@ -137,6 +137,56 @@ TEST_F(RelocateTest, A_copy_that_succeeds_at_a_later_attempt_is_no_failure)
     EXPECT_EQ(machine.journal.CallsOf({"CreateProcessW"}).size(), 1U);
 }
 
+TEST_F(RelocateTest, Nobody_can_change_the_copy_from_its_comparison_on_until_it_is_started)
+{
+    int looks = 0;
+    machine.journal.onCall = [&](const std::string& call) {
+        if (call.starts_with("CloseHandle(mutex)") || call.starts_with("CreateProcessW"))
+        {
+            ++looks;
+            EXPECT_FALSE(machine.files.Overwrite(SimulatedMachine::c_copyPath, "another program"));
+            EXPECT_FALSE(machine.files.Delete(SimulatedMachine::c_copyPath));
+            EXPECT_FALSE(machine.files.Rename(SimulatedMachine::c_copyPath, L"C:\\Windows\\Temp\\other.exe"));
+        }
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(looks, 2);
+}
+
+TEST_F(RelocateTest, A_copy_that_differs_from_the_program_is_not_started)
+{
+    machine.files.AddFile(machine.ownPath, std::string(100'000, 'x'));
+    for (const std::string& changed : {std::string(100'000, 'y'), std::string(99'999, 'x') + 'y',
+                                       std::string(99'999, 'x'), std::string(100'001, 'x'), std::string()})
+    {
+        machine.journal.Take();
+        machine.journal.onCall = [&](const std::string& call) {
+            if (call == "CreateFileW(\"" + Narrow(SimulatedMachine::c_copyPath) + "\")")
+            {
+                machine.files.Overwrite(SimulatedMachine::c_copyPath, changed);
+            }
+        };
+
+        EXPECT_EQ(Run(L"-s"), EXIT_ERROR_COPY_TO_TEMP);
+
+        EXPECT_EQ(machine.journal.CallsOf({"CopyFileExW"}).size(), 10U);
+        EXPECT_EQ(machine.journal.CallsOf({"CreateProcessW"}), Calls{});
+        EXPECT_EQ(Sentry().events.back().message, Failed("-2147023890")); // ERROR_FILE_INVALID
+    }
+}
+
+TEST_F(RelocateTest, What_has_the_copys_name_and_cannot_be_deleted_is_not_overwritten)
+{
+    machine.files.AddFile(SimulatedMachine::c_copyPath, "somebody else's", FILE_ATTRIBUTE_READONLY);
+
+    EXPECT_EQ(Run(L"-s"), EXIT_ERROR_COPY_TO_TEMP);
+
+    EXPECT_EQ(machine.journal.CallsOf({"CopyFileExW"}), Calls{});
+    EXPECT_EQ(Sentry().events.back().message, Failed("-2147024891"));
+}
+
 TEST_F(RelocateTest, A_copy_that_fails_ten_times_ends_the_run)
 {
     machine.journal.Fail("CopyFileExW", ERROR_ACCESS_DENIED);

@@ -296,7 +296,7 @@ bool FakeFileSystem::Overwrite(const std::wstring& path, const std::string& cont
 {
     const Place place = Look(path);
     OpenedPointer opened;
-    if (place.node == nullptr || IsDeniedToOthers(place.node.get()) ||
+    if (place.node == nullptr || isInUse(path) || IsDeniedToOthers(place.node.get()) ||
         Open(place, FILE_WRITE_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, FILE_NON_DIRECTORY_FILE,
              opened) != ERROR_SUCCESS)
     {
