@@ -1,5 +1,6 @@
 #include "Crash.h"
 
+#include "HeldFolder.h"
 #include "Library.h"
 
 #include <windows.h>
@@ -42,12 +43,6 @@ constexpr DWORD c_endLimit = 2000;
 
 // Attempts at the breadcrumbs' lock: its owner may be the thread that crashed.
 constexpr int c_lockAttempts = 1000;
-
-wil::unique_hfile CreateNew(const std::wstring& path)
-{
-    return wil::unique_hfile(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                         FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-}
 
 void WriteText(HANDLE file, std::string_view text)
 {
@@ -149,7 +144,7 @@ void CrashHandler::State::Write(EXCEPTION_POINTERS* exception)
 
 void CrashHandler::State::WriteEnvelope()
 {
-    const wil::unique_hfile file = CreateNew(plan.envelopePath);
+    const wil::unique_hfile file = CreateFileIn(plan.folder.get(), plan.envelopeName);
     if (!file)
     {
         return;
@@ -210,7 +205,7 @@ DWORD WINAPI CrashHandler::State::WriteMinidumpHere(void* parameter) noexcept
 {
     State& state = *static_cast<State*>(parameter);
     state.writingThread = GetCurrentThreadId();
-    const wil::unique_hfile file = CreateNew(state.plan.minidumpPath);
+    const wil::unique_hfile file = CreateFileIn(state.plan.folder.get(), state.plan.minidumpName);
     if (file)
     {
         MINIDUMP_CALLBACK_INFORMATION callback{ChooseContent, parameter};

@@ -2,6 +2,8 @@
 
 #include "Envelope.h"
 
+#include <wil/resource.h>
+
 #include <memory>
 #include <string>
 
@@ -12,8 +14,10 @@ namespace Reporter
 struct CrashPlan
 {
     CrashEnvelope envelope;
-    std::wstring envelopePath;
-    std::wstring minidumpPath;
+    wil::unique_hfile folder;
+    // Names in the folder:
+    std::wstring envelopeName;
+    std::wstring minidumpName;
 };
 
 // Keeps stack for the handler when the stack of the calling thread overflows.

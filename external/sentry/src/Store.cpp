@@ -1,10 +1,17 @@
 #include "Store.h"
 
 #include "Envelope.h"
+#include "HeldFolder.h"
 #include "Identifier.h"
 
 #include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Reporter
 {
@@ -64,49 +71,103 @@ void MakeFolder(const std::wstring& path)
     }
 }
 
-bool IsEnvelopeName(std::wstring_view name)
+std::wstring Name(const std::string& id, std::wstring_view suffix)
 {
-    return name.ends_with(c_envelopeSuffix);
+    return std::wstring(id.begin(), id.end()) += suffix;
 }
 
-// Visits the files, or the folders, of a folder. Links are neither.
+// Visits the names of the files, or of the folders, in a folder. Links are neither.
 template <class Function>
-void ForEach(const std::wstring& folder, bool isFolder, Function function)
+void ForEach(HANDLE folder, bool isFolder, Function function)
 {
-    WIN32_FIND_DATAW found{};
-    const wil::unique_hfind search(FindFirstFileW((folder + L"*").c_str(), &found));
-    if (!search)
-    {
-        return;
-    }
+    // Another thread may be listing the folder, too: a handle has one position.
+    const wil::unique_hfile listed = ReopenFolder(folder, FILE_LIST_DIRECTORY);
+    std::array<ULONGLONG, 1024> listing{}; // aligned as the entries are
     int names = 0;
-    do
+    while (listed && GetFileInformationByHandleEx(listed.get(), FileFullDirectoryInfo, listing.data(),
+                                                  static_cast<DWORD>(sizeof(listing))))
     {
-        const DWORD attributes = found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
-        if (attributes == (isFolder ? FILE_ATTRIBUTE_DIRECTORY : 0U))
+        const void* place = listing.data();
+        for (;;)
         {
-            function(std::wstring(found.cFileName));
+            const auto& entry = *static_cast<const FILE_FULL_DIR_INFO*>(place);
+            const DWORD attributes = entry.FileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+            if (attributes == (isFolder ? FILE_ATTRIBUTE_DIRECTORY : 0U))
+            {
+                function(std::wstring_view(entry.FileName, entry.FileNameLength / sizeof(wchar_t)));
+            }
+            if (++names == c_maxNames)
+            {
+                return;
+            }
+            if (entry.NextEntryOffset == 0)
+            {
+                break;
+            }
+            place = static_cast<const std::byte*>(place) + entry.NextEntryOffset;
         }
-    } while (++names < c_maxNames && FindNextFileW(search.get(), &found));
+    }
 }
 
-// Creates a file that nobody else can open and that is deleted with its handle.
-wil::unique_hfile Lock(const std::wstring& path)
+// Of what is open. Returns whether it is a folder, and no link.
+bool IsFolder(HANDLE opened, DWORD attributes = 0)
 {
-    return wil::unique_hfile(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
-                                         FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-}
-
-// The content of a file; empty when it cannot be read, or is a link or has a hard link: these would let whoever can
-// write here send files that only administrators may read.
-std::string ReadReport(const std::wstring& path, LONGLONG largest)
-{
-    const wil::unique_hfile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                             FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     BY_HANDLE_FILE_INFORMATION information{};
-    if (!file || GetFileType(file.get()) != FILE_TYPE_DISK || !GetFileInformationByHandle(file.get(), &information) ||
-        (information.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) != 0 ||
-        information.nNumberOfLinks != 1)
+    return GetFileInformationByHandle(opened, &information) &&
+           ((information.dwFileAttributes | attributes) & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) ==
+               FILE_ATTRIBUTE_DIRECTORY;
+}
+
+// Returns whether it is a file that has this one name, and no link. A link or a hard link would let whoever can write
+// here get files sent or locked that only administrators may open.
+bool IsOwnFile(HANDLE opened, BY_HANDLE_FILE_INFORMATION& information)
+{
+    return GetFileInformationByHandle(opened, &information) &&
+           (information.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == 0 &&
+           information.nNumberOfLinks == 1;
+}
+
+// Opens the database folder. It cannot be renamed, nor be replaced by a link, without FILE_SHARE_DELETE.
+wil::unique_hfile OpenDatabase(const std::wstring& path)
+{
+    wil::unique_hfile folder(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    // By its path too: some file systems report a link there only.
+    if (!folder || !IsFolder(folder.get(), GetFileAttributesW(path.c_str())))
+    {
+        folder.reset(); // so that it is not removed in the end
+    }
+    return folder;
+}
+
+// Opens or creates the folder of a run.
+wil::unique_hfile OpenRun(HANDLE database, std::wstring_view run, ULONG disposition)
+{
+    return OpenIn(database, run, FILE_LIST_DIRECTORY, FILE_SHARE_READ, disposition, FILE_DIRECTORY_FILE);
+}
+
+// Opens or creates the lock of a run. Nobody else can open it, and it is deleted with its handle.
+wil::unique_hfile Lock(HANDLE database, std::wstring_view run)
+{
+    wil::unique_hfile file =
+        OpenIn(database, std::wstring(run) += c_lockSuffix, DELETE, 0, FILE_OPEN_IF, FILE_NON_DIRECTORY_FILE);
+    BY_HANDLE_FILE_INFORMATION information{};
+    FILE_DISPOSITION_INFO atLastClose{.DeleteFile = TRUE};
+    if (!file || !IsOwnFile(file.get(), information) ||
+        !SetFileInformationByHandle(file.get(), FileDispositionInfo, &atLastClose, sizeof(atLastClose)))
+    {
+        file.reset();
+    }
+    return file;
+}
+
+// The content of a file; empty when it cannot be read.
+std::string ReadReport(HANDLE folder, std::wstring_view name, LONGLONG largest)
+{
+    const wil::unique_hfile file =
+        OpenIn(folder, name, FILE_GENERIC_READ, FILE_SHARE_READ, FILE_OPEN, FILE_NON_DIRECTORY_FILE);
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!file || !IsOwnFile(file.get(), information))
     {
         return {};
     }
@@ -127,24 +188,6 @@ std::string ReadReport(const std::wstring& path, LONGLONG largest)
 
 } // namespace
 
-bool Store::OpenFolder(Folder& folder)
-{
-    // Without FILE_SHARE_DELETE the folder cannot be renamed, nor be replaced by a link.
-    const std::wstring path = folder.path.substr(0, folder.path.size() - 1);
-    folder.handle.reset(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    BY_HANDLE_FILE_INFORMATION information{};
-    // By its path too: some file systems report a link there only.
-    if (folder.handle && GetFileInformationByHandle(folder.handle.get(), &information) &&
-        ((information.dwFileAttributes | GetFileAttributesW(path.c_str())) &
-         (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == FILE_ATTRIBUTE_DIRECTORY)
-    {
-        return true;
-    }
-    folder.handle.reset(); // so that it is not removed in the end
-    return false;
-}
-
 std::unique_ptr<Store> Store::Open(const std::string& utf8Path)
 {
     const std::wstring path = ToFullPath(utf8Path);
@@ -154,55 +197,40 @@ std::unique_ptr<Store> Store::Open(const std::string& utf8Path)
     }
     MakeFolder(path);
     std::unique_ptr<Store> store(new Store);
-    store->m_database.path = path + L'\\';
-    if (!OpenFolder(store->m_database))
+    store->m_database = OpenDatabase(path);
+    if (!store->m_database)
     {
         return nullptr;
     }
-    const std::string id = ToHex(NewId());
-    store->m_run.path = store->m_database.path + std::wstring(id.begin(), id.end()) + std::wstring(c_runSuffix);
-    store->m_run.lock = Lock(store->m_run.path + std::wstring(c_lockSuffix));
-    if (!store->m_run.lock || !CreateDirectoryW(store->m_run.path.c_str(), nullptr))
+    store->m_runName = Name(ToHex(NewId()), c_runSuffix);
+    store->m_run.lock = Lock(store->m_database.get(), store->m_runName);
+    if (!store->m_run.lock)
     {
         return nullptr;
     }
-    store->m_run.path += L'\\';
-    return OpenFolder(store->m_run) ? std::move(store) : nullptr;
+    store->m_run.folder = OpenRun(store->m_database.get(), store->m_runName, FILE_CREATE);
+    return store->m_run.folder ? std::move(store) : nullptr;
 }
 
 Store::~Store()
 {
-    if (!m_database.handle)
-    {
-        return;
-    }
-    for (Folder& run : m_adoptedRuns)
+    for (Run& run : m_adoptedRuns)
     {
         Remove(run);
     }
-    if (m_run.handle)
-    {
-        Remove(m_run);
-    }
-    m_run.lock.reset();
-    m_database.handle.reset();
-    m_database.path.pop_back();
-    RemoveDirectoryW(m_database.path.c_str());
+    Remove(m_run);
+    DeleteFolder(m_database);
 }
 
-void Store::Remove(Folder& folder)
+void Store::Remove(Run& run)
 {
-    folder.handle.reset();
-    folder.path.pop_back(); // in place: needs no memory
-    RemoveDirectoryW(folder.path.c_str());
-    folder.lock.reset();
+    DeleteFolder(run.folder);
+    run.lock.reset();
 }
 
 bool Store::Keep(const std::string& id, std::string_view envelope) const
 {
-    const std::wstring path = EnvelopePath(id);
-    wil::unique_hfile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    const wil::unique_hfile file = CreateFileIn(m_run.folder.get(), EnvelopeName(id));
     if (!file)
     {
         return false;
@@ -211,8 +239,7 @@ bool Store::Keep(const std::string& id, std::string_view envelope) const
     if (!WriteFile(file.get(), envelope.data(), static_cast<DWORD>(envelope.size()), &written, nullptr) ||
         written != envelope.size())
     {
-        file.reset();
-        DeleteFileW(path.c_str());
+        Delete(file.get());
         return false;
     }
     return true;
@@ -220,83 +247,102 @@ bool Store::Keep(const std::string& id, std::string_view envelope) const
 
 void Store::Drop(const std::string& id) const
 {
-    DeleteFileW(EnvelopePath(id).c_str());
+    DeleteFileIn(m_run.folder.get(), EnvelopeName(id));
 }
 
-std::wstring Store::EnvelopePath(const std::string& id) const
+wil::unique_hfile Store::DuplicateRunFolder() const
 {
-    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_envelopeSuffix);
+    wil::unique_hfile folder;
+    DuplicateHandle(GetCurrentProcess(), m_run.folder.get(), GetCurrentProcess(), folder.put(), 0, FALSE,
+                    DUPLICATE_SAME_ACCESS);
+    return folder;
 }
 
-std::wstring Store::MinidumpPath(const std::string& id) const
+std::wstring Store::EnvelopeName(const std::string& id)
 {
-    return m_run.path + std::wstring(id.begin(), id.end()) + std::wstring(c_minidumpSuffix);
+    return Name(id, c_envelopeSuffix);
+}
+
+std::wstring Store::MinidumpName(const std::string& id)
+{
+    return Name(id, c_minidumpSuffix);
 }
 
 std::size_t Store::Count() const
 {
     std::size_t count = 0;
-    ForEach(m_run.path, false, [&](const std::wstring& name) { count += IsEnvelopeName(name) ? 1U : 0U; });
+    ForEach(m_run.folder.get(), false,
+            [&](std::wstring_view name) { count += name.ends_with(c_envelopeSuffix) ? 1U : 0U; });
     return count;
+}
+
+std::vector<std::wstring> Store::FindOtherRuns(std::size_t limit) const
+{
+    std::vector<std::wstring> runs;
+    ForEach(m_database.get(), true, [&](std::wstring_view name) {
+        if (runs.size() < limit && name.ends_with(c_runSuffix) && name != m_runName)
+        {
+            runs.emplace_back(name);
+        }
+    });
+    return runs;
 }
 
 bool Store::HasPending() const
 {
-    std::size_t runs = 0;
-    ForEach(m_database.path, true, [&](const std::wstring& name) { runs += name.ends_with(c_runSuffix) ? 1U : 0U; });
-    return runs > 1; // besides this one
+    return !FindOtherRuns(1).empty();
 }
 
 void Store::AdoptEndedRuns()
 {
-    std::vector<std::wstring> runs;
-    ForEach(m_database.path, true, [&](const std::wstring& name) {
-        if (runs.size() < c_maxRuns && name.ends_with(c_runSuffix) && m_database.path + name + L'\\' != m_run.path)
-        {
-            runs.push_back(m_database.path + name);
-        }
-    });
-    for (const std::wstring& run : runs)
+    for (const std::wstring& name : FindOtherRuns(c_maxRuns))
     {
-        Folder folder{.path = run + L'\\', .lock = Lock(run + std::wstring(c_lockSuffix))};
-        if (!folder.lock || !OpenFolder(folder))
+        Run run{.lock = Lock(m_database.get(), name)};
+        if (run.lock)
+        {
+            run.folder = OpenRun(m_database.get(), name, FILE_OPEN);
+        }
+        if (!run.folder || !IsFolder(run.folder.get()))
         {
             continue; // the run is not over, is adopted already, or is no folder
         }
-        ForEach(folder.path, false, [&](const std::wstring& name) {
-            if (!IsEnvelopeName(name))
+        HANDLE folder = run.folder.get();
+        m_adoptedRuns.push_back(std::move(run));
+        ForEach(folder, false, [&](std::wstring_view envelope) {
+            if (!envelope.ends_with(c_envelopeSuffix))
             {
                 return;
             }
+            envelope.remove_suffix(c_envelopeSuffix.size());
+            PendingReport report{.run = m_adoptedRuns.size() - 1, .stem = std::wstring(envelope)};
             if (m_reportsTaken < c_maxPendingReports)
             {
                 ++m_reportsTaken;
-                m_pendingEnvelopes.push_back(folder.path + name);
+                m_pendingReports.push_back(std::move(report));
             }
             else
             {
-                Drop(PendingReport{.path = folder.path + name});
+                Drop(report);
             }
         });
-        m_adoptedRuns.push_back(std::move(folder));
     }
 }
 
 std::optional<Store::PendingReport> Store::NextPending()
 {
-    if (m_pendingEnvelopes.empty())
+    if (m_pendingReports.empty())
     {
         AdoptEndedRuns();
     }
-    if (m_pendingEnvelopes.empty())
+    if (m_pendingReports.empty())
     {
         return std::nullopt;
     }
-    PendingReport report{.path = std::move(m_pendingEnvelopes.back())};
-    m_pendingEnvelopes.pop_back();
-    const std::wstring stem = report.path.substr(0, report.path.size() - c_envelopeSuffix.size());
-    report.envelope = ReadReport(report.path, c_maxEnvelopeSize);
-    report.minidump = ReadReport(stem + std::wstring(c_minidumpSuffix), c_maxMinidumpSize);
+    PendingReport report = std::move(m_pendingReports.back());
+    m_pendingReports.pop_back();
+    HANDLE folder = m_adoptedRuns[report.run].folder.get();
+    report.envelope = ReadReport(folder, report.stem + std::wstring(c_envelopeSuffix), c_maxEnvelopeSize);
+    report.minidump = ReadReport(folder, report.stem + std::wstring(c_minidumpSuffix), c_maxMinidumpSize);
     if (!IsMinidump(report.minidump))
     {
         report.minidump.clear();
@@ -304,11 +350,11 @@ std::optional<Store::PendingReport> Store::NextPending()
     return report;
 }
 
-void Store::Drop(const PendingReport& report)
+void Store::Drop(const PendingReport& report) const
 {
-    const std::wstring stem = report.path.substr(0, report.path.size() - c_envelopeSuffix.size());
-    DeleteFileW(report.path.c_str());
-    DeleteFileW((stem + std::wstring(c_minidumpSuffix)).c_str());
+    HANDLE folder = m_adoptedRuns[report.run].folder.get();
+    DeleteFileIn(folder, report.stem + std::wstring(c_envelopeSuffix));
+    DeleteFileIn(folder, report.stem + std::wstring(c_minidumpSuffix));
 }
 
 } // namespace Reporter

@@ -18,8 +18,9 @@ namespace Reporter
 // lasts. A folder without a lock has the pending reports of a run that is over: a crash, or envelopes without a
 // response.
 //
-// Others may be able to write to the folder, so nothing is read, written or deleted through a link: folders are checked
-// and held open, files are checked before they are read. Throws std::bad_alloc and nothing else.
+// Others may be able to write to the folder, so nothing is read, written or deleted through a link: the database folder
+// and those of the runs are held open, and what lies in them is opened relative to their handles and checked before it
+// is read (HeldFolder.h). Throws std::bad_alloc and nothing else.
 class Store
 {
 public:
@@ -36,16 +37,18 @@ public:
     bool Keep(const std::string& id, std::string_view envelope) const;
     void Drop(const std::string& id) const;
 
-    // Where a crash writes.
-    std::wstring EnvelopePath(const std::string& id) const;
-    std::wstring MinidumpPath(const std::string& id) const;
+    // Where a crash writes: one more handle to the folder of this run (empty on failure), and the names in it.
+    wil::unique_hfile DuplicateRunFolder() const;
+    static std::wstring EnvelopeName(const std::string& id);
+    static std::wstring MinidumpName(const std::string& id);
 
     // The number of envelopes of this run.
     std::size_t Count() const;
 
     struct PendingReport
     {
-        std::wstring path;
+        std::size_t run = 0; // of those adopted
+        std::wstring stem{}; // of its names
         std::string envelope{};
         std::string minidump{}; // empty: none
     };
@@ -55,25 +58,25 @@ public:
 
     // The next pending report of another run, each once. Adopts runs that have ended since the last call.
     std::optional<PendingReport> NextPending();
-    static void Drop(const PendingReport& report);
+    void Drop(const PendingReport& report) const;
 
 private:
-    struct Folder
+    struct Run
     {
-        std::wstring path; // ends in a backslash
-        wil::unique_hfile handle{};
         wil::unique_hfile lock{};
+        wil::unique_hfile folder{};
     };
 
     Store() = default;
-    static bool OpenFolder(Folder& folder);
+    std::vector<std::wstring> FindOtherRuns(std::size_t limit) const;
     void AdoptEndedRuns();
-    static void Remove(Folder& folder);
+    static void Remove(Run& run);
 
-    Folder m_database;
-    Folder m_run;
-    std::vector<Folder> m_adoptedRuns;
-    std::vector<std::wstring> m_pendingEnvelopes;
+    wil::unique_hfile m_database;
+    std::wstring m_runName;
+    Run m_run;
+    std::vector<Run> m_adoptedRuns;
+    std::vector<PendingReport> m_pendingReports; // still without their contents
     std::size_t m_reportsTaken = 0;
 };
 

@@ -166,7 +166,7 @@ void Transport::Shared::SendNextPending()
         m_hasGivenUpPending = true;
         return;
     }
-    WithStore([&](Store& /*store*/) { Store::Drop(*report); });
+    WithStore([&](Store& store) { store.Drop(*report); });
     hasPending = true; // there may be more
 }
 

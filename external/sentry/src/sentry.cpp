@@ -129,8 +129,9 @@ void OpenStore(Session& session, const std::string& databasePath)
         const std::string id = Reporter::ToHex(Reporter::NewId());
         session.crashHandler = std::make_unique<Reporter::CrashHandler>(
             Reporter::CrashPlan{.envelope = Reporter::MakeCrashEnvelope(session.origin, id),
-                                .envelopePath = session.store->EnvelopePath(id),
-                                .minidumpPath = session.store->MinidumpPath(id)});
+                                .folder = session.store->DuplicateRunFolder(),
+                                .envelopeName = Reporter::Store::EnvelopeName(id),
+                                .minidumpName = Reporter::Store::MinidumpName(id)});
     }
 }
 

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <dbghelp.h>
+#include <winternl.h>
 
 #include <gmock/gmock.h>
 #include <wil/resource.h>
@@ -72,6 +73,11 @@ BOOL WINAPI WriteDump(HANDLE, DWORD process, HANDLE file, MINIDUMP_TYPE type, PM
     return TRUE;
 }
 
+std::wstring_view NameIn(const OBJECT_ATTRIBUTES& attributes)
+{
+    return {attributes.ObjectName->Buffer, attributes.ObjectName->Length / sizeof(wchar_t)};
+}
+
 LONG WINAPI PreviousFilter(EXCEPTION_POINTERS*)
 {
     ++g_previous;
@@ -107,8 +113,15 @@ protected:
         handler.reset();
         handler = std::make_unique<CrashHandler>(
             CrashPlan{.envelope = MakeCrashEnvelope({.release = "r", .environment = "e"}, c_id),
-                      .envelopePath = envelopePath,
-                      .minidumpPath = minidumpPath});
+                      .folder = OpenRoot(),
+                      .envelopeName = L"1.envelope",
+                      .minidumpName = L"1.dmp"});
+    }
+
+    wil::unique_hfile OpenRoot() const
+    {
+        return wil::unique_hfile(CreateFileW(root.Path().c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr,
+                                             OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     }
 
     // As Windows does for an unhandled exception.
@@ -273,12 +286,16 @@ TEST_F(SentryCrashHandlerTest, Overwrites_nothing)
 TEST_F(SentryCrashHandlerTest, Writes_through_no_link)
 {
     std::atomic<int> files = 0;
-    Fake<&CreateFileW> create = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
-                                    DWORD disposition, DWORD flags, HANDLE pattern) {
-        EXPECT_EQ(disposition, DWORD{CREATE_NEW});
-        EXPECT_NE(flags & FILE_FLAG_OPEN_REPARSE_POINT, 0U);
+    Fake<&NtCreateFile> create = [&](PHANDLE handle, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                     PIO_STATUS_BLOCK status, PLARGE_INTEGER size, ULONG fileAttributes, ULONG share,
+                                     ULONG disposition, ULONG options, auto... others) {
+        EXPECT_EQ(disposition, ULONG{FILE_CREATE});
+        EXPECT_EQ(share, 0U);
+        EXPECT_EQ(attributes->Attributes, 0x1000U); // OBJ_DONT_REPARSE
+        EXPECT_NE(options & FILE_OPEN_REPARSE_POINT, 0U);
         ++files;
-        return create.Hidden(path, access, share, attributes, disposition, flags, pattern);
+        return create.Hidden(handle, access, attributes, status, size, fileAttributes, share, disposition, options,
+                             others...);
     };
     RaiseUnhandled();
     EXPECT_EQ(files, 2);
@@ -405,12 +422,12 @@ TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_it_gets_no_thread)
 TEST_F(SentryCrashHandlerTest, Does_not_begin_again_when_it_crashes_itself)
 {
     int envelopes = 0;
-    Fake<&CreateFileW> create = [&](LPCWSTR path, auto... others) {
-        if (path == envelopePath && ++envelopes == 1)
+    Fake<&NtCreateFile> create = [&](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, auto... others) {
+        if (NameIn(*attributes) == L"1.envelope" && ++envelopes == 1)
         {
             RaiseUnhandled();
         }
-        return create.Hidden(path, others...);
+        return create.Hidden(file, access, attributes, others...);
     };
     RaiseUnhandled();
     EXPECT_EQ(envelopes, 1);
@@ -477,15 +494,15 @@ TEST_F(SentryCrashHandlerTest, Waits_in_the_end_for_a_thread_that_is_crashing)
 TEST_F(SentryCrashHandlerTest, Does_not_wait_in_the_end_for_its_own_thread)
 {
     const auto handlersFilter = filter;
-    Fake<&CreateFileW> create = [&](LPCWSTR path, auto... others) {
-        if (handler && path == envelopePath)
+    Fake<&NtCreateFile> create = [&](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, auto... others) {
+        if (handler && NameIn(*attributes) == L"1.envelope")
         {
             AnswerWaitsOf(ownThread, WAIT_TIMEOUT);
             handler.reset();
             EXPECT_THAT(limits, IsEmpty());
             onWait = nullptr;
         }
-        return create.Hidden(path, others...);
+        return create.Hidden(file, access, attributes, others...);
     };
     EXPECT_EQ(handlersFilter(&pointers), EXCEPTION_EXECUTE_HANDLER);
     EXPECT_FALSE(handler);

@@ -222,16 +222,16 @@ TEST_F(SentryTransportTest, Searches_again_when_it_is_told_so_during_a_search)
     auto other = OpenStore();
     ASSERT_TRUE(other->Keep("1", MakeText("1")));
     int searches = 0;
-    Fake<&FindFirstFileW> find = [&](LPCWSTR path, LPWIN32_FIND_DATAW found) {
-        if (++searches == 1)
+    Fake<&ReOpenFile> list = [&](HANDLE folder, DWORD access, DWORD share, DWORD flags) {
+        if (access == FILE_LIST_DIRECTORY && ++searches == 1)
         {
             Halt();
         }
-        else if (searches == 2)
+        else if (access == FILE_LIST_DIRECTORY && searches == 2)
         {
             other.reset(); // between the two
         }
-        return find.Hidden(path, found);
+        return list.Hidden(folder, access, share, flags);
     };
     transport->SendPending();
     WaitUntilHalted();
@@ -296,9 +296,9 @@ TEST_F(SentryTransportTest, Lets_go_of_the_store_though_its_thread_hangs)
 TEST_F(SentryTransportTest, Does_not_wait_for_a_slow_disk)
 {
     bool isReleased = false;
-    Fake<&DeleteFileW> remove = [&](LPCWSTR path) {
-        isReleased = Halt();
-        return remove.Hidden(path);
+    Fake<&SetFileInformationByHandle> remove = [&](auto... arguments) {
+        isReleased = isReleased || Halt();
+        return remove.Hidden(arguments...);
     };
     Send("1");
     WaitUntilHalted();
