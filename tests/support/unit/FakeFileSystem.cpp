@@ -877,6 +877,7 @@ BOOL FakeFileSystem::Describe(HANDLE handle, BY_HANDLE_FILE_INFORMATION& informa
     information = {};
     information.dwFileAttributes = node.attributes;
     information.nNumberOfLinks = static_cast<DWORD>(CountNames(*m_root, node));
+    information.nFileSizeLow = static_cast<DWORD>(node.content.size());
     return TRUE;
 }
 

@@ -88,6 +88,8 @@ public:
     const std::vector<std::wstring>& Unmounted() const { return m_unmounted; }
 
 private:
+    friend class FakeHeldFolders;
+
     struct Node;
     using NodePointer = std::shared_ptr<Node>;
     struct Entry
