@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace Installer
@@ -109,13 +110,15 @@ CATCH_LOG()
 
 } // namespace
 
-Logger::Logger(RunType runType)
+// Braces: in this order, so that the log is named before the folder is waited for.
+Logger::Logger(RunType runType) : Logger{runType, BuildLogName(), OpenUninstallerTempFolder()} {}
+
+Logger::Logger(RunType runType, const std::wstring& name, UninstallerTempFolder folder)
     : m_runType(runType),
-      m_logPath(BuildLogName()), // with the time before the folder is waited for
-      m_folder(OpenUninstallerTempFolder())
+      m_folder(std::move(folder)),
+      m_logPath(m_folder.path + name),
+      m_writesFile(m_folder.IsPrivate() && ClearLogPath(m_logPath))
 {
-    m_logPath.insert(0, m_folder.path);
-    m_writesFile = m_folder.IsPrivate() && ClearLogPath(m_logPath);
     if (m_runType == RunType::Verbose)
     {
         AllocConsole();

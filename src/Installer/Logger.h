@@ -48,14 +48,16 @@ public:
     std::wstring LogPath() const { return m_logPath; }
 
 private:
+    Logger(RunType runType, const std::wstring& name, UninstallerTempFolder folder);
+
     void WriteLine(std::wstring_view tag, const std::wstring& message) noexcept;
 
     bool FileExists() const;
 
     RunType m_runType;
-    std::wstring m_logPath;
     UninstallerTempFolder m_folder;
-    bool m_writesFile = false;
+    std::wstring m_logPath;
+    bool m_writesFile;
     bool m_pauseOnClose = false;
 };
 

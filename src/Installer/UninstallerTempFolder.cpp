@@ -79,7 +79,8 @@ std::wstring GetUninstallerTempFolderPath()
 
 UninstallerTempFolder OpenUninstallerTempFolder()
 {
-    UninstallerTempFolder opened{.path = GetUninstallerTempFolderPath()};
+    UninstallerTempFolder opened;
+    opened.path = GetUninstallerTempFolderPath();
     opened.result = Retry(c_tenTimesPausingAfterEach, [&] { return TryOpen(opened); });
     return opened;
 }

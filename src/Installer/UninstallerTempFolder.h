@@ -17,8 +17,8 @@ struct UninstallerTempFolder
     std::wstring path; // ends in a backslash
     // Why it cannot be created, or is not private, if so: nothing must be read from it or written to it then.
     HRESULT result = E_FAIL;
-    wil::unique_hfile product{}; // the folder above it
-    wil::unique_hfile folder{};
+    wil::unique_hfile product; // the folder above it
+    wil::unique_hfile folder;
 
     bool IsPrivate() const noexcept { return SUCCEEDED(result); }
 };
