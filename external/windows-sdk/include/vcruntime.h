@@ -1,0 +1,19 @@
+// What the C runtime's headers need of Visual C++'s own.
+#pragma once
+
+#include <sal.h>
+#include <stddef.h>
+#include <vadefs.h>
+
+#define _CRT_BEGIN_C_HEADER extern "C" {
+#define _CRT_END_C_HEADER }
+#define __CRTDECL __cdecl
+#define _VCRTIMP
+#define _CRT_WIDE_(text) L##text
+#define _CRT_WIDE(text) _CRT_WIDE_(text)
+#define _CRT_DEPRECATE_TEXT(text) __declspec(deprecated(text))
+#define _CRT_INSECURE_DEPRECATE(replacement)
+#define _CRT_INSECURE_DEPRECATE_MEMORY(replacement)
+
+typedef long long intptr_t;
+typedef unsigned long long uintptr_t;
