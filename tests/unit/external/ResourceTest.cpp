@@ -102,7 +102,7 @@ TEST(OwnerTest, Knows_what_is_no_handle)
         EXPECT_FALSE(wil::unique_handle(INVALID_HANDLE_VALUE));
         wil::unique_hfile file;
         EXPECT_EQ(file.get(), INVALID_HANDLE_VALUE);
-        EXPECT_FALSE(wil::unique_hfile(nullptr));
+        EXPECT_FALSE(wil::unique_hfile(HANDLE{}));
         file.reset(ToHandle(8));
         EXPECT_EQ(file.release(), ToHandle(8));
         EXPECT_EQ(file.get(), INVALID_HANDLE_VALUE);

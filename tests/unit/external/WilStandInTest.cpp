@@ -7,13 +7,20 @@
 #include <gmock/gmock.h>
 #include <wil/filesystem.h>
 #include <wil/registry.h>
+#include <wil/resource.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using namespace Testing;
+
+// The library stops the compilation, too, but in the constructor's body.
+static_assert(!std::is_constructible_v<wil::unique_hfile, std::nullptr_t>);
+static_assert(std::is_constructible_v<wil::unique_handle, std::nullptr_t>);
 
 TEST(CreateDirectoryDeepAnywhereTest, Takes_a_path_in_every_form)
 {

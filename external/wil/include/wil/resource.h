@@ -55,6 +55,9 @@ public:
     unique_any_t() noexcept = default;
 
     explicit unique_any_t(Pointer value) noexcept : m_value(value) {}
+    explicit unique_any_t(std::nullptr_t)
+        requires(!EmptyPolicy::c_takesNull)
+    = delete;
     unique_any_t(unique_any_t&& other) noexcept : m_value(other.release()) {}
     unique_any_t(const unique_any_t&) = delete;
 
