@@ -12,3 +12,4 @@ enum EXCEPTION_DISPOSITION
 #define EXCEPTION_EXECUTE_HANDLER 1
 #define EXCEPTION_CONTINUE_SEARCH 0
 #define EXCEPTION_CONTINUE_EXECUTION (-1)
+#define GetExceptionInformation() ((struct _EXCEPTION_POINTERS*)_exception_info())

@@ -8,7 +8,9 @@
 #define _CRT_BEGIN_C_HEADER extern "C" {
 #define _CRT_END_C_HEADER }
 #define __CRTDECL __cdecl
+#define __CLR_OR_THIS_CALL
 #define _VCRTIMP
+#define _CRTIMP2
 #define _CRT_WIDE_(text) L##text
 #define _CRT_WIDE(text) _CRT_WIDE_(text)
 #define _CRT_DEPRECATE_TEXT(text) __declspec(deprecated(text))

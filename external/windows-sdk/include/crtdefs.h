@@ -1,0 +1,4 @@
+// The C runtime's <new.h>, which the real WIL includes, needs it.
+#pragma once
+
+#include <vcruntime.h>
