@@ -11,8 +11,9 @@ target_compile_definitions(CompilerOptions INTERFACE
   UNICODE _UNICODE STRICT NOMINMAX WIN32_LEAN_AND_MEAN
   WINVER=0x0A00 _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000008)
 if(MSVC)
+  # /wd4068: pragmas for other compilers.
   target_compile_options(CompilerOptions INTERFACE
-    /WX /W4 /permissive- /utf-8 /EHsc /Zc:__cplusplus /Zc:preprocessor /guard:cf
+    /WX /W4 /wd4068 /permissive- /utf-8 /EHsc /Zc:__cplusplus /Zc:preprocessor /guard:cf /bigobj
     $<$<CONFIG:Release>:/Zi> $<$<CONFIG:Release>:/Gy>)
   # DLLs from System32 only, as in LoadConfiguration.s.
   target_link_options(CompilerOptions INTERFACE /DEPENDENTLOADFLAG:0x800 /GUARD:CF /CETCOMPAT
@@ -67,12 +68,15 @@ endif()
 
 # For the tests' own code: fast to build, with line tables for a debugger.
 macro(use_test_compile_options)
-  add_compile_options(-O0 $<IF:$<CONFIG:Debug>,-g1,-g0> -fno-stack-protector)
+  if(NOT MSVC)
+    add_compile_options(-O0 $<IF:$<CONFIG:Debug>,-g1,-g0> -fno-stack-protector)
+  endif()
 endmacro()
 
 # Puts a stripped program at the top of the build folder, with its .pdb beside it.
 function(ship_program target)
-  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  # The generator expression keeps Visual Studio from adding a folder for each configuration.
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY $<1:${CMAKE_BINARY_DIR}>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_link_options(${target} PRIVATE
       $<$<CONFIG:Release>:-s> $<$<CONFIG:Release>:-Wl,--pdb=${CMAKE_BINARY_DIR}/${target}.pdb>

@@ -7,10 +7,14 @@ find_package_handle_standard_args(FmtHeaders REQUIRED_VARS FMT_INCLUDE_DIR
   REASON_FAILURE_MESSAGE "run scripts/setup, which installs libfmt-dev")
 
 if(FmtHeaders_FOUND AND NOT TARGET FmtHeaders)
-  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/fmt)
-  file(CREATE_LINK ${FMT_INCLUDE_DIR}/fmt ${CMAKE_BINARY_DIR}/fmt/fmt SYMBOLIC COPY_ON_ERROR)
+  set(folder ${FMT_INCLUDE_DIR})
+  if(NOT CMAKE_HOST_WIN32)
+    set(folder ${CMAKE_BINARY_DIR}/fmt)
+    file(MAKE_DIRECTORY ${folder})
+    file(CREATE_LINK ${FMT_INCLUDE_DIR}/fmt ${folder}/fmt SYMBOLIC COPY_ON_ERROR)
+  endif()
   add_library(FmtHeaders INTERFACE)
-  target_include_directories(FmtHeaders SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/fmt)
+  target_include_directories(FmtHeaders SYSTEM INTERFACE ${folder})
   # Strings and integers only: floating point and locales would add half a megabyte.
   target_compile_definitions(FmtHeaders INTERFACE FMT_HEADER_ONLY FMT_STATIC_THOUSANDS_SEPARATOR=1
     FMT_USE_FLOAT=0 FMT_USE_DOUBLE=0 FMT_USE_LONG_DOUBLE=0 FMT_USE_FLOAT128=0)
