@@ -14,6 +14,7 @@
 
 #include <deque>
 #include <memory>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -73,14 +74,16 @@ std::unique_ptr<Value> TakeOver(sentry_value_t value) noexcept
 // The variable SENTRY_ENVIRONMENT in UTF-8.
 std::string ReadEnvironment()
 {
-    const wchar_t* const value = _wgetenv(L"SENTRY_ENVIRONMENT");
-    if (!value || *value == L'\0')
+    constexpr const wchar_t* c_name = L"SENTRY_ENVIRONMENT";
+    std::wstring value(GetEnvironmentVariableW(c_name, nullptr, 0), L'\0'); // with the terminator
+    if (value.size() <= 1)
     {
         return "production";
     }
-    std::string text(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, value, -1, nullptr, 0, nullptr, nullptr)),
-                     '\0');
-    WideCharToMultiByte(CP_UTF8, 0, value, -1, text.data(), static_cast<int>(text.size()), nullptr, nullptr);
+    GetEnvironmentVariableW(c_name, value.data(), static_cast<DWORD>(value.size()));
+    std::string text(
+        static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, value.c_str(), -1, nullptr, 0, nullptr, nullptr)), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, value.c_str(), -1, text.data(), static_cast<int>(text.size()), nullptr, nullptr);
     text.pop_back(); // the terminator
     return text;
 }
