@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <string_view>
 
 namespace Testing
 {
@@ -72,8 +73,8 @@ BOOL WINAPI StandInForControlServiceEx(SC_HANDLE service, DWORD control, DWORD i
     if (parameters != nullptr)
     {
         call.reason = parameters->dwReason;
-        std::wcsncpy(call.comment.data(), parameters->pszComment != nullptr ? parameters->pszComment : L"",
-                     call.comment.size() - 1);
+        const std::wstring_view comment = parameters->pszComment != nullptr ? parameters->pszComment : L"";
+        comment.copy(call.comment.data(), call.comment.size() - 1);
     }
     call.error = Control(service, control, infoLevel, parameters);
     SharedRecord& record = *Record();
