@@ -14,8 +14,8 @@
 #define _CRT_WIDE_(text) L##text
 #define _CRT_WIDE(text) _CRT_WIDE_(text)
 #define _CRT_DEPRECATE_TEXT(text) __declspec(deprecated(text))
-#define _CRT_INSECURE_DEPRECATE(replacement)
-#define _CRT_INSECURE_DEPRECATE_MEMORY(replacement)
+#define _CRT_INSECURE_DEPRECATE(replacement) _CRT_DEPRECATE_TEXT("use " #replacement)
+#define _CRT_INSECURE_DEPRECATE_MEMORY(replacement) // as the compiler has it, without _CRT_SECURE_DEPRECATE_MEMORY
 
 typedef long long intptr_t;
 typedef unsigned long long uintptr_t;
