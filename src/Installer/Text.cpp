@@ -15,7 +15,7 @@ namespace
 
 constexpr wchar_t c_lineBreaks[] = L"\r\n";
 
-// The length as Windows' int; 0 when it does not fit: the conversions then fail.
+// The length as Windows' int; 0 when it does not fit. Windows converts no text of length 0.
 template <class Character>
 int GetLength(std::basic_string_view<Character> text)
 {
@@ -24,13 +24,15 @@ int GetLength(std::basic_string_view<Character> text)
 
 bool IsValidUtf8(std::string_view text)
 {
-    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), GetLength(text), nullptr, 0) != 0;
+    const int length = GetLength(text);
+    return length != 0 && MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, nullptr, 0) != 0;
 }
 
 bool IsValidUtf16(std::wstring_view text)
 {
-    return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), GetLength(text), nullptr, 0, nullptr,
-                               nullptr) != 0;
+    const int length = GetLength(text);
+    return length != 0 &&
+           WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), length, nullptr, 0, nullptr, nullptr) != 0;
 }
 
 // Both replace invalid code units. The result is empty on failure.
@@ -38,6 +40,10 @@ bool IsValidUtf16(std::wstring_view text)
 std::wstring Widen(UINT codePage, std::string_view text)
 {
     const int textLength = GetLength(text);
+    if (textLength == 0)
+    {
+        return {};
+    }
     const int length = MultiByteToWideChar(codePage, 0, text.data(), textLength, nullptr, 0);
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
     MultiByteToWideChar(codePage, 0, text.data(), textLength, wide.data(), length);
@@ -47,6 +53,10 @@ std::wstring Widen(UINT codePage, std::string_view text)
 std::string Narrow(UINT codePage, DWORD flags, std::wstring_view text)
 {
     const int textLength = GetLength(text);
+    if (textLength == 0)
+    {
+        return {};
+    }
     const int length = WideCharToMultiByte(codePage, flags, text.data(), textLength, nullptr, 0, nullptr, nullptr);
     std::string narrow(static_cast<std::size_t>(length), '\0');
     WideCharToMultiByte(codePage, flags, text.data(), textLength, narrow.data(), length, nullptr, nullptr);

@@ -32,6 +32,24 @@ TEST(ConversionTest, Converts_both_ways)
     EXPECT_EQ(WideToUtf8(L""), "");
 }
 
+TEST(ConversionTest, Asks_Windows_nothing_about_an_empty_text_which_it_refuses)
+{
+    const Fake<&MultiByteToWideChar> multiByte = [](UINT, DWORD, LPCCH, int, LPWSTR, int) {
+        ADD_FAILURE();
+        return 0;
+    };
+    const Fake<&WideCharToMultiByte> wideChar = [](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) {
+        ADD_FAILURE();
+        return 0;
+    };
+
+    EXPECT_EQ(Utf8ToWide(""), L"");
+    EXPECT_EQ(WideToUtf8(L""), "");
+    EXPECT_EQ(EncodeUtf8(L""), "");
+    EXPECT_EQ(EncodeAnsi(L""), "");
+    EXPECT_EQ(WidenExceptionText(""), L"");
+}
+
 TEST(ConversionTest, Gives_nothing_for_invalid_text)
 {
     EXPECT_EQ(Utf8ToWide("fine \xff not"), L"");
