@@ -161,6 +161,10 @@ private:
 void PaintStatusWindow(HWND window, const StatusWindowContent& content)
 {
     const auto dc = wil::BeginPaint(window);
+    if (!dc)
+    {
+        return;
+    }
     // The whole client area, not only the update region: the layout must not depend on what is invalid.
     RECT area{};
     GetClientRect(window, &area);
