@@ -106,7 +106,8 @@ protected:
         asked.emplace_back("Local System");
         return isLocalSystem;
     };
-    const PSID sid = this;
+    SID systemSid{.Revision = SID_REVISION, .SubAuthorityCount = 0, .IdentifierAuthority = {}, .SubAuthority = {}};
+    const PSID sid = &systemSid;
     const Lines everything{"user", "Local System", "elevation"};
 };
 

@@ -1,5 +1,8 @@
 #include "support/common/ImportTableFake.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -17,9 +20,7 @@ T* AtOffset(DWORD_PTR offset)
     return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr)) + offset);
 }
 
-} // namespace
-
-void* FindImportSlot(std::string_view name) noexcept
+void* FindProgramSlot(std::string_view name) noexcept
 {
     const auto* const headers =
         AtOffset<IMAGE_NT_HEADERS>(static_cast<DWORD_PTR>(AtOffset<IMAGE_DOS_HEADER>(0)->e_lfanew));
@@ -42,6 +43,38 @@ void* FindImportSlot(std::string_view name) noexcept
         }
     }
     return nullptr;
+}
+
+// What the functions that stand before others call next, by their slots. As many as anybody imports.
+struct Front
+{
+    const void* slot;
+    void** next;
+};
+constinit std::array<Front, 512> s_fronts{};
+constinit std::size_t s_frontCount = 0;
+
+} // namespace
+
+void* FindImportSlot(std::string_view name) noexcept
+{
+    void* const slot = FindProgramSlot(name);
+    const auto* const end = s_fronts.data() + s_frontCount;
+    const auto* const front =
+        std::find_if<const Front*>(s_fronts.data(), end, [&](const Front& one) { return one.slot == slot; });
+    return front == end ? slot : static_cast<void*>(front->next);
+}
+
+void StandBefore(void* slot, void* function, void** next)
+{
+    if (s_frontCount == s_fronts.size())
+    {
+        throw std::logic_error("too many functions that stand before others");
+    }
+    *next = GetImportSlot(slot);
+    s_fronts[s_frontCount] = {.slot = slot, .next = next};
+    ++s_frontCount;
+    SetImportSlot(slot, function);
 }
 
 void* ImportSlot(std::string_view name)

@@ -20,6 +20,10 @@ void* FindImportSlot(std::string_view name) noexcept;
 // The same for a function that the program must import: throws std::logic_error when it does not.
 void* ImportSlot(std::string_view name);
 
+// Puts a function into an import slot for good, and lets `next`, which it calls, hold what was there: from now on the
+// others find `next` as the slot.
+void StandBefore(void* slot, void* function, void** next);
+
 // Read and write the address that an import slot holds.
 void* GetImportSlot(const void* slot);
 void SetImportSlot(void* slot, void* function);

@@ -1,5 +1,7 @@
 #include "support/unit/SimulatedMachine.h"
 
+#include "support/common/contract/Contract.h"
+
 #include <algorithm>
 #include <iostream>
 #include <stdexcept>
@@ -105,6 +107,7 @@ SimulatedMachine::~SimulatedMachine()
 int SimulatedMachine::Run(const std::wstring& arguments)
 {
     commandLine = L"uninstaller.exe " + arguments;
+    const WholeRun run;
     return wWinMain(nullptr, nullptr, nullptr, 0);
 }
 

@@ -121,6 +121,7 @@ TEST(GetTokenInformationTest, Throws_the_failure_of_any_query)
         };
         EXPECT_EQ(CodeThrownBy([] { wil::get_token_information<TOKEN_USER>(GetCurrentProcessToken()); }),
                   E_ACCESSDENIED);
-        EXPECT_EQ(CodeThrownBy([] { wil::get_token_information<TOKEN_ELEVATION>(nullptr); }), E_ACCESSDENIED);
+        EXPECT_EQ(CodeThrownBy([] { wil::get_token_information<TOKEN_ELEVATION>(GetCurrentProcessToken()); }),
+                  E_ACCESSDENIED);
     }
 }

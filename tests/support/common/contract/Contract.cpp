@@ -1,0 +1,101 @@
+#include "support/common/contract/Contract.h"
+
+#include "support/common/contract/OpenObjects.h"
+
+#include <atomic>
+
+namespace Testing
+{
+
+namespace
+{
+
+// Set before the constructors of the contracts run.
+constinit Details::AnyContract* s_first = nullptr;
+constinit ViolationReport s_report = nullptr;
+constinit Verdict::Observer s_observer = nullptr;
+constinit std::atomic<int> s_wholeRuns = 0;
+
+// The thread that reports. What it calls is not judged.
+constinit std::atomic<DWORD> s_reporter = 0;
+
+} // namespace
+
+Verdict::Verdict(std::initializer_list<Rule> rules) noexcept
+{
+    for (const Rule& rule : rules)
+    {
+        if (!rule.isKept)
+        {
+            m_broken = rule.text;
+            break;
+        }
+    }
+    if (s_observer != nullptr)
+    {
+        s_observer(rules);
+    }
+}
+
+void Verdict::Observe(Observer observer)
+{
+    s_observer = observer;
+}
+
+WholeRun::WholeRun()
+{
+    ForgetOpened();
+    ++s_wholeRuns;
+}
+
+WholeRun::~WholeRun()
+{
+    --s_wholeRuns;
+}
+
+bool WholeRun::IsUnderWay()
+{
+    return s_wholeRuns != 0;
+}
+
+void JudgeCalls(ViolationReport report)
+{
+    s_report = report;
+    for (const auto* contract = s_first; contract != nullptr; contract = contract->m_following)
+    {
+        if (void* const slot = FindImportSlot(contract->m_name))
+        {
+            StandBefore(slot, contract->m_call, contract->m_next);
+        }
+    }
+}
+
+namespace Details
+{
+
+AnyContract::AnyContract(const char* name, void* call, void** next)
+    : m_name(name),
+      m_call(call),
+      m_next(next),
+      m_following(s_first)
+{
+    s_first = this;
+}
+
+void Report(const char* function, const char* rule)
+{
+    const DWORD self = GetCurrentThreadId();
+    if (s_reporter == self)
+    {
+        return;
+    }
+    for (DWORD nobody = 0; !s_reporter.compare_exchange_weak(nobody, self); nobody = 0)
+    {
+    }
+    s_report(function, rule);
+    s_reporter = 0;
+}
+
+} // namespace Details
+
+} // namespace Testing

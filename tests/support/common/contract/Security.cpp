@@ -1,0 +1,127 @@
+// Tokens, privileges, random numbers.
+#include "support/common/contract/Contract.h"
+#include "support/common/contract/OpenObjects.h"
+
+#include <wincrypt.h>
+
+namespace Testing
+{
+
+namespace
+{
+
+constexpr DWORD c_anyTokenAccess = TOKEN_ALL_ACCESS | TOKEN_ADJUST_SESSIONID | GENERIC_ALL | GENERIC_EXECUTE |
+                                   GENERIC_READ | GENERIC_WRITE | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
+
+// GetCurrentProcessToken, GetCurrentThreadToken, GetCurrentThreadEffectiveToken.
+bool IsPseudoToken(HANDLE token)
+{
+    const auto value = reinterpret_cast<LONG_PTR>(token);
+    return value <= -4 && value >= -6;
+}
+
+const Contract<&OpenProcessToken> s_openToken{
+    [](HANDLE process, DWORD access, PHANDLE token) {
+        return Verdict{
+            {process == GetCurrentProcess() ||
+                 GrantsEither(process, Kind::Process, PROCESS_QUERY_INFORMATION, PROCESS_QUERY_LIMITED_INFORMATION),
+             "the process was opened with PROCESS_QUERY_INFORMATION"},
+            {process != nullptr, "an open process"},
+            {HasOnly(access, c_anyTokenAccess), "Access Rights for Access-Token Objects: known rights"},
+            {token != nullptr, "a place for the token"},
+        };
+    },
+    [](BOOL done, HANDLE, DWORD access, PHANDLE token) {
+        if (done)
+        {
+            NoteOpened(*token, Kind::Token, access);
+        }
+    }};
+
+const Contract<&LookupPrivilegeValueW> s_lookupPrivilege = [](LPCWSTR, LPCWSTR name, PLUID luid) {
+    return Verdict{
+        {name != nullptr, "a privilege's name"},
+        {luid != nullptr, "a place for the LUID"},
+    };
+};
+
+const Contract<&AdjustTokenPrivileges> s_adjustPrivileges = [](HANDLE token, BOOL disablesAll, PTOKEN_PRIVILEGES wanted,
+                                                               DWORD size, PTOKEN_PRIVILEGES previous, PDWORD needed) {
+    constexpr DWORD c_attributes = SE_PRIVILEGE_ENABLED | SE_PRIVILEGE_REMOVED | SE_PRIVILEGE_ENABLED_BY_DEFAULT;
+    const bool isRead = !disablesAll && wanted != nullptr && wanted->PrivilegeCount > 0;
+    return Verdict{
+        {IsHandle(token) && MayBe(token, Kind::Token), "an open token"},
+        {!IsPseudoToken(token), "GetCurrentProcessToken: a pseudo handle only queries"},
+        {Grants(token, Kind::Token, TOKEN_ADJUST_PRIVILEGES), "the token was opened with TOKEN_ADJUST_PRIVILEGES"},
+        {previous == nullptr || Grants(token, Kind::Token, TOKEN_QUERY),
+         "for the previous state, the token was opened with TOKEN_QUERY"},
+        {disablesAll || wanted != nullptr, "the new state, unless all are disabled"},
+        {!isRead || HasOnly(wanted->Privileges[0].Attributes, c_attributes), "TOKEN_PRIVILEGES: known attributes"},
+        {previous == nullptr || size >= sizeof(TOKEN_PRIVILEGES), "room for the previous state"},
+        {previous == nullptr || needed != nullptr, "for the previous state, a place for its size"},
+    };
+};
+
+const Contract<&GetTokenInformation> s_getTokenInformation = [](HANDLE token, TOKEN_INFORMATION_CLASS kind,
+                                                                LPVOID buffer, DWORD size, PDWORD needed) {
+    return Verdict{
+        {IsHandle(token) && MayBe(token, Kind::Token), "an open token"},
+        {Grants(token, Kind::Token, kind == TokenSource ? TOKEN_QUERY_SOURCE : TOKEN_QUERY),
+         "the token was opened with TOKEN_QUERY, or TOKEN_QUERY_SOURCE for its source"},
+        {kind >= TokenUser && kind < MaxTokenInfoClass, "TOKEN_INFORMATION_CLASS: a known class"},
+        {IsBuffer(buffer, size), "a buffer of that size"},
+        {kind != TokenElevation || size == 0 || size >= sizeof(TOKEN_ELEVATION), "room for a TOKEN_ELEVATION"},
+        {kind != TokenUser || size == 0 || size > sizeof(TOKEN_USER), "room for a TOKEN_USER and its SID"},
+        {needed != nullptr, "a place for the number of bytes needed"},
+    };
+};
+
+const Contract<&IsWellKnownSid> s_isWellKnownSid = [](PSID sid, WELL_KNOWN_SID_TYPE type) {
+    return Verdict{
+        {sid != nullptr && static_cast<const SID*>(sid)->Revision == SID_REVISION, "a SID"},
+        {type >= WinNullSid, "WELL_KNOWN_SID_TYPE: a known type"},
+    };
+};
+
+const Contract<&CryptAcquireContextA> s_acquireContext{
+    [](HCRYPTPROV* provider, LPCSTR container, LPCSTR, DWORD type, DWORD flags) {
+        constexpr DWORD c_flags =
+            CRYPT_VERIFYCONTEXT | CRYPT_NEWKEYSET | CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET | CRYPT_SILENT;
+        return Verdict{
+            {provider != nullptr, "a place for the provider"},
+            {type != 0, "a type of provider"},
+            {HasOnly(flags, c_flags), "known flags"},
+            {!HasAll(flags, CRYPT_VERIFYCONTEXT) || container == nullptr, "CRYPT_VERIFYCONTEXT has no container"},
+        };
+    },
+    [](BOOL done, HCRYPTPROV* provider, LPCSTR, LPCSTR, DWORD, DWORD) {
+        if (done)
+        {
+            NoteOpened(reinterpret_cast<const void*>(*provider), Kind::CryptoProvider);
+        }
+    }};
+
+bool IsProvider(HCRYPTPROV provider)
+{
+    return provider != 0 && MayBe(reinterpret_cast<const void*>(provider), Kind::CryptoProvider);
+}
+
+const Contract<&CryptGenRandom> s_genRandom = [](HCRYPTPROV provider, DWORD size, BYTE* buffer) {
+    return Verdict{
+        {IsProvider(provider), "a provider of CryptAcquireContext"},
+        {IsBuffer(buffer, size), "a buffer of that size"},
+    };
+};
+
+const Contract<&CryptReleaseContext> s_releaseContext{
+    [](HCRYPTPROV provider, DWORD flags) {
+        return Verdict{
+            {IsProvider(provider), "a provider of CryptAcquireContext"},
+            {flags == 0, "the flags are reserved"},
+        };
+    },
+    [](BOOL, HCRYPTPROV provider, DWORD) { NoteClosed(reinterpret_cast<const void*>(provider)); }};
+
+} // namespace
+
+} // namespace Testing
