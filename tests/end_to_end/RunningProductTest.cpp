@@ -92,6 +92,13 @@ TEST(StandInsTest, A_control_is_refused_as_Windows_refuses_it_and_written_down)
     auto expected = cases;
     std::get<std::wstring>(expected[1]) = longest; // the record has room for no more
     EXPECT_EQ(seen, IsWine() ? expected : decltype(expected){});
+    // None has a minor reason.
+    std::vector<std::string> violations = standIns.Violations();
+    std::erase_if(violations, [](const std::string& violation) { return !violation.starts_with("ControlServiceExW"); });
+    EXPECT_EQ(violations,
+              std::vector<std::string>(
+                  cases.size(), "ControlServiceExW: SERVICE_CONTROL_STATUS_REASON_PARAMS: one general, one major "
+                                "and one minor code"));
 }
 } // namespace
 } // namespace Testing

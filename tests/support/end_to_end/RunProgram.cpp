@@ -408,6 +408,10 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         result.endedBeforeCopy = EndOf(process) < EndOf(copy);
     }
     result.wasKilled = standIns && standIns->HasKilled();
+    if (standIns)
+    {
+        result.violations = standIns->Violations();
+    }
     if (options.hasStandIns)
     {
         result.serviceControls = standIns->ServiceControls();

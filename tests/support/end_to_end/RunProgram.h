@@ -77,6 +77,8 @@ struct RunResult
     std::optional<std::vector<ServiceControl>> serviceControls{};
     // Whether killAt has come.
     bool wasKilled = false;
+    // The calls of Windows that break their contracts, as "function: rule".
+    std::vector<std::string> violations;
     // What the message boxes among them said.
     std::vector<MessageBoxText> messages;
     std::chrono::milliseconds duration{};

@@ -6,6 +6,7 @@
 #include "support/end_to_end/product/Product.h"
 #include "support/end_to_end/stand_ins/LoadIntoProcess.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -99,6 +100,17 @@ std::vector<ServiceControl> StandIns::ServiceControls() const
         throw std::runtime_error("The program has sent " + std::to_string(count) + " controls to services.");
     }
     return {m_record->controls.begin(), m_record->controls.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+std::vector<std::string> StandIns::Violations() const
+{
+    const auto count = std::min(static_cast<std::size_t>(m_record->violationCount), m_record->violations.size());
+    std::vector<std::string> violations;
+    for (std::size_t index = 0; index < count; ++index)
+    {
+        violations.emplace_back(m_record->violations[index].data());
+    }
+    return violations;
 }
 
 bool StandIns::HasKilled() const noexcept

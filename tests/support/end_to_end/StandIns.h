@@ -30,7 +30,8 @@ struct KillMoment
 
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
-//   ControlServiceExW in its import table and writes the calls down, and ends the process at a given moment;
+//   ControlServiceExW in its import table and writes the calls down, ends the process at a given moment, and judges all
+//   calls of Windows by their contracts;
 // - somebody who tells Wine when the process of a service has ended.
 class StandIns
 {
@@ -51,6 +52,9 @@ public:
 
     // Whether that moment has come.
     bool HasKilled() const noexcept;
+
+    // The calls that Windows refuses, by their contracts: "function: rule".
+    std::vector<std::string> Violations() const;
 
 private:
     struct RunningService

@@ -1,8 +1,9 @@
 // A library that the tests load into a program which they start: under Wine it stands in for ControlServiceExW, which
 // Wine does not have (it ends the program that calls it); when a test says so it ends the program in the middle of its
-// work; and it follows the program into the processes that it starts. The program knows nothing of it: the library
-// replaces the functions in the program's import table.
+// work; and it follows the program into the processes that it starts. It judges the program's calls of Windows by their
+// contracts. The program knows nothing of it: the library replaces the functions in the program's import table.
 #include "support/common/ImportTableFake.h"
+#include "support/common/contract/Contract.h"
 #include "support/end_to_end/Wine.h"
 #include "support/end_to_end/stand_ins/LoadIntoProcess.h"
 #include "support/end_to_end/stand_ins/SharedRecord.h"
@@ -10,6 +11,8 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <cstdio>
 #include <cwchar>
 #include <string_view>
 
@@ -123,6 +126,17 @@ SharedRecord* OpenRecord()
     return static_cast<SharedRecord*>(view);
 }
 
+void WriteDown(const char* function, const char* rule)
+{
+    SharedRecord& record = *Record();
+    const auto index = static_cast<std::size_t>(InterlockedIncrement(&record.violationCount) - 1);
+    if (index < record.violations.size())
+    {
+        auto& violation = record.violations[index];
+        std::snprintf(violation.data(), violation.size(), "%s: %s", function, rule);
+    }
+}
+
 void StandIn(const char* name, void* function)
 {
     if (void* const slot = FindImportSlot(name))
@@ -146,6 +160,8 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
     {
         return FALSE;
     }
+    static const WholeRun run; // from before its first instruction
+    JudgeCalls(WriteDown);
     if (IsWine())
     {
         StandIn("ControlServiceExW", reinterpret_cast<void*>(&StandInForControlServiceEx));

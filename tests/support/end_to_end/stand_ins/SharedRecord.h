@@ -49,5 +49,8 @@ struct SharedRecord
     // Why a process that the program has started runs without the library, as an error number; 0 when each has it.
     LONG notFollowed;
     SharedMoment end;
+    // The calls that Windows refuses, as "function: rule"; of those beyond the array there is only the number.
+    LONG violationCount;
+    std::array<std::array<char, 256>, 32> violations;
 };
 } // namespace Testing
