@@ -38,6 +38,10 @@ constexpr int c_maxNames = 10'000;
 // The full path with the prefix that lifts MAX_PATH. Empty for invalid UTF-8.
 std::wstring ToFullPath(const std::string& utf8Path)
 {
+    if (utf8Path.empty()) // which Windows does not convert
+    {
+        return {};
+    }
     const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8Path.data(),
                                            static_cast<int>(utf8Path.size()), nullptr, 0);
     std::wstring path(static_cast<std::size_t>(length), L'\0');
