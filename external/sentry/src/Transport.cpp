@@ -29,6 +29,15 @@ struct Envelope
     std::string text;
 };
 
+// There is none when Windows had no memory for it.
+void Signal(const wil::unique_handle& event) noexcept
+{
+    if (event)
+    {
+        SetEvent(event.get());
+    }
+}
+
 } // namespace
 
 // What the thread shares with its owner, and keeps if it outlives that.
@@ -46,13 +55,13 @@ struct Transport::Shared
     void SetClosing()
     {
         m_isClosing = true;
-        SetEvent(wake.get());
+        Signal(wake);
     }
     // Cancels the request that is under way.
     void Stop()
     {
-        SetEvent(m_stop.get());
-        SetEvent(wake.get());
+        Signal(m_stop);
+        Signal(wake);
     }
 
     // Takes the store away from the thread, unless that is waiting for a slow disk: then the store ends with the
@@ -127,7 +136,7 @@ DWORD WINAPI Transport::Shared::ThreadMain(void* parameter) noexcept
 
 void Transport::Shared::Run()
 {
-    while (WaitForSingleObject(m_stop.get(), 0) == WAIT_TIMEOUT)
+    while (m_stop && WaitForSingleObject(m_stop.get(), 0) == WAIT_TIMEOUT)
     {
         const bool isLast = m_isClosing; // read before the queue: nothing is added afterwards
         if (const auto envelope = TakeNext())
@@ -138,7 +147,7 @@ void Transport::Shared::Run()
         {
             SendNextPending();
         }
-        else if (isLast || WaitForSingleObject(wake.get(), INFINITE) != WAIT_OBJECT_0)
+        else if (isLast || !wake || WaitForSingleObject(wake.get(), INFINITE) != WAIT_OBJECT_0)
         {
             return; // done, or without the event
         }
@@ -221,7 +230,7 @@ void Transport::Start()
             static_cast<void>(shared.release()); // NOLINT(bugprone-unused-return-value)
         }
     }
-    SetEvent(m_shared->wake.get());
+    Signal(m_shared->wake);
 }
 
 void Transport::Close(DWORD limit)
