@@ -135,7 +135,6 @@ void EndToEndTest::RunAt(const std::wstring& program, const std::wstring& argume
     m_before = std::exchange(m_goesOn, false) ? m_after : MachineState::Capture(m_furtherDrives);
     m_started = std::chrono::system_clock::now();
     m_result = RunProgram(program, arguments, options);
-    EXPECT_EQ(m_result.violations, std::vector<std::string>()) << "Windows refuses these calls";
     m_after = MachineState::Capture(m_furtherDrives);
     EXPECT_EQ(m_result.dialogsAnswered, options.answers.size());
     std::vector<MessageBoxText> messages;

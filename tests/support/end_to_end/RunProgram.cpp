@@ -313,6 +313,19 @@ std::pair<UniqueHandle, DWORD> Start(const std::wstring& program, const std::wst
     return {std::move(process), started.dwProcessId};
 }
 
+void ExpectNoViolations(const std::vector<std::string>& violations, const std::string& log)
+{
+    if (!violations.empty())
+    {
+        std::string text = "Windows refuses these calls of the program:\n";
+        for (const std::string& violation : violations)
+        {
+            text += violation + '\n';
+        }
+        throw std::runtime_error(text + "Its log:\n" + log);
+    }
+}
+
 // Answers the dialog if it is there, and takes in what it says if it is a message box. Returns whether it was there.
 bool Answer(const DialogAnswer& answer, HWND& last, std::vector<MessageBoxText>& messages)
 {
@@ -410,7 +423,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     result.wasKilled = standIns && standIns->HasKilled();
     if (standIns)
     {
-        result.violations = standIns->Violations();
+        ExpectNoViolations(standIns->Violations(), result.log);
     }
     if (options.hasStandIns)
     {

@@ -77,8 +77,6 @@ struct RunResult
     std::optional<std::vector<ServiceControl>> serviceControls{};
     // Whether killAt has come.
     bool wasKilled = false;
-    // The calls of Windows that break their contracts, as "function: rule".
-    std::vector<std::string> violations;
     // What the message boxes among them said.
     std::vector<MessageBoxText> messages;
     std::chrono::milliseconds duration{};
@@ -86,6 +84,6 @@ struct RunResult
 
 // Starts a program as the desktop does, in its own folder, follows its log, answers what it asks, waits for its end and
 // for that of the copy that it may go on as, and takes the exit codes from the processes.
-// Throws std::runtime_error when it cannot be started or does not end in time.
+// Throws std::runtime_error when it cannot be started, does not end in time, or calls Windows as Windows refuses it.
 RunResult RunProgram(const std::wstring& program, const std::wstring& arguments, const RunOptions& options = {});
 } // namespace Testing

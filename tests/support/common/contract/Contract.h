@@ -171,6 +171,8 @@ public:
     static Verdict Judge(Arguments... arguments) { return s_rules(arguments...); }
 
 private:
+    using Pointer = Result(WINAPI*)(Arguments...);
+
     static constexpr auto c_name = Details::NameOf<Function>();
 
     static Result WINAPI Call(Arguments... arguments)
@@ -204,7 +206,7 @@ private:
     }
 
     Details::AnyContract m_contract;
-    static constinit inline Result(WINAPI* s_next)(Arguments...) = nullptr;
+    static constinit inline Pointer s_next = nullptr;
     static constinit inline Rules s_rules = nullptr;
     static constinit inline After s_after = nullptr;
 };

@@ -15,32 +15,23 @@ namespace
 {
 
 constexpr DWORD c_anyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr DWORD c_anyAccess = GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE | MAXIMUM_ALLOWED |
-                              ACCESS_SYSTEM_SECURITY | FILE_ALL_ACCESS;
+constexpr DWORD c_anyAccess = c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY | FILE_ALL_ACCESS;
 
-// File Security and Access Rights: what the generic rights stand for.
-DWORD MapGenericRights(DWORD access)
+// File Security and Access Rights.
+constexpr GENERIC_MAPPING c_fileRights{.GenericRead = FILE_GENERIC_READ,
+                                       .GenericWrite = FILE_GENERIC_WRITE,
+                                       .GenericExecute = FILE_GENERIC_EXECUTE,
+                                       .GenericAll = FILE_ALL_ACCESS};
+
+DWORD MapRights(DWORD access)
 {
-    DWORD rights = access & ~DWORD{GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE};
-    rights |= HasAll(access, GENERIC_READ) ? FILE_GENERIC_READ : 0;
-    rights |= HasAll(access, GENERIC_WRITE) ? FILE_GENERIC_WRITE : 0;
-    rights |= HasAll(access, GENERIC_EXECUTE) ? FILE_GENERIC_EXECUTE : 0;
-    rights |= HasAll(access, GENERIC_ALL) ? FILE_ALL_ACCESS : 0;
-    return rights;
+    return MapGenericRights(access, c_fileRights);
 }
 
 bool IsFile(HANDLE file, DWORD rights = 0)
 {
     return IsHandle(file) && Grants(file, Kind::File, rights);
 }
-
-// Naming Files, Paths, and Namespaces: a path with this prefix is taken as it is.
-bool IsPath(LPCWSTR path)
-{
-    const std::wstring_view text = path == nullptr ? L"" : path;
-    return path != nullptr && !(text.starts_with(L"\\\\?\\") && text.find(L'/') != std::wstring_view::npos);
-}
-constexpr char c_path[] = "Naming Files, Paths, and Namespaces: a path, and no slashes in one with the prefix \\\\?\\";
 
 bool IsOnShare(std::wstring_view path)
 {
@@ -57,7 +48,7 @@ const Contract<&CreateFileW> s_createFile{
                                   FILE_FLAG_POSIX_SEMANTICS | FILE_FLAG_RANDOM_ACCESS | FILE_FLAG_SEQUENTIAL_SCAN |
                                   FILE_FLAG_WRITE_THROUGH | 0x00800000 /* FILE_FLAG_SESSION_AWARE */;
         return Verdict{
-            {IsPath(path), c_path},
+            {path != nullptr, "a path"},
             {HasOnly(access, c_anyAccess), "known rights"},
             {HasOnly(share, c_anyShare), "known ways of sharing"},
             {security == nullptr || security->nLength == sizeof(*security), "the size of the security attributes"},
@@ -74,7 +65,7 @@ const Contract<&CreateFileW> s_createFile{
         if (file != INVALID_HANDLE_VALUE)
         {
             const DWORD further = HasAll(flags, FILE_FLAG_DELETE_ON_CLOSE) ? DELETE : 0;
-            NoteOpened(file, Kind::File, MapGenericRights(access) | FILE_READ_ATTRIBUTES | SYNCHRONIZE | further);
+            NoteOpened(file, Kind::File, MapRights(access) | FILE_READ_ATTRIBUTES | SYNCHRONIZE | further);
         }
     }};
 
@@ -103,16 +94,16 @@ const Contract<&NtOpenFile> s_ntOpenFile{
             {HasAtMostOneOf(options, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE),
              "NtCreateFile: FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both"},
             {HasAtMostOneOf(options, c_synchronous), "NtCreateFile: one kind of synchronous I/O"},
-            {(options & c_synchronous) == 0 || (MapGenericRights(access) & SYNCHRONIZE) != 0,
+            {(options & c_synchronous) == 0 || (MapRights(access) & SYNCHRONIZE) != 0,
              "NtCreateFile: synchronous I/O needs SYNCHRONIZE"},
-            {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapGenericRights(access) & DELETE) != 0,
+            {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapRights(access) & DELETE) != 0,
              "NtCreateFile: FILE_DELETE_ON_CLOSE needs DELETE"},
         };
     },
     [](NTSTATUS result, PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES, PIO_STATUS_BLOCK, ULONG, ULONG) {
         if (NT_SUCCESS(result))
         {
-            NoteOpened(*file, Kind::File, MapGenericRights(access));
+            NoteOpened(*file, Kind::File, MapRights(access));
         }
     }};
 
@@ -137,19 +128,21 @@ const Contract<&ReadFile> s_readFile = [](HANDLE file, LPVOID data, DWORD size, 
 
 const Contract<&CreateDirectoryW> s_createDirectory = [](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
     return Verdict{
-        {IsPath(path), c_path},
+        {path != nullptr, "a path"},
         {security == nullptr || security->nLength == sizeof(*security), "the size of the security attributes"},
     };
 };
 
-const Contract<&RemoveDirectoryW> s_removeDirectory = [](LPCWSTR path) { return Verdict{{IsPath(path), c_path}}; };
+const Contract<&RemoveDirectoryW> s_removeDirectory = [](LPCWSTR path) { return Verdict{{path != nullptr, "a path"}}; };
 
-const Contract<&DeleteFileW> s_deleteFile = [](LPCWSTR path) { return Verdict{{IsPath(path), c_path}}; };
+const Contract<&DeleteFileW> s_deleteFile = [](LPCWSTR path) { return Verdict{{path != nullptr, "a path"}}; };
 
-const Contract<&GetFileAttributesW> s_getFileAttributes = [](LPCWSTR path) { return Verdict{{IsPath(path), c_path}}; };
+const Contract<&GetFileAttributesW> s_getFileAttributes = [](LPCWSTR path) {
+    return Verdict{{path != nullptr, "a path"}};
+};
 
 const Contract<&SetCurrentDirectoryW> s_setCurrentDirectory = [](LPCWSTR path) {
-    return Verdict{{IsPath(path), c_path}};
+    return Verdict{{path != nullptr, "a path"}};
 };
 
 const Contract<&GetFileInformationByHandle> s_getFileInformation = [](HANDLE file,
@@ -294,7 +287,7 @@ const Contract<&GetFullPathNameW> s_getFullPathName = [](LPCWSTR path, DWORD siz
 
 const Contract<&GetVolumePathNameW> s_getVolumePathName = [](LPCWSTR path, LPWSTR buffer, DWORD size) {
     return Verdict{
-        {IsPath(path), c_path},
+        {path != nullptr, "a path"},
         {buffer != nullptr, "a buffer"},
         {path == nullptr || size > std::wstring_view(path).size(), "a buffer at least as large as the path"},
     };
@@ -303,7 +296,7 @@ const Contract<&GetVolumePathNameW> s_getVolumePathName = [](LPCWSTR path, LPWST
 const Contract<&FindFirstFileW> s_findFirstFile{
     [](LPCWSTR path, LPWIN32_FIND_DATAW data) {
         return Verdict{
-            {IsPath(path), c_path},
+            {path != nullptr, "a path"},
             {path == nullptr || !std::wstring_view(path).ends_with(L'\\'), "no backslash at the end"},
             {data != nullptr, "a place for what is found"},
         };
@@ -332,7 +325,7 @@ const Contract<&MoveFileExW> s_moveFile = [](LPCWSTR from, LPCWSTR to, DWORD fla
     constexpr DWORD c_flags = MOVEFILE_COPY_ALLOWED | MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_FAIL_IF_NOT_TRACKABLE |
                               MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
     return Verdict{
-        {IsPath(from), c_path},
+        {from != nullptr, "a path"},
         {HasOnly(flags, c_flags), "known flags"},
         {HasAtMostOneOf(flags, MOVEFILE_COPY_ALLOWED | MOVEFILE_DELAY_UNTIL_REBOOT),
          "MOVEFILE_COPY_ALLOWED or MOVEFILE_DELAY_UNTIL_REBOOT, not both"},
@@ -348,7 +341,7 @@ const Contract<&CopyFileExW> s_copyFile = [](LPCWSTR from, LPCWSTR to, LPPROGRES
                               COPY_FILE_FAIL_IF_EXISTS | COPY_FILE_NO_BUFFERING | COPY_FILE_OPEN_SOURCE_FOR_WRITE |
                               COPY_FILE_RESTARTABLE;
     return Verdict{
-        {IsPath(from) && IsPath(to), c_path},
+        {from != nullptr && to != nullptr, "a path"},
         {HasOnly(flags, c_flags), "known flags"},
     };
 };

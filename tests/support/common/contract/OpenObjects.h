@@ -86,6 +86,17 @@ void NoteUninitialized(State state);
 // Judged in whole runs only: elsewhere a test begins in the middle.
 bool IsInitialized(State state);
 
+constexpr DWORD c_genericRights = GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE;
+
+// Generic Access Rights: what they stand for depends on the kind of object.
+constexpr DWORD MapGenericRights(DWORD access, const GENERIC_MAPPING& mapping)
+{
+    return (access & ~c_genericRights) | ((access & GENERIC_READ) != 0 ? mapping.GenericRead : 0U) |
+           ((access & GENERIC_WRITE) != 0 ? mapping.GenericWrite : 0U) |
+           ((access & GENERIC_EXECUTE) != 0 ? mapping.GenericExecute : 0U) |
+           ((access & GENERIC_ALL) != 0 ? mapping.GenericAll : 0U);
+}
+
 // Not the value that a function returns when it fails.
 inline bool IsHandle(const void* handle)
 {

@@ -13,8 +13,7 @@ namespace Testing
 namespace
 {
 
-constexpr DWORD c_furtherAccess =
-    GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
+constexpr DWORD c_furtherAccess = c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
 
 // Process Security and Access Rights: the right to query everything includes the right to query a part.
 DWORD CompleteRights(DWORD access)

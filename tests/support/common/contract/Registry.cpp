@@ -12,17 +12,10 @@ namespace
 {
 
 constexpr REGSAM c_views = KEY_WOW64_32KEY | KEY_WOW64_64KEY;
-constexpr REGSAM c_anyAccess = KEY_ALL_ACCESS | c_views | GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE |
-                               MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
+constexpr REGSAM c_anyAccess = KEY_ALL_ACCESS | c_views | c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
 
-DWORD MapGenericRights(REGSAM access)
-{
-    DWORD rights = access & ~DWORD{GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE};
-    rights |= HasAll(access, GENERIC_READ) || HasAll(access, GENERIC_EXECUTE) ? KEY_READ : 0;
-    rights |= HasAll(access, GENERIC_WRITE) ? KEY_WRITE : 0;
-    rights |= HasAll(access, GENERIC_ALL) ? KEY_ALL_ACCESS : 0;
-    return rights;
-}
+constexpr GENERIC_MAPPING c_keyRights{
+    .GenericRead = KEY_READ, .GenericWrite = KEY_WRITE, .GenericExecute = KEY_EXECUTE, .GenericAll = KEY_ALL_ACCESS};
 
 bool IsKey(HKEY key, REGSAM rights = 0)
 {
@@ -33,7 +26,7 @@ void NoteKey(LSTATUS status, REGSAM access, const HKEY* key)
 {
     if (status == ERROR_SUCCESS)
     {
-        NoteOpened(*key, Kind::Key, MapGenericRights(access));
+        NoteOpened(*key, Kind::Key, MapGenericRights(access, c_keyRights));
     }
 }
 

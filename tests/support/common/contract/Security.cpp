@@ -10,8 +10,8 @@ namespace Testing
 namespace
 {
 
-constexpr DWORD c_anyTokenAccess = TOKEN_ALL_ACCESS | TOKEN_ADJUST_SESSIONID | GENERIC_ALL | GENERIC_EXECUTE |
-                                   GENERIC_READ | GENERIC_WRITE | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
+constexpr DWORD c_anyTokenAccess =
+    TOKEN_ALL_ACCESS | TOKEN_ADJUST_SESSIONID | c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY;
 
 // GetCurrentProcessToken, GetCurrentThreadToken, GetCurrentThreadEffectiveToken.
 bool IsPseudoToken(HANDLE token)

@@ -13,24 +13,17 @@ namespace Testing
 namespace
 {
 
-constexpr DWORD c_generic = GENERIC_ALL | GENERIC_EXECUTE | GENERIC_READ | GENERIC_WRITE;
 constexpr DWORD c_further =
-    c_generic | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY | DELETE | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
+    c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY | DELETE | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
 
 // Service Security and Access Rights.
-DWORD MapServiceRights(DWORD access)
-{
-    constexpr DWORD c_read = STANDARD_RIGHTS_READ | SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS | SERVICE_INTERROGATE |
-                             SERVICE_ENUMERATE_DEPENDENTS;
-    constexpr DWORD c_execute =
-        STANDARD_RIGHTS_EXECUTE | SERVICE_START | SERVICE_STOP | SERVICE_PAUSE_CONTINUE | SERVICE_USER_DEFINED_CONTROL;
-    DWORD rights = access & ~c_generic;
-    rights |= HasAll(access, GENERIC_READ) ? c_read : 0;
-    rights |= HasAll(access, GENERIC_WRITE) ? STANDARD_RIGHTS_WRITE | SERVICE_CHANGE_CONFIG : 0;
-    rights |= HasAll(access, GENERIC_EXECUTE) ? c_execute : 0;
-    rights |= HasAll(access, GENERIC_ALL) ? SERVICE_ALL_ACCESS : 0;
-    return rights;
-}
+constexpr GENERIC_MAPPING c_serviceRights{.GenericRead = STANDARD_RIGHTS_READ | SERVICE_QUERY_CONFIG |
+                                                         SERVICE_QUERY_STATUS | SERVICE_INTERROGATE |
+                                                         SERVICE_ENUMERATE_DEPENDENTS,
+                                          .GenericWrite = STANDARD_RIGHTS_WRITE | SERVICE_CHANGE_CONFIG,
+                                          .GenericExecute = STANDARD_RIGHTS_EXECUTE | SERVICE_START | SERVICE_STOP |
+                                                            SERVICE_PAUSE_CONTINUE | SERVICE_USER_DEFINED_CONTROL,
+                                          .GenericAll = SERVICE_ALL_ACCESS};
 
 const Contract<&OpenSCManagerW> s_openManager{
     [](LPCWSTR, LPCWSTR database, DWORD access) {
@@ -58,7 +51,7 @@ const Contract<&OpenServiceW> s_openService{
         };
     },
     [](SC_HANDLE service, SC_HANDLE, LPCWSTR, DWORD access) {
-        NoteOpened(service, Kind::Service, MapServiceRights(access));
+        NoteOpened(service, Kind::Service, MapGenericRights(access, c_serviceRights));
     }};
 
 const Contract<&QueryServiceStatusEx> s_queryStatus = [](SC_HANDLE service, SC_STATUS_TYPE level, LPBYTE buffer,
