@@ -24,6 +24,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <initializer_list>
 #include <set>
@@ -314,7 +315,7 @@ TEST_F(ContractTest, Of_files)
         .Break("NtQueryDirectoryFile: the directory was opened with FILE_LIST_DIRECTORY", deleter,
                FileFullDirectoryRestartInfo, buffer, sizeof(buffer))
         .Break("NtQueryInformationFile: attributes need FILE_READ_ATTRIBUTES", writer, FileAttributeTagInfo, buffer, 8);
-    constexpr auto c_extended = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
+    constexpr auto c_extended = std::bit_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
     DWORD flags = 3;
     DWORD unknownFlags = 0x20;
     Calls<&SetFileInformationByHandle>()
@@ -498,7 +499,7 @@ TEST_F(ContractTest, Of_services)
         .Break(ofService, manager, SC_STATUS_PROCESS_INFO, buffer, 36, Somewhere<DWORD>())
         .Break("the service was opened with SERVICE_QUERY_STATUS", unable, SC_STATUS_PROCESS_INFO, buffer, 36,
                Somewhere<DWORD>())
-        .Break("no level but SC_STATUS_PROCESS_INFO", service, static_cast<SC_STATUS_TYPE>(1), buffer, 36,
+        .Break("no level but SC_STATUS_PROCESS_INFO", service, std::bit_cast<SC_STATUS_TYPE>(1), buffer, 36,
                Somewhere<DWORD>())
         .Break("a buffer of that size", service, SC_STATUS_PROCESS_INFO, nullptr, 36, Somewhere<DWORD>())
         .Break("room for a SERVICE_STATUS_PROCESS, or none", service, SC_STATUS_PROCESS_INFO, buffer, 28,
@@ -569,7 +570,7 @@ TEST_F(ContractTest, Of_security)
         .Break("an open token", file, TokenUser, buffer, 64, Somewhere<DWORD>())
         .Break("the token was opened with TOKEN_QUERY, or TOKEN_QUERY_SOURCE for its source", token, TokenSource,
                buffer, 64, Somewhere<DWORD>())
-        .Break("TOKEN_INFORMATION_CLASS: a known class", token, static_cast<TOKEN_INFORMATION_CLASS>(0), buffer, 64,
+        .Break("TOKEN_INFORMATION_CLASS: a known class", token, std::bit_cast<TOKEN_INFORMATION_CLASS>(0), buffer, 64,
                Somewhere<DWORD>())
         .Break("a buffer of that size", token, TokenUser, nullptr, 64, Somewhere<DWORD>())
         .Break("room for a TOKEN_ELEVATION", token, TokenElevation, buffer, 2, Somewhere<DWORD>())
@@ -579,7 +580,7 @@ TEST_F(ContractTest, Of_security)
     Calls<&IsWellKnownSid>()
         .Keep(&sid, WinLocalSystemSid)
         .Break("a SID", nullptr, WinLocalSystemSid)
-        .Break("WELL_KNOWN_SID_TYPE: a known type", &sid, static_cast<WELL_KNOWN_SID_TYPE>(-1));
+        .Break("WELL_KNOWN_SID_TYPE: a known type", &sid, std::bit_cast<WELL_KNOWN_SID_TYPE>(-1));
     HCRYPTPROV provider = reinterpret_cast<HCRYPTPROV>(Open(Kind::CryptoProvider));
     Calls<&CryptAcquireContextA>()
         .Keep(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)
@@ -1151,9 +1152,9 @@ TEST_F(ContractTest, Of_dialogs)
               nullptr, nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: its size", with([](auto& d) { d.cbSize = 4; }), nullptr, nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: known flags",
-               with([](auto& d) { d.dwFlags = static_cast<TASKDIALOG_FLAGS>(0x800000); }), nullptr, nullptr, nullptr)
+               with([](auto& d) { d.dwFlags = std::bit_cast<TASKDIALOG_FLAGS>(0x800000); }), nullptr, nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: known common buttons",
-               with([](auto& d) { d.dwCommonButtons = static_cast<TASKDIALOG_COMMON_BUTTON_FLAGS>(0x40); }), nullptr,
+               with([](auto& d) { d.dwCommonButtons = std::bit_cast<TASKDIALOG_COMMON_BUTTON_FLAGS>(0x40); }), nullptr,
                nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: as many buttons as it says", with([](auto& d) { d.cRadioButtons = 1; }), nullptr,
                nullptr, nullptr)
@@ -1201,7 +1202,7 @@ TEST_F(ContractTest, Of_painting)
     beginnings.Keep(dc, &area, BPBF_TOPDOWNDIB, &parameters, &place)
         .Break("a device context", nullptr, &area, BPBF_TOPDOWNDIB, &parameters, &place)
         .Break("a rectangle", dc, nullptr, BPBF_TOPDOWNDIB, &parameters, &place)
-        .Break("BP_BUFFERFORMAT: a known format", dc, &area, static_cast<BP_BUFFERFORMAT>(9), &parameters, &place)
+        .Break("BP_BUFFERFORMAT: a known format", dc, &area, std::bit_cast<BP_BUFFERFORMAT>(9), &parameters, &place)
         .Break("BP_PAINTPARAMS: its size", dc, &area, BPBF_TOPDOWNDIB, &unsized, &place)
         .Break("BP_PAINTPARAMS: known flags", dc, &area, BPBF_TOPDOWNDIB, &unknown, &place)
         .Break("a place for the device context", dc, &area, BPBF_TOPDOWNDIB, &parameters, nullptr);
@@ -1301,31 +1302,31 @@ TEST_F(ContractTest, Of_GDI_plus)
 
     Calls<&GdipSetCompositingQuality>()
         .Keep(nullptr, CompositingQualityHighQuality)
-        .Break(known, nullptr, static_cast<CompositingQuality>(9))
+        .Break(known, nullptr, std::bit_cast<CompositingQuality>(9))
         .BreakInWholeRun(started, nullptr, CompositingQualityDefault);
     Calls<&GdipSetInterpolationMode>()
         .Keep(nullptr, InterpolationModeHighQualityBicubic)
-        .Break(known, nullptr, static_cast<InterpolationMode>(8))
+        .Break(known, nullptr, std::bit_cast<InterpolationMode>(8))
         .BreakInWholeRun(started, nullptr, InterpolationModeDefault);
     Calls<&GdipSetPixelOffsetMode>()
         .Keep(nullptr, PixelOffsetModeHighQuality)
-        .Break(known, nullptr, static_cast<PixelOffsetMode>(5))
+        .Break(known, nullptr, std::bit_cast<PixelOffsetMode>(5))
         .BreakInWholeRun(started, nullptr, PixelOffsetModeDefault);
     Calls<&GdipSetSmoothingMode>()
         .Keep(nullptr, SmoothingModeHighQuality)
-        .Break(known, nullptr, static_cast<SmoothingMode>(9))
+        .Break(known, nullptr, std::bit_cast<SmoothingMode>(9))
         .BreakInWholeRun(started, nullptr, SmoothingModeDefault);
     Calls<&GdipSetTextRenderingHint>()
         .Keep(nullptr, TextRenderingHintClearTypeGridFit)
-        .Break(known, nullptr, static_cast<TextRenderingHint>(6))
+        .Break(known, nullptr, std::bit_cast<TextRenderingHint>(6))
         .BreakInWholeRun(started, nullptr, TextRenderingHintClearTypeGridFit);
     Calls<&GdipSetStringFormatAlign>()
         .Keep(nullptr, StringAlignmentCenter)
-        .Break(known, nullptr, static_cast<StringAlignment>(3))
+        .Break(known, nullptr, std::bit_cast<StringAlignment>(3))
         .BreakInWholeRun(started, nullptr, StringAlignmentCenter);
     Calls<&GdipSetStringFormatLineAlign>()
         .Keep(nullptr, StringAlignmentCenter)
-        .Break(known, nullptr, static_cast<StringAlignment>(3))
+        .Break(known, nullptr, std::bit_cast<StringAlignment>(3))
         .BreakInWholeRun(started, nullptr, StringAlignmentCenter);
 }
 
