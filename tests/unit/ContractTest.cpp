@@ -5,10 +5,12 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <commctrl.h>
 #include <dwmapi.h>
 #include <oleauto.h>
 #include <roapi.h>
+#include <sddl.h>
 #include <shellapi.h>
 #include <shlobj.h>
 #include <tlhelp32.h>
@@ -267,6 +269,36 @@ TEST_F(ContractTest, Of_opening_files)
                FILE_SYNCHRONOUS_IO_NONALERT)
         .Break("NtCreateFile: FILE_DELETE_ON_CLOSE needs DELETE", &file, SYNCHRONIZE, &object, &status, 7,
                FILE_DELETE_ON_CLOSE);
+    Calls<&NtCreateFile>()
+        .Keep(&file, DELETE | SYNCHRONIZE, &object, &status, nullptr, FILE_ATTRIBUTE_NORMAL, 7, FILE_OPEN_IF,
+              FILE_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT | FILE_DELETE_ON_CLOSE, nullptr, 0)
+        .Break("places for the handle and the status", nullptr, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN,
+               c_plain, nullptr, 0)
+        .Break("OBJECT_ATTRIBUTES: its size", &file, DELETE, &unsizedObject, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
+               nullptr, 0)
+        .Break("OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one", &file, DELETE, &fullBelow,
+               &status, nullptr, 0, 7, FILE_OPEN, c_plain, nullptr, 0)
+        .Break("OBJECT_ATTRIBUTES: the root directory is open", &file, DELETE, &belowKey, &status, nullptr, 0, 7,
+               FILE_OPEN, c_plain, nullptr, 0)
+        .Break("ACCESS_MASK: known rights", &file, 0x04000000, &object, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
+               nullptr, 0)
+        .Break("known attributes", &file, DELETE, &object, &status, nullptr, 0x01000000, 7, FILE_OPEN, c_plain, nullptr,
+               0)
+        .Break("known ways of sharing", &file, DELETE, &object, &status, nullptr, 0, 8, FILE_OPEN, c_plain, nullptr, 0)
+        .Break("a known disposition", &file, DELETE, &object, &status, nullptr, 0, 7, 6, c_plain, nullptr, 0)
+        .Break("known options", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN, 0x01000000, nullptr, 0)
+        .Break("FILE_DIRECTORY_FILE is for FILE_CREATE, FILE_OPEN and FILE_OPEN_IF", &file, DELETE, &object, &status,
+               nullptr, 0, 7, FILE_OVERWRITE, FILE_DIRECTORY_FILE, nullptr, 0)
+        .Break("FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both", &file, DELETE, &object, &status, nullptr, 0,
+               7, FILE_OPEN, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE, nullptr, 0)
+        .Break("one kind of synchronous I/O", &file, SYNCHRONIZE, &object, &status, nullptr, 0, 7, FILE_OPEN,
+               FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0)
+        .Break("synchronous I/O needs SYNCHRONIZE", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN,
+               FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0)
+        .Break("FILE_DELETE_ON_CLOSE needs DELETE", &file, SYNCHRONIZE, &object, &status, nullptr, 0, 7, FILE_OPEN,
+               FILE_DELETE_ON_CLOSE, nullptr, 0)
+        .Break("a buffer of extended attributes", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
+               nullptr, 4);
 }
 
 TEST_F(ContractTest, Of_files)
@@ -362,10 +394,6 @@ TEST_F(ContractTest, Of_files)
         .Break("a path", nullptr, Somewhere<WIN32_FIND_DATAW>())
         .Break("no backslash at the end", L"C:\\", Somewhere<WIN32_FIND_DATAW>())
         .Break("a place for what is found", L"C:\\*", nullptr);
-    Calls<&FindNextFileW>()
-        .Keep(Open(Kind::Search), Somewhere<WIN32_FIND_DATAW>())
-        .Break("a search of FindFirstFile", reader, Somewhere<WIN32_FIND_DATAW>())
-        .Break("a place for what is found", Open(Kind::Search), nullptr);
     Calls<&FindClose>().Keep(Open(Kind::Search)).Break("a search of FindFirstFile", reader);
     Calls<&MoveFileExW>()
         .Keep(L"\\\\?\\C:\\f", nullptr, MOVEFILE_DELAY_UNTIL_REBOOT)
@@ -381,7 +409,17 @@ TEST_F(ContractTest, Of_files)
         .Break("known flags", L"f", L"g", nullptr, nullptr, nullptr, 0x10);
     Calls<&GetTempPathW>().Keep(0, nullptr).Break("a buffer of that size", 4, nullptr);
     Calls<&GetSystemDirectoryW>().Keep(wide, 4).Break("a buffer of that size", nullptr, 4);
-    Calls<&GetFileType>().Keep(reader).Break("an open file", INVALID_HANDLE_VALUE);
+    Calls<&ReOpenFile>()
+        .Keep(reader, FILE_LIST_DIRECTORY, FILE_SHARE_READ, FILE_FLAG_BACKUP_SEMANTICS)
+        .Break("an open file", key, FILE_LIST_DIRECTORY, FILE_SHARE_READ, 0)
+        .Break("known rights", reader, 0x400, FILE_SHARE_READ, 0)
+        .Break("known ways of sharing", reader, FILE_LIST_DIRECTORY, 8, 0)
+        .Break("flags alone, no attributes", reader, FILE_LIST_DIRECTORY, 0, FILE_ATTRIBUTE_NORMAL);
+    Calls<&GetVolumeInformationByHandleW>()
+        .Keep(reader, nullptr, 0, nullptr, nullptr, Somewhere<DWORD>(), nullptr, 0)
+        .Break("an open file", key, nullptr, 0, nullptr, nullptr, nullptr, nullptr, 0)
+        .Break("a buffer for the volume's name", reader, nullptr, 4, nullptr, nullptr, nullptr, nullptr, 0)
+        .Break("a buffer for the file system's name", reader, nullptr, 0, nullptr, nullptr, nullptr, nullptr, 4);
     Calls<&GetStdHandle>().Keep(STD_OUTPUT_HANDLE).Break("one of the three", 1);
     Calls<&WriteConsoleW>()
         .Keep(nullptr, L"a", 1, Somewhere<DWORD>(), nullptr)
@@ -581,6 +619,36 @@ TEST_F(ContractTest, Of_security)
         .Keep(&sid, WinLocalSystemSid)
         .Break("a SID", nullptr, WinLocalSystemSid)
         .Break("WELL_KNOWN_SID_TYPE: a known type", &sid, std::bit_cast<WELL_KNOWN_SID_TYPE>(-1));
+    Calls<&EqualSid>().Keep(&sid, &sid).Break("two SIDs", &sid, nullptr);
+    Calls<&ConvertSidToStringSidW>()
+        .Keep(&sid, Somewhere<LPWSTR>())
+        .Break("a SID", nullptr, Somewhere<LPWSTR>())
+        .Break("a place for the text", &sid, nullptr);
+    Calls<&ConvertStringSecurityDescriptorToSecurityDescriptorW>()
+        .Keep(L"D:", SDDL_REVISION_1, Somewhere<PSECURITY_DESCRIPTOR>(), nullptr)
+        .Break("a text", nullptr, SDDL_REVISION_1, Somewhere<PSECURITY_DESCRIPTOR>(), nullptr)
+        .Break("SDDL_REVISION_1", L"D:", 2, Somewhere<PSECURITY_DESCRIPTOR>(), nullptr)
+        .Break("a place for the descriptor", L"D:", SDDL_REVISION_1, nullptr, nullptr);
+    const HANDLE folder = Open(Kind::File, READ_CONTROL | WRITE_DAC | WRITE_OWNER);
+    const HANDLE unreadable = Open(Kind::File, FILE_READ_DATA);
+    PSECURITY_DESCRIPTOR descriptor = buffer;
+    Calls<&GetSecurityInfo>()
+        .Keep(folder, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, Somewhere<PSID>(), nullptr, nullptr, nullptr,
+              &descriptor)
+        .Break("an open object", nullptr, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
+               nullptr, &descriptor)
+        .Break("SE_OBJECT_TYPE: a known type", folder, SE_UNKNOWN_OBJECT_TYPE, OWNER_SECURITY_INFORMATION, nullptr,
+               nullptr, nullptr, nullptr, &descriptor)
+        .Break("READ_CONTROL, for all but the SACL", unreadable, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, nullptr,
+               nullptr, nullptr, nullptr, &descriptor)
+        .Break("a place for the descriptor, in which its parts lie", folder, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
+               Somewhere<PSID>(), nullptr, nullptr, nullptr, nullptr);
+    Calls<&SetKernelObjectSecurity>()
+        .Keep(folder, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, descriptor)
+        .Break("an open object", nullptr, GROUP_SECURITY_INFORMATION, descriptor)
+        .Break("WRITE_DAC for the DACL", unreadable, DACL_SECURITY_INFORMATION, descriptor)
+        .Break("WRITE_OWNER for the owner", unreadable, OWNER_SECURITY_INFORMATION, descriptor)
+        .Break("a descriptor", folder, DACL_SECURITY_INFORMATION, nullptr);
     HCRYPTPROV provider = reinterpret_cast<HCRYPTPROV>(Open(Kind::CryptoProvider));
     Calls<&CryptAcquireContextA>()
         .Keep(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)
@@ -843,6 +911,12 @@ TEST_F(ContractTest, Of_modules_and_memory)
     Calls<&GlobalLock>().Keep(memory).Break(ofGlobalAlloc, nullptr);
     Calls<&GlobalUnlock>().Keep(memory).Break(ofGlobalAlloc, other);
     Calls<&GlobalFree>().Keep(memory).Break(ofGlobalAlloc, other);
+    PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY policy{};
+    Calls<&SetProcessMitigationPolicy>()
+        .Keep(ProcessRedirectionTrustPolicy, &policy, sizeof(policy))
+        .Break("PROCESS_MITIGATION_POLICY: a known policy", std::bit_cast<PROCESS_MITIGATION_POLICY>(-1), &policy, 4)
+        .Break("the size of the policy's structure", ProcessRedirectionTrustPolicy, &policy, 8)
+        .Break("a policy", ProcessRedirectionTrustPolicy, nullptr, sizeof(policy));
     Calls<&LocalFree>().Keep(nullptr).Break("memory that LocalFree frees", Open(Kind::TaskMemory));
     Calls<&HeapAlloc>()
         .Keep(other, HEAP_ZERO_MEMORY, 1)

@@ -107,6 +107,70 @@ const Contract<&NtOpenFile> s_ntOpenFile{
         }
     }};
 
+const Contract<&NtCreateFile> s_ntCreateFile{
+    [](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES object, PIO_STATUS_BLOCK status, PLARGE_INTEGER,
+       ULONG attributes, ULONG share, ULONG disposition, ULONG options, PVOID extended, ULONG extendedSize) {
+        constexpr ULONG c_synchronous = FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT;
+        const UNICODE_STRING* const name = object == nullptr ? nullptr : object->ObjectName;
+        const std::wstring_view text =
+            name == nullptr ? L"" : std::wstring_view(name->Buffer, name->Length / sizeof(wchar_t));
+        const bool isRelative = object != nullptr && object->RootDirectory != nullptr;
+        return Verdict{
+            {file != nullptr && status != nullptr, "places for the handle and the status"},
+            {object != nullptr && object->Length == sizeof(*object), "OBJECT_ATTRIBUTES: its size"},
+            {text.starts_with(L'\\') != isRelative,
+             "OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one"},
+            {!isRelative || IsFile(object->RootDirectory), "OBJECT_ATTRIBUTES: the root directory is open"},
+            {HasOnly(access, c_anyAccess), "ACCESS_MASK: known rights"},
+            {HasOnly(attributes, 0x7FB7), "known attributes"},
+            {HasOnly(share, c_anyShare), "known ways of sharing"},
+            {disposition <= FILE_MAXIMUM_DISPOSITION, "a known disposition"},
+            {HasOnly(options, 0x00FFFFFF), "known options"},
+            {!HasAll(options, FILE_DIRECTORY_FILE) || IsOneOf(disposition, FILE_CREATE, FILE_OPEN, FILE_OPEN_IF),
+             "FILE_DIRECTORY_FILE is for FILE_CREATE, FILE_OPEN and FILE_OPEN_IF"},
+            {HasAtMostOneOf(options, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE),
+             "FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both"},
+            {HasAtMostOneOf(options, c_synchronous), "one kind of synchronous I/O"},
+            {(options & c_synchronous) == 0 || (MapRights(access) & SYNCHRONIZE) != 0,
+             "synchronous I/O needs SYNCHRONIZE"},
+            {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapRights(access) & DELETE) != 0,
+             "FILE_DELETE_ON_CLOSE needs DELETE"},
+            {IsBuffer(extended, extendedSize), "a buffer of extended attributes"},
+        };
+    },
+    [](NTSTATUS result, PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES, PIO_STATUS_BLOCK, PLARGE_INTEGER, ULONG,
+       ULONG, ULONG, ULONG, PVOID, ULONG) {
+        if (NT_SUCCESS(result))
+        {
+            NoteOpened(*file, Kind::File, MapRights(access));
+        }
+    }};
+
+const Contract<&ReOpenFile> s_reOpenFile{[](HANDLE original, DWORD access, DWORD share, DWORD flags) {
+                                             return Verdict{
+                                                 {IsFile(original), "an open file"},
+                                                 {HasOnly(access, c_anyAccess), "known rights"},
+                                                 {HasOnly(share, c_anyShare), "known ways of sharing"},
+                                                 {HasOnly(flags, DWORD{0xFFF00000}), "flags alone, no attributes"},
+                                             };
+                                         },
+                                         [](HANDLE file, HANDLE, DWORD access, DWORD, DWORD) {
+                                             if (file != INVALID_HANDLE_VALUE)
+                                             {
+                                                 NoteOpened(file, Kind::File,
+                                                            MapRights(access) | FILE_READ_ATTRIBUTES | SYNCHRONIZE);
+                                             }
+                                         }};
+
+const Contract<&GetVolumeInformationByHandleW> s_getVolumeInformation =
+    [](HANDLE file, LPWSTR name, DWORD nameSize, LPDWORD, LPDWORD, LPDWORD, LPWSTR system, DWORD systemSize) {
+        return Verdict{
+            {IsFile(file), "an open file"},
+            {IsBuffer(name, nameSize), "a buffer for the volume's name"},
+            {IsBuffer(system, systemSize), "a buffer for the file system's name"},
+        };
+    };
+
 const Contract<&WriteFile> s_writeFile = [](HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                                             LPOVERLAPPED overlapped) {
     return Verdict{
@@ -308,13 +372,6 @@ const Contract<&FindFirstFileW> s_findFirstFile{
         }
     }};
 
-const Contract<&FindNextFileW> s_findNextFile = [](HANDLE search, LPWIN32_FIND_DATAW data) {
-    return Verdict{
-        {IsHandle(search) && MayBe(search, Kind::Search), "a search of FindFirstFile"},
-        {data != nullptr, "a place for what is found"},
-    };
-};
-
 const Contract<&FindClose> s_findClose{
     [](HANDLE search) {
         return Verdict{{IsHandle(search) && MayBe(search, Kind::Search), "a search of FindFirstFile"}};
@@ -353,8 +410,6 @@ const Contract<&GetTempPathW> s_getTempPath = [](DWORD size, LPWSTR buffer) {
 const Contract<&GetSystemDirectoryW> s_getSystemDirectory = [](LPWSTR buffer, UINT size) {
     return Verdict{{IsBuffer(buffer, size), "a buffer of that size"}};
 };
-
-const Contract<&GetFileType> s_getFileType = [](HANDLE file) { return Verdict{{IsFile(file), "an open file"}}; };
 
 const Contract<&GetStdHandle> s_getStdHandle = [](DWORD which) {
     return Verdict{{IsOneOf(which, STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE), "one of the three"}};

@@ -2,6 +2,8 @@
 #include "support/common/contract/Contract.h"
 #include "support/common/contract/OpenObjects.h"
 
+#include <aclapi.h>
+#include <sddl.h>
 #include <wincrypt.h>
 
 namespace Testing
@@ -76,9 +78,60 @@ const Contract<&GetTokenInformation> s_getTokenInformation = [](HANDLE token, TO
     };
 };
 
+bool IsSid(const void* sid)
+{
+    return sid != nullptr && static_cast<const SID*>(sid)->Revision == SID_REVISION;
+}
+
+const Contract<&EqualSid> s_equalSid = [](PSID sid, PSID other) {
+    return Verdict{{IsSid(sid) && IsSid(other), "two SIDs"}};
+};
+
+const Contract<&ConvertSidToStringSidW> s_sidToText = [](PSID sid, LPWSTR* text) {
+    return Verdict{
+        {IsSid(sid), "a SID"},
+        {text != nullptr, "a place for the text"},
+    };
+};
+
+const Contract<&ConvertStringSecurityDescriptorToSecurityDescriptorW> s_textToDescriptor =
+    [](LPCWSTR text, DWORD revision, PSECURITY_DESCRIPTOR* descriptor, PULONG) {
+        return Verdict{
+            {text != nullptr, "a text"},
+            {revision == SDDL_REVISION_1, "SDDL_REVISION_1"},
+            {descriptor != nullptr, "a place for the descriptor"},
+        };
+    };
+
+const Contract<&GetSecurityInfo> s_getSecurityInfo = [](HANDLE object, SE_OBJECT_TYPE type, SECURITY_INFORMATION what,
+                                                        PSID* owner, PSID* group, PACL* list, PACL* audit,
+                                                        PSECURITY_DESCRIPTOR* descriptor) {
+    constexpr SECURITY_INFORMATION c_readable =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    return Verdict{
+        {IsHandle(object), "an open object"},
+        {type > SE_UNKNOWN_OBJECT_TYPE && type <= SE_REGISTRY_WOW64_32KEY, "SE_OBJECT_TYPE: a known type"},
+        {type != SE_FILE_OBJECT || (what & c_readable) == 0 || Grants(object, Kind::File, READ_CONTROL),
+         "READ_CONTROL, for all but the SACL"},
+        {descriptor != nullptr || (owner == nullptr && group == nullptr && list == nullptr && audit == nullptr),
+         "a place for the descriptor, in which its parts lie"},
+    };
+};
+
+const Contract<&SetKernelObjectSecurity> s_setSecurity = [](HANDLE object, SECURITY_INFORMATION what,
+                                                            PSECURITY_DESCRIPTOR descriptor) {
+    return Verdict{
+        {IsHandle(object), "an open object"},
+        {(what & DACL_SECURITY_INFORMATION) == 0 || Grants(object, Kind::File, WRITE_DAC), "WRITE_DAC for the DACL"},
+        {(what & OWNER_SECURITY_INFORMATION) == 0 || Grants(object, Kind::File, WRITE_OWNER),
+         "WRITE_OWNER for the owner"},
+        {descriptor != nullptr, "a descriptor"},
+    };
+};
+
 const Contract<&IsWellKnownSid> s_isWellKnownSid = [](PSID sid, WELL_KNOWN_SID_TYPE type) {
     return Verdict{
-        {sid != nullptr && static_cast<const SID*>(sid)->Revision == SID_REVISION, "a SID"},
+        {IsSid(sid), "a SID"},
         {type >= WinNullSid, "WELL_KNOWN_SID_TYPE: a known type"},
     };
 };

@@ -113,6 +113,17 @@ const Contract<&GlobalFree> s_globalFree{
     [](HGLOBAL memory) { return Verdict{{IsGlobalMemory(memory), c_globalMemory}}; },
     [](HGLOBAL, HGLOBAL memory) { NoteClosed(memory); }};
 
+const Contract<&SetProcessMitigationPolicy> s_setMitigation = [](PROCESS_MITIGATION_POLICY policy, PVOID data,
+                                                                 SIZE_T size) {
+    return Verdict{
+        {policy >= ProcessDEPPolicy && policy < MaxProcessMitigationPolicy,
+         "PROCESS_MITIGATION_POLICY: a known policy"},
+        {policy != ProcessRedirectionTrustPolicy || size == sizeof(PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY),
+         "the size of the policy's structure"},
+        {data != nullptr, "a policy"},
+    };
+};
+
 const Contract<&LocalFree> s_localFree{
     [](HLOCAL memory) {
         return Verdict{{memory == nullptr || MayBe(memory, Kind::LocalMemory), "memory that LocalFree frees"}};
