@@ -911,6 +911,10 @@ TEST_F(ContractTest, Of_modules_and_memory)
     Calls<&GlobalLock>().Keep(memory).Break(ofGlobalAlloc, nullptr);
     Calls<&GlobalUnlock>().Keep(memory).Break(ofGlobalAlloc, other);
     Calls<&GlobalFree>().Keep(memory).Break(ofGlobalAlloc, other);
+    Calls<&GetEnvironmentVariableW>()
+        .Keep(L"n", nullptr, 0)
+        .Break("a name", nullptr, nullptr, 0)
+        .Break("a buffer of that size", L"n", nullptr, 4);
     PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY policy{};
     Calls<&SetProcessMitigationPolicy>()
         .Keep(ProcessRedirectionTrustPolicy, &policy, sizeof(policy))

@@ -113,6 +113,13 @@ const Contract<&GlobalFree> s_globalFree{
     [](HGLOBAL memory) { return Verdict{{IsGlobalMemory(memory), c_globalMemory}}; },
     [](HGLOBAL, HGLOBAL memory) { NoteClosed(memory); }};
 
+const Contract<&GetEnvironmentVariableW> s_getVariable = [](LPCWSTR name, LPWSTR buffer, DWORD size) {
+    return Verdict{
+        {name != nullptr, "a name"},
+        {IsBuffer(buffer, size), "a buffer of that size"},
+    };
+};
+
 const Contract<&SetProcessMitigationPolicy> s_setMitigation = [](PROCESS_MITIGATION_POLICY policy, PVOID data,
                                                                  SIZE_T size) {
     return Verdict{
