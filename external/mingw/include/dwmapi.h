@@ -3,6 +3,6 @@
 
 #include_next <dwmapi.h>
 
-#ifdef __cplusplus
+#if defined(__cplusplus) && __MINGW64_VERSION_MAJOR < 12
 inline constexpr DWMWINDOWATTRIBUTE DWMWA_USE_IMMERSIVE_DARK_MODE = static_cast<DWMWINDOWATTRIBUTE>(20);
 #endif

@@ -25,7 +25,7 @@
 #pragma pop_macro("wcscat")
 #pragma pop_macro("wcscpy")
 
-#ifndef VELMORA_INTRIN_ADDITIONS
+#if __MINGW64_VERSION_MAJOR < 12 && !defined(VELMORA_INTRIN_ADDITIONS)
 #define VELMORA_INTRIN_ADDITIONS
 
 #ifdef __cplusplus

@@ -4,7 +4,7 @@
 
 #include_next <pathcch.h>
 
-#ifdef __cplusplus
+#if defined(__cplusplus) && __MINGW64_VERSION_MAJOR < 12
 #undef PATHCCH_ALLOW_LONG_PATHS
 
 enum PATHCCH_OPTIONS : unsigned long

@@ -6,9 +6,8 @@
 #include_next <uiautomationcoreapi.h>
 #pragma pop_macro("new")
 
-#ifdef __cplusplus
+#if defined(__cplusplus) && __MINGW64_VERSION_MAJOR < 12
 extern "C" {
-#endif
 
 WINBOOL WINAPI UiaClientsAreListening(void);
 
@@ -59,7 +58,5 @@ HRESULT WINAPI UiaHUiaNodeFromVariant(VARIANT* value, HUIANODE* node);
 HRESULT WINAPI UiaGetPropertyValue(HUIANODE node, PROPERTYID id, VARIANT* value);
 HRESULT WINAPI UiaNavigate(HUIANODE node, enum NavigateDirection direction, struct UiaCondition* condition,
                            struct UiaCacheRequest* request, SAFEARRAY** data, BSTR* treeStructure);
-
-#ifdef __cplusplus
 }
 #endif
