@@ -66,6 +66,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     $<$<CONFIG:Release>:-fstack-protector-strong>)
 endif()
 
+# What nearly every source file includes: precompiled, each target with its own options. (scripts/tidy sees to it that a file
+# includes what it uses all the same.)
+set(COMMON_HEADERS <windows.h> <algorithm> <memory> <optional> <string> <string_view> <utility> <vector>)
+
 # For the tests' own code: fast to build, with line tables for a debugger.
 macro(use_test_compile_options)
   if(NOT MSVC)

@@ -1,5 +1,6 @@
 #include "support/common/Text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -8,11 +9,9 @@ namespace Testing
 
 std::string Narrow(std::wstring_view text)
 {
-    std::string narrow;
-    for (const wchar_t character : text)
-    {
-        narrow += character < 0x80 ? static_cast<char>(character) : '?';
-    }
+    std::string narrow(text.size(), '?');
+    std::ranges::transform(text, narrow.begin(),
+                           [](wchar_t character) { return character < 0x80 ? static_cast<char>(character) : '?'; });
     return narrow;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <stdexcept>
 
 namespace Testing
@@ -155,7 +156,14 @@ void SimulatedMachine::AddProduct()
 
 bool SimulatedMachine::IsOf(const ProductPart& part, const std::string& thing)
 {
-    const std::string place = Narrow(Expand(part.place));
+    // Asked for each thing of thousands of runs.
+    static std::map<std::wstring_view, std::string> places;
+    const auto [known, isNew] = places.try_emplace(part.place);
+    if (isNew)
+    {
+        known->second = Narrow(Expand(part.place));
+    }
+    const std::string& place = known->second;
     const auto isAtOrBelow = [&](const std::string& its) {
         return thing == its || (thing.starts_with(its) && (thing[its.size()] == '\\' || thing[its.size()] == ':'));
     };
