@@ -161,7 +161,8 @@ class Headers:
         """What macros stand for, and the values of variables that are GUIDs."""
         marks = "".join(f'\n"text of {name}" {name} ;' for name in names)
         whole = self.preprocess(more=marks + "\n")
-        whole = re.sub(r"\b__(stdcall|cdecl)\b", "", whole) # this processor has one convention
+        # This processor has one convention.
+        whole = re.sub(r"__attribute__\(\(__(stdcall|cdecl)__\)\)|\b__(stdcall|cdecl)\b", "", whole)
         texts = {name: " ".join(text.split()) for name, text in re.findall(r'^"text of (\w+)" (.*) ;$', whole, re.M)}
         guids = {name: [int(number, 0) for number in re.findall(r"\b(?:0[xX][0-9a-fA-F]+|\d+)(?=[uUlL]*\b)", value)]
                  for name, value in re.findall(r"\bGUID\s[^;={]*\b(\w+)\s*=\s*(\{[^;]*\})\s*;", whole)}
