@@ -1,5 +1,6 @@
 // A program that starts crash reporting, leaves a breadcrumb, and ends in the way that it is told:
-//     CrashingProgram DSN DATABASE_FOLDER access|throw|abort|thread|stack
+//     CrashingProgram DSN DATABASE_FOLDER access|throw|abort|thread|stack|raised-stack|filtered-stack
+// The last one starts no crash reporting; its exit code is 7 when its own filter is told of the overflow.
 #include <windows.h>
 
 #include <sentry.h>
@@ -29,6 +30,12 @@ int Overflow(int depth)
     return g_goesOn ? Overflow(depth + 1) + space[0] : depth;
 }
 
+LONG WINAPI EndWithSeven(EXCEPTION_POINTERS* /*exception*/)
+{
+    TerminateProcess(GetCurrentProcess(), 7);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
 } // namespace
 
 int main(int count, char** arguments)
@@ -38,6 +45,12 @@ int main(int count, char** arguments)
         return 2;
     }
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    const std::string_view end = arguments[3];
+    if (end == "filtered-stack")
+    {
+        SetUnhandledExceptionFilter(EndWithSeven);
+        return Overflow(0);
+    }
     sentry_options_t* const options = sentry_options_new();
     sentry_options_set_dsn(options, arguments[1]);
     sentry_options_set_database_path(options, arguments[2]);
@@ -48,7 +61,6 @@ int main(int count, char** arguments)
     }
     sentry_add_breadcrumb(sentry_value_new_breadcrumb(nullptr, "about to crash"));
 
-    const std::string_view end = arguments[3];
     if (end == "access")
     {
         __asm__ volatile("movl $1, (%0)" : : "r"(g_nowhere) : "memory");
@@ -68,6 +80,10 @@ int main(int count, char** arguments)
     else if (end == "stack")
     {
         return Overflow(0);
+    }
+    else if (end == "raised-stack")
+    {
+        RaiseException(EXCEPTION_STACK_OVERFLOW, 0, 0, nullptr);
     }
     return 0;
 }
