@@ -24,13 +24,16 @@ ConsoleUser::~ConsoleUser()
 
 void ConsoleUser::Look(DWORD processId, std::vector<std::wstring>& seen)
 {
-    if (!m_output)
+    if (!m_output || m_processId != processId)
     {
+        m_output.reset();
+        m_input.reset();
         FreeConsole();
         if (!AttachConsole(processId))
         {
             return;
         }
+        m_processId = processId;
         m_output = Open(L"CONOUT$");
         m_input = Open(L"CONIN$");
     }

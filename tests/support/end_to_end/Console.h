@@ -10,8 +10,8 @@
 
 namespace Testing
 {
-// Reads the console until a key is asked for, and then presses one. This process's own console is given up for it and
-// taken back afterwards: one at a time.
+// Reads a process's console until a key is asked for, and then presses one. This process's own console is given up for
+// it and taken back afterwards: one at a time.
 class ConsoleUser
 {
 public:
@@ -20,14 +20,16 @@ public:
     ConsoleUser(const ConsoleUser&) = delete;
     ConsoleUser& operator=(const ConsoleUser&) = delete;
 
-    // To be called again and again: the process may not have made its console yet. Takes the lines up to the cursor
-    // when a key is asked for, without the blanks at their ends. A line that is wider than the window is several.
+    // To be called again and again: the process may not have made its console yet. Another process may have one of its
+    // own. Takes the lines up to the cursor when a key is asked for, without the blanks at their ends. A line that is
+    // wider than the window is several.
     void Look(DWORD processId, std::vector<std::wstring>& seen);
 
 private:
     std::vector<std::wstring> Lines() const;
     void PressKey();
 
+    DWORD m_processId = 0;
     UniqueHandle m_output;
     UniqueHandle m_input;
     bool m_hasPressed = false;
