@@ -2,6 +2,7 @@
 #include "EndToEndTest.h"
 #include "support/end_to_end/LimitedUser.h"
 #include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Wine.h"
 
 #include <windows.h>
 
@@ -66,6 +67,10 @@ TEST_F(PreconditionsTest, The_oldest_Windows_that_will_do_is_19041)
 TEST_F(PreconditionsTest, A_process_that_is_not_elevated_is_refused)
 {
     const UniqueHandle token = LimitedToken();
+    if (IsWine())
+    {
+        RunAsInvoker(ProgramPath());
+    }
     // Without the variable Windows would not start it at all, for what its manifest demands.
     ExpectRefusal(c_notElevated,
                   ErrorMessage(L"Uninstaller Not Elevated",

@@ -1,3 +1,4 @@
+#include "support/end_to_end/Identity.h"
 #include "support/end_to_end/Services.h"
 #include "support/end_to_end/Waiting.h"
 #include "support/end_to_end/Wine.h"
@@ -32,6 +33,7 @@ bool HasServiceManager()
 int wmain(int count, wchar_t** arguments)
 {
     SetConsoleOutputCP(CP_UTF8);
+    Testing::ElevateUnderWine();
     ::testing::InitGoogleTest(&count, arguments);
     if (!GTEST_FLAG_GET(list_tests) && !IsAllowedHere())
     {
@@ -42,6 +44,11 @@ int wmain(int count, wchar_t** arguments)
     if (!GTEST_FLAG_GET(list_tests) && !HasServiceManager())
     {
         std::puts("The service manager does not answer.");
+        return 1;
+    }
+    if (!GTEST_FLAG_GET(list_tests) && !Testing::IsElevated(GetCurrentProcessToken()))
+    {
+        std::puts("These tests have to be started as an administrator.");
         return 1;
     }
     return RUN_ALL_TESTS();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Wine.h"
 
 #include <windows.h>
 
@@ -35,5 +36,33 @@ inline bool IsElevated(HANDLE token)
     DWORD size = 0;
     return !GetTokenInformation(token, TokenElevation, &elevation, sizeof(elevation), &size) ||
            elevation.TokenIsElevated != 0;
+}
+
+// Elevates this process as newer versions of Wine elevate a program whose manifest requires it, without asking anybody.
+// Older ones elevate all programs. On Windows a process cannot elevate itself, and nothing is done.
+inline void ElevateUnderWine()
+{
+    struct AccessToken
+    {
+        HANDLE token;
+        HANDLE thread;
+    };
+    using SetInformation = LONG(NTAPI*)(HANDLE process, ULONG kind, void* information, ULONG size);
+    constexpr ULONG c_accessToken = 9;
+    TOKEN_LINKED_TOKEN linked{};
+    DWORD size = 0;
+    if (!IsWine() || IsElevated(GetCurrentProcessToken()) ||
+        !GetTokenInformation(GetCurrentProcessToken(), TokenLinkedToken, &linked, sizeof(linked), &size))
+    {
+        return;
+    }
+    const UniqueHandle elevated(linked.LinkedToken);
+    HANDLE primary = nullptr;
+    DuplicateTokenEx(elevated.get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary, &primary);
+    const UniqueHandle owned(primary);
+    AccessToken token{.token = primary, .thread = nullptr};
+    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
+    const auto function = reinterpret_cast<void*>(GetProcAddress(library, "NtSetInformationProcess"));
+    reinterpret_cast<SetInformation>(function)(GetCurrentProcess(), c_accessToken, &token, sizeof(token));
 }
 } // namespace Testing

@@ -316,6 +316,7 @@ int Run(std::span<wchar_t* const> arguments)
 int wmain(int count, wchar_t** arguments)
 {
     SetConsoleOutputCP(CP_UTF8);
+    Testing::ElevateUnderWine();
     try
     {
         return Testing::Run(std::span<wchar_t* const>(arguments, static_cast<std::size_t>(count)).subspan(1));
