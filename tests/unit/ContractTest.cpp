@@ -1422,6 +1422,30 @@ TEST(ContractsTest, Follow_what_is_opened)
     TerminateProcess(process, 0); // nobody knows that handle now
 }
 
+// As soon as it is freed, its address may be that of something else.
+TEST(ContractsTest, Forget_an_address_before_it_is_freed)
+{
+    const Fake<&FindClose> closeSearch = [](HANDLE search) -> BOOL {
+        EXPECT_TRUE(MayBe(search, Kind::TaskMemory));
+        return TRUE;
+    };
+    const Fake<&CoTaskMemFree> freeTask = [](void* memory) { EXPECT_TRUE(MayBe(memory, Kind::Search)); };
+    const Fake<&LocalFree> freeLocal = [](HLOCAL memory) -> HLOCAL {
+        EXPECT_TRUE(MayBe(memory, Kind::Search));
+        return nullptr;
+    };
+    const Fake<&GlobalFree> freeGlobal = [](HGLOBAL memory) -> HGLOBAL {
+        EXPECT_TRUE(MayBe(memory, Kind::Search));
+        return nullptr;
+    };
+    const Fake<&SysFreeString> freeText = [](BSTR text) { EXPECT_TRUE(MayBe(text, Kind::Search)); };
+    FindClose(Open(Kind::Search));
+    CoTaskMemFree(Open(Kind::TaskMemory));
+    LocalFree(Open(Kind::LocalMemory));
+    GlobalFree(Open(Kind::GlobalMemory));
+    SysFreeString(OpenAs<BSTR>(Kind::Text));
+}
+
 TEST(ContractsTest, Leave_the_last_error_alone)
 {
     const Fake<&RegCloseKey> close = [](HKEY) -> LSTATUS {

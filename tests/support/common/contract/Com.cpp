@@ -65,7 +65,7 @@ const Contract<&CoTaskMemFree> s_taskFree{
     [](LPVOID memory) {
         return Verdict{{memory == nullptr || MayBe(memory, Kind::TaskMemory), "memory of CoTaskMemAlloc"}};
     },
-    [](LPVOID memory) { NoteClosed(memory); }};
+    nullptr, [](LPVOID memory) { NoteClosed(memory); }};
 
 const Contract<&CreateStreamOnHGlobal> s_createStream{
     [](HGLOBAL memory, BOOL, LPSTREAM* stream) {
@@ -96,7 +96,7 @@ bool IsText(BSTR text)
 }
 constexpr char c_text[] = "a BSTR or null";
 
-const Contract<&SysFreeString> s_freeText{[](BSTR text) { return Verdict{{IsText(text), c_text}}; },
+const Contract<&SysFreeString> s_freeText{[](BSTR text) { return Verdict{{IsText(text), c_text}}; }, nullptr,
                                           [](BSTR text) { NoteClosed(text); }};
 
 const Contract<&SysStringLen> s_textLength = [](BSTR text) { return Verdict{{IsText(text), c_text}}; };

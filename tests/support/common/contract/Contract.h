@@ -148,7 +148,8 @@ struct AfterCall<void, Arguments...>
 
 } // namespace Details
 
-// The contract of one function: the rules of a call, and what a call changes for later ones.
+// The contract of one function: the rules of a call, and what a call changes for later ones. What the function frees is
+// noted before the call: afterwards another thread may have got the same address.
 template <auto Function, class Type = decltype(Function)>
 class Contract;
 
@@ -158,14 +159,16 @@ class Contract<Function, Result(WINAPI*)(Arguments...)>
 public:
     using Rules = Verdict (*)(Arguments...);
     using After = typename Details::AfterCall<Result, Arguments...>::Type;
+    using Before = void (*)(Arguments...);
 
     template <class Lambda>
         requires std::is_convertible_v<Lambda, Rules>
-    explicit(false) Contract(Lambda rules, After after = nullptr)
+    explicit(false) Contract(Lambda rules, After after = nullptr, Before before = nullptr)
         : m_contract(c_name.data(), reinterpret_cast<void*>(&Call), reinterpret_cast<void**>(&s_next))
     {
         s_rules = rules;
         s_after = after;
+        s_before = before;
     }
 
     static Verdict Judge(Arguments... arguments) { return s_rules(arguments...); }
@@ -182,6 +185,10 @@ private:
             if (const char* const broken = s_rules(arguments...).BrokenRule())
             {
                 Details::Report(c_name.data(), broken);
+            }
+            if (s_before != nullptr)
+            {
+                s_before(arguments...);
             }
         }
         if constexpr (std::is_void_v<Result>)
@@ -209,6 +216,7 @@ private:
     static constinit inline Pointer s_next = nullptr;
     static constinit inline Rules s_rules = nullptr;
     static constinit inline After s_after = nullptr;
+    static constinit inline Before s_before = nullptr;
 };
 
 } // namespace Testing

@@ -376,7 +376,7 @@ const Contract<&FindClose> s_findClose{
     [](HANDLE search) {
         return Verdict{{IsHandle(search) && MayBe(search, Kind::Search), "a search of FindFirstFile"}};
     },
-    [](BOOL, HANDLE search) { NoteClosed(search); }};
+    nullptr, [](HANDLE search) { NoteClosed(search); }};
 
 const Contract<&MoveFileExW> s_moveFile = [](LPCWSTR from, LPCWSTR to, DWORD flags) {
     constexpr DWORD c_flags = MOVEFILE_COPY_ALLOWED | MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_FAIL_IF_NOT_TRACKABLE |

@@ -110,8 +110,8 @@ const Contract<&GlobalUnlock> s_globalUnlock = [](HGLOBAL memory) {
 };
 
 const Contract<&GlobalFree> s_globalFree{
-    [](HGLOBAL memory) { return Verdict{{IsGlobalMemory(memory), c_globalMemory}}; },
-    [](HGLOBAL, HGLOBAL memory) { NoteClosed(memory); }};
+    [](HGLOBAL memory) { return Verdict{{IsGlobalMemory(memory), c_globalMemory}}; }, nullptr,
+    [](HGLOBAL memory) { NoteClosed(memory); }};
 
 const Contract<&GetEnvironmentVariableW> s_getVariable = [](LPCWSTR name, LPWSTR buffer, DWORD size) {
     return Verdict{
@@ -135,7 +135,7 @@ const Contract<&LocalFree> s_localFree{
     [](HLOCAL memory) {
         return Verdict{{memory == nullptr || MayBe(memory, Kind::LocalMemory), "memory that LocalFree frees"}};
     },
-    [](HLOCAL, HLOCAL memory) { NoteClosed(memory); }};
+    nullptr, [](HLOCAL memory) { NoteClosed(memory); }};
 
 const Contract<&HeapAlloc> s_heapAlloc = [](HANDLE heap, DWORD flags, SIZE_T) {
     return Verdict{
