@@ -5,6 +5,7 @@
 #include "support/common/ImportTableFake.h"
 #include "support/common/contract/Contract.h"
 #include "support/end_to_end/Wine.h"
+#include "support/end_to_end/stand_ins/DirectorySearch.h"
 #include "support/end_to_end/stand_ins/LoadIntoProcess.h"
 #include "support/end_to_end/stand_ins/SharedRecord.h"
 #include "support/end_to_end/stand_ins/SuddenEnd.h"
@@ -165,6 +166,9 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
     if (IsWine())
     {
         StandIn("ControlServiceExW", reinterpret_cast<void*>(&StandInForControlServiceEx));
+        StandIn("FindFirstFileW", reinterpret_cast<void*>(&StandInForFindFirstFile));
+        StandIn("FindNextFileW", reinterpret_cast<void*>(&StandInForFindNextFile));
+        StandIn("FindClose", reinterpret_cast<void*>(&StandInForFindClose));
     }
     if (Record()->end.lines > 0)
     {
