@@ -51,6 +51,16 @@ void CountDeletion()
     }
 }
 
+BOOL WINAPI DeleteFileAndEnd(const wchar_t* path)
+{
+    const BOOL ok = DeleteFileW(path);
+    if (ok)
+    {
+        CountDeletion();
+    }
+    return ok;
+}
+
 // A deletion through a handle; directories are deleted so, too.
 BOOL WINAPI DeleteAndEnd(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* data, DWORD size)
 {
@@ -80,6 +90,11 @@ void EndAt(SharedMoment& moment) noexcept
     Moment() = &moment;
     SetImportSlot(ImportSlot("WriteFile"), reinterpret_cast<void*>(&WriteAndEnd));
     SetImportSlot(ImportSlot("SetFileInformationByHandle"), reinterpret_cast<void*>(&DeleteAndEnd));
-    SetImportSlot(ImportSlot("NtOpenFile"), reinterpret_cast<void*>(&OpenAndEnd));
+    // The stand-in for WIL deletes files with one of these, WIL itself with the other.
+    SetImportSlot(ImportSlot("DeleteFileW"), reinterpret_cast<void*>(&DeleteFileAndEnd));
+    if (void* const slot = FindImportSlot("NtOpenFile"))
+    {
+        SetImportSlot(slot, reinterpret_cast<void*>(&OpenAndEnd));
+    }
 }
 } // namespace Testing
