@@ -28,19 +28,8 @@ void PrintRow(const std::string& what, double measured, const std::string& unit,
               double baseline, double wanted)
 {
     const double ratio = measured / baseline;
-    std::printf("| %s | %.1f %s | %s | %.1f %s | %.2f | ", what.c_str(), measured, unit.c_str(), comparedWith.c_str(),
-                baseline, unit.c_str(), ratio);
-    if (wanted > 0)
-    {
-        std::printf("%.2f%s", wanted, ratio <= wanted ? "" : ": missed");
-    }
-    std::printf(" |\n");
-    std::fflush(stdout);
-}
-
-void PrintFigure(const std::string& what, double measured, const std::string& unit)
-{
-    std::printf("| %s | %.1f %s | | | | |\n", what.c_str(), measured, unit.c_str());
+    std::printf("| %s | %.1f %s | %s | %.1f %s | %.2f | %.2f%s |\n", what.c_str(), measured, unit.c_str(),
+                comparedWith.c_str(), baseline, unit.c_str(), ratio, wanted, ratio <= wanted ? "" : ": missed");
     std::fflush(stdout);
 }
 } // namespace Benchmarks

@@ -15,12 +15,9 @@ Milliseconds Time(const std::function<void()>& work);
 // The middle one; of an even number, the mean of the two in the middle.
 double Median(std::vector<double> values);
 
-// Prints one row: what was measured, in which unit, what it is compared with, the ratio of the two and, where there is
-// one, the largest ratio that is wanted.
+// Prints one row: what was measured, in which unit, what it is compared with, the ratio of the two, and the largest
+// ratio that is wanted.
 void PrintHead();
 void PrintRow(const std::string& what, double measured, const std::string& unit, const std::string& comparedWith,
-              double baseline, double wanted = 0);
-
-// A row without a comparison.
-void PrintFigure(const std::string& what, double measured, const std::string& unit);
+              double baseline, double wanted);
 } // namespace Benchmarks
