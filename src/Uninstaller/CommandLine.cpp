@@ -8,6 +8,9 @@
 
 #include <wil/resource.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,17 +33,44 @@ constexpr struct
 
 using unique_arguments = wil::unique_any<PWSTR*, decltype(&::LocalFree), ::LocalFree>;
 
+constexpr std::wstring_view c_blanks = L" \t";
+
+// By Windows' rules for quotation marks and backslashes.
+std::optional<std::wstring> SplitOffArgument(const wchar_t* commandLine)
+{
+    int count = 0;
+    const unique_arguments arguments(CommandLineToArgvW(commandLine, &count));
+    return count < 2 ? std::nullopt : std::optional<std::wstring>(arguments.get()[1]);
+}
+
+// The first argument; nullopt without one. Plain text needs no rules, and CommandLineToArgvW loads the shell's library.
+std::optional<std::wstring> FindArgument(const wchar_t* commandLine)
+{
+    const std::wstring_view line = commandLine;
+    const std::size_t nameEnd = line.starts_with(L'"') ? line.find(L'"', 1) + 1 : line.find_first_of(c_blanks);
+    const std::wstring_view arguments = line.substr(std::min(nameEnd, line.size()));
+    const std::size_t begin = arguments.find_first_not_of(c_blanks);
+    if (nameEnd == 0 || begin == 0 || arguments.find_first_of(L"\"\\") != std::wstring_view::npos)
+    {
+        return SplitOffArgument(commandLine);
+    }
+    if (begin == std::wstring_view::npos)
+    {
+        return std::nullopt;
+    }
+    return std::wstring(arguments.substr(begin, arguments.find_first_of(c_blanks, begin) - begin));
+}
+
 } // namespace
 
 CommandLine ParseCommandLine()
 {
-    int count = 0;
-    const unique_arguments arguments(CommandLineToArgvW(GetCommandLineW(), &count));
-    if (count < 2)
+    const std::optional<std::wstring> found = FindArgument(GetCommandLineW());
+    if (!found)
     {
         return {};
     }
-    const wchar_t* const argument = arguments.get()[1];
+    const std::wstring& argument = *found;
     // Compared in the ANSI code page, without best fit: a typographic dash does not become "-".
     const std::string narrow = Installer::EncodeAnsi(argument);
     for (const auto& known : c_switches)

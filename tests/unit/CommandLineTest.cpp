@@ -1,6 +1,7 @@
 #include "Uninstaller/CommandLine.h"
 
 #include "support/common/ImportTableFake.h"
+#include "support/common/Text.h"
 #include "support/unit/FakeCodePage.h"
 
 #include <windows.h>
@@ -20,11 +21,15 @@ using Installer::RunType;
 using Uninstaller::CommandLine;
 using namespace Testing;
 
-CommandLine Parse(std::wstring arguments)
+CommandLine ParseLine(std::wstring line)
 {
-    std::wstring line = L"\"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe\"" + std::move(arguments);
     Fake<&GetCommandLineW> commandLine = [&] { return line.data(); };
     return Uninstaller::ParseCommandLine();
+}
+
+CommandLine Parse(const std::wstring& arguments)
+{
+    return ParseLine(L"\"C:\\Program Files\\Velmora\\Velmora.Uninstaller.exe\"" + arguments);
 }
 
 void ExpectRun(const std::wstring& arguments, RunType runType)
@@ -88,7 +93,48 @@ TEST(CommandLineTest, A_command_line_that_cannot_be_taken_apart_is_a_GUI_run)
 {
     Fake<&CommandLineToArgvW> failing = [](LPCWSTR, int*) -> LPWSTR* { return nullptr; };
 
-    ExpectRun(L" -s", RunType::Gui);
+    ExpectRun(L" \"-s\"", RunType::Gui);
+}
+
+// The shell's library is loaded for it.
+TEST(CommandLineTest, Plain_arguments_are_taken_apart_without_the_shell)
+{
+    unsigned calls = 0;
+    Fake<&CommandLineToArgvW> take = [&](LPCWSTR line, int* count) {
+        ++calls;
+        return decltype(take)::Real(line, count);
+    };
+
+    for (const wchar_t* const arguments : {L"", L" ", L" -s", L"\t--verbose  more", L" \u00e9 "})
+    {
+        Parse(arguments);
+    }
+    ParseLine(L"Uninstaller.exe -s");
+    EXPECT_EQ(calls, 0U);
+
+    Parse(L" \"-s\"");
+    Parse(L" -s C:\\");
+    EXPECT_EQ(calls, 2U);
+}
+
+TEST(CommandLineTest, The_argument_is_what_Windows_takes_for_it)
+{
+    for (const wchar_t* const name :
+         {L"u.exe", L"\"C:\\a b\\u.exe\"", L"C:\\u.exe", L"\"u.exe", L"\"u\"e", L"u\"e e\"", L"\"\""})
+    {
+        for (const wchar_t* const arguments :
+             {L"",        L" ",       L"\t",      L"-s",      L" -s",       L"\t-s\t",         L"  -s -v",
+              L" \"-s\"", L" -\"s\"", L" \"-s",   L" -s\"\"", L" \"-s\"\"", L" \"\"-s",        L" \"\"\"-s",
+              L" \\-s",   L" -s\\",   L" \\\"-s", L" \"\"",   L"\"-s\"",    L" a\\\\\"b c\" d"})
+        {
+            const std::wstring line = std::wstring(name) + arguments;
+            int count = 0;
+            LPWSTR* const taken = CommandLineToArgvW(line.c_str(), &count);
+            const std::wstring expected = count > 1 ? taken[1] : L"";
+            LocalFree(taken);
+            EXPECT_EQ(ParseLine(line).argument, expected) << "in " << Narrow(line);
+        }
+    }
 }
 
 TEST(CommandLineTest, The_list_of_arguments_is_freed)
@@ -99,7 +145,7 @@ TEST(CommandLineTest, The_list_of_arguments_is_freed)
         return decltype(free)::Real(memory);
     };
 
-    ExpectRun(L" -s", RunType::Silent);
+    ExpectRun(L" \"-s\"", RunType::Silent);
 
     EXPECT_EQ(freed, 1U);
 }
