@@ -10,12 +10,13 @@
 #include <wil/resource.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <deque>
 #include <exception>
+#include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -63,8 +64,6 @@ struct CrashHandler::State
     explicit State(CrashPlan itsPlan) : plan(std::move(itsPlan)) {}
 
     CrashPlan plan;
-    decltype(&MiniDumpWriteDump) writeDump =
-        FindFunction<decltype(&MiniDumpWriteDump)>(LoadSystemLibrary(L"dbghelp.dll"), "MiniDumpWriteDump");
     wil::unique_handle written{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     std::atomic<DWORD> crashedThread = 0;
     MINIDUMP_EXCEPTION_INFORMATION information{};
@@ -175,10 +174,6 @@ void CrashHandler::State::WriteEnvelope()
 
 void CrashHandler::State::WriteMinidump(EXCEPTION_POINTERS* exception)
 {
-    if (!writeDump)
-    {
-        return;
-    }
     information = {GetCurrentThreadId(), exception, FALSE};
     const wil::unique_handle watching(CreateThread(nullptr, 0, WatchMinidump, this, 0, nullptr));
     if (watching)
@@ -205,12 +200,16 @@ DWORD WINAPI CrashHandler::State::WriteMinidumpHere(void* parameter) noexcept
 {
     State& state = *static_cast<State*>(parameter);
     state.writingThread = GetCurrentThreadId();
-    const wil::unique_hfile file = CreateFileIn(state.plan.folder.get(), state.plan.minidumpName);
+    // Loaded here, not at the start of every run: it needs the loader's lock, as the start of this thread did.
+    const auto writeDump =
+        FindFunction<decltype(&MiniDumpWriteDump)>(LoadSystemLibrary(L"dbghelp.dll"), "MiniDumpWriteDump");
+    const wil::unique_hfile file =
+        writeDump ? CreateFileIn(state.plan.folder.get(), state.plan.minidumpName) : wil::unique_hfile();
     if (file)
     {
         MINIDUMP_CALLBACK_INFORMATION callback{ChooseContent, parameter};
-        state.writeDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal, &state.information,
-                        nullptr, &callback);
+        writeDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal, &state.information, nullptr,
+                  &callback);
     }
     return 0;
 }
