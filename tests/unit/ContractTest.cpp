@@ -17,7 +17,6 @@
 #include <uiautomationclient.h>
 #include <uiautomationcoreapi.h>
 #include <uxtheme.h>
-#include <wincrypt.h>
 #include <winioctl.h>
 #include <winsvc.h>
 #include <winternl.h>
@@ -649,22 +648,6 @@ TEST_F(ContractTest, Of_security)
         .Break("WRITE_DAC for the DACL", unreadable, DACL_SECURITY_INFORMATION, descriptor)
         .Break("WRITE_OWNER for the owner", unreadable, OWNER_SECURITY_INFORMATION, descriptor)
         .Break("a descriptor", folder, DACL_SECURITY_INFORMATION, nullptr);
-    HCRYPTPROV provider = reinterpret_cast<HCRYPTPROV>(Open(Kind::CryptoProvider));
-    Calls<&CryptAcquireContextA>()
-        .Keep(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)
-        .Break("a place for the provider", nullptr, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)
-        .Break("a type of provider", &provider, nullptr, nullptr, 0, CRYPT_VERIFYCONTEXT)
-        .Break("known flags", &provider, nullptr, nullptr, PROV_RSA_FULL, 1)
-        .Break("CRYPT_VERIFYCONTEXT has no container", &provider, "c", nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT);
-    BYTE random[4]{};
-    Calls<&CryptGenRandom>()
-        .Keep(provider, 4, random)
-        .Break("a provider of CryptAcquireContext", 0, 4, random)
-        .Break("a buffer of that size", provider, 4, nullptr);
-    Calls<&CryptReleaseContext>()
-        .Keep(provider, 0)
-        .Break("a provider of CryptAcquireContext", 0, 0)
-        .Break("the flags are reserved", provider, 1);
 }
 
 TEST_F(ContractTest, Of_processes)

@@ -30,7 +30,6 @@ enum class Kind : unsigned char
     WindowContext,
     PaintContext,
     PaintBuffer,
-    CryptoProvider,
     Initialized, // a State
 };
 

@@ -4,7 +4,6 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <wincrypt.h>
 
 namespace Testing
 {
@@ -135,45 +134,6 @@ const Contract<&IsWellKnownSid> s_isWellKnownSid = [](PSID sid, WELL_KNOWN_SID_T
         {type >= WinNullSid, "WELL_KNOWN_SID_TYPE: a known type"},
     };
 };
-
-const Contract<&CryptAcquireContextA> s_acquireContext{
-    [](HCRYPTPROV* provider, LPCSTR container, LPCSTR, DWORD type, DWORD flags) {
-        constexpr DWORD c_flags =
-            CRYPT_VERIFYCONTEXT | CRYPT_NEWKEYSET | CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET | CRYPT_SILENT;
-        return Verdict{
-            {provider != nullptr, "a place for the provider"},
-            {type != 0, "a type of provider"},
-            {HasOnly(flags, c_flags), "known flags"},
-            {!HasAll(flags, CRYPT_VERIFYCONTEXT) || container == nullptr, "CRYPT_VERIFYCONTEXT has no container"},
-        };
-    },
-    [](BOOL done, HCRYPTPROV* provider, LPCSTR, LPCSTR, DWORD, DWORD) {
-        if (done)
-        {
-            NoteOpened(reinterpret_cast<const void*>(*provider), Kind::CryptoProvider);
-        }
-    }};
-
-bool IsProvider(HCRYPTPROV provider)
-{
-    return provider != 0 && MayBe(reinterpret_cast<const void*>(provider), Kind::CryptoProvider);
-}
-
-const Contract<&CryptGenRandom> s_genRandom = [](HCRYPTPROV provider, DWORD size, BYTE* buffer) {
-    return Verdict{
-        {IsProvider(provider), "a provider of CryptAcquireContext"},
-        {IsBuffer(buffer, size), "a buffer of that size"},
-    };
-};
-
-const Contract<&CryptReleaseContext> s_releaseContext{
-    [](HCRYPTPROV provider, DWORD flags) {
-        return Verdict{
-            {IsProvider(provider), "a provider of CryptAcquireContext"},
-            {flags == 0, "the flags are reserved"},
-        };
-    },
-    [](BOOL, HCRYPTPROV provider, DWORD) { NoteClosed(reinterpret_cast<const void*>(provider)); }};
 
 } // namespace
 
