@@ -1,6 +1,6 @@
-// Benchmarks [--long | --trees [flat | deep | wide]]: prints a table of how long things take, each compared with
-// something in the same run; with --long, trees of 100,000 files too, with --trees nothing but trees, of that shape
-// only.
+// Benchmarks [--starts | --long | --trees [flat | deep | wide]]: prints a table of how long things take, each compared
+// with something in the same run; with --starts, the program's start only, with --long, trees of 100,000 files too,
+// with --trees nothing but trees, of that shape only.
 #include "Removal.h"
 #include "Reports.h"
 #include "Runs.h"
@@ -20,6 +20,11 @@ try
     SetCurrentDirectoryW(L"C:\\");
     const std::wstring_view how = count > 1 ? arguments[1] : L"";
     PrintHead();
+    if (how == L"--starts")
+    {
+        MeasureStarts();
+        return 0;
+    }
     if (how != L"--trees")
     {
         MeasureRuns();
