@@ -6,20 +6,34 @@
 
 #include <windows.h>
 
+#include <span>
 #include <string>
 
 namespace Testing
 {
 namespace
 {
-// What the program, or Windows on its behalf, loads while it runs, and what is planted most often.
+// The program's delay-loaded imports.
+constexpr const wchar_t* c_delayLoaded[] = {L"api-ms-win-core-winrt-l1-1-0.dll",
+                                            L"comctl32.dll",
+                                            L"dwmapi.dll",
+                                            L"gdi32.dll",
+                                            L"gdiplus.dll",
+                                            L"ole32.dll",
+                                            L"oleaut32.dll",
+                                            L"shell32.dll",
+                                            L"uiautomationcore.dll",
+                                            L"user32.dll",
+                                            L"uxtheme.dll"};
+
+// What else the program, or Windows on its behalf, loads while it runs, and what is planted most often.
 constexpr const wchar_t* c_loadedLater[] = {
-    L"apphelp.dll", L"bcrypt.dll",   L"clbcatq.dll",       L"cryptbase.dll",     L"cryptsp.dll",     L"dbghelp.dll",
-    L"dwrite.dll",  L"edputil.dll",  L"explorerframe.dll", L"firewallapi.dll",   L"iertutil.dll",    L"imm32.dll",
-    L"msctf.dll",   L"netapi32.dll", L"ntmarta.dll",       L"ole32.dll",         L"profapi.dll",     L"propsys.dll",
-    L"rsaenh.dll",  L"secur32.dll",  L"setupapi.dll",      L"sspicli.dll",       L"textshaping.dll", L"urlmon.dll",
-    L"userenv.dll", L"usp10.dll",    L"version.dll",       L"windowscodecs.dll", L"winhttp.dll",     L"wininet.dll",
-    L"winmm.dll",   L"winsta.dll",   L"wintypes.dll",      L"wldp.dll",          L"wtsapi32.dll"};
+    L"apphelp.dll", L"bcrypt.dll",   L"clbcatq.dll",       L"cryptbase.dll",   L"cryptsp.dll",  L"dbghelp.dll",
+    L"dwrite.dll",  L"edputil.dll",  L"explorerframe.dll", L"firewallapi.dll", L"iertutil.dll", L"imm32.dll",
+    L"msctf.dll",   L"netapi32.dll", L"ntmarta.dll",       L"profapi.dll",     L"propsys.dll",  L"rsaenh.dll",
+    L"secur32.dll", L"setupapi.dll", L"sspicli.dll",       L"textshaping.dll", L"urlmon.dll",   L"userenv.dll",
+    L"usp10.dll",   L"version.dll",  L"windowscodecs.dll", L"winhttp.dll",     L"wininet.dll",  L"winmm.dll",
+    L"winsta.dll",  L"wintypes.dll", L"wldp.dll",          L"wtsapi32.dll"};
 
 class HardeningTest : public EndToEndTest
 {
@@ -30,18 +44,33 @@ protected:
         const std::wstring path = ProgramPath().substr(0, ProgramPath().rfind(L'\\') + 1) + name;
         ASSERT_TRUE(CopyFileW(BuiltFile(L"Velmora.Sample.Planted.dll").c_str(), path.c_str(), FALSE));
     }
+
+    void PlantEach(std::span<const wchar_t* const> names) const
+    {
+        for (const wchar_t* const name : names)
+        {
+            Plant(name);
+        }
+    }
 };
 
-// The program's imports are not among them: Wine does not know that they are to come from System32.
+// The other imports are not among them: Wine does not know that they are to come from System32.
 TEST_F(HardeningTest, No_library_beside_the_program_or_in_the_current_folder_is_loaded)
 {
     LayDownSample();
-    for (const wchar_t* const name : c_loadedLater)
-    {
-        Plant(name);
-    }
+    PlantEach(c_delayLoaded);
+    PlantEach(c_loadedLater);
     Run();
     ExpectFullSuccess();
+}
+
+// Without those of others: Wine's GDI+ itself looks beside the program for libraries.
+TEST_F(HardeningTest, No_library_of_the_window_beside_the_program_is_loaded)
+{
+    LayDownSample();
+    PlantEach(c_delayLoaded);
+    Run(L"--gui", {.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}});
+    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
 }
 
 // The process that the log's first line names.

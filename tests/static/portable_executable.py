@@ -89,11 +89,26 @@ class Image:
             yield thunk
             table += 8
 
-    def imports(self):
-        """The imported functions: pairs of library (in lower case) and function (a number stands for itself)."""
+    def delay_import_descriptors(self):
+        """Of each delay-loaded library: attributes, name, module handle, address, lookup, bound and unload table, time stamp."""
+        address, _ = self.directory("DelayImport")
+        while address and any(descriptor := self.unpack("8I", address)):
+            yield descriptor
+            address += 32
+
+    def functions(self, library, lookup):
+        """Of a library's lookup table: pairs of library (in lower case) and function (a number stands for itself)."""
         return [(self.text(library).lower(), f"#{thunk & 0xFFFF}" if thunk >> 63 else self.text(thunk + 2))
-                for lookup, _, _, library, addresses in self.import_descriptors()
-                for thunk in self.thunks(lookup or addresses)]
+                for thunk in self.thunks(lookup)]
+
+    def imports(self):
+        """The imported functions, as pairs, less those that are delay-loaded."""
+        return [pair for lookup, _, _, library, addresses in self.import_descriptors()
+                for pair in self.functions(library, lookup or addresses)]
+
+    def delay_imports(self):
+        """The delay-loaded functions, as pairs."""
+        return [pair for _, library, _, _, lookup, *_ in self.delay_import_descriptors() for pair in self.functions(library, lookup)]
 
     def relocations(self):
         """The places that the loader relocates: type and address of each."""

@@ -871,6 +871,16 @@ TEST_F(ContractTest, Of_modules_and_memory)
                LOAD_WITH_ALTERED_SEARCH_PATH | LOAD_LIBRARY_SEARCH_SYSTEM32)
         .Break("a full path for LOAD_WITH_ALTERED_SEARCH_PATH and LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR", L"a.dll", nullptr,
                LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR);
+    Calls<&LoadLibraryExA>()
+        .Keep("a.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)
+        .Break("a name", nullptr, nullptr, 0)
+        .Break("backslashes, no slashes", "C:/a.dll", nullptr, 0)
+        .Break("the second parameter is reserved", "a.dll", other, 0)
+        .Break("known flags", "a.dll", nullptr, 4)
+        .Break("LOAD_WITH_ALTERED_SEARCH_PATH cannot be combined with LOAD_LIBRARY_SEARCH flags", "C:\\a.dll", nullptr,
+               LOAD_WITH_ALTERED_SEARCH_PATH | LOAD_LIBRARY_SEARCH_SYSTEM32)
+        .Break("a full path for LOAD_WITH_ALTERED_SEARCH_PATH and LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR", "a.dll", nullptr,
+               LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR);
     Calls<&LoadLibraryW>().Keep(L"a.dll").Break("a name", nullptr).Break("backslashes, no slashes", L"C:/a.dll");
     Calls<&FreeLibrary>().Keep(module).Break("a module", nullptr);
     Calls<&GetProcAddress>()

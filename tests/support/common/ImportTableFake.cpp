@@ -20,29 +20,47 @@ T* AtOffset(DWORD_PTR offset)
     return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr)) + offset);
 }
 
-void* FindProgramSlot(std::string_view name) noexcept
+DWORD FindDirectory(unsigned index) noexcept
 {
     const auto* const headers =
         AtOffset<IMAGE_NT_HEADERS>(static_cast<DWORD_PTR>(AtOffset<IMAGE_DOS_HEADER>(0)->e_lfanew));
-    const auto& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    for (const auto* dll = AtOffset<IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress); dll->FirstThunk != 0; ++dll)
+    return headers->OptionalHeader.DataDirectory[index].VirtualAddress;
+}
+
+// Looks for a function in what is imported from one library: its names, and the slots of the same order.
+void* FindSlotIn(DWORD names, DWORD slots, std::string_view name) noexcept
+{
+    for (DWORD offset = 0;; offset += sizeof(IMAGE_THUNK_DATA))
     {
-        for (DWORD offset = 0;; offset += sizeof(IMAGE_THUNK_DATA))
+        IMAGE_THUNK_DATA imported{};
+        std::memcpy(&imported, AtOffset<BYTE>(names + offset), sizeof(imported));
+        if (imported.u1.AddressOfData == 0)
         {
-            IMAGE_THUNK_DATA imported{};
-            std::memcpy(&imported, AtOffset<BYTE>(dll->OriginalFirstThunk + offset), sizeof(imported));
-            if (imported.u1.AddressOfData == 0)
-            {
-                break;
-            }
-            if (!IMAGE_SNAP_BY_ORDINAL(imported.u1.Ordinal) &&
-                name == AtOffset<IMAGE_IMPORT_BY_NAME>(imported.u1.AddressOfData)->Name)
-            {
-                return AtOffset<BYTE>(dll->FirstThunk + offset);
-            }
+            return nullptr;
+        }
+        if (!IMAGE_SNAP_BY_ORDINAL(imported.u1.Ordinal) &&
+            name == AtOffset<IMAGE_IMPORT_BY_NAME>(imported.u1.AddressOfData)->Name)
+        {
+            return AtOffset<BYTE>(slots + offset);
         }
     }
-    return nullptr;
+}
+
+void* FindLoadedSlot(std::string_view name) noexcept
+{
+    void* slot = nullptr;
+    for (const auto* dll = AtOffset<IMAGE_IMPORT_DESCRIPTOR>(FindDirectory(IMAGE_DIRECTORY_ENTRY_IMPORT));
+         slot == nullptr && dll->FirstThunk != 0; ++dll)
+    {
+        slot = FindSlotIn(dll->OriginalFirstThunk, dll->FirstThunk, name);
+    }
+    return slot;
+}
+
+void* FindProgramSlot(std::string_view name) noexcept
+{
+    void* const slot = FindLoadedSlot(name);
+    return slot == nullptr ? FindDelayedSlot(name) : slot;
 }
 
 // What the functions that stand before others call next, by their slots. As many as anybody imports.
@@ -55,6 +73,18 @@ constinit std::array<Front, 512> s_fronts{};
 constinit std::size_t s_frontCount = 0;
 
 } // namespace
+
+void* FindDelayedSlot(std::string_view name) noexcept
+{
+    const DWORD directory = FindDirectory(IMAGE_DIRECTORY_ENTRY_DELAY_IMPORT);
+    void* slot = nullptr;
+    for (const auto* dll = AtOffset<IMAGE_DELAYLOAD_DESCRIPTOR>(directory);
+         directory != 0 && slot == nullptr && dll->DllNameRVA != 0; ++dll)
+    {
+        slot = FindSlotIn(dll->ImportNameTableRVA, dll->ImportAddressTableRVA, name);
+    }
+    return slot;
+}
 
 void* FindImportSlot(std::string_view name) noexcept
 {

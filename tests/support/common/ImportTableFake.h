@@ -17,6 +17,10 @@ namespace Testing
 // The linker does not align these places.
 void* FindImportSlot(std::string_view name) noexcept;
 
+// The same for a function whose library the program loads at its first call; nothing for any other. Until that call the
+// slot holds what loads the library; the call puts the function there.
+void* FindDelayedSlot(std::string_view name) noexcept;
+
 // The same for a function that the program must import: throws std::logic_error when it does not.
 void* ImportSlot(std::string_view name);
 

@@ -66,6 +66,7 @@ void JudgeCalls(ViolationReport report)
         if (void* const slot = FindImportSlot(contract->m_name))
         {
             StandBefore(slot, contract->m_call, contract->m_next);
+            contract->m_delayedSlot = FindDelayedSlot(contract->m_name);
         }
     }
 }
@@ -80,6 +81,17 @@ AnyContract::AnyContract(const char* name, void* call, void** next)
       m_following(s_first)
 {
     s_first = this;
+}
+
+void AnyContract::ReturnTo(void* slot) const
+{
+    void* const loaded = GetImportSlot(slot);
+    if (loaded != m_call)
+    {
+        *m_next = loaded;
+        SetImportSlot(slot, m_call);
+        m_delayedSlot = nullptr;
+    }
 }
 
 void Report(const char* function, const char* rule)

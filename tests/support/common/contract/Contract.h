@@ -11,6 +11,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <initializer_list>
 #include <type_traits>
 
@@ -124,12 +125,24 @@ class AnyContract
 public:
     AnyContract(const char* name, void* call, void** next);
 
+    // After a call: the first call of a delay-loaded function has put that into the slot, in the contract's place.
+    void StandAgain() const
+    {
+        if (void* const slot = m_delayedSlot)
+        {
+            ReturnTo(slot);
+        }
+    }
+
 private:
     friend void Testing::JudgeCalls(ViolationReport report);
+
+    void ReturnTo(void* slot) const;
 
     const char* m_name;
     void* m_call;
     void** m_next;
+    mutable std::atomic<void*> m_delayedSlot = nullptr; // until the function is in it
     AnyContract* m_following;
 };
 
@@ -166,6 +179,7 @@ public:
     explicit(false) Contract(Lambda rules, After after = nullptr, Before before = nullptr)
         : m_contract(c_name.data(), reinterpret_cast<void*>(&Call), reinterpret_cast<void**>(&s_next))
     {
+        s_contract = &m_contract;
         s_rules = rules;
         s_after = after;
         s_before = before;
@@ -195,6 +209,7 @@ private:
         {
             s_next(arguments...);
             const Details::KeptLastError kept;
+            s_contract->StandAgain();
             if (s_after != nullptr)
             {
                 s_after(arguments...);
@@ -204,6 +219,7 @@ private:
         {
             const Result result = s_next(arguments...);
             const Details::KeptLastError kept;
+            s_contract->StandAgain();
             if (s_after != nullptr)
             {
                 s_after(result, arguments...);
@@ -213,6 +229,7 @@ private:
     }
 
     Details::AnyContract m_contract;
+    static constinit inline const Details::AnyContract* s_contract = nullptr;
     static constinit inline Pointer s_next = nullptr;
     static constinit inline Rules s_rules = nullptr;
     static constinit inline After s_after = nullptr;

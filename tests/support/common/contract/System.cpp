@@ -14,34 +14,46 @@ constexpr DWORD c_searchFlags = LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRA
                                 LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32 |
                                 LOAD_LIBRARY_SEARCH_USER_DIRS;
 
-bool HasNoSlash(LPCWSTR path)
+template <class Character>
+bool HasNoSlash(const Character* path)
 {
-    return path == nullptr || std::wstring_view(path).find(L'/') == std::wstring_view::npos;
+    const std::basic_string_view<Character> text = path == nullptr ? std::basic_string_view<Character>() : path;
+    return text.find(Character{'/'}) == text.npos;
 }
 
-bool IsFullPath(LPCWSTR path)
+template <class Character>
+bool IsFullPath(const Character* path)
 {
-    const std::wstring_view text = path;
-    return text.starts_with(L"\\\\") || (text.size() > 2 && text[1] == L':' && text[2] == L'\\');
+    const std::basic_string_view<Character> text = path;
+    return (text.size() > 1 && text[0] == '\\' && text[1] == '\\') ||
+           (text.size() > 2 && text[1] == ':' && text[2] == '\\');
 }
 
-const Contract<&LoadLibraryExW> s_loadLibraryEx{
-    [](LPCWSTR name, HANDLE reserved, DWORD flags) {
-        constexpr DWORD c_flags = DONT_RESOLVE_DLL_REFERENCES | 0x10 /* LOAD_IGNORE_CODE_AUTHZ_LEVEL */ |
-                                  LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_DATAFILE_EXCLUSIVE |
-                                  LOAD_LIBRARY_AS_IMAGE_RESOURCE | LOAD_WITH_ALTERED_SEARCH_PATH;
-        return Verdict{
-            {name != nullptr, "a name"},
-            {HasNoSlash(name), "backslashes, no slashes"},
-            {reserved == nullptr, "the second parameter is reserved"},
-            {HasOnly(flags, c_flags | c_searchFlags), "known flags"},
-            {!HasAll(flags, LOAD_WITH_ALTERED_SEARCH_PATH) || (flags & c_searchFlags) == 0,
-             "LOAD_WITH_ALTERED_SEARCH_PATH cannot be combined with LOAD_LIBRARY_SEARCH flags"},
-            {(flags & (LOAD_WITH_ALTERED_SEARCH_PATH | LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR)) == 0 || name == nullptr ||
-                 IsFullPath(name),
-             "a full path for LOAD_WITH_ALTERED_SEARCH_PATH and LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR"},
-        };
-    },
+template <class Character>
+Verdict JudgeLoading(const Character* name, HANDLE reserved, DWORD flags)
+{
+    constexpr DWORD c_flags = DONT_RESOLVE_DLL_REFERENCES | 0x10 /* LOAD_IGNORE_CODE_AUTHZ_LEVEL */ |
+                              LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_DATAFILE_EXCLUSIVE |
+                              LOAD_LIBRARY_AS_IMAGE_RESOURCE | LOAD_WITH_ALTERED_SEARCH_PATH;
+    return {
+        {name != nullptr, "a name"},
+        {HasNoSlash(name), "backslashes, no slashes"},
+        {reserved == nullptr, "the second parameter is reserved"},
+        {HasOnly(flags, c_flags | c_searchFlags), "known flags"},
+        {!HasAll(flags, LOAD_WITH_ALTERED_SEARCH_PATH) || (flags & c_searchFlags) == 0,
+         "LOAD_WITH_ALTERED_SEARCH_PATH cannot be combined with LOAD_LIBRARY_SEARCH flags"},
+        {(flags & (LOAD_WITH_ALTERED_SEARCH_PATH | LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR)) == 0 || name == nullptr ||
+             IsFullPath(name),
+         "a full path for LOAD_WITH_ALTERED_SEARCH_PATH and LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR"},
+    };
+}
+
+const Contract<&LoadLibraryExA> s_loadLibraryExA{
+    [](LPCSTR name, HANDLE reserved, DWORD flags) { return JudgeLoading(name, reserved, flags); },
+    [](HMODULE module, LPCSTR, HANDLE, DWORD) { NoteOpened(module, Kind::Module); }};
+
+const Contract<&LoadLibraryExW> s_loadLibraryExW{
+    [](LPCWSTR name, HANDLE reserved, DWORD flags) { return JudgeLoading(name, reserved, flags); },
     [](HMODULE module, LPCWSTR, HANDLE, DWORD) { NoteOpened(module, Kind::Module); }};
 
 const Contract<&LoadLibraryW> s_loadLibrary{[](LPCWSTR name) {

@@ -1,0 +1,38 @@
+# delay_load(LIBRARY...): these libraries of Windows are loaded at their first call in what links DelayLoading (and
+# src/Uninstaller/DelayLoading.cpp). GNU ld cannot do that.
+
+# lld delays what it imports through import libraries in Microsoft's format: makes one of mingw-w64's, which has another.
+function(convert_import_library library)
+  find_library(${library}_import_library ${library} REQUIRED)
+  mark_as_advanced(${library}_import_library)
+  execute_process(COMMAND ${CMAKE_NM} ${${library}_import_library}
+    OUTPUT_VARIABLE symbols ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "__imp_[A-Za-z0-9_]+" functions "${symbols}")
+  list(REMOVE_DUPLICATES functions)
+  list(TRANSFORM functions REPLACE "__imp_" "")
+  list(JOIN functions "\n" exports)
+  set(definition ${CMAKE_BINARY_DIR}/import_libraries/${library}.def)
+  set(converted ${CMAKE_BINARY_DIR}/import_libraries/lib${library}.a)
+  file(WRITE ${definition} "LIBRARY ${library}.dll\nEXPORTS\n${exports}\n")
+  execute_process(COMMAND ${CMAKE_DLLTOOL} -m i386:x86-64 -d ${definition} -l ${converted} COMMAND_ERROR_IS_FATAL ANY)
+  add_library(${library} STATIC IMPORTED GLOBAL)
+  set_target_properties(${library} PROPERTIES IMPORTED_LOCATION ${converted})
+endfunction()
+
+function(delay_load)
+  add_library(DelayLoading INTERFACE)
+  if(MSVC)
+    target_link_libraries(DelayLoading INTERFACE delayimp)
+    set(option /DELAYLOAD:)
+  elseif(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    set(option -Wl,--delayload=)
+  else()
+    return()
+  endif()
+  foreach(library IN LISTS ARGN)
+    if(MINGW AND NOT TARGET ${library})
+      convert_import_library(${library})
+    endif()
+    target_link_options(DelayLoading INTERFACE ${option}${library}.dll)
+  endforeach()
+endfunction()
