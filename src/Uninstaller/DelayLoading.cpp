@@ -30,4 +30,4 @@ FARPROC WINAPI LoadFromSystem32(unsigned notification, DelayLoadInfo* informatio
 } // namespace
 
 // The helper's hook. Visual C++ declares it const, mingw-w64 does not.
-extern "C" decltype(__pfnDliNotifyHook2) __pfnDliNotifyHook2 = LoadFromSystem32;
+decltype(__pfnDliNotifyHook2) __pfnDliNotifyHook2 = LoadFromSystem32;

@@ -8,8 +8,7 @@ struct ImgDelayDescr;
 struct DelayLoadProc
 {
     BOOL fImportByName;
-    union
-    {
+    union {
         LPCSTR szProcName;
         DWORD dwOrdinal;
     };
