@@ -1,11 +1,12 @@
 #include "Installer/PrivateFolder.h"
 
+#include "Installer/Common.h"
 #include "Installer/ScopedPrivilege.h"
 
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <wil/filesystem.h>
+#include <wil/resource.h>
 #include <wil/result.h>
 #include <wil/token_helpers.h>
 
@@ -79,7 +80,7 @@ HRESULT RemoveForeign(const std::wstring& path)
 {
     const ScopedPrivilege backup(SE_BACKUP_NAME);
     const ScopedPrivilege restore(SE_RESTORE_NAME);
-    const HRESULT result = wil::RemoveDirectoryRecursiveNoThrow(path.c_str());
+    const HRESULT result = RemoveFolder(path); // which does not follow a link
     if (result == HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED))
     {
         RETURN_IF_WIN32_BOOL_FALSE(RemoveDirectoryW(path.c_str())); // the link itself

@@ -311,6 +311,19 @@ TEST_P(PlantedTempFolderTest, Is_removed_and_made_anew)
 INSTANTIATE_TEST_SUITE_P(UninstallerTempFolder, PlantedTempFolderTest, testing::ValuesIn(c_planted),
                          [](const auto& planted) { return std::string(planted.param.name); });
 
+// WIL's removal of trees empties the target of a link that it is given; only its stand-in refuses it.
+TEST_F(UninstallerTempFolderTest, A_link_in_its_place_is_not_removed_as_a_tree)
+{
+    files.AddReparsePoint(c_folder, IO_REPARSE_TAG_MOUNT_POINT, L"C:\\Windows\\System32");
+    const Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
+                                        DWORD disposition, DWORD flags, HANDLE like) {
+        EXPECT_FALSE((access & DELETE) != 0 && std::wstring_view(path).ends_with(c_folder));
+        return open.Hidden(path, access, share, attributes, disposition, flags, like);
+    };
+
+    ExpectPrivate();
+}
+
 TEST_F(UninstallerTempFolderTest, Of_somebody_else_stays_where_it_cannot_be_removed)
 {
     PlantFolder(files, c_folder, 0);
