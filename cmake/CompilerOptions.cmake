@@ -21,8 +21,10 @@ if(MSVC)
 else()
   target_compile_options(CompilerOptions INTERFACE
     -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual -Wcast-align
-    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wimplicit-fallthrough -Wnull-dereference
-    -Wdouble-promotion -Wunused)
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wimplicit-fallthrough
+    -Wdouble-promotion -Wunused
+    # g++ 14 finds one in its own std::vector.
+    $<$<NOT:$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_GREATER_EQUAL:$<CXX_COMPILER_VERSION>,14>>>:-Wnull-dereference>)
   if(NOT VELMORA_COVERAGE) # gcov needs full paths
     # __FILE__ in recorded failures: relative to this folder.
     target_compile_options(CompilerOptions INTERFACE
