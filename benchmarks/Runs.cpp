@@ -70,11 +70,6 @@ bool HasLog(const std::wstring& folder)
     return found.nFileSizeLow != 0;
 }
 
-double TimeEmptyProgram()
-{
-    return Time([] { WaitForSingleObject(Start(BuiltFile(L"Empty.exe")).process.get(), INFINITE); }).count();
-}
-
 double TimeToFirstLine()
 {
     const std::wstring folder = LogFolderIn(TemporaryFolder());
@@ -135,7 +130,8 @@ void MeasureMemory()
     LayDownSample();
     const std::wstring program = Expand(L"<Downloads>") + L"\\" + c_program;
     CopyFileW(BuiltFile(c_program).c_str(), program.c_str(), FALSE);
-    PrintFigure("Memory at its peak in a silent run", PeakOf(program, L"-s"), "KiB");
+    PrintRow("Memory at its peak in a silent run", PeakOf(program, L"-s"), "KiB", "that of an empty program",
+             PeakOf(BuiltFile(L"Empty.exe"), {}), 3);
     RemoveSample();
 }
 
@@ -195,9 +191,14 @@ void MeasureLog()
         DeleteFileW(c_file);
     }
     PrintRow("A line of the log", Median(own) * 1000 / c_lines, "µs", "opening, appending, closing",
-             Median(plain) * 1000 / c_lines);
+             Median(plain) * 1000 / c_lines, 1.5);
 }
 } // namespace
+
+double TimeEmptyProgram()
+{
+    return Time([] { WaitForSingleObject(Start(BuiltFile(L"Empty.exe")).process.get(), INFINITE); }).count();
+}
 
 void MeasureStarts()
 {
@@ -223,7 +224,7 @@ void MeasureRuns()
     MeasureLog();
     MeasureWholeRun();
     std::error_code none;
-    PrintFigure("The program's file",
-                static_cast<double>(std::filesystem::file_size(BuiltFile(c_program), none)) / 1024, "KiB");
+    PrintRow("The program's file", static_cast<double>(std::filesystem::file_size(BuiltFile(c_program), none)) / 1024,
+             "KiB", "1 MB", 1024, 1);
 }
 } // namespace Benchmarks
