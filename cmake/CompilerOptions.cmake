@@ -68,8 +68,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     $<$<CONFIG:Release>:-fstack-protector-strong>)
 endif()
 
-# What nearly every source file includes: precompiled, each target with its own options. (scripts/tidy sees to it that a file
-# includes what it uses all the same.)
+# What nearly every source file includes: precompiled, each target with its own options. scripts/tidy sees to it that a file
+# includes what it uses all the same; it would not know of a precompiled header which others this one stands for (IWYU pragma).
 set(COMMON_HEADERS <windows.h> <algorithm> <memory> <optional> <string> <string_view> <utility> <vector>)
 
 # For the tests' own code: fast to build, with line tables for a debugger.

@@ -30,4 +30,5 @@ FARPROC WINAPI LoadFromSystem32(unsigned notification, DelayLoadInfo* informatio
 } // namespace
 
 // The helper's hook. Visual C++ declares it const, mingw-w64 does not.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 decltype(__pfnDliNotifyHook2) __pfnDliNotifyHook2 = LoadFromSystem32;

@@ -1,11 +1,10 @@
 // What -fstack-protector-strong needs of a runtime. The compiler's own, libssp, loads a cryptographic provider at each
 // start.
 #ifdef __MINGW32__
-#define _CRT_RAND_S
 #include <cstdint>
-#include <cstdlib>
 
-// NOLINTBEGIN(bugprone-reserved-identifier,misc-use-internal-linkage)
+// NOLINTBEGIN(bugprone-reserved-identifier,misc-use-internal-linkage,readability-identifier-naming)
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 extern "C" std::uintptr_t __stack_chk_guard;
 extern "C" [[noreturn]] void __stack_chk_fail();
 
@@ -17,7 +16,11 @@ void __stack_chk_fail()
 {
     __builtin_trap();
 }
-// NOLINTEND(bugprone-reserved-identifier,misc-use-internal-linkage)
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+// NOLINTEND(bugprone-reserved-identifier,misc-use-internal-linkage,readability-identifier-naming)
+
+// <cstdlib> has it only for who defines a macro before the first header.
+extern "C" [[gnu::dllimport]] int rand_s(unsigned int* number);
 
 namespace
 {
