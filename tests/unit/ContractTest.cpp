@@ -23,6 +23,7 @@
 
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
+#include <wil/resource.h>
 
 #include <array>
 #include <bit>
@@ -275,6 +276,12 @@ TEST_F(ContractTest, Of_opening_files)
                c_plain, nullptr, 0)
         .Break("OBJECT_ATTRIBUTES: its size", &file, DELETE, &unsizedObject, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
                nullptr, 0)
+        .Break("OBJECT_ATTRIBUTES: known attributes", &file, DELETE, &oddAttributes, &status, nullptr, 0, 7, FILE_OPEN,
+               c_plain, nullptr, 0)
+        .Break("OBJECT_ATTRIBUTES: a name", &file, DELETE, &nameless, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
+               nullptr, 0)
+        .Break("UNICODE_STRING: a length in bytes, which its buffer holds", &file, DELETE, &odd, &status, nullptr, 0, 7,
+               FILE_OPEN, c_plain, nullptr, 0)
         .Break("OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one", &file, DELETE, &fullBelow,
                &status, nullptr, 0, 7, FILE_OPEN, c_plain, nullptr, 0)
         .Break("OBJECT_ATTRIBUTES: the root directory is open", &file, DELETE, &belowKey, &status, nullptr, 0, 7,
@@ -640,6 +647,8 @@ TEST_F(ContractTest, Of_security)
                nullptr, nullptr, nullptr, &descriptor)
         .Break("READ_CONTROL, for all but the SACL", unreadable, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, nullptr,
                nullptr, nullptr, nullptr, &descriptor)
+        .Break("ACCESS_SYSTEM_SECURITY, for the SACL", folder, SE_FILE_OBJECT, SACL_SECURITY_INFORMATION, nullptr,
+               nullptr, nullptr, nullptr, &descriptor)
         .Break("a place for the descriptor, in which its parts lie", folder, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
                Somewhere<PSID>(), nullptr, nullptr, nullptr, nullptr);
     Calls<&SetKernelObjectSecurity>()
@@ -853,6 +862,26 @@ TEST_F(ContractTest, Of_handles_and_waiting)
         .Break("a count greater than 0", Open(Kind::Semaphore, SEMAPHORE_ALL_ACCESS), 0, nullptr);
 }
 
+TEST_F(ContractTest, Of_closed_handles)
+{
+    const HANDLE file = Open(Kind::File, FILE_GENERIC_READ | SYNCHRONIZE);
+    NoteClosed(file);
+    EXPECT_STREQ(Contract<&CloseHandle>::Judge(file).BrokenRule(), "an open handle");
+    EXPECT_STREQ(Contract<&WaitForSingleObject>::Judge(file, 0).BrokenRule(), "an open object that can be waited for");
+    NoteOpened(file, Kind::Event, EVENT_ALL_ACCESS);
+    EXPECT_EQ(Contract<&CloseHandle>::Judge(file).BrokenRule(), nullptr) << "its value is given out again";
+
+    const wil::unique_handle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    NoteClosed(event.get());
+    EXPECT_EQ(Contract<&SetEvent>::Judge(event.get()).BrokenRule(), nullptr)
+        << "another function, which is not judged, has given its value out again";
+    NoteOpened(event.get(), Kind::Event, EVENT_ALL_ACCESS);
+
+    const auto service = OpenAs<SC_HANDLE>(Kind::Service, DELETE);
+    NoteClosed(service);
+    EXPECT_STREQ(Contract<&DeleteService>::Judge(service).BrokenRule(), "a handle of OpenService");
+}
+
 TEST_F(ContractTest, Of_modules_and_memory)
 {
     const auto module = OpenAs<HMODULE>(Kind::Module);
@@ -980,9 +1009,14 @@ TEST_F(ContractTest, Of_COM)
     Calls<&CoCreateInstance> creations;
     creations.Keep(id, nullptr, CLSCTX_INPROC_SERVER, id, &object)
         .Break("CLSCTX: a kind of server", id, nullptr, 0, id, &object)
-        .Break("CLSCTX: known flags", id, nullptr, CLSCTX_INPROC_SERVER | 0x8, id, &object)
+        .Break("CLSCTX: known flags", id, nullptr, CLSCTX_INPROC_SERVER | 0x40, id, &object)
+        .Break("CLSCTX: code is downloaded or not", id, nullptr,
+               CLSCTX_INPROC_SERVER | CLSCTX_NO_CODE_DOWNLOAD | CLSCTX_ENABLE_CODE_DOWNLOAD, id, &object)
+        .Break("CLSCTX: activate-as-activator is enabled or disabled", id, nullptr,
+               CLSCTX_INPROC_SERVER | CLSCTX_DISABLE_AAA | CLSCTX_ENABLE_AAA, id, &object)
         .Break("a place for the interface", id, nullptr, CLSCTX_INPROC_SERVER, id, nullptr)
-        .Break("an aggregated object gives IUnknown first", id, outer, CLSCTX_INPROC_SERVER, id, &object);
+        .Break("IClassFactory::CreateInstance: an aggregated object gives IUnknown first", id, outer,
+               CLSCTX_INPROC_SERVER, id, &object);
     auto* const name = reinterpret_cast<HSTRING>(&object);
     Calls<&RoGetActivationFactory> factories;
     factories.Keep(name, id, &object)
@@ -1017,7 +1051,10 @@ TEST_F(ContractTest, Of_COM)
         .Break("a variant", nullptr)
         .Break("VARENUM: a known type", &unknown)
         .Break(bstr, &text);
-    Calls<&SafeArrayCreateVector>().Keep(VT_I4, 0, 2).Break("a type of elements", VT_EMPTY, 0, 2);
+    Calls<&SafeArrayCreateVector>()
+        .Keep(VT_I4, 0, 2)
+        .Break("neither VT_ARRAY nor VT_BYREF", VT_ARRAY | VT_I4, 0, 2)
+        .Break("a type of elements", VT_EMPTY, 0, 2);
     SAFEARRAY array{};
     array.cDims = 1;
     array.rgsabound[0] = {.cElements = 2, .lLbound = 0};
@@ -1044,14 +1081,20 @@ TEST_F(ContractTest, Of_the_shell_and_UI_Automation)
 
     Calls<&SHGetKnownFolderPath>()
         .Keep(FOLDERID_LocalAppData, KF_FLAG_DONT_VERIFY, Open(Kind::Token, TOKEN_QUERY | TOKEN_IMPERSONATE), &path)
-        .Break("KNOWN_FOLDER_FLAG: known flags", FOLDERID_LocalAppData, 1, nullptr, &path)
+        .Break("KNOWN_FOLDER_FLAG: known flags", FOLDERID_LocalAppData, KF_FLAG_DONT_UNEXPAND, nullptr, &path)
+        .Break("KNOWN_FOLDER_FLAG: KF_FLAG_NOT_PARENT_RELATIVE needs KF_FLAG_DEFAULT_PATH", FOLDERID_LocalAppData,
+               KF_FLAG_NOT_PARENT_RELATIVE, nullptr, &path)
+        .Break("KNOWN_FOLDER_FLAG: KF_FLAG_INIT needs KF_FLAG_CREATE", FOLDERID_LocalAppData, KF_FLAG_INIT, nullptr,
+               &path)
         .Break("the token was opened with TOKEN_QUERY and TOKEN_IMPERSONATE", FOLDERID_LocalAppData, 0,
                Open(Kind::Token, TOKEN_QUERY), &path)
         .Break("a place for the path", FOLDERID_LocalAppData, 0, nullptr, nullptr);
     Calls<&SHChangeNotify>()
         .Keep(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr)
         .Keep(SHCNE_DELETE, SHCNF_PATHW | SHCNF_FLUSHNOWAIT, L"f", nullptr)
-        .Break("an event", 0, SHCNF_IDLIST, nullptr, nullptr)
+        .Break("an event, not SHCNE_INTERRUPT alone", static_cast<LONG>(SHCNE_INTERRUPT), SHCNF_IDLIST, nullptr,
+               nullptr)
+        .Break("a kind of items", SHCNE_RENAMEITEM, 4, L"f", L"g")
         .Break("known flags", SHCNE_ASSOCCHANGED, 0x100000, nullptr, nullptr)
         .Break("SHCNE_ASSOCCHANGED needs SHCNF_IDLIST", SHCNE_ASSOCCHANGED, SHCNF_PATHW, nullptr, nullptr)
         .Break("SHCNE_ASSOCCHANGED has no items", SHCNE_ASSOCCHANGED, SHCNF_IDLIST, L"f", nullptr)
@@ -1061,7 +1104,7 @@ TEST_F(ContractTest, Of_the_shell_and_UI_Automation)
     Calls<&ShellExecuteW>()
         .Keep(nullptr, nullptr, L"f", nullptr, nullptr, SW_SHOWNORMAL)
         .Break("a file", nullptr, nullptr, nullptr, nullptr, nullptr, SW_SHOWNORMAL)
-        .Break("ShowWindow: a way to show it", nullptr, nullptr, L"f", nullptr, nullptr, 12);
+        .Break("a way to show it", nullptr, nullptr, L"f", nullptr, nullptr, 12);
     Calls<&UiaReturnRawElementProvider>()
         .Keep(window, 0, 0, nullptr)
         .Break("a window", nullptr, 0, 0, provider)
@@ -1113,8 +1156,11 @@ TEST_F(ContractTest, Of_windows)
         .Break("a child has a parent", 0, L"c", L"t", WS_CHILD, 0, 0, 1, 1, nullptr, nullptr, instance, nullptr)
         .Break("Window Styles: WS_CHILD or WS_POPUP, not both", 0, L"c", L"t", WS_CHILD | WS_POPUP, 0, 0, 1, 1, window,
                nullptr, instance, nullptr)
+        .Keep(0, L"c", L"t", WS_CHILD | WS_GROUP | WS_TABSTOP, 0, 0, 1, 1, window, nullptr, instance, nullptr)
         .Break("Window Styles: a minimize or maximize button needs WS_SYSMENU", 0, L"c", L"t", WS_MINIMIZEBOX, 0, 0, 1,
-               1, nullptr, nullptr, instance, nullptr);
+               1, nullptr, nullptr, instance, nullptr)
+        .Break("Window Styles: a minimize or maximize button, or WS_EX_CONTEXTHELP, not both", WS_EX_CONTEXTHELP, L"c",
+               L"t", WS_SYSMENU | WS_MINIMIZEBOX, 0, 0, 1, 1, nullptr, nullptr, instance, nullptr);
     Calls<&DestroyWindow>()
         .Keep(window)
         .Break("a window", nullptr)
@@ -1131,9 +1177,7 @@ TEST_F(ContractTest, Of_windows)
     Calls<&SetWindowPos>()
         .Keep(window, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE)
         .Break("a window", nullptr, nullptr, 0, 0, 0, 0, SWP_NOSIZE)
-        .Break("known flags", window, nullptr, 0, 0, 0, 0, 0x8000)
-        .Break("SWP_SHOWWINDOW or SWP_HIDEWINDOW, not both", window, nullptr, 0, 0, 0, 0,
-               SWP_SHOWWINDOW | SWP_HIDEWINDOW);
+        .Break("known flags", window, nullptr, 0, 0, 0, 0, 0x8000);
     Calls<&GetWindowRect>()
         .Keep(window, &area)
         .Break("a window", nullptr, &area)
@@ -1142,9 +1186,7 @@ TEST_F(ContractTest, Of_windows)
         .Keep(window, &area)
         .Break("a window", nullptr, &area)
         .Break("a place for the rectangle", window, nullptr);
-    Calls<&InvalidateRect>()
-        .Keep(window, nullptr, TRUE)
-        .Break("no window means all of the system's", nullptr, nullptr, TRUE);
+    Calls<&InvalidateRect>().Keep(window, nullptr, TRUE).Keep(nullptr, nullptr, TRUE);
     Calls<&GetWindow>()
         .Keep(window, GW_HWNDNEXT)
         .Break("a window", nullptr, GW_HWNDNEXT)
@@ -1157,32 +1199,41 @@ TEST_F(ContractTest, Of_windows)
     Calls<&GetMessageW>()
         .Keep(&message, nullptr, 0, 0)
         .Break("a place for the message", nullptr, nullptr, 0, 0)
-        .Break("a window of this thread", &message, theirs, 0, 0);
+        .Break("a window of this thread", &message, theirs, 0, 0)
+        .Break("the high words of the filter are reserved", &message, nullptr, 0, 0x10000);
+    const char reserved[] = "WM_USER: messages above 0xFFFF are reserved";
+    const char forAll[] = "WM_USER: messages of private window classes are not for other applications";
     Calls<&TranslateMessage>().Keep(&message).Break("a message", nullptr);
     Calls<&DispatchMessageW>().Keep(&message).Break("a message", nullptr);
     Calls<&DefWindowProcW>().Keep(window, WM_PAINT, 0, 0).Break("a window", nullptr, WM_PAINT, 0, 0);
     Calls<&SendMessageW>()
         .Keep(window, WM_USER, 0, 0)
         .Break("a window", nullptr, WM_CLOSE, 0, 0)
-        .Break("a broadcast message is the system's or registered", HWND_BROADCAST, WM_USER, 0, 0);
+        .Break(reserved, window, 0x10000, 0, 0)
+        .Break(forAll, HWND_BROADCAST, WM_USER, 0, 0);
     Calls<&SendMessageTimeoutW>()
         .Keep(HWND_BROADCAST, WM_SETTINGCHANGE, 0, 0, SMTO_BLOCK, 1000, nullptr)
         .Break("a window", nullptr, WM_SETTINGCHANGE, 0, 0, SMTO_BLOCK, 1000, nullptr)
-        .Break("only the system's messages are marshaled", HWND_BROADCAST, WM_USER, 0, 0, SMTO_BLOCK, 1000, nullptr)
-        .Break("known flags", window, WM_CLOSE, 0, 0, 4, 1000, nullptr)
-        .Break("a time-out", window, WM_CLOSE, 0, 0, SMTO_BLOCK, 0, nullptr);
+        .Break(reserved, window, 0x10000, 0, 0, SMTO_BLOCK, 1000, nullptr)
+        .Break(forAll, HWND_BROADCAST, WM_USER, 0, 0, SMTO_BLOCK, 1000, nullptr)
+        .Break("known flags", window, WM_CLOSE, 0, 0, 4, 1000, nullptr);
     Calls<&PostMessageW>()
         .Keep(window, WM_COMMAND, 1, 0)
-        .Break("About Messages and Message Queues: a message", window, 0, 0, 0)
-        .Break("a message with a pointer cannot be posted", window, WM_COPYDATA, 0, 0);
+        .Keep(HWND_BROADCAST, WM_NULL, 0, 0)
+        .Break(reserved, window, 0x10000, 0, 0)
+        .Break(forAll, HWND_BROADCAST, WM_USER, 0, 0)
+        .Break("a message with a pointer cannot be posted", window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&area))
+        .Break("PostQuitMessage posts WM_QUIT", window, WM_QUIT, 0, 0);
     Calls<&MessageBoxW>()
         .Keep(nullptr, L"t", L"c", MB_ICONINFORMATION)
-        .Break("a text", nullptr, nullptr, L"c", 0)
-        .Break("one kind of buttons, one icon, one default button", nullptr, L"t", L"c", 7);
+        .Keep(nullptr, nullptr, nullptr, MB_SERVICE_NOTIFICATION)
+        .Break("one kind of buttons, one icon, one default button, one modality", nullptr, L"t", L"c", 7)
+        .Break("known options", nullptr, L"t", L"c", 0x00400000)
+        .Break("MB_SERVICE_NOTIFICATION: no owner", window, L"t", L"c", MB_SERVICE_NOTIFICATION);
     Calls<&LoadIconW>()
         .Keep(instance, L"i")
         .Break("an icon's name", instance, nullptr)
-        .Break("without an instance, one of the system's icons", nullptr, L"i");
+        .Break("without an instance, one of the system's icons", nullptr, MAKEINTRESOURCEW(1));
     Calls<&LoadCursorW>()
         .Keep(nullptr, IDC_ARROW)
         .Break("a cursor's name", instance, nullptr)
@@ -1194,7 +1245,7 @@ TEST_F(ContractTest, Of_windows)
     Calls<&DwmSetWindowAttribute>()
         .Keep(window, 20, &area, sizeof(BOOL))
         .Break("a window", nullptr, 20, &area, sizeof(BOOL))
-        .Break("DWMWINDOWATTRIBUTE: an attribute that can be set", window, 1, &area, sizeof(BOOL))
+        .Break("DWMWINDOWATTRIBUTE: an attribute that can be set", window, DWMWA_CLOAKED, &area, sizeof(BOOL))
         .Break("a value of that size", window, 20, nullptr, sizeof(BOOL))
         .Break("DWMWINDOWATTRIBUTE: a BOOL for the dark mode", window, 20, &area, 1);
 }
@@ -1217,8 +1268,8 @@ TEST_F(ContractTest, Of_dialogs)
     Calls<&TaskDialogIndirect>()
         .Keep(&dialog, nullptr, nullptr, nullptr)
         .Keep(with([](auto& d) {
-                  d.dwCommonButtons = TDCBF_CANCEL_BUTTON;
-                  d.nDefaultButton = IDCANCEL;
+                  d.nDefaultButton = IDCANCEL; // which is not shown: the first one is the default
+                  d.nDefaultRadioButton = 5;
               }),
               nullptr, nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: its size", with([](auto& d) { d.cbSize = 4; }), nullptr, nullptr, nullptr)
@@ -1229,12 +1280,13 @@ TEST_F(ContractTest, Of_dialogs)
                nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: as many buttons as it says", with([](auto& d) { d.cRadioButtons = 1; }), nullptr,
                nullptr, nullptr)
-        .Break("TASKDIALOGCONFIG: the default button is one of those shown",
-               with([](auto& d) { d.nDefaultButton = IDCANCEL; }), nullptr, nullptr, nullptr)
-        .Break("TASKDIALOGCONFIG: the default radio button is one of those shown",
-               with([](auto& d) { d.nDefaultRadioButton = 5; }), nullptr, nullptr, nullptr)
         .Break("TASKDIALOGCONFIG: the icon's resource ID", with([](auto& d) { d.pszMainIcon = L"i"; }), nullptr,
-               nullptr, nullptr);
+               nullptr, nullptr)
+        .Break("TASKDIALOGCONFIG: the footer icon's resource ID", with([](auto& d) {
+                   d.pszFooter = L"f";
+                   d.pszFooterIcon = L"i";
+               }),
+               nullptr, nullptr, nullptr);
 }
 
 TEST_F(ContractTest, Of_painting)
@@ -1256,7 +1308,7 @@ TEST_F(ContractTest, Of_painting)
     Calls<&BeginPaint>()
         .Keep(window, &paint)
         .Break("a window", nullptr, &paint)
-        .Break("WM_PAINT: the thread of the window paints", theirs, &paint)
+        .Break("in response to WM_PAINT, which the thread of the window receives", theirs, &paint)
         .Break("a place for the information", window, nullptr);
     Calls<&EndPaint>()
         .Keep(window, &paint)
@@ -1268,9 +1320,9 @@ TEST_F(ContractTest, Of_painting)
     BP_PAINTPARAMS unknown = parameters;
     unknown.dwFlags = 8;
     HDC place = nullptr;
-    const char before[] = "BufferedPaintInit comes before it on this thread";
-    Calls<&BeginBufferedPaint> beginnings;
-    beginnings.Keep(dc, &area, BPBF_TOPDOWNDIB, &parameters, &place)
+    const char matched[] = "BufferedPaintInit: each call is matched with one of BufferedPaintUnInit";
+    Calls<&BeginBufferedPaint>()
+        .Keep(dc, &area, BPBF_TOPDOWNDIB, &parameters, &place)
         .Break("a device context", nullptr, &area, BPBF_TOPDOWNDIB, &parameters, &place)
         .Break("a rectangle", dc, nullptr, BPBF_TOPDOWNDIB, &parameters, &place)
         .Break("BP_BUFFERFORMAT: a known format", dc, &area, std::bit_cast<BP_BUFFERFORMAT>(9), &parameters, &place)
@@ -1281,8 +1333,7 @@ TEST_F(ContractTest, Of_painting)
     endings.Keep();
     {
         const WholeRun run;
-        beginnings.Break(before, dc, &area, BPBF_TOPDOWNDIB, &parameters, &place);
-        endings.Break(before);
+        endings.Break(matched);
         NoteInitialized(State::BufferedPaint);
         endings.Keep();
     }
@@ -1318,9 +1369,10 @@ TEST_F(ContractTest, Of_GDI_plus)
     Calls<&GdipCreateFont>()
         .Keep(nullptr, 12, FontStyleRegular, UnitPoint, Somewhere<GpFont*>())
         .Break(place, nullptr, 12, FontStyleRegular, UnitPoint, nullptr)
-        .Break("Font: a size greater than 0", nullptr, 0, FontStyleRegular, UnitPoint, Somewhere<GpFont*>())
+        .Break("System.Drawing.Font: a size greater than 0", nullptr, 0, FontStyleRegular, UnitPoint,
+               Somewhere<GpFont*>())
         .Break("FontStyle: known styles", nullptr, 12, 0x10, UnitPoint, Somewhere<GpFont*>())
-        .Break("Font: a unit other than UnitDisplay", nullptr, 12, FontStyleRegular, UnitDisplay, Somewhere<GpFont*>())
+        .Break("Unit: a known unit", nullptr, 12, FontStyleRegular, std::bit_cast<Unit>(7), Somewhere<GpFont*>())
         .BreakInWholeRun(started, nullptr, 12, FontStyleRegular, UnitPoint, Somewhere<GpFont*>());
     Calls<&GdipDrawString>()
         .Keep(nullptr, L"a", -1, nullptr, &area, nullptr, nullptr)
@@ -1412,7 +1464,7 @@ TEST(ContractsTest, Follow_what_is_opened)
     EXPECT_NONFATAL_FAILURE(TerminateProcess(process, 0),
                             "TerminateProcess: the process was opened with PROCESS_TERMINATE");
     CloseHandle(process);
-    TerminateProcess(process, 0); // nobody knows that handle now
+    EXPECT_NONFATAL_FAILURE(TerminateProcess(process, 0), "TerminateProcess: an open process");
 }
 
 // As soon as it is freed, its address may be that of something else.

@@ -36,13 +36,19 @@ const Contract<&CoInitializeEx> s_initialize{
 const Contract<&CoCreateInstance> s_createInstance = [](REFCLSID, LPUNKNOWN outer, DWORD context, REFIID id,
                                                         LPVOID* object) {
     constexpr DWORD c_servers = CLSCTX_ALL;
-    constexpr DWORD c_contexts = c_servers | 0x1FFFFC0; // CLSCTX: those that are not obsolete
+    constexpr DWORD c_downloads = CLSCTX_NO_CODE_DOWNLOAD | CLSCTX_ENABLE_CODE_DOWNLOAD;
+    constexpr DWORD c_activations = CLSCTX_DISABLE_AAA | CLSCTX_ENABLE_AAA;
+    constexpr DWORD c_contexts =
+        c_servers | c_downloads | c_activations | 0x839C5000; // the others that are neither obsolete nor reserved
     return Verdict{
         {IsInitialized(State::Com), c_initialized},
         {(context & c_servers) != 0, "CLSCTX: a kind of server"},
         {HasOnly(context, c_contexts), "CLSCTX: known flags"},
+        {HasAtMostOneOf(context, c_downloads), "CLSCTX: code is downloaded or not"},
+        {HasAtMostOneOf(context, c_activations), "CLSCTX: activate-as-activator is enabled or disabled"},
         {object != nullptr, "a place for the interface"},
-        {outer == nullptr || IsEqualGUID(id, IID_IUnknown), "an aggregated object gives IUnknown first"},
+        {outer == nullptr || IsEqualGUID(id, IID_IUnknown),
+         "IClassFactory::CreateInstance: an aggregated object gives IUnknown first"},
     };
 };
 
@@ -110,7 +116,8 @@ bool IsVariant(const VARIANTARG& variant)
 {
     constexpr int c_flags = VT_ARRAY | VT_BYREF;
     const int type = variant.vt & ~c_flags;
-    return type <= VT_UINT && type != 15;
+    constexpr int c_record = 36; // VT_RECORD
+    return (type <= VT_UINT && type != 15) || type == c_record;
 }
 
 const Contract<&VariantClear> s_variantClear{
@@ -125,7 +132,10 @@ const Contract<&VariantClear> s_variantClear{
     [](HRESULT, VARIANTARG*) {}};
 
 const Contract<&SafeArrayCreateVector> s_createVector = [](VARTYPE type, LONG, ULONG) {
-    return Verdict{{(type & (VT_ARRAY | VT_BYREF)) == 0 && type > VT_NULL && type <= VT_UINT, "a type of elements"}};
+    return Verdict{
+        {(type & (VT_ARRAY | VT_BYREF)) == 0, "neither VT_ARRAY nor VT_BYREF"},
+        {!IsOneOf(type, VT_EMPTY, VT_NULL), "a type of elements"},
+    };
 };
 
 const Contract<&SafeArrayPutElement> s_putElement = [](SAFEARRAY* array, LONG* indices, void* element) {
@@ -153,10 +163,18 @@ const Contract<&SetErrorInfo> s_setErrorInfo = [](ULONG reserved, IErrorInfo*) {
 
 const Contract<&SHGetKnownFolderPath> s_getKnownFolder{
     [](REFKNOWNFOLDERID, DWORD flags, HANDLE token, PWSTR* path) {
-        constexpr DWORD c_flags = 0x000FFF00; // KNOWN_FOLDER_FLAG
+        constexpr DWORD c_flags = 0x800FDF00; // KNOWN_FOLDER_FLAG, without KF_FLAG_DONT_UNEXPAND
+        constexpr DWORD c_notParentRelative = 0x200;
+        constexpr DWORD c_defaultPath = 0x400;
+        constexpr DWORD c_initialize = 0x800;
+        constexpr DWORD c_create = 0x8000;
         const bool isDefaultUser = token == INVALID_HANDLE_VALUE;
         return Verdict{
             {HasOnly(flags, c_flags), "KNOWN_FOLDER_FLAG: known flags"},
+            {!HasAll(flags, c_notParentRelative) || HasAll(flags, c_defaultPath),
+             "KNOWN_FOLDER_FLAG: KF_FLAG_NOT_PARENT_RELATIVE needs KF_FLAG_DEFAULT_PATH"},
+            {!HasAll(flags, c_initialize) || HasAll(flags, c_create),
+             "KNOWN_FOLDER_FLAG: KF_FLAG_INIT needs KF_FLAG_CREATE"},
             {token == nullptr || isDefaultUser || Grants(token, Kind::Token, TOKEN_QUERY | TOKEN_IMPERSONATE),
              "the token was opened with TOKEN_QUERY and TOKEN_IMPERSONATE"},
             {path != nullptr, "a place for the path"},
@@ -170,14 +188,19 @@ const Contract<&SHGetKnownFolderPath> s_getKnownFolder{
     }};
 
 const Contract<&SHChangeNotify> s_changeNotify = [](LONG event, UINT flags, LPCVOID first, LPCVOID second) {
-    constexpr LONG c_withPath =
-        SHCNE_ATTRIBUTES | SHCNE_CREATE | SHCNE_DELETE | SHCNE_MKDIR | SHCNE_RMDIR | SHCNE_UPDATEDIR | SHCNE_UPDATEITEM;
+    constexpr LONG c_withPath = SHCNE_ATTRIBUTES | SHCNE_CREATE | SHCNE_DELETE | SHCNE_DRIVEADD | SHCNE_DRIVEREMOVED |
+                                SHCNE_FREESPACE | SHCNE_MEDIAINSERTED | SHCNE_MEDIAREMOVED | SHCNE_MKDIR |
+                                SHCNE_NETSHARE | SHCNE_NETUNSHARE | SHCNE_RMDIR | SHCNE_SERVERDISCONNECT |
+                                SHCNE_UPDATEDIR | SHCNE_UPDATEITEM;
+    constexpr DWORD c_interrupt = 0x80000000; // SHCNE_INTERRUPT
     const UINT type = flags & SHCNF_TYPE;
     const bool isOfAssociations = event == SHCNE_ASSOCCHANGED;
     const bool isOfItem = (event & c_withPath) != 0 && !isOfAssociations;
     return Verdict{
-        {event != 0, "an event"},
+        {(static_cast<DWORD>(event) & ~c_interrupt) != 0, "an event, not SHCNE_INTERRUPT alone"},
         {HasOnly(flags, SHCNF_TYPE | SHCNF_FLUSHNOWAIT | 0x10000 /* SHCNF_NOTIFYRECURSIVE */), "known flags"},
+        {IsOneOf(type, SHCNF_IDLIST, SHCNF_PATHA, SHCNF_PATHW, SHCNF_PRINTERA, SHCNF_PRINTERW, SHCNF_DWORD),
+         "a kind of items"},
         {!isOfAssociations || type == SHCNF_IDLIST, "SHCNE_ASSOCCHANGED needs SHCNF_IDLIST"},
         {!isOfAssociations || (first == nullptr && second == nullptr), "SHCNE_ASSOCCHANGED has no items"},
         {!isOfItem || IsOneOf(type, SHCNF_IDLIST, SHCNF_PATHA, SHCNF_PATHW),
@@ -190,7 +213,7 @@ const Contract<&SHChangeNotify> s_changeNotify = [](LONG event, UINT flags, LPCV
 const Contract<&ShellExecuteW> s_shellExecute = [](HWND, LPCWSTR, LPCWSTR file, LPCWSTR, LPCWSTR, INT show) {
     return Verdict{
         {file != nullptr, "a file"},
-        {show >= SW_HIDE && show <= SW_FORCEMINIMIZE, "ShowWindow: a way to show it"},
+        {show >= SW_HIDE && show <= SW_SHOWDEFAULT, "a way to show it"},
     };
 };
 

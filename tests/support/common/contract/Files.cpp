@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr DWORD c_anyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr ULONG c_objectFlags = 0x1FF2; // OBJ_VALID_ATTRIBUTES
 constexpr DWORD c_anyAccess = c_genericRights | MAXIMUM_ALLOWED | ACCESS_SYSTEM_SECURITY | FILE_ALL_ACCESS;
 
 // File Security and Access Rights.
@@ -73,7 +74,6 @@ const Contract<&NtOpenFile> s_ntOpenFile{
     [](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES object, PIO_STATUS_BLOCK status, ULONG share,
        ULONG options) {
         constexpr ULONG c_synchronous = FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT;
-        constexpr ULONG c_objectFlags = 0x1FF2; // OBJ_VALID_ATTRIBUTES
         const UNICODE_STRING* const name = object == nullptr ? nullptr : object->ObjectName;
         const std::wstring_view text =
             name == nullptr ? L"" : std::wstring_view(name->Buffer, name->Length / sizeof(wchar_t));
@@ -118,6 +118,10 @@ const Contract<&NtCreateFile> s_ntCreateFile{
         return Verdict{
             {file != nullptr && status != nullptr, "places for the handle and the status"},
             {object != nullptr && object->Length == sizeof(*object), "OBJECT_ATTRIBUTES: its size"},
+            {object == nullptr || HasOnly(object->Attributes, c_objectFlags), "OBJECT_ATTRIBUTES: known attributes"},
+            {name != nullptr && name->Buffer != nullptr, "OBJECT_ATTRIBUTES: a name"},
+            {name == nullptr || (name->Length % sizeof(wchar_t) == 0 && name->Length <= name->MaximumLength),
+             "UNICODE_STRING: a length in bytes, which its buffer holds"},
             {text.starts_with(L'\\') != isRelative,
              "OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one"},
             {!isRelative || IsFile(object->RootDirectory), "OBJECT_ATTRIBUTES: the root directory is open"},

@@ -69,14 +69,11 @@ void NoteOpened(const void* object, Kind kind, DWORD rights)
     opened = {.object = object, .kind = kind, .rights = rights};
 }
 
-void NoteClosed(const void* object)
+namespace
 {
-    const Lock lock;
-    std::size_t gap = PlaceOf(object);
-    if (object == nullptr || s_objects[gap].object == nullptr)
-    {
-        return;
-    }
+
+void Remove(std::size_t gap)
+{
     --s_count;
     // Whoever would have been there comes back.
     for (std::size_t place = Next(gap); s_objects[place].object != nullptr; place = Next(place))
@@ -91,6 +88,43 @@ void NoteClosed(const void* object)
     s_objects[gap] = {};
 }
 
+// Handles, of which Windows tells whether they are open, or which only the functions that are judged give out.
+bool IsHandleKind(Kind kind)
+{
+    return IsOneOf(kind, Kind::File, Kind::Process, Kind::Thread, Kind::Token, Kind::Mutex, Kind::Event,
+                   Kind::Semaphore, Kind::Snapshot, Kind::ServiceManager, Kind::Service);
+}
+
+} // namespace
+
+void NoteClosed(const void* object)
+{
+    const Lock lock;
+    const std::size_t place = PlaceOf(object);
+    if (object == nullptr || s_objects[place].object == nullptr)
+    {
+        return;
+    }
+    if (IsHandleKind(s_objects[place].kind))
+    {
+        s_objects[place].kind = Kind::Closed;
+    }
+    else if (s_objects[place].kind != Kind::Closed)
+    {
+        Remove(place);
+    }
+}
+
+void Forget(const void* object)
+{
+    const Lock lock;
+    const std::size_t place = PlaceOf(object);
+    if (object != nullptr && s_objects[place].object != nullptr)
+    {
+        Remove(place);
+    }
+}
+
 void ForgetOpened()
 {
     const Lock lock;
@@ -100,9 +134,23 @@ void ForgetOpened()
 
 bool Details::FindOpened(const void* object, OpenObject& found)
 {
-    const Lock lock;
-    found = s_objects[PlaceOf(object)];
-    return object != nullptr && found.object != nullptr;
+    {
+        const Lock lock;
+        found = s_objects[PlaceOf(object)];
+    }
+    if (object == nullptr || found.object == nullptr)
+    {
+        return false;
+    }
+    // A function that is not judged may have given its value out again.
+    DWORD flags = 0;
+    return found.kind != Kind::Closed || !GetHandleInformation(const_cast<void*>(object), &flags);
+}
+
+bool IsClosed(const void* object)
+{
+    Details::OpenObject found{};
+    return Details::FindOpened(object, found) && found.kind == Kind::Closed;
 }
 
 namespace

@@ -31,10 +31,17 @@ enum class Kind : unsigned char
     PaintContext,
     PaintBuffer,
     Initialized, // a State
+    Closed,
 };
 
 void NoteOpened(const void* object, Kind kind, DWORD rights = 0);
+
+// A closed handle of the kernel or of the service control manager is fit for nothing, until its value is given out
+// again. Other objects are no longer known.
 void NoteClosed(const void* object);
+
+// It is no longer known.
+void Forget(const void* object);
 
 // To be called when all that is known comes to nothing: at the start of a test.
 void ForgetOpened();
@@ -70,6 +77,9 @@ inline bool GrantsEither(const void* object, Kind kind, DWORD rights, DWORD othe
 {
     return Grants(object, kind, rights) || Grants(object, kind, otherRights);
 }
+
+// Whether it is known to be closed.
+bool IsClosed(const void* object);
 
 // What a thread, or the process, has to initialize before it calls other functions.
 enum class State : unsigned char

@@ -105,9 +105,9 @@ const Contract<&GdipCreateFont> s_createFont = [](const GpFontFamily*, REAL size
     return Verdict{
         {IsInitialized(State::GdiPlus), c_started},
         {font != nullptr, "a place for the object"},
-        {size > 0, "Font: a size greater than 0"},
+        {size > 0, "System.Drawing.Font: a size greater than 0"},
         {HasOnly(style, c_styles), "FontStyle: known styles"},
-        {unit >= UnitWorld && unit <= UnitMillimeter && unit != UnitDisplay, "Font: a unit other than UnitDisplay"},
+        {unit >= UnitWorld && unit <= UnitMillimeter, "Unit: a known unit"},
     };
 };
 

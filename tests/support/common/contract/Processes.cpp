@@ -228,11 +228,16 @@ bool IsClosable(HANDLE handle)
 const Contract<&CloseHandle> s_closeHandle{
     [](HANDLE handle) {
         return Verdict{
-            {handle != nullptr, "an open handle"},
+            {handle != nullptr && !IsClosed(handle), "an open handle"},
             {IsClosable(handle), "other objects have other functions that close them"},
         };
     },
-    [](BOOL, HANDLE handle) { NoteClosed(handle); }};
+    [](BOOL done, HANDLE handle) {
+        if (done)
+        {
+            NoteClosed(handle);
+        }
+    }};
 
 const Contract<&DuplicateHandle> s_duplicateHandle{
     [](HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, LPHANDLE target, DWORD, BOOL, DWORD options) {
@@ -251,7 +256,7 @@ const Contract<&DuplicateHandle> s_duplicateHandle{
         }
         if (done && target != nullptr)
         {
-            NoteClosed(*target); // what was known about it
+            Forget(*target); // its rights may be others
         }
     }};
 

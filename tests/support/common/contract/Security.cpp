@@ -112,6 +112,9 @@ const Contract<&GetSecurityInfo> s_getSecurityInfo = [](HANDLE object, SE_OBJECT
         {type > SE_UNKNOWN_OBJECT_TYPE && type <= SE_REGISTRY_WOW64_32KEY, "SE_OBJECT_TYPE: a known type"},
         {type != SE_FILE_OBJECT || (what & c_readable) == 0 || Grants(object, Kind::File, READ_CONTROL),
          "READ_CONTROL, for all but the SACL"},
+        {type != SE_FILE_OBJECT || (what & SACL_SECURITY_INFORMATION) == 0 ||
+             Grants(object, Kind::File, ACCESS_SYSTEM_SECURITY),
+         "ACCESS_SYSTEM_SECURITY, for the SACL"},
         {descriptor != nullptr || (owner == nullptr && group == nullptr && list == nullptr && audit == nullptr),
          "a place for the descriptor, in which its parts lie"},
     };

@@ -137,7 +137,12 @@ const Contract<&CloseServiceHandle> s_closeHandle{
         return Verdict{{handle != nullptr && MayBe(handle, Kind::Service, Kind::ServiceManager),
                         "a handle of OpenService or OpenSCManager"}};
     },
-    [](BOOL, SC_HANDLE handle) { NoteClosed(handle); }};
+    [](BOOL done, SC_HANDLE handle) {
+        if (done)
+        {
+            NoteClosed(handle);
+        }
+    }};
 
 } // namespace
 

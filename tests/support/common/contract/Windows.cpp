@@ -6,7 +6,6 @@
 #include <dwmapi.h>
 #include <uxtheme.h>
 
-#include <algorithm>
 #include <string_view>
 
 namespace Testing
@@ -14,11 +13,6 @@ namespace Testing
 
 namespace
 {
-
-bool IsBroadcast(HWND window)
-{
-    return window == HWND_BROADCAST;
-}
 
 // A window that another thread has created is not this one's to destroy, paint or change.
 bool IsOwnWindow(HWND window)
@@ -52,14 +46,17 @@ const Contract<&UnregisterClassW> s_unregisterClass = [](LPCWSTR name, HINSTANCE
     return Verdict{{IsName(name), "a class's name or atom"}};
 };
 
-const Contract<&CreateWindowExW> s_createWindow = [](DWORD, LPCWSTR className, LPCWSTR, DWORD style, int, int, int, int,
-                                                     HWND parent, HMENU, HINSTANCE, LPVOID) {
+const Contract<&CreateWindowExW> s_createWindow = [](DWORD extendedStyle, LPCWSTR className, LPCWSTR, DWORD style, int,
+                                                     int, int, int, HWND parent, HMENU, HINSTANCE, LPVOID) {
+    // The same bits are WS_GROUP and WS_TABSTOP in a child.
+    const bool hasBox = !HasAll(style, WS_CHILD) && (style & (WS_MINIMIZEBOX | WS_MAXIMIZEBOX)) != 0;
     return Verdict{
         {IsName(className), "a class's name or atom"},
         {!HasAll(style, WS_CHILD) || parent != nullptr, "a child has a parent"},
         {!HasAll(style, WS_CHILD | WS_POPUP), "Window Styles: WS_CHILD or WS_POPUP, not both"},
-        {(style & (WS_MINIMIZEBOX | WS_MAXIMIZEBOX)) == 0 || HasAll(style, WS_SYSMENU),
-         "Window Styles: a minimize or maximize button needs WS_SYSMENU"},
+        {!hasBox || HasAll(style, WS_SYSMENU), "Window Styles: a minimize or maximize button needs WS_SYSMENU"},
+        {!hasBox || !HasAll(extendedStyle, WS_EX_CONTEXTHELP),
+         "Window Styles: a minimize or maximize button, or WS_EX_CONTEXTHELP, not both"},
     };
 };
 
@@ -101,7 +98,6 @@ const Contract<&SetWindowPos> s_setWindowPos = [](HWND window, HWND, int, int, i
     return Verdict{
         {window != nullptr, "a window"},
         {HasOnly(flags, c_flags), "known flags"},
-        {HasAtMostOneOf(flags, SWP_SHOWWINDOW | SWP_HIDEWINDOW), "SWP_SHOWWINDOW or SWP_HIDEWINDOW, not both"},
     };
 };
 
@@ -119,9 +115,8 @@ const Contract<&GetClientRect> s_getClientRect = [](HWND window, LPRECT area) {
     };
 };
 
-const Contract<&InvalidateRect> s_invalidateRect = [](HWND window, const RECT*, BOOL) {
-    return Verdict{{window != nullptr, "no window means all of the system's"}};
-};
+// Without a window, it invalidates all of the system's.
+const Contract<&InvalidateRect> s_invalidateRect = [](HWND, const RECT*, BOOL) { return Verdict{}; };
 
 const Contract<&GetWindow> s_getWindow = [](HWND window, UINT relation) {
     return Verdict{
@@ -141,11 +136,14 @@ const Contract<&GetClassNameW> s_getClassName = [](HWND window, LPWSTR buffer, i
     };
 };
 
-const Contract<&GetMessageW> s_getMessage = [](LPMSG message, HWND window, UINT, UINT) {
+constexpr UINT c_lastMessage = 0xFFFF;
+
+const Contract<&GetMessageW> s_getMessage = [](LPMSG message, HWND window, UINT first, UINT last) {
     const auto thread = reinterpret_cast<LONG_PTR>(window);
     return Verdict{
         {message != nullptr, "a place for the message"},
         {thread == 0 || thread == -1 || IsOwnWindow(window), "a window of this thread"},
+        {first <= c_lastMessage && last <= c_lastMessage, "the high words of the filter are reserved"},
     };
 };
 
@@ -161,138 +159,103 @@ const Contract<&DefWindowProcW> s_defaultProcedure = [](HWND window, UINT, WPARA
     return Verdict{{window != nullptr, "a window"}};
 };
 
-// Messages below WM_USER are the system's; to another process, those above carry no pointers.
+bool IsMessage(UINT message)
+{
+    return message <= c_lastMessage;
+}
+constexpr char c_message[] = "WM_USER: messages above 0xFFFF are reserved";
+
+// A message that other applications understand, if it is sent to them.
+bool IsForAll(HWND window, UINT message)
+{
+    return window != HWND_BROADCAST || message < WM_USER || message >= WM_APP;
+}
+constexpr char c_forAll[] = "WM_USER: messages of private window classes are not for other applications";
+
 const Contract<&SendMessageW> s_sendMessage = [](HWND window, UINT message, WPARAM, LPARAM) {
     return Verdict{
         {window != nullptr, "a window"},
-        {!IsBroadcast(window) || message < WM_USER || message >= 0xC000,
-         "a broadcast message is the system's or registered"},
+        {IsMessage(message), c_message},
+        {IsForAll(window, message), c_forAll},
     };
 };
 
 const Contract<&SendMessageTimeoutW> s_sendMessageTimeout = [](HWND window, UINT message, WPARAM, LPARAM, UINT flags,
-                                                               UINT timeout, PDWORD_PTR) {
+                                                               UINT, PDWORD_PTR) {
     constexpr UINT c_flags = SMTO_ABORTIFHUNG | SMTO_BLOCK | SMTO_NOTIMEOUTIFNOTHUNG | SMTO_ERRORONEXIT;
     return Verdict{
         {window != nullptr, "a window"},
-        {!IsBroadcast(window) || message < WM_USER || message >= 0xC000, "only the system's messages are marshaled"},
+        {IsMessage(message), c_message},
+        {IsForAll(window, message), c_forAll},
         {HasOnly(flags, c_flags), "known flags"},
-        {timeout != 0, "a time-out"},
     };
 };
 
-const Contract<&PostMessageW> s_postMessage = [](HWND, UINT message, WPARAM, LPARAM) {
-    constexpr UINT c_last = 0xFFFF;
+const Contract<&PostMessageW> s_postMessage = [](HWND window, UINT message, WPARAM, LPARAM lParam) {
     return Verdict{
-        {message != 0 && message <= c_last, "About Messages and Message Queues: a message"},
-        {!IsOneOf(message, WM_GETTEXT, WM_SETTEXT, WM_COPYDATA, WM_SETTINGCHANGE),
+        {IsMessage(message), c_message},
+        {IsForAll(window, message), c_forAll},
+        {lParam == 0 || !IsOneOf(message, WM_GETTEXT, WM_SETTEXT, WM_COPYDATA, WM_SETTINGCHANGE),
          "a message with a pointer cannot be posted"},
+        {message != WM_QUIT, "PostQuitMessage posts WM_QUIT"},
     };
 };
 
 bool IsMessageBoxType(UINT type)
 {
     return (type & MB_TYPEMASK) <= MB_CANCELTRYCONTINUE && (type & MB_ICONMASK) <= MB_ICONINFORMATION &&
-           (type & MB_DEFMASK) <= MB_DEFBUTTON4 && HasOnly(type, 0x007FFFFFU);
+           (type & MB_DEFMASK) <= MB_DEFBUTTON4 && (type & MB_MODEMASK) <= MB_TASKMODAL;
 }
 
-const Contract<&MessageBoxW> s_messageBox = [](HWND, LPCWSTR text, LPCWSTR, UINT type) {
+const Contract<&MessageBoxW> s_messageBox = [](HWND owner, LPCWSTR, LPCWSTR, UINT type) {
+    constexpr UINT c_options = MB_HELP | MB_SETFOREGROUND | MB_DEFAULT_DESKTOP_ONLY | MB_TOPMOST | MB_RIGHT |
+                               MB_RTLREADING | MB_SERVICE_NOTIFICATION;
     return Verdict{
-        {text != nullptr, "a text"},
-        {IsMessageBoxType(type), "one kind of buttons, one icon, one default button"},
+        {IsMessageBoxType(type), "one kind of buttons, one icon, one default button, one modality"},
+        {HasOnly(type, c_options | MB_TYPEMASK | MB_ICONMASK | MB_DEFMASK | MB_MODEMASK), "known options"},
+        {owner == nullptr || !HasAll(type, MB_SERVICE_NOTIFICATION), "MB_SERVICE_NOTIFICATION: no owner"},
     };
 };
-
-// Whether a default button is one of those shown; 0 is the first of them.
-bool IsShownButton(const TASKDIALOGCONFIG& dialog)
-{
-    const auto common = static_cast<UINT>(dialog.dwCommonButtons);
-    const bool hasNone = common == 0 && dialog.cButtons == 0;
-    switch (dialog.nDefaultButton)
-    {
-    case 0:
-        return true;
-    case IDOK:
-        if (hasNone || (common & TDCBF_OK_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    case IDYES:
-        if ((common & TDCBF_YES_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    case IDNO:
-        if ((common & TDCBF_NO_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    case IDCANCEL:
-        if ((common & TDCBF_CANCEL_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    case IDRETRY:
-        if ((common & TDCBF_RETRY_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    case IDCLOSE:
-        if ((common & TDCBF_CLOSE_BUTTON) != 0)
-        {
-            return true;
-        }
-        break;
-    default:
-        break;
-    }
-    return std::any_of(dialog.pButtons, dialog.pButtons + dialog.cButtons,
-                       [&](const TASKDIALOG_BUTTON& button) { return button.nButtonID == dialog.nDefaultButton; });
-}
-
-bool IsShownRadioButton(const TASKDIALOGCONFIG& dialog)
-{
-    return dialog.nDefaultRadioButton == 0 ||
-           std::any_of(dialog.pRadioButtons, dialog.pRadioButtons + dialog.cRadioButtons,
-                       [&](const TASKDIALOG_BUTTON& button) { return button.nButtonID == dialog.nDefaultRadioButton; });
-}
 
 const Contract<&TaskDialogIndirect> s_taskDialog = [](const TASKDIALOGCONFIG* dialog, int*, int*, BOOL*) {
-    constexpr int c_flags = 0x0100FFFF;
+    constexpr int c_flags = 0x0101FFFF; // with TDF_NO_SET_FOREGROUND and TDF_SIZE_TO_CONTENT
     constexpr int c_commonButtons = 0x3F;
-    const bool hasButtons = dialog != nullptr && IsBuffer(dialog->pButtons, dialog->cButtons) &&
-                            IsBuffer(dialog->pRadioButtons, dialog->cRadioButtons);
-    const bool usesIcon = dialog != nullptr && HasAll(static_cast<int>(dialog->dwFlags), TDF_USE_HICON_MAIN);
+    const int flags = dialog == nullptr ? 0 : static_cast<int>(dialog->dwFlags);
+    const bool usesIcon = HasAll(flags, TDF_USE_HICON_MAIN);
+    const bool usesFooterIcon = HasAll(flags, TDF_USE_HICON_FOOTER);
     return Verdict{
         {dialog != nullptr && dialog->cbSize == sizeof(*dialog), "TASKDIALOGCONFIG: its size"},
-        {dialog == nullptr || HasOnly(static_cast<int>(dialog->dwFlags), c_flags), "TASKDIALOGCONFIG: known flags"},
+        {HasOnly(flags, c_flags), "TASKDIALOGCONFIG: known flags"},
         {dialog == nullptr || HasOnly(static_cast<int>(dialog->dwCommonButtons), c_commonButtons),
          "TASKDIALOGCONFIG: known common buttons"},
-        {dialog == nullptr || hasButtons, "TASKDIALOGCONFIG: as many buttons as it says"},
-        {!hasButtons || IsShownButton(*dialog), "TASKDIALOGCONFIG: the default button is one of those shown"},
-        {!hasButtons || IsShownRadioButton(*dialog),
-         "TASKDIALOGCONFIG: the default radio button is one of those shown"},
+        {dialog == nullptr ||
+             (IsBuffer(dialog->pButtons, dialog->cButtons) && IsBuffer(dialog->pRadioButtons, dialog->cRadioButtons)),
+         "TASKDIALOGCONFIG: as many buttons as it says"},
         {dialog == nullptr || usesIcon || IsResourceId(dialog->pszMainIcon),
          "TASKDIALOGCONFIG: the icon's resource ID"},
+        {dialog == nullptr || usesFooterIcon || dialog->pszFooter == nullptr || IsResourceId(dialog->pszFooterIcon),
+         "TASKDIALOGCONFIG: the footer icon's resource ID"},
     };
 };
+
+// A standard icon or cursor, which has no instance, and its ID in the documented range.
+bool IsStandardId(LPCWSTR name)
+{
+    constexpr ULONG_PTR c_first = 32512;
+    return IsResourceId(name) && reinterpret_cast<ULONG_PTR>(name) >= c_first;
+}
 
 const Contract<&LoadIconW> s_loadIcon = [](HINSTANCE instance, LPCWSTR name) {
     return Verdict{
         {name != nullptr, "an icon's name"},
-        {instance != nullptr || IsResourceId(name), "without an instance, one of the system's icons"},
+        {instance != nullptr || IsStandardId(name), "without an instance, one of the system's icons"},
     };
 };
 
 const Contract<&LoadCursorW> s_loadCursor = [](HINSTANCE instance, LPCWSTR name) {
     return Verdict{
         {name != nullptr, "a cursor's name"},
-        {instance != nullptr || IsResourceId(name), "without an instance, one of the system's cursors"},
+        {instance != nullptr || IsStandardId(name), "without an instance, one of the system's cursors"},
     };
 };
 
@@ -313,14 +276,15 @@ const Contract<&GetDeviceCaps> s_getDeviceCaps = [](HDC dc, int index) {
     };
 };
 
-const Contract<&BeginPaint> s_beginPaint{[](HWND window, LPPAINTSTRUCT paint) {
-                                             return Verdict{
-                                                 {window != nullptr, "a window"},
-                                                 {IsOwnWindow(window), "WM_PAINT: the thread of the window paints"},
-                                                 {paint != nullptr, "a place for the information"},
-                                             };
-                                         },
-                                         [](HDC dc, HWND, LPPAINTSTRUCT) { NoteOpened(dc, Kind::PaintContext); }};
+const Contract<&BeginPaint> s_beginPaint{
+    [](HWND window, LPPAINTSTRUCT paint) {
+        return Verdict{
+            {window != nullptr, "a window"},
+            {IsOwnWindow(window), "in response to WM_PAINT, which the thread of the window receives"},
+            {paint != nullptr, "a place for the information"},
+        };
+    },
+    [](HDC dc, HWND, LPPAINTSTRUCT) { NoteOpened(dc, Kind::PaintContext); }};
 
 const Contract<&EndPaint> s_endPaint{
     [](HWND window, const PAINTSTRUCT* paint) {
@@ -341,14 +305,17 @@ const Contract<&BufferedPaintInit> s_bufferedPaintInit{[]() { return Verdict{}; 
                                                        }};
 
 const Contract<&BufferedPaintUnInit> s_bufferedPaintUnInit{
-    []() { return Verdict{{IsInitialized(State::BufferedPaint), "BufferedPaintInit comes before it on this thread"}}; },
+    []() {
+        return Verdict{{IsInitialized(State::BufferedPaint),
+                        "BufferedPaintInit: each call is matched with one of BufferedPaintUnInit"}};
+    },
     [](HRESULT) { NoteUninitialized(State::BufferedPaint); }};
 
+// BufferedPaintInit is not judged here: without it, each paint initializes anew.
 const Contract<&BeginBufferedPaint> s_beginBufferedPaint{
     [](HDC target, const RECT* area, BP_BUFFERFORMAT format, BP_PAINTPARAMS* parameters, HDC* buffer) {
         constexpr DWORD c_flags = BPPF_ERASE | BPPF_NOCLIP | BPPF_NONCLIENT;
         return Verdict{
-            {IsInitialized(State::BufferedPaint), "BufferedPaintInit comes before it on this thread"},
             {target != nullptr, "a device context"},
             {area != nullptr, "a rectangle"},
             {format >= BPBF_COMPATIBLEBITMAP && format <= BPBF_TOPDOWNMONODIB, "BP_BUFFERFORMAT: a known format"},
@@ -378,12 +345,21 @@ const Contract<&DwmExtendFrameIntoClientArea> s_extendFrame = [](HWND window, co
     };
 };
 
+// Not those that can only be queried.
+bool IsSettableAttribute(DWORD attribute)
+{
+    constexpr DWORD c_visibleFrameBorderThickness = 37;
+    constexpr DWORD c_last = 38;
+    return attribute != 0 && attribute <= c_last &&
+           !IsOneOf(attribute, DWMWA_NCRENDERING_ENABLED, DWMWA_CAPTION_BUTTON_BOUNDS, DWMWA_EXTENDED_FRAME_BOUNDS,
+                    DWMWA_CLOAKED, c_visibleFrameBorderThickness);
+}
+
 const Contract<&DwmSetWindowAttribute> s_setAttribute = [](HWND window, DWORD attribute, LPCVOID value, DWORD size) {
     constexpr DWORD c_darkMode = 20; // DWMWA_USE_IMMERSIVE_DARK_MODE
-    constexpr DWORD c_last = 38;
     return Verdict{
         {window != nullptr, "a window"},
-        {attribute >= 2 && attribute <= c_last, "DWMWINDOWATTRIBUTE: an attribute that can be set"},
+        {IsSettableAttribute(attribute), "DWMWINDOWATTRIBUTE: an attribute that can be set"},
         {value != nullptr && size != 0, "a value of that size"},
         {attribute != c_darkMode || size == sizeof(BOOL), "DWMWINDOWATTRIBUTE: a BOOL for the dark mode"},
     };
