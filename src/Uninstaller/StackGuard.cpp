@@ -20,7 +20,7 @@ void __stack_chk_fail()
 // NOLINTEND(bugprone-reserved-identifier,misc-use-internal-linkage,readability-identifier-naming)
 
 // <cstdlib> has it only for who defines a macro before the first header.
-extern "C" [[gnu::dllimport]] int rand_s(unsigned int* number);
+extern "C" [[gnu::dllimport]] int rand_s(unsigned int* number); // NOLINT(readability-identifier-naming)
 
 namespace
 {
