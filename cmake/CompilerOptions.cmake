@@ -46,8 +46,10 @@ else()
 endif()
 
 if(VELMORA_SANITIZE)
-  # There is no sanitizer runtime for this target: undefined behaviour traps.
-  target_compile_options(CompilerOptions INTERFACE -fsanitize=undefined -fsanitize-trap=undefined)
+  # There is no sanitizer runtime for this target: undefined behaviour traps. What the tests' own code is not asked takes a fifth of
+  # the time that the compiler needs for them: a null pointer ends it anyway, and x64 takes any alignment.
+  target_compile_options(CompilerOptions INTERFACE -fsanitize=undefined -fsanitize-trap=undefined
+    $<$<BOOL:$<TARGET_PROPERTY:VELMORA_TEST_CODE>>:-fno-sanitize=null,alignment,object-size>)
   target_compile_definitions(CompilerOptions INTERFACE _GLIBCXX_ASSERTIONS)
 endif()
 if(VELMORA_COVERAGE)
@@ -73,7 +75,9 @@ endif()
 set(COMMON_HEADERS <windows.h> <algorithm> <memory> <optional> <string> <string_view> <utility> <vector>)
 
 # For the tests' own code: fast to build, with line tables for a debugger.
+define_property(TARGET PROPERTY VELMORA_TEST_CODE INITIALIZE_FROM_VARIABLE VELMORA_TEST_CODE)
 macro(use_test_compile_options)
+  set(VELMORA_TEST_CODE ON)
   if(NOT MSVC)
     add_compile_options(-O0 $<IF:$<CONFIG:Debug>,-g1,-g0> -fno-stack-protector)
   endif()

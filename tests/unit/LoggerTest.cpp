@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -197,6 +198,23 @@ TEST_F(SilentLoggerTest, Opens_the_file_for_appending_and_lets_others_read_and_w
     logger.Info(L"one");
 
     EXPECT_EQ(opened, (decltype(opened){{FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE}}));
+}
+
+TEST_F(SilentLoggerTest, A_link_in_the_files_place_is_not_followed)
+{
+    std::map<DWORD, DWORD> flagsByAccess;
+    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
+                                        DWORD disposition, DWORD flags, HANDLE pattern) {
+        flagsByAccess[access] = flags;
+        return decltype(createFile)::Real(path, access, sharing, security, disposition, flags, pattern);
+    };
+
+    Logger another(RunType::Silent);
+    another.Info(L"one");
+
+    EXPECT_EQ(flagsByAccess[READ_CONTROL], static_cast<DWORD>(FILE_FLAG_OPEN_REPARSE_POINT));
+    EXPECT_EQ(flagsByAccess[FILE_APPEND_DATA],
+              static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT));
 }
 
 TEST_F(SilentLoggerTest, A_reader_that_holds_the_file_open_stops_nothing)

@@ -13,6 +13,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // Runs of a program that was started from the installation folder: it goes on as a copy.
@@ -153,6 +154,22 @@ TEST_F(RelocateTest, Nobody_can_change_the_copy_from_its_comparison_on_until_it_
     EXPECT_EQ(Run(), EXIT_NO_ERROR);
 
     EXPECT_EQ(looks, 2);
+}
+
+TEST_F(RelocateTest, A_link_in_the_copys_place_is_not_taken_for_what_it_leads_to)
+{
+    std::vector<DWORD> opened;
+    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, auto... others) {
+        if (access == GENERIC_READ)
+        {
+            opened.push_back(std::get<3>(std::tuple(others...)));
+        }
+        return createFile.Hidden(path, access, others...);
+    };
+
+    EXPECT_EQ(Run(), EXIT_NO_ERROR);
+
+    EXPECT_EQ(opened, std::vector<DWORD>(2, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN));
 }
 
 TEST_F(RelocateTest, A_copy_that_differs_from_the_program_is_not_started)

@@ -79,6 +79,15 @@ copy_prefix() {
     mv "$copy" "$wine_folder/$1"
 }
 
+# Makes the prefix that all unit tests share, unless it is there already: build/wine/unit.
+make_unit_prefix() {
+    make_ready_prefix
+    (
+        flock 9
+        [ -e "$wine_folder/unit" ] || copy_prefix unit
+    ) 9>"$wine_folder/unit.lock"
+}
+
 # run_in_prefix NAME PROGRAM ARGUMENT...: runs a Windows program and passes on its output and its exit code. With a limit
 # (in seconds, $limit) it is ended then, and the exit code is that of timeout: 124, or 137 when it had to be killed.
 # The output goes through a file: Wine's background processes keep a pipe open and the reader waiting.
