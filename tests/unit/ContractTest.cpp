@@ -68,8 +68,11 @@ protected:
     ContractTest()
     {
         Seen().clear();
-        Verdict::Observe([](std::initializer_list<Rule> rules) {
-            Seen().clear(); // what a contract itself asks Windows for is judged, too
+        Verdict::Observe([](std::initializer_list<Rule> rules, bool areAdded) {
+            if (!areAdded)
+            {
+                Seen().clear(); // what a contract itself asks Windows for is judged, too
+            }
             for (const Rule& rule : rules)
             {
                 Seen().insert(rule.text);
@@ -247,62 +250,45 @@ TEST_F(ContractTest, Of_opening_files)
     HANDLE file = nullptr;
     IO_STATUS_BLOCK status{};
     constexpr ULONG c_plain = FILE_OPEN_REPARSE_POINT;
-    Calls<&NtOpenFile>()
-        .Keep(&file, DELETE | SYNCHRONIZE, &object, &status, 7,
-              FILE_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT | FILE_DELETE_ON_CLOSE)
-        .Break("places for the handle and the status", nullptr, DELETE, &object, &status, 7, c_plain)
-        .Break("OBJECT_ATTRIBUTES: its size", &file, DELETE, &unsizedObject, &status, 7, c_plain)
-        .Break("OBJECT_ATTRIBUTES: known attributes", &file, DELETE, &oddAttributes, &status, 7, c_plain)
-        .Break("OBJECT_ATTRIBUTES: a name", &file, DELETE, &nameless, &status, 7, c_plain)
-        .Break("UNICODE_STRING: a length in bytes, which its buffer holds", &file, DELETE, &odd, &status, 7, c_plain)
-        .Break("OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one", &file, DELETE, &fullBelow,
-               &status, 7, c_plain)
-        .Break("OBJECT_ATTRIBUTES: the root directory is open", &file, DELETE, &belowKey, &status, 7, c_plain)
-        .Break("ACCESS_MASK: known rights", &file, 0x04000000, &object, &status, 7, c_plain)
-        .Break("NtCreateFile: known ways of sharing", &file, DELETE, &object, &status, 8, c_plain)
-        .Break("NtCreateFile: known options", &file, DELETE, &object, &status, 7, 0x01000000)
-        .Break("NtCreateFile: FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both", &file, DELETE, &object,
-               &status, 7, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE)
-        .Break("NtCreateFile: one kind of synchronous I/O", &file, SYNCHRONIZE, &object, &status, 7,
-               FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT)
-        .Break("NtCreateFile: synchronous I/O needs SYNCHRONIZE", &file, DELETE, &object, &status, 7,
-               FILE_SYNCHRONOUS_IO_NONALERT)
-        .Break("NtCreateFile: FILE_DELETE_ON_CLOSE needs DELETE", &file, SYNCHRONIZE, &object, &status, 7,
-               FILE_DELETE_ON_CLOSE);
-    Calls<&NtCreateFile>()
-        .Keep(&file, DELETE | SYNCHRONIZE, &object, &status, nullptr, FILE_ATTRIBUTE_NORMAL, 7, FILE_OPEN_IF,
-              FILE_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT | FILE_DELETE_ON_CLOSE, nullptr, 0)
-        .Break("places for the handle and the status", nullptr, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN,
-               c_plain, nullptr, 0)
-        .Break("OBJECT_ATTRIBUTES: its size", &file, DELETE, &unsizedObject, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
-               nullptr, 0)
-        .Break("OBJECT_ATTRIBUTES: known attributes", &file, DELETE, &oddAttributes, &status, nullptr, 0, 7, FILE_OPEN,
-               c_plain, nullptr, 0)
-        .Break("OBJECT_ATTRIBUTES: a name", &file, DELETE, &nameless, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
-               nullptr, 0)
-        .Break("UNICODE_STRING: a length in bytes, which its buffer holds", &file, DELETE, &odd, &status, nullptr, 0, 7,
-               FILE_OPEN, c_plain, nullptr, 0)
-        .Break("OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one", &file, DELETE, &fullBelow,
-               &status, nullptr, 0, 7, FILE_OPEN, c_plain, nullptr, 0)
-        .Break("OBJECT_ATTRIBUTES: the root directory is open", &file, DELETE, &belowKey, &status, nullptr, 0, 7,
-               FILE_OPEN, c_plain, nullptr, 0)
-        .Break("ACCESS_MASK: known rights", &file, 0x04000000, &object, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
-               nullptr, 0)
+    const auto breakOpening = [&](const auto& breakRule) {
+        breakRule("places for the handle and the status", nullptr, DELETE, &object, 7, c_plain);
+        breakRule("OBJECT_ATTRIBUTES: its size", &file, DELETE, &unsizedObject, 7, c_plain);
+        breakRule("OBJECT_ATTRIBUTES: known attributes", &file, DELETE, &oddAttributes, 7, c_plain);
+        breakRule("OBJECT_ATTRIBUTES: a name", &file, DELETE, &nameless, 7, c_plain);
+        breakRule("UNICODE_STRING: a length in bytes, which its buffer holds", &file, DELETE, &odd, 7, c_plain);
+        breakRule("OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one", &file, DELETE, &fullBelow,
+                  7, c_plain);
+        breakRule("OBJECT_ATTRIBUTES: the root directory is open", &file, DELETE, &belowKey, 7, c_plain);
+        breakRule("ACCESS_MASK: known rights", &file, 0x04000000, &object, 7, c_plain);
+        breakRule("known ways of sharing", &file, DELETE, &object, 8, c_plain);
+        breakRule("known options", &file, DELETE, &object, 7, 0x01000000);
+        breakRule("FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both", &file, DELETE, &object, 7,
+                  FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE);
+        breakRule("one kind of synchronous I/O", &file, SYNCHRONIZE, &object, 7,
+                  FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT);
+        breakRule("synchronous I/O needs SYNCHRONIZE", &file, DELETE, &object, 7, FILE_SYNCHRONOUS_IO_NONALERT);
+        breakRule("FILE_DELETE_ON_CLOSE needs DELETE", &file, SYNCHRONIZE, &object, 7, FILE_DELETE_ON_CLOSE);
+    };
+    constexpr ULONG c_most = FILE_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT | FILE_DELETE_ON_CLOSE;
+
+    Calls<&NtOpenFile> open;
+    open.Keep(&file, DELETE | SYNCHRONIZE, &object, &status, 7, c_most);
+    breakOpening([&](const char* rule, PHANDLE handle, ACCESS_MASK access, POBJECT_ATTRIBUTES what, ULONG share,
+                     ULONG options) { open.Break(rule, handle, access, what, &status, share, options); });
+
+    Calls<&NtCreateFile> create;
+    create.Keep(&file, DELETE | SYNCHRONIZE, &object, &status, nullptr, FILE_ATTRIBUTE_NORMAL, 7, FILE_OPEN_IF, c_most,
+                nullptr, 0);
+    breakOpening(
+        [&](const char* rule, PHANDLE handle, ACCESS_MASK access, POBJECT_ATTRIBUTES what, ULONG share, ULONG options) {
+            create.Break(rule, handle, access, what, &status, nullptr, 0, share, FILE_OPEN, options, nullptr, 0);
+        });
+    create
         .Break("known attributes", &file, DELETE, &object, &status, nullptr, 0x01000000, 7, FILE_OPEN, c_plain, nullptr,
                0)
-        .Break("known ways of sharing", &file, DELETE, &object, &status, nullptr, 0, 8, FILE_OPEN, c_plain, nullptr, 0)
         .Break("a known disposition", &file, DELETE, &object, &status, nullptr, 0, 7, 6, c_plain, nullptr, 0)
-        .Break("known options", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN, 0x01000000, nullptr, 0)
         .Break("FILE_DIRECTORY_FILE is for FILE_CREATE, FILE_OPEN and FILE_OPEN_IF", &file, DELETE, &object, &status,
                nullptr, 0, 7, FILE_OVERWRITE, FILE_DIRECTORY_FILE, nullptr, 0)
-        .Break("FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both", &file, DELETE, &object, &status, nullptr, 0,
-               7, FILE_OPEN, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE, nullptr, 0)
-        .Break("one kind of synchronous I/O", &file, SYNCHRONIZE, &object, &status, nullptr, 0, 7, FILE_OPEN,
-               FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0)
-        .Break("synchronous I/O needs SYNCHRONIZE", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN,
-               FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0)
-        .Break("FILE_DELETE_ON_CLOSE needs DELETE", &file, SYNCHRONIZE, &object, &status, nullptr, 0, 7, FILE_OPEN,
-               FILE_DELETE_ON_CLOSE, nullptr, 0)
         .Break("a buffer of extended attributes", &file, DELETE, &object, &status, nullptr, 0, 7, FILE_OPEN, c_plain,
                nullptr, 4);
 }

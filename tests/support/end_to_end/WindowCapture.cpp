@@ -1,23 +1,10 @@
 #include "support/end_to_end/WindowCapture.h"
 
+#include "support/common/GdiPlus.h"
 #include "support/end_to_end/Names.h"
 #include "support/end_to_end/Owners.h"
 
-// GDI+ needs what the lean windows.h leaves out, and min and max.
-// clang-format off
-#include <objidl.h>
-
-#include <algorithm>
-
-namespace Gdiplus
-{
-using std::max;
-using std::min;
-} // namespace Gdiplus
-
-#include <gdiplus.h>
 #include <shlwapi.h>
-// clang-format on
 
 #include <cmath>
 #include <cstdlib>

@@ -2,7 +2,9 @@
 
 #include "support/common/contract/OpenObjects.h"
 
+#include <algorithm>
 #include <atomic>
+#include <initializer_list>
 
 namespace Testing
 {
@@ -19,22 +21,30 @@ constinit std::atomic<int> s_wholeRuns = 0;
 // The thread that reports. What it calls is not judged.
 constinit std::atomic<DWORD> s_reporter = 0;
 
+const char* FirstBroken(std::initializer_list<Rule> rules)
+{
+    const auto* const broken = std::ranges::find(rules, false, &Rule::isKept);
+    return broken == rules.end() ? nullptr : broken->text;
+}
+
 } // namespace
 
-Verdict::Verdict(std::initializer_list<Rule> rules) noexcept
+Verdict::Verdict(std::initializer_list<Rule> rules) noexcept : m_broken(FirstBroken(rules))
 {
-    for (const Rule& rule : rules)
-    {
-        if (!rule.isKept)
-        {
-            m_broken = rule.text;
-            break;
-        }
-    }
     if (s_observer != nullptr)
     {
-        s_observer(rules);
+        s_observer(rules, false);
     }
+}
+
+Verdict& Verdict::Add(std::initializer_list<Rule> rules) noexcept
+{
+    m_broken = m_broken == nullptr ? FirstBroken(rules) : m_broken;
+    if (s_observer != nullptr)
+    {
+        s_observer(rules, true);
+    }
+    return *this;
 }
 
 void Verdict::Observe(Observer observer)

@@ -29,12 +29,14 @@ class Verdict
 {
 public:
     explicit(false) Verdict(std::initializer_list<Rule> rules) noexcept;
+    // What it says when these rules are added to a function's own ones.
+    Verdict& Add(std::initializer_list<Rule> rules) noexcept;
 
     // Null when the call keeps them all.
     const char* BrokenRule() const { return m_broken; }
 
-    // Sees all rules of each verdict, for the test of the contracts.
-    using Observer = void (*)(std::initializer_list<Rule> rules);
+    // Sees all rules of each verdict, and which ones were added, for the test of the contracts.
+    using Observer = void (*)(std::initializer_list<Rule> rules, bool areAdded);
     static void Observe(Observer observer);
 
 private:

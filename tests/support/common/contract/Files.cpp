@@ -70,85 +70,63 @@ const Contract<&CreateFileW> s_createFile{
         }
     }};
 
-const Contract<&NtOpenFile> s_ntOpenFile{
-    [](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES object, PIO_STATUS_BLOCK status, ULONG share,
-       ULONG options) {
-        constexpr ULONG c_synchronous = FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT;
-        const UNICODE_STRING* const name = object == nullptr ? nullptr : object->ObjectName;
-        const std::wstring_view text =
-            name == nullptr ? L"" : std::wstring_view(name->Buffer, name->Length / sizeof(wchar_t));
-        const bool isRelative = object != nullptr && object->RootDirectory != nullptr;
-        return Verdict{
-            {file != nullptr && status != nullptr, "places for the handle and the status"},
-            {object != nullptr && object->Length == sizeof(*object), "OBJECT_ATTRIBUTES: its size"},
-            {object == nullptr || HasOnly(object->Attributes, c_objectFlags), "OBJECT_ATTRIBUTES: known attributes"},
-            {name != nullptr && name->Buffer != nullptr, "OBJECT_ATTRIBUTES: a name"},
-            {name == nullptr || (name->Length % sizeof(wchar_t) == 0 && name->Length <= name->MaximumLength),
-             "UNICODE_STRING: a length in bytes, which its buffer holds"},
-            {text.starts_with(L'\\') != isRelative,
-             "OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one"},
-            {!isRelative || IsFile(object->RootDirectory), "OBJECT_ATTRIBUTES: the root directory is open"},
-            {HasOnly(access, c_anyAccess), "ACCESS_MASK: known rights"},
-            {HasOnly(share, c_anyShare), "NtCreateFile: known ways of sharing"},
-            {HasOnly(options, 0x00FFFFFF), "NtCreateFile: known options"},
-            {HasAtMostOneOf(options, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE),
-             "NtCreateFile: FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both"},
-            {HasAtMostOneOf(options, c_synchronous), "NtCreateFile: one kind of synchronous I/O"},
-            {(options & c_synchronous) == 0 || (MapRights(access) & SYNCHRONIZE) != 0,
-             "NtCreateFile: synchronous I/O needs SYNCHRONIZE"},
-            {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapRights(access) & DELETE) != 0,
-             "NtCreateFile: FILE_DELETE_ON_CLOSE needs DELETE"},
-        };
-    },
-    [](NTSTATUS result, PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES, PIO_STATUS_BLOCK, ULONG, ULONG) {
-        if (NT_SUCCESS(result))
-        {
-            NoteOpened(*file, Kind::File, MapRights(access));
-        }
-    }};
+// What NtCreateFile's page says, and holds for NtOpenFile too, which refers to it.
+Verdict JudgeOpening(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES object, PIO_STATUS_BLOCK status, ULONG share,
+                     ULONG options)
+{
+    constexpr ULONG c_synchronous = FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT;
+    const UNICODE_STRING* const name = object == nullptr ? nullptr : object->ObjectName;
+    const std::wstring_view text =
+        name == nullptr ? L"" : std::wstring_view(name->Buffer, name->Length / sizeof(wchar_t));
+    const bool isRelative = object != nullptr && object->RootDirectory != nullptr;
+    return Verdict{
+        {file != nullptr && status != nullptr, "places for the handle and the status"},
+        {object != nullptr && object->Length == sizeof(*object), "OBJECT_ATTRIBUTES: its size"},
+        {object == nullptr || HasOnly(object->Attributes, c_objectFlags), "OBJECT_ATTRIBUTES: known attributes"},
+        {name != nullptr && name->Buffer != nullptr, "OBJECT_ATTRIBUTES: a name"},
+        {name == nullptr || (name->Length % sizeof(wchar_t) == 0 && name->Length <= name->MaximumLength),
+         "UNICODE_STRING: a length in bytes, which its buffer holds"},
+        {text.starts_with(L'\\') != isRelative,
+         "OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one"},
+        {!isRelative || IsFile(object->RootDirectory), "OBJECT_ATTRIBUTES: the root directory is open"},
+        {HasOnly(access, c_anyAccess), "ACCESS_MASK: known rights"},
+        {HasOnly(share, c_anyShare), "known ways of sharing"},
+        {HasOnly(options, 0x00FFFFFF), "known options"},
+        {HasAtMostOneOf(options, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE),
+         "FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both"},
+        {HasAtMostOneOf(options, c_synchronous), "one kind of synchronous I/O"},
+        {(options & c_synchronous) == 0 || (MapRights(access) & SYNCHRONIZE) != 0, "synchronous I/O needs SYNCHRONIZE"},
+        {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapRights(access) & DELETE) != 0,
+         "FILE_DELETE_ON_CLOSE needs DELETE"},
+    };
+}
+
+void NoteOpening(NTSTATUS result, PHANDLE file, ACCESS_MASK access)
+{
+    if (NT_SUCCESS(result))
+    {
+        NoteOpened(*file, Kind::File, MapRights(access));
+    }
+}
+
+const Contract<&NtOpenFile> s_ntOpenFile{&JudgeOpening,
+                                         [](NTSTATUS result, PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES,
+                                            PIO_STATUS_BLOCK, ULONG, ULONG) { NoteOpening(result, file, access); }};
 
 const Contract<&NtCreateFile> s_ntCreateFile{
     [](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES object, PIO_STATUS_BLOCK status, PLARGE_INTEGER,
        ULONG attributes, ULONG share, ULONG disposition, ULONG options, PVOID extended, ULONG extendedSize) {
-        constexpr ULONG c_synchronous = FILE_SYNCHRONOUS_IO_ALERT | FILE_SYNCHRONOUS_IO_NONALERT;
-        const UNICODE_STRING* const name = object == nullptr ? nullptr : object->ObjectName;
-        const std::wstring_view text =
-            name == nullptr ? L"" : std::wstring_view(name->Buffer, name->Length / sizeof(wchar_t));
-        const bool isRelative = object != nullptr && object->RootDirectory != nullptr;
-        return Verdict{
-            {file != nullptr && status != nullptr, "places for the handle and the status"},
-            {object != nullptr && object->Length == sizeof(*object), "OBJECT_ATTRIBUTES: its size"},
-            {object == nullptr || HasOnly(object->Attributes, c_objectFlags), "OBJECT_ATTRIBUTES: known attributes"},
-            {name != nullptr && name->Buffer != nullptr, "OBJECT_ATTRIBUTES: a name"},
-            {name == nullptr || (name->Length % sizeof(wchar_t) == 0 && name->Length <= name->MaximumLength),
-             "UNICODE_STRING: a length in bytes, which its buffer holds"},
-            {text.starts_with(L'\\') != isRelative,
-             "OBJECT_ATTRIBUTES: a name relative to the root directory, or a full one"},
-            {!isRelative || IsFile(object->RootDirectory), "OBJECT_ATTRIBUTES: the root directory is open"},
-            {HasOnly(access, c_anyAccess), "ACCESS_MASK: known rights"},
-            {HasOnly(attributes, 0x7FB7), "known attributes"},
-            {HasOnly(share, c_anyShare), "known ways of sharing"},
-            {disposition <= FILE_MAXIMUM_DISPOSITION, "a known disposition"},
-            {HasOnly(options, 0x00FFFFFF), "known options"},
-            {!HasAll(options, FILE_DIRECTORY_FILE) || IsOneOf(disposition, FILE_CREATE, FILE_OPEN, FILE_OPEN_IF),
-             "FILE_DIRECTORY_FILE is for FILE_CREATE, FILE_OPEN and FILE_OPEN_IF"},
-            {HasAtMostOneOf(options, FILE_DIRECTORY_FILE | FILE_NON_DIRECTORY_FILE),
-             "FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE, not both"},
-            {HasAtMostOneOf(options, c_synchronous), "one kind of synchronous I/O"},
-            {(options & c_synchronous) == 0 || (MapRights(access) & SYNCHRONIZE) != 0,
-             "synchronous I/O needs SYNCHRONIZE"},
-            {!HasAll(options, FILE_DELETE_ON_CLOSE) || (MapRights(access) & DELETE) != 0,
-             "FILE_DELETE_ON_CLOSE needs DELETE"},
-            {IsBuffer(extended, extendedSize), "a buffer of extended attributes"},
-        };
+        return JudgeOpening(file, access, object, status, share, options)
+            .Add({
+                {HasOnly(attributes, 0x7FB7), "known attributes"},
+                {disposition <= FILE_MAXIMUM_DISPOSITION, "a known disposition"},
+                {!HasAll(options, FILE_DIRECTORY_FILE) || IsOneOf(disposition, FILE_CREATE, FILE_OPEN, FILE_OPEN_IF),
+                 "FILE_DIRECTORY_FILE is for FILE_CREATE, FILE_OPEN and FILE_OPEN_IF"},
+                {IsBuffer(extended, extendedSize), "a buffer of extended attributes"},
+            });
     },
     [](NTSTATUS result, PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES, PIO_STATUS_BLOCK, PLARGE_INTEGER, ULONG,
-       ULONG, ULONG, ULONG, PVOID, ULONG) {
-        if (NT_SUCCESS(result))
-        {
-            NoteOpened(*file, Kind::File, MapRights(access));
-        }
-    }};
+       ULONG, ULONG, ULONG, PVOID, ULONG) { NoteOpening(result, file, access); }};
 
 const Contract<&ReOpenFile> s_reOpenFile{[](HANDLE original, DWORD access, DWORD share, DWORD flags) {
                                              return Verdict{

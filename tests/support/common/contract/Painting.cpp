@@ -1,19 +1,7 @@
 // GDI+.
+#include "support/common/GdiPlus.h"
 #include "support/common/contract/Contract.h"
 #include "support/common/contract/OpenObjects.h"
-
-// gdiplus.h needs IStream, which WIN32_LEAN_AND_MEAN leaves out, and min and max, which NOMINMAX removes.
-#include <objidl.h>
-
-#include <algorithm>
-
-namespace Gdiplus
-{
-using std::max;
-using std::min;
-} // namespace Gdiplus
-
-#include <gdiplus.h>
 
 namespace Testing
 {
