@@ -868,6 +868,28 @@ TEST_F(ContractTest, Of_closed_handles)
     EXPECT_STREQ(Contract<&DeleteService>::Judge(service).BrokenRule(), "a handle of OpenService");
 }
 
+// The values of a service's handles are addresses, which memory may get after them.
+TEST_F(ContractTest, Of_memory_where_a_service_was)
+{
+    SID everyone{SID_REVISION, 1, SECURITY_WORLD_SID_AUTHORITY, {SECURITY_WORLD_RID}};
+    const auto expectKnown = [&](HLOCAL given) {
+        Details::OpenObject found{};
+        EXPECT_TRUE(Details::FindOpened(given, found) && found.kind == Kind::LocalMemory);
+        LocalFree(given);
+    };
+    LPWSTR sid = nullptr;
+    ASSERT_TRUE(ConvertSidToStringSidW(&everyone, &sid));
+    expectKnown(sid);
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1, &descriptor, nullptr));
+    expectKnown(descriptor);
+    const wil::unique_handle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    ASSERT_EQ(GetSecurityInfo(event.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
+                              nullptr, &descriptor),
+              DWORD{ERROR_SUCCESS});
+    expectKnown(descriptor);
+}
+
 TEST_F(ContractTest, Of_modules_and_memory)
 {
     const auto module = OpenAs<HMODULE>(Kind::Module);

@@ -86,39 +86,58 @@ const Contract<&EqualSid> s_equalSid = [](PSID sid, PSID other) {
     return Verdict{{IsSid(sid) && IsSid(other), "two SIDs"}};
 };
 
-const Contract<&ConvertSidToStringSidW> s_sidToText = [](PSID sid, LPWSTR* text) {
-    return Verdict{
-        {IsSid(sid), "a SID"},
-        {text != nullptr, "a place for the text"},
-    };
-};
+const Contract<&ConvertSidToStringSidW> s_sidToText{[](PSID sid, LPWSTR* text) {
+                                                        return Verdict{
+                                                            {IsSid(sid), "a SID"},
+                                                            {text != nullptr, "a place for the text"},
+                                                        };
+                                                    },
+                                                    [](BOOL isDone, PSID, LPWSTR* text) {
+                                                        if (isDone)
+                                                        {
+                                                            NoteOpened(*text, Kind::LocalMemory);
+                                                        }
+                                                    }};
 
-const Contract<&ConvertStringSecurityDescriptorToSecurityDescriptorW> s_textToDescriptor =
+const Contract<&ConvertStringSecurityDescriptorToSecurityDescriptorW> s_textToDescriptor{
     [](LPCWSTR text, DWORD revision, PSECURITY_DESCRIPTOR* descriptor, PULONG) {
         return Verdict{
             {text != nullptr, "a text"},
             {revision == SDDL_REVISION_1, "SDDL_REVISION_1"},
             {descriptor != nullptr, "a place for the descriptor"},
         };
-    };
+    },
+    [](BOOL isDone, LPCWSTR, DWORD, PSECURITY_DESCRIPTOR* descriptor, PULONG) {
+        if (isDone)
+        {
+            NoteOpened(*descriptor, Kind::LocalMemory);
+        }
+    }};
 
-const Contract<&GetSecurityInfo> s_getSecurityInfo = [](HANDLE object, SE_OBJECT_TYPE type, SECURITY_INFORMATION what,
-                                                        PSID* owner, PSID* group, PACL* list, PACL* audit,
-                                                        PSECURITY_DESCRIPTOR* descriptor) {
-    constexpr SECURITY_INFORMATION c_readable =
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-    return Verdict{
-        {IsHandle(object), "an open object"},
-        {type > SE_UNKNOWN_OBJECT_TYPE && type <= SE_REGISTRY_WOW64_32KEY, "SE_OBJECT_TYPE: a known type"},
-        {type != SE_FILE_OBJECT || (what & c_readable) == 0 || Grants(object, Kind::File, READ_CONTROL),
-         "READ_CONTROL, for all but the SACL"},
-        {type != SE_FILE_OBJECT || (what & SACL_SECURITY_INFORMATION) == 0 ||
-             Grants(object, Kind::File, ACCESS_SYSTEM_SECURITY),
-         "ACCESS_SYSTEM_SECURITY, for the SACL"},
-        {descriptor != nullptr || (owner == nullptr && group == nullptr && list == nullptr && audit == nullptr),
-         "a place for the descriptor, in which its parts lie"},
-    };
-};
+const Contract<&GetSecurityInfo> s_getSecurityInfo{
+    [](HANDLE object, SE_OBJECT_TYPE type, SECURITY_INFORMATION what, PSID* owner, PSID* group, PACL* list, PACL* audit,
+       PSECURITY_DESCRIPTOR* descriptor) {
+        constexpr SECURITY_INFORMATION c_readable =
+            OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+        return Verdict{
+            {IsHandle(object), "an open object"},
+            {type > SE_UNKNOWN_OBJECT_TYPE && type <= SE_REGISTRY_WOW64_32KEY, "SE_OBJECT_TYPE: a known type"},
+            {type != SE_FILE_OBJECT || (what & c_readable) == 0 || Grants(object, Kind::File, READ_CONTROL),
+             "READ_CONTROL, for all but the SACL"},
+            {type != SE_FILE_OBJECT || (what & SACL_SECURITY_INFORMATION) == 0 ||
+                 Grants(object, Kind::File, ACCESS_SYSTEM_SECURITY),
+             "ACCESS_SYSTEM_SECURITY, for the SACL"},
+            {descriptor != nullptr || (owner == nullptr && group == nullptr && list == nullptr && audit == nullptr),
+             "a place for the descriptor, in which its parts lie"},
+        };
+    },
+    [](DWORD error, HANDLE, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID*, PSID*, PACL*, PACL*,
+       PSECURITY_DESCRIPTOR* descriptor) {
+        if (error == ERROR_SUCCESS && descriptor != nullptr)
+        {
+            NoteOpened(*descriptor, Kind::LocalMemory);
+        }
+    }};
 
 const Contract<&SetKernelObjectSecurity> s_setSecurity = [](HANDLE object, SECURITY_INFORMATION what,
                                                             PSECURITY_DESCRIPTOR descriptor) {
