@@ -37,10 +37,10 @@ namespace
 
 using namespace Testing;
 
-// Handles that a contract believes to be open, by what they are.
+// Handles that a contract believes to be open, by what they are. No other program has a window with such a handle.
 HANDLE Open(Kind kind, DWORD rights = 0)
 {
-    static ULONG_PTR last = 0x10000;
+    static ULONG_PTR last = 0x40000000;
     last += 4;
     const auto handle = reinterpret_cast<HANDLE>(last);
     NoteOpened(handle, kind, rights);
