@@ -168,6 +168,20 @@ TEST_F(SilentLoggerTest, Appends_to_a_file_that_is_there)
     EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\r\n");
 }
 
+TEST_F(SilentLoggerTest, A_reparse_point_in_the_files_place_is_deleted)
+{
+    logger.Info(L"earlier");
+    Fake<&GetFileInformationByHandle> look = [](HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) -> BOOL {
+        const BOOL result = decltype(look)::Real(file, information);
+        information->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        return result;
+    };
+
+    Logger(RunType::Silent).Info(L"later");
+
+    EXPECT_EQ(LogText(), "|INFO|:    later\r\n");
+}
+
 TEST_F(SilentLoggerTest, Writes_each_line_at_once_with_one_write_and_closes_the_file)
 {
     unsigned writes = 0;

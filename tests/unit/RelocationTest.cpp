@@ -13,7 +13,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 // Runs of a program that was started from the installation folder: it goes on as a copy.
@@ -156,20 +156,22 @@ TEST_F(RelocateTest, Nobody_can_change_the_copy_from_its_comparison_on_until_it_
     EXPECT_EQ(looks, 2);
 }
 
-TEST_F(RelocateTest, A_link_in_the_copys_place_is_not_taken_for_what_it_leads_to)
+TEST_F(RelocateTest, What_is_compared_is_no_link_and_nobody_writes_to_it_meanwhile)
 {
-    std::vector<DWORD> opened;
-    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, auto... others) {
+    std::vector<std::pair<DWORD, DWORD>> opened;
+    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                        DWORD disposition, DWORD flags, HANDLE pattern) {
         if (access == GENERIC_READ)
         {
-            opened.push_back(std::get<3>(std::tuple(others...)));
+            opened.emplace_back(share, flags);
         }
-        return createFile.Hidden(path, access, others...);
+        return createFile.Hidden(path, access, share, security, disposition, flags, pattern);
     };
 
     EXPECT_EQ(Run(), EXIT_NO_ERROR);
 
-    EXPECT_EQ(opened, std::vector<DWORD>(2, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN));
+    constexpr DWORD c_flags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN;
+    EXPECT_EQ(opened, (decltype(opened){{FILE_SHARE_READ, c_flags}, {FILE_SHARE_READ | FILE_SHARE_DELETE, c_flags}}));
 }
 
 TEST_F(RelocateTest, A_copy_that_differs_from_the_program_is_not_started)

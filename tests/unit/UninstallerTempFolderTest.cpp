@@ -334,4 +334,18 @@ TEST_F(UninstallerTempFolderTest, Of_somebody_else_stays_where_it_cannot_be_remo
     EXPECT_TRUE(files.Has(std::wstring(c_folder) + L"\\deep\\planted"));
 }
 
+TEST_F(UninstallerTempFolderTest, Of_somebody_else_each_time_that_it_was_removed_is_not_used)
+{
+    const Fake<&CreateDirectoryW> create = [&](LPCWSTR path, LPSECURITY_ATTRIBUTES attributes) -> BOOL {
+        if (std::wstring_view(path).ends_with(c_folder) && !files.Has(c_folder))
+        {
+            files.AddFolder(c_folder);
+            files.GiveAway(c_folder);
+        }
+        return create.Hidden(path, attributes);
+    };
+
+    ExpectRefused(E_ACCESSDENIED);
+}
+
 } // namespace

@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <utility>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
 
 namespace Reporter
 {

@@ -4,6 +4,13 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
 #include <nlohmann/json.hpp>
 
 namespace Reporter

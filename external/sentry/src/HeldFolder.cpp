@@ -18,6 +18,7 @@ wil::unique_hfile OpenIn(HANDLE folder, std::wstring_view name, ACCESS_MASK acce
                          ULONG kind) noexcept
 {
     const auto bytes = static_cast<USHORT>(name.size() * sizeof(wchar_t));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nothing writes to it
     UNICODE_STRING text{.Length = bytes, .MaximumLength = bytes, .Buffer = const_cast<PWSTR>(name.data())};
     OBJECT_ATTRIBUTES attributes{};
     InitializeObjectAttributes(&attributes, &text, c_dontReparse, folder, nullptr);

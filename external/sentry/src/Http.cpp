@@ -9,7 +9,12 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cwctype>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace Reporter

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <optional>
+#include <string_view>
+#include <system_error>
 
 namespace Reporter
 {

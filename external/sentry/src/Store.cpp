@@ -301,7 +301,7 @@ void Store::AdoptEndedRuns()
 {
     for (const std::wstring& name : FindOtherRuns(c_maxRuns))
     {
-        Run run{.lock = Lock(m_database.get(), name)};
+        Run run{.lock = Lock(m_database.get(), name), .folder = {}};
         if (run.lock)
         {
             run.folder = OpenRun(m_database.get(), name, FILE_OPEN);
@@ -318,7 +318,8 @@ void Store::AdoptEndedRuns()
                 return;
             }
             envelope.remove_suffix(c_envelopeSuffix.size());
-            PendingReport report{.run = m_adoptedRuns.size() - 1, .stem = std::wstring(envelope)};
+            PendingReport report{
+                .run = m_adoptedRuns.size() - 1, .stem = std::wstring(envelope), .envelope = {}, .minidump = {}};
             if (m_reportsTaken < c_maxPendingReports)
             {
                 ++m_reportsTaken;

@@ -48,9 +48,9 @@ public:
     struct PendingReport
     {
         std::size_t run = 0; // of those adopted
-        std::wstring stem{}; // of its names
-        std::string envelope{};
-        std::string minidump{}; // empty: none
+        std::wstring stem;   // of its names
+        std::string envelope;
+        std::string minidump; // empty: none
     };
 
     // Whether there are folders of other runs.
@@ -63,8 +63,8 @@ public:
 private:
     struct Run
     {
-        wil::unique_hfile lock{};
-        wil::unique_hfile folder{};
+        wil::unique_hfile lock;
+        wil::unique_hfile folder;
     };
 
     Store() = default;

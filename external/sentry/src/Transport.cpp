@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <atomic>
 #include <deque>
+#include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>

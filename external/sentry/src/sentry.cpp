@@ -12,6 +12,8 @@
 
 #include <wil/resource.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <string>

@@ -133,6 +133,7 @@ DWORD OpenEntry(HANDLE directory, std::wstring_view name, ACCESS_MASK access, DW
                 unique_hfile& entry)
 {
     const auto bytes = static_cast<USHORT>(name.size() * sizeof(wchar_t));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nothing writes to it
     UNICODE_STRING text{.Length = bytes, .MaximumLength = bytes, .Buffer = const_cast<PWSTR>(name.data())};
     OBJECT_ATTRIBUTES attributes{};
     InitializeObjectAttributes(&attributes, &text, c_dontReparse, directory, nullptr);

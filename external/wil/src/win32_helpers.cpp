@@ -1,5 +1,6 @@
 #include "wil/win32_helpers.h"
 
+#include <string>
 #include <utility>
 
 namespace wil::details
