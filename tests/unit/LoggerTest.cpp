@@ -168,6 +168,15 @@ TEST_F(SilentLoggerTest, Appends_to_a_file_that_is_there)
     EXPECT_EQ(LogText(), "earlier\n|INFO|:    later\r\n");
 }
 
+TEST_F(SilentLoggerTest, Runs_of_the_same_second_have_one_file)
+{
+    logger.Info(L"earlier");
+
+    Logger(RunType::Silent).Info(L"later");
+
+    EXPECT_EQ(LogText(), "|INFO|:    earlier\r\n|INFO|:    later\r\n");
+}
+
 TEST_F(SilentLoggerTest, A_reparse_point_in_the_files_place_is_deleted)
 {
     logger.Info(L"earlier");
@@ -180,6 +189,22 @@ TEST_F(SilentLoggerTest, A_reparse_point_in_the_files_place_is_deleted)
     Logger(RunType::Silent).Info(L"later");
 
     EXPECT_EQ(LogText(), "|INFO|:    later\r\n");
+}
+
+TEST_F(LoggerTest, Writes_to_no_file_that_cannot_be_examined)
+{
+    Fake<&CreateFileW> createFile = [&](LPCWSTR path, DWORD access, auto... others) -> HANDLE {
+        if (access == READ_CONTROL)
+        {
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return INVALID_HANDLE_VALUE;
+        }
+        return decltype(createFile)::Real(path, access, others...);
+    };
+
+    Logger(RunType::Silent).Info(L"one");
+
+    EXPECT_FALSE(Exists(LogFile()));
 }
 
 TEST_F(SilentLoggerTest, Writes_each_line_at_once_with_one_write_and_closes_the_file)

@@ -135,6 +135,7 @@ TEST_F(MainTest, Leaves_a_temporary_folder_that_cannot_be_made_private_as_it_is)
     machine.files.isFat = true;
     machine.answers.clear();
     machine.files.AddFile(SimulatedMachine::c_logPath, "somebody's");
+    machine.files.GiveAway(SimulatedMachine::c_logPath);
     const std::wstring reports = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\Sentry\\somebody's";
     machine.files.AddFile(reports);
 
@@ -150,6 +151,17 @@ TEST_F(MainTest, Leaves_a_temporary_folder_that_cannot_be_made_private_as_it_is)
 
     EXPECT_EQ(machine.journal.CallsOf({"CopyFileExW", "CreateProcessW"}), Calls{});
     EXPECT_FALSE(machine.HasOpenedLog());
+}
+
+TEST_F(MainTest, Writes_no_log_into_somebody_elses_file)
+{
+    machine.files.AddFile(SimulatedMachine::c_logPath, "somebody's");
+    machine.files.GiveAway(SimulatedMachine::c_logPath);
+    machine.RemoveHalf(); // so that the log stays
+
+    EXPECT_EQ(machine.Run(L"-s"), EXIT_ERROR_PARTIAL_UNINSTALL);
+
+    EXPECT_TRUE(machine.files.ContentOf(SimulatedMachine::c_logPath).starts_with("|INFO|:    Running"));
 }
 
 TEST_F(MainTest, Writes_the_id_of_its_process_without_a_sign)

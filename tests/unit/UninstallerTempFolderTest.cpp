@@ -7,6 +7,11 @@
 #include "support/unit/OutOfMemory.h"
 #include "support/unit/VirtualClock.h"
 
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -278,6 +283,11 @@ const Planted c_planted[] = {
      }},
     {"link_as_folder",
      [](FakeFileSystem& files) { files.AddReparsePoint(c_folder, IO_REPARSE_TAG_SYMLINK, L"C:\\Windows\\System32"); }},
+    {"link_that_is_seen_in_its_parent_alone",
+     [](FakeFileSystem& files) {
+         files.AddReparsePoint(c_folder, IO_REPARSE_TAG_MOUNT_POINT, L"C:\\Windows\\System32");
+         files.HideReparsePointOfOpened(c_folder);
+     }},
     {"file",
      [](FakeFileSystem& files) {
          files.AddFile(c_folder);
@@ -332,6 +342,24 @@ TEST_F(UninstallerTempFolderTest, Of_somebody_else_stays_where_it_cannot_be_remo
     ExpectRefused(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
 
     EXPECT_TRUE(files.Has(std::wstring(c_folder) + L"\\deep\\planted"));
+}
+
+TEST_F(UninstallerTempFolderTest, Is_trusted_when_Local_System_or_the_administrators_own_it)
+{
+    const wchar_t* owner = L"O:SY";
+    const Fake<&GetSecurityInfo> security = [&](HANDLE, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* sid, PSID*, PACL*,
+                                                PACL*, PSECURITY_DESCRIPTOR* descriptor) -> DWORD {
+        BOOL isDefault = FALSE;
+        EXPECT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(owner, SDDL_REVISION_1, descriptor, nullptr));
+        EXPECT_TRUE(GetSecurityDescriptorOwner(*descriptor, sid, &isDefault));
+        return ERROR_SUCCESS;
+    };
+
+    ExpectPrivate();
+    owner = L"O:BA";
+    ExpectPrivate();
+    owner = L"O:WD";
+    ExpectRefused(E_ACCESSDENIED);
 }
 
 TEST_F(UninstallerTempFolderTest, Of_somebody_else_each_time_that_it_was_removed_is_not_used)
