@@ -314,6 +314,10 @@ TEST_P(PlantedTempFolderTest, Is_removed_and_made_anew)
     {
         EXPECT_FALSE(files.Has(c_product + std::wstring(planted)) || files.Has(c_folder + std::wstring(planted)));
     }
+    for (const wchar_t* const folder : {c_product, c_folder})
+    {
+        EXPECT_EQ(GetFileAttributesW(folder), static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY)) << "no link any more";
+    }
     EXPECT_EQ(files.ContentOf(c_bystander), "content");
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
