@@ -97,11 +97,9 @@ Verdict JudgeMessage(DWORD flags, const void* source, const void* buffer, DWORD 
 
 const Contract<&FormatMessageW> s_formatMessageW{
     [](DWORD flags, LPCVOID source, DWORD, DWORD, LPWSTR buffer, DWORD size, va_list* arguments) {
-        const Verdict verdict = JudgeMessage(flags, source, buffer, size, sizeof(wchar_t));
-        return verdict.BrokenRule() != nullptr
-                   ? verdict
-                   : Verdict{{arguments != nullptr || HasAll(flags, FORMAT_MESSAGE_IGNORE_INSERTS),
-                              "without arguments, FORMAT_MESSAGE_IGNORE_INSERTS"}};
+        return JudgeMessage(flags, source, buffer, size, sizeof(wchar_t))
+            .Add({{arguments != nullptr || HasAll(flags, FORMAT_MESSAGE_IGNORE_INSERTS),
+                   "without arguments, FORMAT_MESSAGE_IGNORE_INSERTS"}});
     },
     [](DWORD length, DWORD flags, LPCVOID, DWORD, DWORD, LPWSTR buffer, DWORD, va_list*) {
         if (length != 0 && HasAll(flags, FORMAT_MESSAGE_ALLOCATE_BUFFER))
