@@ -64,7 +64,9 @@ endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   add_compile_options(
-    $<$<CONFIG:Release>:-g> $<$<CONFIG:Release>:-gcodeview> # for a .pdb
+    # For a .pdb, in which nothing tells of this folder.
+    $<$<CONFIG:Release>:-g> $<$<CONFIG:Release>:-gcodeview>
+    $<$<CONFIG:Release>:-gno-codeview-command-line> $<$<CONFIG:Release>:-ffile-compilation-dir=.>
     $<$<CONFIG:Release>:-Os>
     # No -mguard=cf: mingw-w64's runtime is built without it, so its functions are missing in the guard table.
     $<$<CONFIG:Release>:-fstack-protector-strong>)
@@ -89,7 +91,8 @@ function(ship_program target)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY $<1:${CMAKE_BINARY_DIR}>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_link_options(${target} PRIVATE
-      $<$<CONFIG:Release>:-s> $<$<CONFIG:Release>:-Wl,--pdb=${CMAKE_BINARY_DIR}/${target}.pdb>
-      $<$<CONFIG:Release>:-Wl,-Xlink=-pdbaltpath:${target}.pdb>)
+      $<$<CONFIG:Release>:-s> $<$<CONFIG:Release>:-Wl,--pdb=${target}.pdb>
+      $<$<CONFIG:Release>:-Wl,-Xlink=-pdbaltpath:${target}.pdb> $<$<CONFIG:Release>:-Wl,-Xlink=-pdbsourcepath:.>
+      $<$<CONFIG:Release>:-Wl,-Xlink=-Brepro>) # a hash in place of the time
   endif()
 endfunction()
