@@ -36,12 +36,6 @@ FakeHeldFolders::FakeHeldFolders(Journal& journal, Handles& handles) : FakeFileS
            &GetVolumePathNameW, &MoveFileExW, &NtOpenFile, &RtlNtStatusToDosError, &SetKernelObjectSecurity);
 }
 
-void FakeHeldFolders::AddFileLink(const std::wstring& path, const std::wstring& target)
-{
-    AddFile(path, {});
-    AddReparsePoint(path, IO_REPARSE_TAG_SYMLINK, target);
-}
-
 NTSTATUS FakeHeldFolders::Create(HANDLE& handle, ACCESS_MASK access, const OBJECT_ATTRIBUTES& attributes, ULONG share,
                                  ULONG disposition, ULONG options)
 {

@@ -2,8 +2,6 @@
 
 #include "support/unit/FakeFileSystem.h"
 
-#include <string>
-
 namespace Testing
 {
 
@@ -13,9 +11,6 @@ class FakeHeldFolders : public FakeFileSystem
 {
 public:
     FakeHeldFolders(Journal& journal, Handles& handles);
-
-    // Makes a file with a target, which is a symbolic link.
-    void AddFileLink(const std::wstring& path, const std::wstring& target);
 
 private:
     NTSTATUS Create(HANDLE& handle, ACCESS_MASK access, const OBJECT_ATTRIBUTES& attributes, ULONG share,

@@ -1,17 +1,13 @@
 #include "support/common/ImportTableFake.h"
 #include "support/unit/RecordedFailures.h"
-#include "support/unit/TestFolder.h"
 
 #include <windows.h>
 
 #include <gmock/gmock.h>
 #include <wil/filesystem.h>
-#include <wil/registry.h>
 #include <wil/resource.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -21,21 +17,6 @@ using namespace Testing;
 // The library stops the compilation, too, but in the constructor's body.
 static_assert(!std::is_constructible_v<wil::unique_hfile, std::nullptr_t>);
 static_assert(std::is_constructible_v<wil::unique_handle, std::nullptr_t>);
-
-TEST(CreateDirectoryDeepAnywhereTest, Takes_a_path_in_every_form)
-{
-    const TestFolder folder;
-    const std::wstring path = folder / L"a\\b\\c";
-    std::wstring forward = path;
-    std::replace(forward.begin(), forward.end(), L'\\', L'/');
-    for (const std::wstring& form : {path, forward + L"//", L"\\\\?\\" + path, L"\\\\?\\" + path + L"\\",
-                                     L"\\\\.\\" + path, L"//?/" + forward, L"//./" + forward + L"/"})
-    {
-        EXPECT_EQ(wil::CreateDirectoryDeepNoThrow(form.c_str()), S_OK) << testing::PrintToString(form);
-        EXPECT_TRUE(Exists(path)) << testing::PrintToString(form);
-        EXPECT_EQ(wil::RemoveDirectoryRecursiveNoThrow((folder / L"a").c_str()), S_OK);
-    }
-}
 
 TEST(CreateDirectoryDeepAnywhereTest, Goes_up_to_the_drive_the_volume_or_the_share_and_does_not_create_it)
 {
