@@ -1,13 +1,11 @@
 #pragma once
 
-#include <windows.h>
+#include "support/unit/RecordedFailures.h"
 
 #include <gmock/gmock.h>
-#include <wil/result.h>
 
-#include <new>
+#include <algorithm>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,42 +19,22 @@ class FailureLog
 public:
     using Entry = std::pair<std::string, HRESULT>;
 
-    FailureLog()
+    std::vector<Entry> Entries() const
     {
-        s_entries.clear();
-        wil::SetResultLoggingCallback(&Record);
+        std::vector<Entry> entries;
+        for (const RecordedFailure& failure : m_failures.All())
+        {
+            entries.emplace_back(failure.file.substr(0, failure.file.find('.')), failure.hr);
+        }
+        return entries;
     }
-    ~FailureLog() { wil::SetResultLoggingCallback(nullptr); }
-    FailureLog(const FailureLog&) = delete;
-    FailureLog& operator=(const FailureLog&) = delete;
-
-    const std::vector<Entry>& Entries() const { return s_entries; }
     bool Contains(const std::string& source, HRESULT result) const
     {
-        for (const Entry& entry : s_entries)
-        {
-            if (entry == Entry(source, result))
-            {
-                return true;
-            }
-        }
-        return false;
+        return std::ranges::count(Entries(), Entry(source, result)) != 0;
     }
 
 private:
-    static void __stdcall Record(const wil::FailureInfo& failure) noexcept
-    try
-    {
-        std::string_view file = failure.pszFile == nullptr ? "" : failure.pszFile;
-        file.remove_prefix(file.find_last_of("\\/") + 1);
-        s_entries.emplace_back(file.substr(0, file.find('.')), failure.hr);
-    }
-    catch (const std::bad_alloc&)
-    {
-        // A test that lets memory run out has to do without the record.
-    }
-
-    static inline std::vector<Entry> s_entries;
+    RecordedFailures m_failures;
 };
 
 // Of a call that throws a failure of the result macros.

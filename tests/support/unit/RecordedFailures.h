@@ -4,7 +4,9 @@
 
 #include <wil/result.h>
 
+#include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Testing
@@ -56,10 +58,17 @@ public:
 private:
     static void __stdcall Record(const wil::FailureInfo& failure) noexcept
     {
-        std::string file = failure.pszFile ? failure.pszFile : "";
-        file.erase(0, file.find_last_of("\\/") + 1);
-        s_failures.push_back({failure.type, failure.hr, failure.uLineNumber, file,
-                              failure.pszMessage ? failure.pszMessage : L"", failure.threadId});
+        try
+        {
+            std::string_view file = failure.pszFile ? failure.pszFile : "";
+            file.remove_prefix(file.find_last_of("\\/") + 1);
+            s_failures.push_back({failure.type, failure.hr, failure.uLineNumber, std::string(file),
+                                  failure.pszMessage ? failure.pszMessage : L"", failure.threadId});
+        }
+        catch (const std::bad_alloc&)
+        {
+            // A test that lets memory run out has to do without the record.
+        }
         // What a callback does must not reach the caller of the macro.
         SetLastError(ERROR_BAD_COMMAND);
     }
