@@ -73,11 +73,6 @@ BOOL WINAPI WriteDump(HANDLE, DWORD process, HANDLE file, MINIDUMP_TYPE type, PM
     return TRUE;
 }
 
-std::wstring_view NameIn(const OBJECT_ATTRIBUTES& attributes)
-{
-    return {attributes.ObjectName->Buffer, attributes.ObjectName->Length / sizeof(wchar_t)};
-}
-
 LONG WINAPI PreviousFilter(EXCEPTION_POINTERS*)
 {
     ++g_previous;
@@ -142,16 +137,18 @@ protected:
         }
     }
 
-    // The result of every wait of that thread.
-    void AnswerWaitsOf(const std::atomic<DWORD>& thread, DWORD result)
+    // Notes the limits of that thread's waits, which end as it is told: with the timeout, unless a test says otherwise.
+    void AnswerWaitsOf(
+        const std::atomic<DWORD>& thread,
+        const std::function<DWORD(HANDLE)>& answer = [](HANDLE) -> DWORD { return WAIT_TIMEOUT; })
     {
-        onWait = [&, result](HANDLE handle, DWORD limit) -> DWORD {
+        onWait = [&thread, answer, this](HANDLE handle, DWORD limit) -> DWORD {
             if (GetCurrentThreadId() != thread)
             {
                 return wait.Hidden(handle, limit);
             }
             limits.push_back(limit);
-            return result;
+            return answer(handle);
         };
     }
 
@@ -186,10 +183,29 @@ protected:
     std::vector<wil::unique_handle> threads; // that the handler has made
     Fake<&CreateThread> createThread = [this](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack,
                                               LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id) {
-        const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags, id);
+        const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags | CREATE_SUSPENDED, id);
         DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), threads.emplace_back().put(), 0, FALSE,
                         DUPLICATE_SAME_ACCESS);
+        ResumeThread(made);
         return made;
+    };
+    std::atomic<int> files = 0;               // that were created
+    std::function<void()> onEnvelope = [] {}; // just before it is created
+    Fake<&NtCreateFile> create = [this](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                        PIO_STATUS_BLOCK status, PLARGE_INTEGER size, ULONG fileAttributes, ULONG share,
+                                        ULONG disposition, ULONG options, auto... others) {
+        EXPECT_EQ(disposition, ULONG{FILE_CREATE});
+        EXPECT_EQ(share, 0U);
+        EXPECT_EQ(attributes->Attributes, 0x1000U) << "OBJ_DONT_REPARSE: no link is followed";
+        EXPECT_NE(options & FILE_OPEN_REPARSE_POINT, 0U);
+        ++files;
+        if (std::wstring_view(attributes->ObjectName->Buffer, attributes->ObjectName->Length / sizeof(wchar_t)) ==
+            L"1.envelope")
+        {
+            onEnvelope();
+        }
+        return create.Hidden(file, access, attributes, status, size, fileAttributes, share, disposition, options,
+                             others...);
     };
     std::vector<DWORD> limits; // of waits
     std::function<DWORD(HANDLE, DWORD)> onWait;
@@ -201,6 +217,7 @@ protected:
 
 TEST_F(SentryCrashHandlerTest, Writes_an_envelope_and_a_minidump_and_calls_the_filter_before)
 {
+    record.ExceptionCode = 0x1234ABEF;
     handler->AddBreadcrumb(R"({"message":"one"})");
     handler->AddBreadcrumb(R"({"message":"two"})");
     const Timestamp before = TimestampNow();
@@ -212,7 +229,7 @@ TEST_F(SentryCrashHandlerTest, Writes_an_envelope_and_a_minidump_and_calls_the_f
     const auto event = Event();
     EXPECT_EQ(event["event_id"], c_id);
     EXPECT_EQ(event["level"], "fatal");
-    EXPECT_EQ(ExceptionType(), "Exception 0xc0000005");
+    EXPECT_EQ(ExceptionType(), "Exception 0x1234abef");
     EXPECT_GE(event["timestamp"].get<std::string>(), ToText(before));
     EXPECT_LE(event["timestamp"].get<std::string>(), ToText(TimestampNow()));
     EXPECT_EQ(event["breadcrumbs"], nlohmann::json::parse(R"([{"message":"one"},{"message":"two"}])"));
@@ -223,14 +240,8 @@ TEST_F(SentryCrashHandlerTest, Writes_an_envelope_and_a_minidump_and_calls_the_f
     EXPECT_NE(g_dumps[0].thread, GetCurrentThreadId());
     EXPECT_EQ(g_dumps[0].pointers, &pointers);
     EXPECT_EQ(ReadFileText(minidumpPath), "MDMP");
+    EXPECT_EQ(files, 2);
     EXPECT_EQ(loadFlags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-}
-
-TEST_F(SentryCrashHandlerTest, Reports_every_digit_of_the_code)
-{
-    record.ExceptionCode = 0x1234ABEF;
-    RaiseUnhandled();
-    EXPECT_EQ(ExceptionType(), "Exception 0x1234abef");
 }
 
 TEST_F(SentryCrashHandlerTest, Needs_no_memory)
@@ -284,28 +295,9 @@ TEST_F(SentryCrashHandlerTest, Overwrites_nothing)
     EXPECT_EQ(ReadFileText(minidumpPath), "somebody's");
 }
 
-TEST_F(SentryCrashHandlerTest, Writes_through_no_link)
-{
-    std::atomic<int> files = 0;
-    Fake<&NtCreateFile> create = [&](PHANDLE handle, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                                     PIO_STATUS_BLOCK status, PLARGE_INTEGER size, ULONG fileAttributes, ULONG share,
-                                     ULONG disposition, ULONG options, auto... others) {
-        EXPECT_EQ(disposition, ULONG{FILE_CREATE});
-        EXPECT_EQ(share, 0U);
-        EXPECT_EQ(attributes->Attributes, 0x1000U); // OBJ_DONT_REPARSE
-        EXPECT_NE(options & FILE_OPEN_REPARSE_POINT, 0U);
-        ++files;
-        return create.Hidden(handle, access, attributes, status, size, fileAttributes, share, disposition, options,
-                             others...);
-    };
-    RaiseUnhandled();
-    EXPECT_EQ(files, 2);
-}
-
 TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_the_library_is_not_there)
 {
     hasDebugHelp = false;
-    Make();
     RaiseUnhandled();
     EXPECT_TRUE(Exists(envelopePath));
     EXPECT_FALSE(Exists(minidumpPath));
@@ -313,27 +305,18 @@ TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_the_library_is_not_
 
 TEST_F(SentryCrashHandlerTest, Excludes_the_threads_of_the_minidump)
 {
-    std::vector<DWORD> made;
-    std::vector<bool> areIncluded;
-    bool isCrashedIncluded = false;
-    Fake<&CreateThread> create = [&](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE start,
-                                     LPVOID parameter, DWORD flags, LPDWORD) {
-        const HANDLE thread = create.Hidden(attributes, stack, start, parameter, flags | CREATE_SUSPENDED, nullptr);
-        made.push_back(GetThreadId(thread));
-        ResumeThread(thread);
-        return thread;
-    };
+    std::vector<DWORD> excluded;
     g_onDump = [&](const IncludesThread& includes) {
-        isCrashedIncluded = includes(ownThread);
-        for (const DWORD thread : made)
+        EXPECT_TRUE(includes(ownThread));
+        for (const wil::unique_handle& thread : threads)
         {
-            areIncluded.push_back(includes(thread));
+            excluded.push_back(GetThreadId(thread.get()));
+            EXPECT_FALSE(includes(excluded.back()));
         }
     };
     RaiseUnhandled();
-    EXPECT_TRUE(isCrashedIncluded);
-    EXPECT_THAT(areIncluded, ElementsAre(false, false));
-    EXPECT_THAT(made, testing::Contains(g_dumps.at(0).thread));
+    EXPECT_EQ(excluded.size(), 2U);
+    EXPECT_THAT(excluded, testing::Contains(g_dumps.at(0).thread));
 }
 
 TEST_F(SentryCrashHandlerTest, Goes_on_when_the_minidump_takes_for_ever)
@@ -342,15 +325,10 @@ TEST_F(SentryCrashHandlerTest, Goes_on_when_the_minidump_takes_for_ever)
         SetEvent(isWriting.get());
         Wait(goOn);
     };
-    onWait = [&](HANDLE handle, DWORD limit) -> DWORD {
-        if (GetCurrentThreadId() != ownThread)
-        {
-            return wait.Hidden(handle, limit);
-        }
-        limits.push_back(limit);
+    AnswerWaitsOf(ownThread, [&](HANDLE) -> DWORD {
         Wait(isWriting);
         return WAIT_TIMEOUT;
-    };
+    });
     EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
     handler.reset(); // they keep what they use
     SetEvent(goOn.get());
@@ -423,12 +401,11 @@ TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_it_gets_no_thread)
 TEST_F(SentryCrashHandlerTest, Does_not_begin_again_when_it_crashes_itself)
 {
     int envelopes = 0;
-    Fake<&NtCreateFile> create = [&](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, auto... others) {
-        if (NameIn(*attributes) == L"1.envelope" && ++envelopes == 1)
+    onEnvelope = [&] {
+        if (++envelopes == 1)
         {
             RaiseUnhandled();
         }
-        return create.Hidden(file, access, attributes, others...);
     };
     RaiseUnhandled();
     EXPECT_EQ(envelopes, 1);
@@ -436,33 +413,24 @@ TEST_F(SentryCrashHandlerTest, Does_not_begin_again_when_it_crashes_itself)
     EXPECT_EQ(g_previous, 2);
 }
 
-TEST_F(SentryCrashHandlerTest, A_crash_while_the_minidump_is_written_waits_for_nobody)
+TEST_F(SentryCrashHandlerTest, Waits_when_another_thread_crashes_but_not_when_that_of_the_minidump_does)
 {
-    std::atomic<DWORD> writing = 0;
-    AnswerWaitsOf(writing, WAIT_TIMEOUT);
-    g_onDump = [&](const IncludesThread&) {
-        writing = GetCurrentThreadId();
+    std::atomic<DWORD> crashing = 0;
+    AnswerWaitsOf(crashing);
+    const auto crash = [&] {
+        crashing = GetCurrentThreadId();
         RaiseUnhandled();
+        crashing = 0;
     };
-    RaiseUnhandled();
-    EXPECT_THAT(limits, IsEmpty());
-    EXPECT_EQ(g_dumps.size(), 1U);
-    EXPECT_EQ(g_previous, 2);
-}
-
-TEST_F(SentryCrashHandlerTest, Lets_a_second_thread_that_crashes_wait_for_the_first)
-{
-    std::atomic<DWORD> second = 0;
-    AnswerWaitsOf(second, WAIT_TIMEOUT);
     g_onDump = [&](const IncludesThread&) {
-        std::thread([&] {
-            second = GetCurrentThreadId();
-            RaiseUnhandled();
-        }).join();
+        crash();
+        EXPECT_THAT(limits, IsEmpty());
+        std::thread(crash).join();
+        EXPECT_THAT(limits, ElementsAre(30'000U));
     };
     RaiseUnhandled();
-    EXPECT_THAT(limits, ElementsAre(30'000U));
     EXPECT_EQ(g_dumps.size(), 1U);
+    EXPECT_EQ(g_previous, 3);
 }
 
 TEST_F(SentryCrashHandlerTest, Waits_in_the_end_for_a_thread_that_is_crashing)
@@ -475,15 +443,10 @@ TEST_F(SentryCrashHandlerTest, Waits_in_the_end_for_a_thread_that_is_crashing)
     std::thread crashing([&, its = filter] { its(&pointers); });
     ASSERT_EQ(Wait(isWriting), WAIT_OBJECT_0);
     DWORD result = WAIT_FAILED;
-    onWait = [&](HANDLE handle, DWORD limit) {
-        if (GetCurrentThreadId() != ownThread)
-        {
-            return wait.Hidden(handle, limit);
-        }
-        limits.push_back(limit);
+    AnswerWaitsOf(ownThread, [&](HANDLE handle) {
         SetEvent(goOn.get());
         return result = wait.Hidden(handle, c_long);
-    };
+    });
     handler.reset();
     EXPECT_THAT(limits, ElementsAre(2000U));
     EXPECT_EQ(result, WAIT_OBJECT_0);
@@ -494,25 +457,20 @@ TEST_F(SentryCrashHandlerTest, Waits_in_the_end_for_a_thread_that_is_crashing)
 
 TEST_F(SentryCrashHandlerTest, Does_not_wait_in_the_end_for_its_own_thread)
 {
-    const auto handlersFilter = filter;
-    Fake<&NtCreateFile> create = [&](PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, auto... others) {
-        if (handler && NameIn(*attributes) == L"1.envelope")
-        {
-            AnswerWaitsOf(ownThread, WAIT_TIMEOUT);
-            handler.reset();
-            EXPECT_THAT(limits, IsEmpty());
-            onWait = nullptr;
-        }
-        return create.Hidden(file, access, attributes, others...);
+    onEnvelope = [&] {
+        AnswerWaitsOf(ownThread);
+        handler.reset();
+        EXPECT_THAT(limits, IsEmpty());
+        onWait = nullptr;
     };
-    EXPECT_EQ(handlersFilter(&pointers), EXCEPTION_EXECUTE_HANDLER);
+    EXPECT_EQ(RaiseUnhandled(), EXCEPTION_EXECUTE_HANDLER);
     EXPECT_FALSE(handler);
 }
 
 TEST_F(SentryCrashHandlerTest, Does_not_wait_in_the_end_for_a_crash_that_is_over)
 {
     std::thread([&] { RaiseUnhandled(); }).join(); // somebody got over it
-    AnswerWaitsOf(ownThread, WAIT_TIMEOUT);
+    AnswerWaitsOf(ownThread);
     handler.reset();
     EXPECT_THAT(limits, IsEmpty());
 }
