@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 using namespace Testing;
 using wil::FailureType;
@@ -47,7 +48,7 @@ HRESULT Fail()
     return S_OK;
 }
 
-// A macro in a function, which fails or succeeds. The last error is "access denied".
+// A macro in a function that returns c_end unless the macro fails. The last error is "access denied".
 struct Use
 {
     const char* macro;
@@ -55,7 +56,7 @@ struct Use
     HRESULT code; // of the failure
 };
 
-const Use c_returns[] = {
+const Use c_uses[] = {
     {"RETURN_IF_FAILED",
      [](bool fails) -> HRESULT {
          RETURN_IF_FAILED(fails ? E_FAIL : S_OK);
@@ -105,10 +106,7 @@ const Use c_returns[] = {
          return c_end;
      },
      E_OUTOFMEMORY},
-};
-
-// These return 1 unless they throw, or when the value of the macro is not what it was given.
-const Use c_throws[] = {
+    // What these give back is compared with what they were given: true is c_end.
     {"THROW_IF_FAILED", [](bool fails) -> HRESULT { return THROW_IF_FAILED(fails ? E_FAIL : S_FALSE) == S_FALSE; },
      E_FAIL},
     {"THROW_HR_IF", [](bool fails) -> HRESULT { return !THROW_HR_IF(E_ABORT, fails); }, E_ABORT},
@@ -122,49 +120,36 @@ const Use c_throws[] = {
      [](bool fails) -> HRESULT {
          const HRESULT* const pointer = fails ? nullptr : &c_end;
          THROW_IF_NULL_ALLOC(pointer);
-         return 1;
+         return c_end;
      },
      E_OUTOFMEMORY},
     {"THROW_IF_NULL_ALLOC of an owner",
      [](bool fails) -> HRESULT {
          const auto owner = fails ? nullptr : std::make_unique<int>();
          THROW_IF_NULL_ALLOC(owner);
-         return 1;
+         return c_end;
      },
      E_OUTOFMEMORY},
 };
 
 } // namespace
 
-TEST_F(ResultTest, RETURN_macros_return_a_failure_and_else_go_on)
+TEST_F(ResultTest, Macros_return_or_throw_a_failure_and_else_go_on_or_give_back_what_they_were_given)
 {
-    for (const Use& use : c_returns)
+    for (const Use& use : c_uses)
     {
         SCOPED_TRACE(use.macro);
+        const bool throws = std::string_view(use.macro).starts_with("THROW_");
         const std::size_t count = failures.Count();
         SetLastError(ERROR_ACCESS_DENIED);
-        EXPECT_EQ(use.run(false), c_end);
+        EXPECT_EQ(CodeThrownBy([&] { EXPECT_EQ(use.run(false), c_end); }), S_OK);
         EXPECT_EQ(failures.Count(), count);
-        EXPECT_EQ(use.run(true), use.code);
+        HRESULT returned = S_OK;
+        const HRESULT thrown = CodeThrownBy([&] { returned = use.run(true); });
+        EXPECT_EQ(throws ? thrown : returned, use.code);
         ASSERT_EQ(failures.Count(), count + 1);
         EXPECT_EQ(failures.Last().hr, use.code);
-        EXPECT_EQ(failures.Last().type, FailureType::Return);
-    }
-}
-
-TEST_F(ResultTest, THROW_macros_throw_a_failure_and_else_give_back_what_they_were_given)
-{
-    for (const Use& use : c_throws)
-    {
-        SCOPED_TRACE(use.macro);
-        const std::size_t count = failures.Count();
-        SetLastError(ERROR_ACCESS_DENIED);
-        EXPECT_EQ(CodeThrownBy([&] { EXPECT_EQ(use.run(false), 1); }), S_OK);
-        EXPECT_EQ(failures.Count(), count);
-        EXPECT_EQ(CodeThrownBy([&] { use.run(true); }), use.code);
-        ASSERT_EQ(failures.Count(), count + 1);
-        EXPECT_EQ(failures.Last().hr, use.code);
-        EXPECT_EQ(failures.Last().type, FailureType::Exception);
+        EXPECT_EQ(failures.Last().type, throws ? FailureType::Exception : FailureType::Return);
     }
 }
 
