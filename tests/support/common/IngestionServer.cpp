@@ -6,9 +6,11 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
+#include <thread>
 #include <tuple>
 
 namespace Testing
@@ -50,6 +52,15 @@ IngestionRequest ParseHead(const std::string& head)
     return request;
 }
 
+// Adds what comes next to the text. False when nothing more comes.
+bool Receive(const Socket& connection, std::string& text)
+{
+    std::array<char, 16 * 1024> buffer{};
+    const int size = recv(connection.Get(), buffer.data(), static_cast<int>(buffer.size()), 0);
+    text.append(buffer.data(), static_cast<std::size_t>(std::max(size, 0)));
+    return size > 0;
+}
+
 } // namespace
 
 std::string IngestionRequest::Header(const std::string& name) const
@@ -63,10 +74,10 @@ struct IngestionServer::State
     Socket listener;
     unsigned short port = 0;
     std::function<IngestionAnswer(std::size_t)> answer;
-    HANDLE thread = nullptr;
-    HANDLE changed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    std::thread thread;
 
     std::mutex mutex;
+    std::condition_variable hasCome;        // a request
     std::vector<IngestionRequest> requests; // guarded by it, like the rest
     std::vector<Socket> silent;
     SOCKET current = INVALID_SOCKET;
@@ -75,18 +86,6 @@ struct IngestionServer::State
     void Run();
     void Serve(Socket connection);
 };
-
-namespace
-{
-// Adds what comes next to the text. False when nothing more comes.
-bool Receive(const Socket& connection, std::string& text)
-{
-    std::array<char, 16 * 1024> buffer{};
-    const int size = recv(connection.Get(), buffer.data(), static_cast<int>(buffer.size()), 0);
-    text.append(buffer.data(), static_cast<std::size_t>(std::max(size, 0)));
-    return size > 0;
-}
-} // namespace
 
 // One connection, with one request.
 void IngestionServer::State::Serve(Socket connection)
@@ -116,7 +115,7 @@ void IngestionServer::State::Serve(Socket connection)
     request.body = text.substr(0, wanted);
     lock.lock();
     requests.push_back(std::move(request)); // before the answer, after which the sender goes on
-    SetEvent(changed);
+    hasCome.notify_all();
     send(connection.Get(), its.text.data(), static_cast<int>(its.text.size()), 0);
     if (its.staysSilent)
     {
@@ -144,19 +143,15 @@ void IngestionServer::State::Run()
 }
 
 IngestionServer::IngestionServer(std::function<IngestionAnswer(std::size_t)> answer)
-    : m_state(std::make_shared<State>())
+    : m_state(std::make_unique<State>())
 {
     std::tie(m_state->listener, m_state->port) = BindLoopback();
     m_state->answer = std::move(answer);
-    const auto main = [](void* state) noexcept -> DWORD {
-        static_cast<State*>(state)->Run();
-        return 0;
-    };
-    if (listen(m_state->listener.Get(), SOMAXCONN) != 0 ||
-        (m_state->thread = CreateThread(nullptr, 0, main, m_state.get(), 0, nullptr)) == nullptr)
+    if (listen(m_state->listener.Get(), SOMAXCONN) != 0)
     {
         throw std::runtime_error("no server");
     }
+    m_state->thread = std::thread([this] { m_state->Run(); });
 }
 
 IngestionServer::~IngestionServer()
@@ -174,9 +169,7 @@ IngestionServer::~IngestionServer()
     const Socket last(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
     const sockaddr_in address = LoopbackAddress(m_state->port);
     connect(last.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    WaitForSingleObject(m_state->thread, INFINITE);
-    CloseHandle(m_state->thread);
-    CloseHandle(m_state->changed);
+    m_state->thread.join();
 }
 
 unsigned short IngestionServer::Port() const
@@ -195,19 +188,10 @@ std::vector<IngestionRequest> IngestionServer::Requests() const
     return m_state->requests;
 }
 
-bool IngestionServer::WaitFor(std::size_t count, unsigned long milliseconds) const
+bool IngestionServer::WaitFor(std::size_t count) const
 {
-    const ULONGLONG end = GetTickCount64() + milliseconds;
-    while (Requests().size() < count)
-    {
-        const ULONGLONG now = GetTickCount64();
-        if (now >= end)
-        {
-            return false;
-        }
-        WaitForSingleObject(m_state->changed, static_cast<DWORD>(end - now));
-    }
-    return true;
+    std::unique_lock lock(m_state->mutex);
+    return m_state->hasCome.wait_for(lock, std::chrono::seconds(20), [&] { return m_state->requests.size() >= count; });
 }
 
 std::string DsnOfNobody()

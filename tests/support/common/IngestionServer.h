@@ -58,13 +58,13 @@ public:
     // What has come so far, in order; requests that broke off as far as they came.
     std::vector<IngestionRequest> Requests() const;
 
-    // Waits until so many requests have come, for so many milliseconds at most. Returns whether they have.
-    bool WaitFor(std::size_t count, unsigned long milliseconds = 20'000) const;
+    // Waits until so many requests have come, for twenty seconds at most. Returns whether they have.
+    bool WaitFor(std::size_t count) const;
 
 private:
     struct State;
 
-    std::shared_ptr<State> m_state;
+    std::unique_ptr<State> m_state;
 };
 
 // A DSN that leads to a port of this machine's own where nobody listens.

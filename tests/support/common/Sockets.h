@@ -15,7 +15,13 @@ class Socket
 {
 public:
     explicit Socket(SOCKET socket = INVALID_SOCKET) : m_socket(socket) {}
-    ~Socket() { Close(); }
+    ~Socket()
+    {
+        if (m_socket != INVALID_SOCKET)
+        {
+            closesocket(m_socket);
+        }
+    }
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
     Socket(Socket&& other) noexcept : m_socket(std::exchange(other.m_socket, INVALID_SOCKET)) {}
@@ -26,13 +32,6 @@ public:
     }
 
     SOCKET Get() const { return m_socket; }
-    void Close()
-    {
-        if (m_socket != INVALID_SOCKET)
-        {
-            closesocket(std::exchange(m_socket, INVALID_SOCKET));
-        }
-    }
 
 private:
     SOCKET m_socket;

@@ -90,17 +90,10 @@ public:
     }
 
 private:
-    enum class Kind
-    {
-        Session,
-        Connection,
-        Request
-    };
-
+    // A session, a connection or a request.
     struct Object
     {
-        Kind kind;
-        std::size_t request = 0;
+        std::size_t request = 0; // the newest one
         DWORD_PTR context = 0;
     };
 
@@ -116,10 +109,10 @@ private:
         return s_current->failing.contains(name);
     }
 
-    static HINTERNET New(Kind kind)
+    static HINTERNET New()
     {
         ++s_current->openHandles;
-        return new Object{.kind = kind, .request = s_current->requests.size() - 1};
+        return new Object{.request = s_current->requests.size() - 1};
     }
 
     static Object& At(HINTERNET handle) { return *static_cast<Object*>(handle); }
@@ -138,14 +131,14 @@ private:
         s_current->accessTypes.push_back(accessType);
         s_current->sessionFlags = flags;
         const bool isRefused = s_current->refusedAccessTypes.contains(accessType);
-        return Fails("Open") || isRefused ? nullptr : New(Kind::Session);
+        return Fails("Open") || isRefused ? nullptr : New();
     }
 
     static HINTERNET WINAPI Connect(HINTERNET, LPCWSTR host, INTERNET_PORT port, DWORD)
     {
         s_current->host = host;
         s_current->port = port;
-        return Fails("Connect") ? nullptr : New(Kind::Connection);
+        return Fails("Connect") ? nullptr : New();
     }
 
     static HINTERNET WINAPI OpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR*, DWORD flags)
@@ -156,7 +149,7 @@ private:
         }
         s_current->requests.push_back(
             {.verb = verb, .path = path, .flags = flags, .options = {}, .headers = {}, .body = {}});
-        return New(Kind::Request);
+        return New();
     }
 
     static WINHTTP_STATUS_CALLBACK WINAPI SetStatusCallback(HINTERNET, WINHTTP_STATUS_CALLBACK callback, DWORD,
