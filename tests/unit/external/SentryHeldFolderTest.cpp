@@ -3,7 +3,7 @@
 #include "Store.h"
 #include "support/common/ImportTableFake.h"
 #include "support/common/Text.h"
-#include "support/unit/FakeHeldFolders.h"
+#include "support/unit/FakeFileSystem.h"
 #include "support/unit/FolderAttacks.h"
 #include "support/unit/Handles.h"
 #include "support/unit/Journal.h"
@@ -111,7 +111,7 @@ struct Machine
 
     Journal journal;
     Handles handles{journal};
-    FakeHeldFolders files{journal, handles};
+    FakeFileSystem files{journal, handles};
 };
 
 using Names = std::vector<std::wstring>;
