@@ -189,7 +189,7 @@ const EndingCase c_endings[] = {
     {.name = "partially_removed",
      .ending = Ending(Outcome::PartiallyRemoved),
      .code = EXIT_ERROR_PARTIAL_UNINSTALL,
-     .line = {Error("Velmora did not fully uninstall. Please check the logs for more information.")},
+     .line = {Error(std::string(c_notComplete))},
      .box = ShownBox(MB_ICONWARNING, "Velmora Partially Uninstalled",
                      "Velmora has been successfully uninstalled, but some files may remain. See the logs for more "
                      "information."),

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -64,10 +63,7 @@ class GetActiveConsoleExplorerTokenTest : public ProcessesTest
 protected:
     using Privilege = FakePrivileges::State;
 
-    void AddExplorer(DWORD id, DWORD session = 1)
-    {
-        processes.Add({.id = id, .name = L"explorer.exe", .session = session});
-    }
+    void AddExplorer(DWORD id) { processes.Add({.id = id, .name = L"explorer.exe"}); }
     void AddExplorerForDebuggers(DWORD id)
     {
         processes.Add({.id = id, .name = L"explorer.exe", .isForDebuggers = true});
@@ -122,42 +118,33 @@ TEST_F(GetActiveConsoleExplorerTokenTest, Opens_the_token_of_the_explorer_of_the
     EXPECT_EQ(journal.All(), c_found + c_open + c_openToken + "CloseHandle(token of 40)");
 }
 
-struct Choice
+TEST_F(GetActiveConsoleExplorerTokenTest, Takes_the_last_explorer_of_the_session_on_the_console_or_of_the_only_one)
 {
-    DWORD consoleSession;
-    std::vector<std::pair<DWORD, DWORD>> explorers; // ids and sessions
-    DWORD chosen;                                   // 0: none
-};
-
-void PrintTo(const Choice& choice, std::ostream* stream)
-{
-    *stream << testing::PrintToString(std::tuple(choice.consoleSession, choice.explorers, choice.chosen));
-}
-
-class ChoiceTest : public GetActiveConsoleExplorerTokenTest, public testing::WithParamInterface<Choice>
-{
-};
-
-TEST_P(ChoiceTest, Is_the_last_explorer_of_the_session_on_the_console_or_of_the_only_one)
-{
-    processes.consoleSession = GetParam().consoleSession;
-    processes.Add({.id = 4, .name = L"System", .session = 0});
-    for (const auto& [id, session] : GetParam().explorers)
+    struct Choice
     {
-        AddExplorer(id, session);
+        DWORD consoleSession;
+        std::vector<std::pair<DWORD, DWORD>> explorers; // ids and sessions
+        DWORD chosen;                                   // 0: none
+    };
+    for (const auto& [consoleSession, explorers, chosen] :
+         {Choice{1, {}, 0}, Choice{1, {{40, 2}}, 0}, Choice{2, {{40, 1}, {44, 2}, {48, 3}}, 44},
+          Choice{1, {{48, 1}, {44, 2}, {40, 1}}, 40}, Choice{0, {{0, 0}}, 0}, Choice{c_nobody, {}, 0},
+          Choice{c_nobody, {{40, 3}}, 40}, Choice{c_nobody, {{40, 3}, {44, 3}}, 44},
+          Choice{c_nobody, {{40, 1}, {44, 2}}, 0}, Choice{c_nobody, {{0, 0}}, 0}})
+    {
+        SCOPED_TRACE(testing::PrintToString(std::tuple(consoleSession, explorers)));
+        FakeProcesses machine{journal, handles};
+        machine.consoleSession = consoleSession;
+        machine.Add({.id = 4, .name = L"System", .session = 0});
+        for (const auto& [id, session] : explorers)
+        {
+            machine.Add({.id = id, .name = L"explorer.exe", .session = session});
+        }
+        machine.Add({.id = 36, .name = L"notepad.exe"});
+
+        chosen == 0 ? ExpectNoExplorer() : ExpectToken(chosen);
     }
-    processes.Add({.id = 36, .name = L"notepad.exe"});
-
-    GetParam().chosen == 0 ? ExpectNoExplorer() : ExpectToken(GetParam().chosen);
 }
-
-INSTANTIATE_TEST_SUITE_P(GetActiveConsoleExplorerTokenTest, ChoiceTest,
-                         testing::Values(Choice{1, {}, 0}, Choice{1, {{40, 2}}, 0},
-                                         Choice{2, {{40, 1}, {44, 2}, {48, 3}}, 44},
-                                         Choice{1, {{48, 1}, {44, 2}, {40, 1}}, 40}, Choice{0, {{0, 0}}, 0},
-                                         Choice{c_nobody, {}, 0}, Choice{c_nobody, {{40, 3}}, 40},
-                                         Choice{c_nobody, {{40, 3}, {44, 3}}, 44},
-                                         Choice{c_nobody, {{40, 1}, {44, 2}}, 0}, Choice{c_nobody, {{0, 0}}, 0}));
 
 TEST_F(GetActiveConsoleExplorerTokenTest, Takes_nothing_for_an_explorer_that_is_not_called_so_to_the_letter)
 {

@@ -108,16 +108,6 @@ TEST_P(ShortcutsTest, Leaves_a_read_only_shortcut_after_ten_attempts)
     EXPECT_TRUE(failures.Contains("Shortcuts", HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)));
 }
 
-TEST_P(ShortcutsTest, Deletes_a_shortcut_that_is_let_go_at_a_later_attempt)
-{
-    const std::wstring shortcut = AddShortcut(FILE_ATTRIBUTE_READONLY);
-    clock.At(2500, [&] { SetFileAttributesW(shortcut.c_str(), FILE_ATTRIBUTE_NORMAL); });
-
-    EXPECT_EQ(GetParam().remove(), S_OK);
-
-    EXPECT_EQ(journal.All(), 3 * Calls({GetParam().ask, "Sleep(1000)"}) + GetParam().ask + Deleted(shortcut));
-}
-
 TEST_P(ShortcutsTest, Asks_ten_times_for_a_folder_that_cannot_be_found)
 {
     const std::wstring shortcut = AddShortcut();

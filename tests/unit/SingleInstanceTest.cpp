@@ -1,11 +1,11 @@
 #include "Uninstaller/SingleInstance.h"
 
+#include "support/unit/FailureLog.h"
 #include "support/unit/Handles.h"
 
 #include <windows.h>
 
-#include <gtest/gtest.h>
-#include <wil/result.h>
+#include <gmock/gmock.h>
 
 namespace
 {
@@ -82,15 +82,7 @@ TEST_F(SingleInstanceTest, A_handle_that_cannot_be_closed_is_an_exception)
     EXPECT_FALSE(CheckSingleInstance(mutex));
     journal.Fail("CloseHandle", ERROR_INVALID_HANDLE);
 
-    try
-    {
-        ReleaseSingleInstance(mutex);
-        FAIL() << "nothing was thrown";
-    }
-    catch (const wil::ResultException& exception)
-    {
-        EXPECT_EQ(exception.GetErrorCode(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
-    }
+    EXPECT_THAT([this] { ReleaseSingleInstance(mutex); }, ThrowsResult(HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE)));
     EXPECT_FALSE(mutex); // which is not closed again
 }
 
