@@ -57,14 +57,7 @@ TEST_F(CrashReportingTest, Leaves_room_for_a_report_on_the_stack)
 TEST_F(CrashReportingTest, Gives_its_folder_as_UTF_8)
 {
     std::wstring temp = root.AddFolder(L"\u00e4\u65e5") + L"\\";
-    Fake<&GetTempPathW> tempPath = [&](DWORD size, LPWSTR path) -> DWORD {
-        if (size <= temp.size())
-        {
-            return static_cast<DWORD>(temp.size() + 1);
-        }
-        std::wmemcpy(path, temp.c_str(), temp.size() + 1);
-        return static_cast<DWORD>(temp.size());
-    };
+    Fake<&GetTempPathW> tempPath = [&](DWORD size, LPWSTR path) { return GivePath(temp, size, path); };
 
     StartCrashReporting();
 

@@ -1,6 +1,7 @@
 #include "Uninstaller/UserCleanup.h"
 
 #include "support/common/ImportTableFake.h"
+#include "support/common/Steps.h"
 #include "support/common/Text.h"
 #include "support/unit/FakeCodePage.h"
 #include "support/unit/FakeDesktop.h"
@@ -28,8 +29,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using Lines = std::vector<std::string>;
-
-const std::string c_failed = "|WARNING|: Something went wrong while trying to clean up user files: ";
 
 // A user who sits at the machine, and is not the one that this process runs as.
 class UserCleanupTest : public ProcessesTest
@@ -124,8 +123,8 @@ TEST_F(UserCleanupTest, Deletes_nothing_when_nobody_sits_at_the_machine)
 
     EXPECT_FALSE(CleanUp());
 
-    EXPECT_EQ(log.Lines(),
-              Lines{c_failed + "Unable to find a explorer.exe process running under the active console session!"});
+    EXPECT_EQ(log.Lines(), Lines{std::string(c_userCleanUpFailed) +
+                                 "Unable to find a explorer.exe process running under the active console session!"});
     ExpectFolders(true, true);
 }
 
@@ -135,8 +134,8 @@ TEST_F(UserCleanupTest, Deletes_nothing_when_the_users_folder_is_not_told)
 
     EXPECT_FALSE(CleanUp());
 
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(AllOf(StartsWith(c_failed), HasSubstr("UserCleanup.cpp"), HasSubstr("80070002"))));
+    EXPECT_THAT(log.Lines(), ElementsAre(AllOf(StartsWith(std::string(c_userCleanUpFailed)),
+                                               HasSubstr("UserCleanup.cpp"), HasSubstr("80070002"))));
     ExpectFolders(true, true);
 }
 
@@ -147,7 +146,7 @@ TEST_F(UserCleanupTest, Tells_of_an_exception_with_text_in_the_code_page_of_the_
 
     EXPECT_FALSE(CleanUp());
 
-    EXPECT_EQ(log.Lines(), Lines{c_failed + "no luck ?"}); // not ASCII
+    EXPECT_EQ(log.Lines(), Lines{std::string(c_userCleanUpFailed) + "no luck ?"}); // not ASCII
 }
 
 TEST_F(UserCleanupTest, Passes_on_what_is_no_standard_exception)

@@ -147,7 +147,6 @@ const std::vector<StepRow>& Steps()
          .name = "legacy_package",
          .failure = "|WARNING|: Unable to remove legacy packaged installation.",
          .pauses = 4,
-         .pauseMilliseconds = 5000,
          .otherFailure = "[Migrator] Failed to ",
          .parts = {{ProvisionedPackage, L"Orvane.Velmora_k4wz81tqm0d3x", "the legacy package, provisioned"},
                    {InstalledPackage, L"Orvane.Velmora_k4wz81tqm0d3x", "the legacy package, installed"}}},

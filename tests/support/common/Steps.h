@@ -82,7 +82,6 @@ struct StepRow
     std::string_view failure{}; // the line of a failure, as far as " Reason: "
     bool makesPartial = false;  // a failure makes the result a partial one, or only warns
     int pauses = 0;             // when every attempt fails
-    int pauseMilliseconds = 1000;
     bool isOnlyWithSettings = false;
     std::string_view otherFailure{}; // what other lines that tell of something left have in them
     std::vector<ProductPart> parts{};

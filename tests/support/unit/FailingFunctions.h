@@ -32,7 +32,6 @@ struct WindowsErrors
     List end{ERROR_NO_MORE_FILES};
     List com{E_ACCESSDENIED, E_FAIL, E_OUTOFMEMORY};
     List noClass{REGDB_E_CLASSNOTREG, E_ACCESSDENIED, E_OUTOFMEMORY, HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE)};
-    List noFolder{E_FAIL, E_ACCESSDENIED, E_OUTOFMEMORY};
     List openKey{ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND, ERROR_BADDB, ERROR_KEY_DELETED};
     List createKey{ERROR_ACCESS_DENIED, ERROR_BADDB, ERROR_NO_SYSTEM_RESOURCES};
     List readValue{ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_UNSUPPORTED_TYPE};
@@ -48,7 +47,6 @@ struct WindowsErrors
     List information{ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER, ERROR_NO_MORE_FILES};
     List disposition{ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER, ERROR_DIR_NOT_EMPTY};
     List deviceControl{ERROR_INVALID_FUNCTION, ERROR_NOT_A_REPARSE_POINT};
-    List finalPath{ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY};
     List write{ERROR_DISK_FULL};
     List copy{ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
     List startProgram{ERROR_ACCESS_DENIED, ERROR_BAD_EXE_FORMAT, ERROR_NOT_ENOUGH_MEMORY};
@@ -111,7 +109,7 @@ private:
     Faulty<&GetSecurityInfo> m_security{m_injector, c_errors.denied, {.result = ERROR_ACCESS_DENIED}};
     Faulty<&SetKernelObjectSecurity> m_setSecurity{m_injector, c_errors.denied};
     Faulty<&DeviceIoControl> m_deviceControl{m_injector, c_errors.deviceControl};
-    Faulty<&GetFinalPathNameByHandleW> m_finalPath{m_injector, c_errors.finalPath};
+    Faulty<&GetFinalPathNameByHandleW> m_finalPath{m_injector, c_errors.deniedOrNoMemory};
     Faulty<&GetFullPathNameW> m_fullPath{m_injector, c_errors.noMemory};
     Faulty<&GetVolumePathNameW> m_volume{m_injector, c_errors.denied};
     Faulty<&FindFirstFileW> m_findFirst{m_injector, c_errors.attributes, c_invalid};
@@ -123,7 +121,7 @@ private:
     Faulty<&GetModuleFileNameW> m_moduleName{m_injector, c_errors.noMemory};
     Faulty<&GetSystemDirectoryW> m_systemFolder{m_injector, c_errors.noMemory};
     Faulty<&SetCurrentDirectoryW> m_currentFolder{m_injector, c_errors.openFile};
-    Faulty<&SHGetKnownFolderPath> m_knownFolder{m_injector, c_errors.noFolder};
+    Faulty<&SHGetKnownFolderPath> m_knownFolder{m_injector, c_errors.com};
 
     Faulty<&OpenSCManagerW> m_openManager{m_injector, c_errors.openManager};
     Faulty<&OpenServiceW> m_openService{m_injector, c_errors.openService};

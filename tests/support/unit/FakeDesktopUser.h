@@ -1,6 +1,5 @@
 #pragma once
 
-#include "support/common/ImportTableFake.h"
 #include "support/unit/FakeFolders.h"
 #include "support/unit/FakeProcesses.h"
 #include "support/unit/Handles.h"
@@ -12,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cwchar>
 #include <string>
 
 namespace Testing
@@ -28,13 +26,12 @@ public:
           m_processes(processes),
           m_local(root.AddFolder(L"Local"))
     {
-        folders.ofUser = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) {
-            return Find(id, flags, token, path);
+        folders.ofUser = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, std::wstring& path) {
+            path = m_local;
+            return Find(id, flags, token);
         };
         processes.Add({.id = c_explorer, .name = L"explorer.exe"});
     }
-
-    ~FakeDesktopUser() { EXPECT_EQ(m_folder, nullptr) << "not freed"; }
     FakeDesktopUser(const FakeDesktopUser&) = delete;
     FakeDesktopUser& operator=(const FakeDesktopUser&) = delete;
 
@@ -48,21 +45,14 @@ private:
     static constexpr DWORD c_explorer = 7000;
     static constexpr DWORD c_rights = TOKEN_QUERY | TOKEN_IMPERSONATE;
 
-    HRESULT Find(REFKNOWNFOLDERID id, DWORD flags, HANDLE handle, PWSTR* path)
+    HRESULT Find(REFKNOWNFOLDERID id, DWORD flags, HANDLE handle)
     {
         EXPECT_EQ(id, FOLDERID_LocalAppData);
         EXPECT_EQ(flags, 0U);
-        *path = nullptr;
         const auto* const token = m_handles.Find<FakeToken>(handle);
         if (token == nullptr || token->process != c_explorer || (token->access & c_rights) != c_rights)
         {
             return token == nullptr ? E_HANDLE : E_ACCESSDENIED;
-        }
-        if (SUCCEEDED(folderResult))
-        {
-            m_folder = CoTaskMemAlloc((m_local.size() + 1) * sizeof(wchar_t));
-            *path = static_cast<PWSTR>(m_folder);
-            std::wmemcpy(*path, m_local.c_str(), m_local.size() + 1);
         }
         return folderResult;
     }
@@ -70,15 +60,6 @@ private:
     Handles& m_handles;
     FakeProcesses& m_processes;
     std::wstring m_local;
-    void* m_folder = nullptr; // until it is freed
-
-    Fake<&CoTaskMemFree> m_free = [this](void* memory) {
-        if (memory == m_folder)
-        {
-            m_folder = nullptr;
-        }
-        m_free.Hidden(memory);
-    };
 };
 
 } // namespace Testing

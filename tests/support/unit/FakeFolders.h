@@ -15,9 +15,21 @@
 #include <iterator>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace Testing
 {
+
+// Gives a path as Windows does. Returns its length, or, for a buffer that is too small, the size that it needs.
+inline DWORD GivePath(std::wstring_view path, DWORD size, LPWSTR buffer)
+{
+    if (size <= path.size())
+    {
+        return static_cast<DWORD>(path.size() + 1);
+    }
+    buffer[path.copy(buffer, path.size())] = L'\0';
+    return static_cast<DWORD>(path.size());
+}
 
 // The machine's well-known folders, moved below a folder of the test's own. With a journal, the calls for them are
 // noted there: SHGetKnownFolderPath(ProgramData, 0x0), GetTempPathW(260). What Windows allocates must be freed.
@@ -45,12 +57,9 @@ public:
     std::wstring PublicDesktop() const { return m_root / L"Desktop"; }
     std::wstring CommonPrograms() const { return m_root / L"Programs"; }
 
-    // Answers for a user's token.
-    std::function<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR*)> ofUser = [](REFKNOWNFOLDERID, DWORD, HANDLE,
-                                                                                PWSTR* path) {
-        *path = nullptr;
-        return E_INVALIDARG;
-    };
+    // Finds the folders of a user, by a token.
+    std::function<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, std::wstring&)> ofUser =
+        [](REFKNOWNFOLDERID, DWORD, HANDLE, std::wstring&) { return E_INVALIDARG; };
 
 private:
     struct Folder
@@ -65,28 +74,17 @@ private:
                                               {FOLDERID_PublicDesktop, "PublicDesktop", L"Desktop"},
                                               {FOLDERID_CommonPrograms, "CommonPrograms", L"Programs"}};
 
-    HRESULT Find(REFKNOWNFOLDERID id, DWORD flags, PWSTR* path)
+    HRESULT Find(REFKNOWNFOLDERID id, DWORD flags, std::wstring& path)
     {
-        *path = nullptr;
         const auto* const folder = std::ranges::find_if(c_folders, [&](const Folder& its) { return its.id == id; });
         if (folder == std::end(c_folders) || (flags & ~DWORD{KF_FLAG_DONT_VERIFY | KF_FLAG_DEFAULT_PATH}) != 0)
         {
             return E_INVALIDARG;
         }
-        if (m_journal != nullptr)
-        {
-            const auto failure =
-                static_cast<HRESULT>(m_journal->Add("SHGetKnownFolderPath", folder->name, Mask(flags)));
-            if (FAILED(failure))
-            {
-                return failure;
-            }
-        }
-        const std::wstring whole = m_root / folder->path;
-        *path = static_cast<PWSTR>(CoTaskMemAlloc((whole.size() + 1) * sizeof(wchar_t)));
-        (*path)[whole.copy(*path, whole.size())] = L'\0';
-        m_allocated.insert(*path);
-        return S_OK;
+        path = m_root / folder->path;
+        return m_journal == nullptr
+                   ? S_OK
+                   : static_cast<HRESULT>(m_journal->Add("SHGetKnownFolderPath", folder->name, Mask(flags)));
     }
 
     const TestFolder& m_root;
@@ -94,7 +92,16 @@ private:
     std::set<const void*> m_allocated;
 
     Fake<&SHGetKnownFolderPath> m_knownFolder = [this](REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) {
-        return token == nullptr ? Find(id, flags, path) : ofUser(id, flags, token, path);
+        std::wstring folder;
+        const HRESULT result = token == nullptr ? Find(id, flags, folder) : ofUser(id, flags, token, folder);
+        *path = nullptr;
+        if (SUCCEEDED(result))
+        {
+            *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
+            (*path)[folder.copy(*path, folder.size())] = L'\0';
+            m_allocated.insert(*path);
+        }
+        return result;
     };
     Fake<&CoTaskMemFree> m_free = [this](void* memory) {
         m_allocated.erase(memory);
@@ -106,13 +113,7 @@ private:
             SetLastError(error);
             return 0;
         }
-        const std::wstring folder = Temp();
-        if (size <= folder.size())
-        {
-            return static_cast<DWORD>(folder.size() + 1);
-        }
-        path[folder.copy(path, folder.size())] = L'\0';
-        return static_cast<DWORD>(folder.size());
+        return GivePath(Temp(), size, path);
     };
 };
 

@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -119,11 +118,6 @@ private:
         return information.HandleCount;
     }
 
-    bool IsEvent(HANDLE handle) const
-    {
-        return std::ranges::find(m_events, handle, &std::pair<HANDLE, HANDLE>::first) != m_events.end();
-    }
-
     static std::uint32_t LivingObjects() { return winrt::get_module_lock(); }
 
     // The operation that the last call of the journal started.
@@ -177,7 +171,7 @@ private:
     std::uint32_t m_livingBefore = LivingObjects();
     std::map<std::string, OperationEnd> m_ends;
     std::vector<Pending> m_pending;
-    std::vector<std::pair<HANDLE, HANDLE>> m_events; // as the program has them, and another handle to each
+    std::multimap<HANDLE, HANDLE> m_events; // as the program has them, and another handle to each
     std::shared_ptr<PackageStore> m_store = std::make_shared<Store>(*this);
 
     Fake<&RoGetActivationFactory> m_activate = [this](HSTRING name, REFIID id, void** factory) -> HRESULT {
@@ -200,12 +194,12 @@ private:
         const HANDLE event = Fake<&CreateEventExW>::Real(nullptr, nullptr, flags, access);
         HANDLE own = nullptr;
         DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &own, 0, FALSE, DUPLICATE_SAME_ACCESS);
-        m_events.emplace_back(event, own);
+        m_events.emplace(event, own);
         return event;
     };
     Fake<&WaitForSingleObjectEx> m_wait = [this](HANDLE handle, DWORD milliseconds, BOOL alertable) {
-        return IsEvent(handle) ? Wait(handle, milliseconds, alertable)
-                               : Fake<&WaitForSingleObjectEx>::Real(handle, milliseconds, alertable);
+        return m_events.contains(handle) ? Wait(handle, milliseconds, alertable)
+                                         : Fake<&WaitForSingleObjectEx>::Real(handle, milliseconds, alertable);
     };
 };
 

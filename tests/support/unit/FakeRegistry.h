@@ -81,9 +81,7 @@ private:
     Handles& m_handles;
     std::map<std::wstring, Values, IgnoringCase> m_keys;
 
-    Fake<&RegOpenKeyExW> m_openKey = [this](HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result) {
-        return OpenKeyEx(key, subKey, options, access, result);
-    };
+    Fake<&RegOpenKeyExW> m_openKey = [this](auto... arguments) { return OpenKeyEx(arguments...); };
     Fake<&RegCreateKeyExW> m_createKey = [this](HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass,
                                                 DWORD options, REGSAM access, const SECURITY_ATTRIBUTES* security,
                                                 PHKEY result, LPDWORD) {
@@ -93,18 +91,11 @@ private:
     Fake<&RegCloseKey> m_closeKey = [this](HKEY key) -> LSTATUS {
         return m_handles.Close(key, "RegCloseKey") ? ERROR_SUCCESS : static_cast<LSTATUS>(GetLastError());
     };
-    Fake<&RegGetValueW> m_getValue = [this](HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type,
-                                            PVOID data, LPDWORD size) {
-        return GetValue(key, subKey, name, flags, type, data, size);
-    };
-    Fake<&RegQueryValueExW> m_queryValue = [this](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
-                                                  LPDWORD size) {
-        return QueryValue(key, name, reserved, type, data, size);
-    };
-    Fake<&RegSetKeyValueW> m_setValue = [this](HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD type, LPCVOID data,
-                                               DWORD size) { return SetKeyValue(key, subKey, name, type, data, size); };
-    Fake<&RegDeleteValueW> m_deleteValue = [this](HKEY key, LPCWSTR name) { return DeleteValue(key, name); };
-    Fake<&RegDeleteTreeW> m_deleteTree = [this](HKEY key, LPCWSTR subKey) { return DeleteTree(key, subKey); };
+    Fake<&RegGetValueW> m_getValue = [this](auto... arguments) { return GetValue(arguments...); };
+    Fake<&RegQueryValueExW> m_queryValue = [this](auto... arguments) { return QueryValue(arguments...); };
+    Fake<&RegSetKeyValueW> m_setValue = [this](auto... arguments) { return SetKeyValue(arguments...); };
+    Fake<&RegDeleteValueW> m_deleteValue = [this](auto... arguments) { return DeleteValue(arguments...); };
+    Fake<&RegDeleteTreeW> m_deleteTree = [this](auto... arguments) { return DeleteTree(arguments...); };
 };
 
 } // namespace Testing

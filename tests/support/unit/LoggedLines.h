@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/common/ImportTableFake.h"
+#include "support/common/Text.h"
 
 #include <windows.h>
 
@@ -23,13 +24,8 @@ public:
 private:
     std::vector<std::string> m_lines;
     Fake<&WriteConsoleW> m_writeConsole = [this](HANDLE, const void* text, DWORD length, LPDWORD, LPVOID) -> BOOL {
-        std::string line;
-        for (const wchar_t character : std::wstring_view(static_cast<const wchar_t*>(text), length - 1))
-        {
-            line += static_cast<char>(character);
-        }
-        m_lines.push_back(line);
-        onLine(line);
+        m_lines.push_back(Narrow({static_cast<const wchar_t*>(text), length - 1}));
+        onLine(m_lines.back());
         return TRUE;
     };
 };

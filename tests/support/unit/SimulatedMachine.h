@@ -6,6 +6,7 @@
 #include "support/unit/FakeDesktopShell.h"
 #include "support/unit/FakeFileSystem.h"
 #include "support/unit/FakeFirewall.h"
+#include "support/unit/FakeFolders.h"
 #include "support/unit/FakePackageManager.h"
 #include "support/unit/FakePause.h"
 #include "support/unit/FakePrivileges.h"
@@ -152,9 +153,7 @@ private:
     template <class... Arguments>
     BOOL Note(const std::string& function, const Arguments&... arguments)
     {
-        const DWORD error = journal.Add(function, arguments...);
-        SetLastError(error);
-        return error == ERROR_SUCCESS;
+        return Succeeds(journal.Add(function, arguments...));
     }
     // A method of a COM object is called, and perhaps to fail.
     void CallMethod(const std::string& call);
@@ -185,19 +184,11 @@ private:
         SetLastError(length == ownPath.size() ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
         return length == ownPath.size() ? static_cast<DWORD>(length) : size;
     };
-    Fake<&GetTempPathW> m_tempPath = [](DWORD size, LPWSTR path) -> DWORD {
-        constexpr std::wstring_view folder = L"C:\\Windows\\Temp\\";
-        if (size <= folder.size())
-        {
-            return static_cast<DWORD>(folder.size() + 1);
-        }
-        path[folder.copy(path, folder.size())] = L'\0';
-        return static_cast<DWORD>(folder.size());
+    Fake<&GetTempPathW> m_tempPath = [](DWORD size, LPWSTR path) {
+        return GivePath(L"C:\\Windows\\Temp\\", size, path);
     };
     Fake<&GetSystemDirectoryW> m_systemFolder = [](LPWSTR path, UINT size) -> UINT {
-        constexpr std::wstring_view folder = L"C:\\Windows\\System32";
-        path[folder.copy(path, size - 1)] = L'\0';
-        return static_cast<UINT>(folder.size());
+        return GivePath(L"C:\\Windows\\System32", size, path);
     };
     Fake<&SetCurrentDirectoryW> m_setCurrentFolder = [this](LPCWSTR path) {
         return Note("SetCurrentDirectoryW", path);
