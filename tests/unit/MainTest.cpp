@@ -344,35 +344,18 @@ TEST_F(MainWindowTest, A_check_that_fails_tells_the_user_in_the_window_before_it
                   std::string(c_sentClose));
 }
 
-// What the program knows of its own path decides whether it goes on as a copy.
-class OwnPathTest : public MainTest
-{
-protected:
-    bool GoesOnAsCopy()
-    {
-        machine.journal.Take();
-        machine.Run(L"-s");
-        return !machine.journal.CallsOf({"CopyFileExW"}).empty();
-    }
-};
-
-TEST_F(OwnPathTest, Inside_the_installation_folder_the_program_is_relocated)
-{
-    machine.RunFromInstallFolder();
-
-    EXPECT_TRUE(GoesOnAsCopy());
-}
-
-TEST_F(OwnPathTest, A_protected_installation_folder_is_not_left)
+TEST_F(MainTest, A_protected_installation_folder_is_not_left_for_a_copy)
 {
     machine.ClaimFolder(L"C:\\Program Files");
     machine.RunFromInstallFolder();
 
-    EXPECT_FALSE(GoesOnAsCopy());
+    machine.Run(L"-s");
+
+    EXPECT_EQ(machine.journal.CallsOf({"CopyFileExW"}), Calls{});
 }
 
 // Whatever changes on the machine meanwhile.
-TEST_F(OwnPathTest, Whether_the_folder_is_protected_is_decided_once)
+TEST_F(MainTest, Whether_the_folder_is_protected_is_decided_once)
 {
     for (const bool isProtected : {false, true})
     {
@@ -391,7 +374,7 @@ TEST_F(OwnPathTest, Whether_the_folder_is_protected_is_decided_once)
     }
 }
 
-TEST_F(OwnPathTest, May_be_long)
+TEST_F(MainTest, The_path_of_the_program_may_be_long)
 {
     machine.ownPath = L"C:\\" + std::wstring(250, L'a') + L"\\" + std::wstring(250, L'b') + L"\\u.exe";
     machine.files.AddFile(machine.ownPath);
@@ -407,7 +390,7 @@ TEST_F(OwnPathTest, May_be_long)
     EXPECT_EQ(machine.files.Scheduled(), std::vector{machine.ownPath});
 }
 
-TEST_F(OwnPathTest, That_is_not_told_is_an_exception)
+TEST_F(MainTest, A_path_of_the_program_that_is_not_told_is_an_exception)
 {
     machine.journal.Fail("GetModuleFileNameW", ERROR_NOT_ENOUGH_MEMORY);
 

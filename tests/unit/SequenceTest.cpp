@@ -338,11 +338,7 @@ INSTANTIATE_TEST_SUITE_P(SequenceTest, FailingStepTest, testing::ValuesIn(AllRem
 
 TEST_F(SequenceTest, A_legacy_package_that_cannot_be_removed_is_tried_five_times_and_only_warns)
 {
-    const auto fail = [this](const std::string& call, HRESULT error) {
-        machine.packages.End(call, {winrt::Windows::Foundation::AsyncStatus::Error, error});
-    };
-    fail(R"(RemovePackageAsync("Velmora_1.0", 0x80000))", E_FAIL);
-    fail(R"(RemovePackageAsync("Velmora_1.0"))", E_ACCESSDENIED);
+    machine.Protect(RowOf(Step::LegacyPackage).parts.back());
     machine.packages.provisioned.clear();
 
     EXPECT_EQ(Run(), EXIT_NO_ERROR);
@@ -350,7 +346,7 @@ TEST_F(SequenceTest, A_legacy_package_that_cannot_be_removed_is_tried_five_times
     const Lines attempt{c_packageRemoval[0],
                         c_packageRemoval[2],
                         c_packageRemoval[3],
-                        "|ERROR|:   [Migrator] Failed to remove legacy Velmora installation: -2147467259",
+                        "|ERROR|:   [Migrator] Failed to remove legacy Velmora installation: -2147024891",
                         "|INFO|:    [Migrator] Attempting to remove for single user only...",
                         "|ERROR|:   [Migrator] Failed to remove legacy Velmora installation: -2147024891"};
     EXPECT_EQ(Log(), Replace(FullLog(Settings::Stay, Step::LegacyPackage), c_packageRemoval, 5 * attempt));
@@ -359,8 +355,7 @@ TEST_F(SequenceTest, A_legacy_package_that_cannot_be_removed_is_tried_five_times
 
 TEST_F(SequenceTest, A_legacy_package_that_goes_at_the_second_attempt_is_not_warned_of)
 {
-    machine.packages.End(R"(RemovePackageAsync("Velmora_1.0", 0x80000))",
-                         {winrt::Windows::Foundation::AsyncStatus::Error, E_FAIL});
+    machine.Protect(RowOf(Step::LegacyPackage).parts.back());
     machine.clock.At(10'300, [this] { machine.packages.installed.clear(); }); // after the services
 
     EXPECT_EQ(Run(), EXIT_NO_ERROR);

@@ -54,8 +54,6 @@ public:
     // On a real machine the same; here another, so that nobody takes one for the other.
     std::wstring ProgramFilesX64() const { return m_root / L"Program Files X64"; }
     std::wstring ProgramData() const { return m_root / L"ProgramData"; }
-    std::wstring PublicDesktop() const { return m_root / L"Desktop"; }
-    std::wstring CommonPrograms() const { return m_root / L"Programs"; }
 
     // Finds the folders of a user, by a token.
     std::function<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, std::wstring&)> ofUser =
