@@ -137,17 +137,20 @@ TEST_F(EnvironmentTest, A_missing_value_is_reported_after_the_second_query_and_s
 TEST_F(EnvironmentTest, ReadMachinePath_reports_a_value_that_has_grown_since_its_size_was_read)
 {
     SetPath(L"C:\\A");
-    journal.onCall = [this](const std::string& call) {
-        if (call == c_query)
-        {
-            SetPath(L"C:\\AB");
-        }
+    std::vector<DWORD> sizes;
+    Fake<&RegQueryValueExW> query = [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                                        LPDWORD size) {
+        sizes.push_back(*size);
+        const LSTATUS status = query.Hidden(key, name, reserved, type, data, size);
+        SetPath(L"C:\\A;C:\\B");
+        return status;
     };
     std::wstring path;
 
     EXPECT_EQ(ReadMachinePath(path), HRESULT_FROM_WIN32(ERROR_MORE_DATA));
 
     EXPECT_EQ(path, L"");
+    EXPECT_THAT(sizes, ElementsAre(0, 10));
     EXPECT_TRUE(Recorded(ERROR_MORE_DATA));
 }
 
