@@ -2,21 +2,20 @@
 
 #include "support/common/DirectoryLink.h"
 #include "support/unit/FailureLog.h"
-#include "support/unit/FakeFileSystem.h"
 #include "support/unit/FakeFolders.h"
+#include "support/unit/Journal.h"
 #include "support/unit/OutOfMemory.h"
 #include "support/unit/PathLimits.h"
+#include "support/unit/RefusedAllocations.h"
 #include "support/unit/TestFolder.h"
 #include "support/unit/VirtualClock.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cwchar>
-#include <functional>
 #include <iterator>
 #include <new>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,122 +25,70 @@ namespace
 
 using namespace Installer;
 using namespace Testing;
+using testing::AllOf;
+using testing::Each;
+using testing::IsEmpty;
+using testing::Not;
 using Pauses = std::vector<DWORD>;
 
 constexpr HRESULT c_accessDenied = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
 
-class FoldersTest : public testing::Test
+struct KnownFolder
 {
-protected:
-    VirtualClock clock;
-    TestFolder root;
-    Journal journal;
-    FakeFolders folders{root, &journal};
+    std::wstring (*get)();
+    const char* call;
+    const wchar_t* name; // below the folder of the test
+    const wchar_t* fallback;
 };
 
-TEST_F(FoldersTest, Known_folders_end_in_a_backslash_and_have_a_fixed_fallback)
-{
-    struct Known
-    {
-        std::wstring (*get)();
-        std::wstring folder;
-        const char* call;
-        const wchar_t* fallback;
-    };
-    const Known all[] = {
-        {GetProgramFilesFolder, folders.ProgramFiles(), "SHGetKnownFolderPath(ProgramFiles, 0x0)",
-         L"C:\\Program Files\\"},
-        {GetProgramFilesX64Folder, folders.ProgramFilesX64(), "SHGetKnownFolderPath(ProgramFilesX64, 0x0)",
-         L"C:\\Program Files\\"},
-        {GetProgramDataFolder, folders.ProgramData(), "SHGetKnownFolderPath(ProgramData, 0x0)", L"C:\\ProgramData\\"},
-    };
-    for (const Known& known : all)
-    {
-        EXPECT_EQ(known.get(), known.folder + L"\\");
-        EXPECT_EQ(journal.Take(), Calls{known.call});
+constexpr KnownFolder c_knownFolders[] = {
+    {GetProgramFilesFolder, "SHGetKnownFolderPath(ProgramFiles, 0x0)", L"Program Files\\", L"C:\\Program Files\\"},
+    {GetProgramFilesX64Folder, "SHGetKnownFolderPath(ProgramFilesX64, 0x0)", L"Program Files X64\\",
+     L"C:\\Program Files\\"},
+    {GetProgramDataFolder, "SHGetKnownFolderPath(ProgramData, 0x0)", L"ProgramData\\", L"C:\\ProgramData\\"},
+};
 
-        journal.Fail(known.call, E_FAIL);
-        EXPECT_EQ(known.get(), known.fallback);
-        EXPECT_EQ(journal.Take(), Calls{known.call});
+TEST(FoldersTest, Known_folders_end_in_a_backslash_and_have_a_fixed_fallback)
+{
+    const VirtualClock clock;
+    const TestFolder root;
+    Journal journal;
+    const FakeFolders folders{root, &journal};
+    for (const auto& [get, call, name, fallback] : c_knownFolders)
+    {
+        EXPECT_EQ(get(), root / name);
+        EXPECT_EQ(journal.Take(), Calls{call});
+
+        journal.Fail(call, E_FAIL);
+        EXPECT_EQ(get(), fallback);
+        EXPECT_EQ(journal.Take(), Calls{call});
     }
     EXPECT_EQ(clock.Sleeps(), Pauses{});
 }
 
-// The places of a machine in texts of their own: nothing is allocated to tell them.
-class FoldersWithoutMemoryTest : public testing::Test
+TEST(FoldersTest, Known_folders_have_their_fallback_without_memory)
 {
-protected:
-    // What a helper returns when each of its allocations fails in turn, and none in the end. Nothing may be thrown.
-    static std::vector<std::wstring> RefuseEachAllocation(const std::function<std::wstring()>& helper)
-    {
-        std::vector<std::wstring> folders;
-        for (unsigned spared = 0;; ++spared)
-        {
-            std::wstring folder;
-            bool hasRefused = false;
-            try
-            {
-                const OutOfMemory outOfMemory(spared);
-                folder = helper();
-                hasRefused = OutOfMemory::HasRefused();
-            }
-            catch (const std::bad_alloc&)
-            {
-                ADD_FAILURE() << "thrown without the allocation after " << spared;
-                return folders;
-            }
-            folders.push_back(folder);
-            if (!hasRefused)
-            {
-                return folders;
-            }
-        }
-    }
-
-    // Without any memory there is not even the text of the fixed place.
-    static void ExpectThrowsWithoutMemory(const std::function<std::wstring()>& helper)
-    {
-        bool isThrown = false;
-        try
-        {
-            const OutOfMemory outOfMemory;
-            helper();
-        }
-        catch (const std::bad_alloc&)
-        {
-            isThrown = true;
-        }
-        EXPECT_TRUE(isThrown);
-    }
-
+    // A text of its own: nothing is allocated to tell it.
     static constexpr wchar_t c_known[] = L"D:\\Some known folder";
-
-    Fake<&SHGetKnownFolderPath> knownFolder = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) -> HRESULT {
+    const Fake<&SHGetKnownFolderPath> knownFolder = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) -> HRESULT {
         *path = static_cast<PWSTR>(CoTaskMemAlloc(sizeof(c_known)));
         std::wmemcpy(*path, c_known, std::size(c_known));
         return S_OK;
     };
-    VirtualClock clock;
-    FailureLog failures;
-};
-
-TEST_F(FoldersWithoutMemoryTest, Known_folders_have_their_fixed_fallback)
-{
-    struct Helper
+    for (const auto& [get, call, name, fallback] : c_knownFolders)
     {
-        std::wstring (*get)();
-        const wchar_t* fallback;
-    };
-    for (const Helper helper :
-         {Helper{GetProgramFilesFolder, L"C:\\Program Files\\"},
-          Helper{GetProgramFilesX64Folder, L"C:\\Program Files\\"}, Helper{GetProgramDataFolder, L"C:\\ProgramData\\"}})
-    {
-        const std::vector<std::wstring> folders = RefuseEachAllocation(helper.get);
+        auto folders = ReturnedWithoutEachAllocation(get);
 
-        ASSERT_GE(folders.size(), 2U);
         EXPECT_EQ(folders.back(), std::wstring(c_known) + L"\\");
-        EXPECT_EQ(std::set(folders.begin(), folders.end() - 1), std::set<std::wstring>{helper.fallback});
-        ExpectThrowsWithoutMemory(helper.get);
+        folders.pop_back();
+        EXPECT_THAT(folders, AllOf(Not(IsEmpty()), Each(fallback)));
+        // Without any memory there is not even the text of the fixed place.
+        EXPECT_THROW(
+            {
+                const OutOfMemory outOfMemory;
+                get();
+            },
+            std::bad_alloc);
     }
 }
 
@@ -218,15 +165,6 @@ TEST_F(DeleteFolderTest, DeleteFolderWithRetry_waits_for_a_file_that_is_let_go)
     EXPECT_FALSE(Exists(root / L"folder"));
 }
 
-TEST_F(DeleteFolderTest, RemoveFolder_leaves_a_file_of_that_name)
-{
-    const std::wstring file = root.AddFile(L"file");
-
-    EXPECT_NE(RemoveFolder(file), S_OK);
-
-    EXPECT_TRUE(Exists(file));
-}
-
 TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_whichever_way_its_name_ends)
 {
     root.AddFile(L"target\\precious.txt");
@@ -251,20 +189,6 @@ private:
         return INVALID_HANDLE_VALUE;
     };
 };
-
-TEST_F(DeleteFolderTest, RemoveFolder_looks_at_the_name_itself_before_anything_is_opened)
-{
-    std::vector<std::wstring> asked;
-    Fake<&GetFileAttributesW> attributes = [&](LPCWSTR path) -> DWORD {
-        asked.emplace_back(path);
-        return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-    };
-    const NothingIsOpened opened;
-
-    EXPECT_EQ(RemoveFolder(L"C:\\folder\\link\\//"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
-
-    EXPECT_EQ(asked, std::vector<std::wstring>{L"\\\\?\\C:\\folder\\link"});
-}
 
 // Lets a folder have a reparse point with that tag, and a handle to it too.
 class ReparsePoint
@@ -317,18 +241,21 @@ TEST_F(DeleteFolderTest, RemoveFolder_removes_a_folder_whose_reparse_point_is_no
     }
 }
 
+// Also with a long path, and before anything is opened.
 TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_of_every_kind_and_what_could_be_one)
 {
+    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
     // A junction, a symbolic link, one of another system; and one of a kind that is not told.
     for (const DWORD tag : {0xA0000003UL, 0xA000000CUL, 0xA0000027UL, 0UL})
     {
-        root.AddFile(L"folder\\data");
-        const ReparsePoint reparsePoint(root / L"folder", tag);
+        const std::wstring file = root.AddFile(name + L"\\data");
+        const ReparsePoint reparsePoint(root / name, tag);
         const NothingIsOpened opened;
+        const PathLimits limits;
 
-        EXPECT_EQ(RemoveFolder(root / L"folder\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
+        EXPECT_EQ(RemoveFolder(root / name + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
 
-        EXPECT_TRUE(Exists(root / L"folder\\data")) << tag;
+        EXPECT_TRUE(Exists(file)) << tag;
     }
 }
 
@@ -365,32 +292,6 @@ TEST_F(DeleteFolderTest, A_folder_with_a_long_path_is_found_and_removed)
 
     EXPECT_FALSE(FolderExists(root / name));
     EXPECT_EQ(clock.Sleeps(), Pauses{});
-}
-
-TEST_F(DeleteFolderTest, A_link_with_a_long_path_is_refused)
-{
-    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
-    root.AddFile(name + L"\\data");
-    const ReparsePoint reparsePoint(root / name, 0xA0000003);
-    const NothingIsOpened opened;
-    const PathLimits limits;
-
-    EXPECT_EQ(RemoveFolder(root / name + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
-
-    EXPECT_TRUE(Exists(root / name + L"\\data"));
-}
-
-TEST_F(DeleteFolderTest, RemoveFolder_removes_a_link_inside_without_following_it)
-{
-    FakeFileSystem files;
-    files.AddFile(L"C:\\target\\precious.txt");
-    files.AddFile(L"C:\\folder\\a.txt");
-    files.AddReparsePoint(L"C:\\folder\\link", IO_REPARSE_TAG_MOUNT_POINT, L"C:\\target");
-
-    EXPECT_EQ(RemoveFolder(L"C:\\folder"), S_OK);
-
-    EXPECT_FALSE(files.Has(L"C:\\folder"));
-    EXPECT_TRUE(files.Has(L"C:\\target\\precious.txt"));
 }
 
 TEST_F(DeleteFolderTest, RemoveFolder_does_not_throw_when_memory_runs_out)

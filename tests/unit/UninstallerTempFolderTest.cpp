@@ -5,6 +5,7 @@
 #include "support/unit/FakePrivileges.h"
 #include "support/unit/FakeProcesses.h"
 #include "support/unit/OutOfMemory.h"
+#include "support/unit/RefusedAllocations.h"
 #include "support/unit/VirtualClock.h"
 
 #include <windows.h>
@@ -16,7 +17,6 @@
 
 #include <functional>
 #include <new>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -107,25 +107,16 @@ TEST_F(UninstallerTempFolderTest, Is_created_with_all_parents)
     EXPECT_FALSE(files.IsPrivate(L"C:\\some\\Temp"));
 }
 
-TEST_F(UninstallerTempFolderTest, Keeps_what_is_in_it_and_becomes_private)
+TEST_F(UninstallerTempFolderTest, Keeps_what_is_in_it_and_may_be_a_reparse_point_that_is_no_link)
 {
-    files.AddFile(std::wstring(c_folder) + L"\\log");
     files.AddFile(std::wstring(c_product) + L"\\Other\\file");
-
-    ExpectPrivate();
-
-    EXPECT_TRUE(files.Has(std::wstring(c_folder) + L"\\log"));
-    EXPECT_FALSE(files.IsPrivate(std::wstring(c_product) + L"\\Other\\file"));
-}
-
-TEST_F(UninstallerTempFolderTest, May_be_a_reparse_point_that_is_no_link)
-{
     files.AddReparsePoint(c_folder, IO_REPARSE_TAG_CLOUD);
     files.AddFile(std::wstring(c_folder) + L"\\log");
 
     ExpectPrivate();
 
     EXPECT_TRUE(files.Has(std::wstring(c_folder) + L"\\log"));
+    EXPECT_FALSE(files.IsPrivate(std::wstring(c_product) + L"\\Other\\file"));
 }
 
 TEST_F(UninstallerTempFolderTest, That_ten_tries_could_not_create_is_returned_all_the_same)
@@ -219,34 +210,17 @@ TEST_F(UninstallerTempFolderTest, Is_not_private_whichever_call_fails)
 
 TEST_F(UninstallerTempFolderTest, Has_its_fixed_place_without_memory)
 {
-    const std::wstring fallback = L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\";
-    std::vector<std::wstring> places;
-    bool hasRefused = true;
-    for (unsigned spared = 0; hasRefused; ++spared)
-    {
-        std::wstring place;
-        {
-            const OutOfMemory outOfMemory(spared);
-            place = GetUninstallerTempFolderPath();
-            hasRefused = OutOfMemory::HasRefused();
-        }
-        places.push_back(place);
-    }
-    EXPECT_GE(places.size(), 2U);
-    EXPECT_EQ(places.front(), fallback);
-    EXPECT_EQ(places.back(), std::wstring(c_folder) + L"\\");
+    const auto places = ReturnedWithoutEachAllocation([] { return GetUninstallerTempFolderPath(); });
 
-    bool isThrown = false;
-    try
-    {
-        const OutOfMemory outOfMemory;
-        GetUninstallerTempFolderPath();
-    }
-    catch (const std::bad_alloc&)
-    {
-        isThrown = true;
-    }
-    EXPECT_TRUE(isThrown);
+    EXPECT_GE(places.size(), 2U);
+    EXPECT_EQ(places.front(), L"C:\\Windows\\Temp\\Velmora\\Uninstaller\\");
+    EXPECT_EQ(places.back(), std::wstring(c_folder) + L"\\");
+    EXPECT_THROW(
+        {
+            const OutOfMemory outOfMemory;
+            GetUninstallerTempFolderPath();
+        },
+        std::bad_alloc);
 }
 
 // What somebody else has put into the folder's place before the run.
@@ -255,11 +229,6 @@ struct Planted
     const char* name;
     std::function<void(FakeFileSystem&)> plant;
 };
-
-void PrintTo(const Planted& planted, std::ostream* stream)
-{
-    *stream << planted.name;
-}
 
 // A folder of somebody else's, who may deny this process everything, with a link and a file in it.
 void PlantFolder(FakeFileSystem& files, const std::wstring& path, ACCESS_MASK rights)
