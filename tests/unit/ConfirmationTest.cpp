@@ -2,12 +2,8 @@
 
 #include "ProductSettings.h"
 #include "support/unit/FakeDesktop.h"
-#include "support/unit/FakeFolders.h"
-#include "support/unit/FakeSentry.h"
 #include "support/unit/FakeTaskDialog.h"
-#include "support/unit/LoggedLines.h"
-#include "support/unit/TestFolder.h"
-#include "support/unit/VirtualClock.h"
+#include "support/unit/RunLog.h"
 
 #include <windows.h>
 
@@ -29,11 +25,9 @@ using Lines = std::vector<std::string>;
 class ConfirmationTest : public testing::Test
 {
 protected:
-    ConfirmationTest() { sentry_init(sentry_options_new()); }
-
     std::variant<UserSettings, Ending> Ask(Installer::StatusWindow* window = nullptr)
     {
-        return AskForConfirmation({.logger = logger, .runType = RunType::Verbose, .window = window});
+        return AskForConfirmation({.logger = log.Logger(), .runType = RunType::Verbose, .window = window});
     }
 
     // A yes, with what it says about the settings.
@@ -53,15 +47,11 @@ protected:
         ASSERT_TRUE(std::holds_alternative<Ending>(answer));
         EXPECT_EQ(std::get<Ending>(answer).outcome, outcome);
         EXPECT_EQ(std::get<Ending>(answer).text, text);
-        EXPECT_TRUE(log.All().empty()); // the end of the run says it
+        EXPECT_TRUE(log.Lines().empty()); // the end of the run says it
     }
 
-    VirtualClock clock;
-    TestFolder root;
-    FakeFolders folders{root};
-    LoggedLines log;
+    RunLog log;
     FakeTaskDialog dialog;
-    Installer::Logger logger{RunType::Silent};
 };
 
 TEST_F(ConfirmationTest, Is_worded_and_built_as_designed)
@@ -71,7 +61,6 @@ TEST_F(ConfirmationTest, Is_worded_and_built_as_designed)
     Ask();
 
     const ShownTaskDialog expected{
-        .size = 160,
         .module = GetModuleHandleW(nullptr),
         .flags = 0x01000000,
         .commonButtons = 14,
@@ -108,7 +97,7 @@ TEST_F(ConfirmationTest, Yes_keeps_the_settings_unless_the_user_chose_otherwise)
     ExpectConfirmed({.button = IDYES}, UserSettings::Keep);
     ExpectConfirmed({.button = IDYES, .radioButton = 1}, UserSettings::Remove);
     ExpectConfirmed({.button = IDYES, .radioButton = 2}, UserSettings::Keep);
-    EXPECT_TRUE(log.All().empty());
+    EXPECT_TRUE(log.Lines().empty());
 }
 
 TEST_F(ConfirmationTest, Every_other_button_ends_the_run)
@@ -122,9 +111,8 @@ TEST_F(ConfirmationTest, A_dialog_that_cannot_be_shown_counts_as_a_yes_that_keep
 {
     ExpectConfirmed({.result = E_OUTOFMEMORY, .radioButton = 1}, UserSettings::Keep);
 
-    EXPECT_EQ(log.All(), Lines{"|WARNING|: Unable to prompt user to uninstall, assuming yes for uninstall. error: "
-                               "-2147024882"});
-    EXPECT_TRUE(Sentry().events.empty());
+    EXPECT_EQ(log.Lines(), Lines{"|WARNING|: Unable to prompt user to uninstall, assuming yes for uninstall. error: "
+                                 "-2147024882"});
 }
 
 } // namespace

@@ -22,7 +22,6 @@ struct ShownTaskDialog
 {
     using Buttons = std::vector<std::pair<int, std::wstring>>; // ids and texts
 
-    UINT size = 0;
     HWND owner = nullptr;
     HINSTANCE module = nullptr;
     int flags = 0;
@@ -88,8 +87,7 @@ private:
                     dialog.pszCollapsedControlText == nullptr && dialog.pszFooterIcon == nullptr &&
                     dialog.pfCallback == nullptr && dialog.cxWidth == 0 && dialog.nDefaultRadioButton == 0)
             << "a dialog has what none of this program's has";
-        m_shown.push_back({.size = dialog.cbSize,
-                           .owner = dialog.hwndParent,
+        m_shown.push_back({.owner = dialog.hwndParent,
                            .module = dialog.hInstance,
                            .flags = dialog.dwFlags,
                            .commonButtons = dialog.dwCommonButtons,
