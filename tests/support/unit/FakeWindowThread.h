@@ -196,7 +196,6 @@ private:
     RecordedCall<&::LoadIconW> m_loadIcon{journal, Make<HICON>("icon"), nullptr};
     RecordedCall<&::LoadCursorW> m_loadCursor{journal, Make<HCURSOR>("cursor"), nullptr};
     Fake<&::RegisterClassExW> m_registerClass = [this](const WNDCLASSEXW* description) -> ATOM {
-        EXPECT_EQ(description->cbSize, sizeof(*description));
         if (journal.Add("RegisterClassExW", description->style, description->cbClsExtra, description->cbWndExtra,
                         description->hInstance, description->hIcon, description->hCursor, description->hbrBackground,
                         description->lpszMenuName, description->lpszClassName, description->hIconSm) != ERROR_SUCCESS)
@@ -251,8 +250,7 @@ private:
     };
     RecordedCall<&::SetWindowPos> m_setWindowPos{journal, TRUE, FALSE};
     Fake<&::DwmSetWindowAttribute> m_setAttribute = [this](HWND window, DWORD attribute, LPCVOID value,
-                                                           DWORD size) -> HRESULT {
-        EXPECT_EQ(size, sizeof(BOOL));
+                                                           DWORD) -> HRESULT {
         journal.Add("DwmSetWindowAttribute", window, attribute, *static_cast<const BOOL*>(value));
         return E_FAIL; // which does not matter
     };
@@ -318,7 +316,6 @@ private:
     RecordedCall<&::BufferedPaintUnInit> m_uninitialize{journal, S_OK, E_FAIL, Count("buffered painting", -1)};
     Fake<&::BeginBufferedPaint> m_beginBufferedPaint = [this](HDC target, const RECT* area, BP_BUFFERFORMAT format,
                                                               BP_PAINTPARAMS* parameters, HDC* dc) -> HPAINTBUFFER {
-        EXPECT_EQ(parameters->cbSize, sizeof(*parameters));
         if (journal.Add("BeginBufferedPaint", target, area, format, parameters->dwFlags, parameters->prcExclude,
                         parameters->pBlendFunction) != ERROR_SUCCESS)
         {
