@@ -10,7 +10,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <wil/result.h>
 
 #include <string>
 #include <vector>
@@ -23,6 +22,11 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr wchar_t c_file[] = L"C:\\Temp\\a log.txt";
+
+void OpenFile()
+{
+    Installer::ShellExecuteFromExplorer(c_file);
+}
 
 // All that COM and the shell are asked for, in order.
 const Calls c_calls{
@@ -59,25 +63,11 @@ protected:
         EXPECT_EQ(strings.Count(), 0U);
     }
 
-    // The code that the call throws; S_OK when it throws nothing.
-    static HRESULT CodeThrown()
-    {
-        try
-        {
-            Installer::ShellExecuteFromExplorer(c_file);
-            return S_OK;
-        }
-        catch (const wil::ResultException& exception)
-        {
-            return exception.GetErrorCode();
-        }
-    }
-
     // Expects the call to throw this code, recorded once and as one of ShellHelpers' own.
     static void ExpectFailure(HRESULT result)
     {
         const FailureLog failures;
-        EXPECT_EQ(CodeThrown(), result);
+        EXPECT_THAT(OpenFile, ThrowsResult(result));
         EXPECT_THAT(failures.Entries(), ElementsAre(FailureLog::Entry("ShellHelpers", result)));
     }
 
@@ -107,7 +97,7 @@ TEST_F(ShellExecuteFromExplorerTest, Opens_the_file_itself_when_it_is_not_elevat
     for (const INT_PTR result : {INT_PTR{33}, INT_PTR{1} << 40})
     {
         executed = result;
-        Installer::ShellExecuteFromExplorer(c_file);
+        OpenFile();
         EXPECT_THAT(journal.Take(), ElementsAre(R"(ShellExecuteW(null, null, "C:\Temp\a log.txt", null, null, 1))"));
     }
     EXPECT_THAT(failures.Entries(), IsEmpty());
@@ -128,7 +118,7 @@ TEST_F(ShellExecuteFromExplorerTest, Asks_the_shell_of_the_desktop_when_it_is_el
 {
     const FailureLog failures;
 
-    Installer::ShellExecuteFromExplorer(c_file);
+    OpenFile();
 
     EXPECT_EQ(journal.All(), c_calls);
     EXPECT_THAT(failures.Entries(), IsEmpty());
@@ -150,7 +140,7 @@ TEST_F(ShellExecuteFromExplorerTest, Throws_the_failure_of_any_call_and_releases
 
         if (c_calls[failing].starts_with("SysAllocString"))
         {
-            EXPECT_EQ(CodeThrown(), E_OUTOFMEMORY);
+            EXPECT_THAT(OpenFile, ThrowsResult(E_OUTOFMEMORY));
         }
         else
         {
@@ -177,7 +167,7 @@ TEST_F(ShellExecuteFromExplorerTest, Throws_when_it_cannot_be_told_whether_the_p
         return FALSE;
     };
 
-    EXPECT_EQ(CodeThrown(), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+    EXPECT_THAT(OpenFile, ThrowsResult(HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE)));
 
     EXPECT_THAT(journal.All(), IsEmpty());
 }

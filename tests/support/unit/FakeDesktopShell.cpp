@@ -50,21 +50,20 @@ HRESULT Unexpected()
 
 struct FakeDesktopShell::Chain
 {
-    explicit Chain(FakeDesktopShell& shell);
+    explicit Chain(FakeDesktopShell& shell) : owner(shell) {}
 
     // What every object has: the name of its interface, its references, and the next object, which it gives.
     class Link
     {
     public:
-        Link(FakeDesktopShell& shell, std::string name) : m_shell(shell), m_name(std::move(name)) {}
+        Link(FakeDesktopShell& shell, std::string name, IUnknown* self, Link* next)
+            : m_shell(shell),
+              m_name(std::move(name)),
+              m_self(self),
+              m_next(next)
+        {}
         Link(const Link&) = delete;
         Link& operator=(const Link&) = delete;
-
-        void Offer(REFIID id, IUnknown& object)
-        {
-            m_nextId = id;
-            m_next = &object;
-        }
 
         ULONG Add()
         {
@@ -79,8 +78,6 @@ struct FakeDesktopShell::Chain
         }
 
     protected:
-        ~Link() = default;
-
         // Notes a method that is called: only while somebody holds the object.
         template <class... Arguments>
         HRESULT Note(const char* method, const Arguments&... arguments) const
@@ -99,13 +96,13 @@ struct FakeDesktopShell::Chain
             {
                 return outcome;
             }
-            if (id != m_nextId)
+            if (m_next == nullptr || NameOf(id) != m_next->m_name)
             {
                 ADD_FAILURE() << m_name << " has nothing else to give";
                 return E_NOINTERFACE;
             }
-            m_next->AddRef();
-            *result = m_next;
+            m_next->Add();
+            *result = m_next->m_self;
             return S_OK;
         }
         template <class Interface>
@@ -118,16 +115,18 @@ struct FakeDesktopShell::Chain
         const std::string m_name;
 
     private:
+        IUnknown* m_self;
+        Link* m_next;
         long m_references = 0;
-        IID m_nextId{};
-        IUnknown* m_next = nullptr;
     };
 
     template <class Interface>
     class Object : public Interface, public Link
     {
     public:
-        explicit Object(FakeDesktopShell& shell) : Link(shell, NameOf(__uuidof(Interface))) {}
+        explicit Object(FakeDesktopShell& shell, Link* next = nullptr)
+            : Link(shell, NameOf(__uuidof(Interface)), this, next)
+        {}
 
         HRESULT WINAPI QueryInterface(REFIID id, void** result) override
         {
@@ -323,40 +322,18 @@ struct FakeDesktopShell::Chain
         HRESULT WINAPI ShowBrowserBar(BSTR, VARIANT, VARIANT*) override { return Unexpected(); }
     };
 
-    Windows windows;
-    Dispatch desktop;
-    Services services;
-    Browser browser;
-    View activeView;
-    View view;
-    Dispatch background;
-    FolderView folderView;
-    Dispatch application;
-    Shell dispatch;
+    FakeDesktopShell& owner;
+    Shell dispatch{owner};
+    Dispatch application{owner, &dispatch};
+    FolderView folderView{owner, &application};
+    Dispatch background{owner, &folderView};
+    View view{owner, &background};
+    View activeView{owner, &view};
+    Browser browser{owner, &activeView};
+    Services services{owner, &browser};
+    Dispatch desktop{owner, &services};
+    Windows windows{owner, &desktop};
 };
-
-FakeDesktopShell::Chain::Chain(FakeDesktopShell& owner)
-    : windows(owner),
-      desktop(owner),
-      services(owner),
-      browser(owner),
-      activeView(owner),
-      view(owner),
-      background(owner),
-      folderView(owner),
-      application(owner),
-      dispatch(owner)
-{
-    windows.Offer(__uuidof(IDispatch), desktop);
-    desktop.Offer(__uuidof(IServiceProvider), services);
-    services.Offer(__uuidof(IShellBrowser), browser);
-    browser.Offer(__uuidof(IShellView), activeView);
-    activeView.Offer(__uuidof(IShellView), view);
-    view.Offer(__uuidof(IDispatch), background);
-    background.Offer(__uuidof(IShellFolderViewDual), folderView);
-    folderView.Offer(__uuidof(IDispatch), application);
-    application.Offer(__uuidof(IShellDispatch2), dispatch);
-}
 
 FakeDesktopShell::FakeDesktopShell(Journal& journal, const FakeStrings& strings)
     : m_journal(journal),
