@@ -2,7 +2,9 @@
 
 #include "support/common/DirectoryLink.h"
 #include "support/unit/FailureLog.h"
+#include "support/unit/FakeFileSystem.h"
 #include "support/unit/FakeFolders.h"
+#include "support/unit/Handles.h"
 #include "support/unit/Journal.h"
 #include "support/unit/OutOfMemory.h"
 #include "support/unit/PathLimits.h"
@@ -179,100 +181,58 @@ TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_whichever_way_its_name_ends
     EXPECT_TRUE(Exists(root / L"target\\precious.txt"));
 }
 
-// Nothing is opened while it lives: where the name itself tells that it is a link, there is no need.
-class NothingIsOpened
+// Folders with reparse points, on a machine in memory.
+class DeleteReparsePointTest : public testing::Test
 {
-private:
-    Fake<&CreateFileW> m_create = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
-        ADD_FAILURE() << "the link is opened";
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    };
+protected:
+    Journal journal;
+    Handles handles{journal};
+    FakeFileSystem files{journal, handles};
 };
 
-// Lets a folder have a reparse point with that tag, and a handle to it too.
-class ReparsePoint
-{
-public:
-    ReparsePoint(std::wstring path, DWORD tag) : m_path(L"\\\\?\\" + std::move(path)), m_tag(tag) {}
-
-private:
-    std::wstring m_path;
-    DWORD m_tag;
-    Fake<&GetFileAttributesW> m_attributes = [this](LPCWSTR path) -> DWORD {
-        const DWORD attributes = Fake<&GetFileAttributesW>::Real(path);
-        return path == m_path ? attributes | FILE_ATTRIBUTE_REPARSE_POINT : attributes;
-    };
-    Fake<&FindFirstFileW> m_find = [this](LPCWSTR path, LPWIN32_FIND_DATAW data) {
-        const HANDLE search = Fake<&FindFirstFileW>::Real(path, data);
-        if (path == m_path)
-        {
-            data->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            data->dwReserved0 = m_tag;
-        }
-        return search;
-    };
-    Fake<&GetFileInformationByHandleEx> m_information = [this](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data,
-                                                               DWORD size) -> BOOL {
-        const BOOL result = Fake<&GetFileInformationByHandleEx>::Real(file, kind, data, size);
-        std::wstring name(500, L'\0');
-        name.resize(GetFinalPathNameByHandleW(file, name.data(), 500, VOLUME_NAME_DOS));
-        if (result && kind == FileAttributeTagInfo && name == m_path)
-        {
-            auto& information = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
-            information.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            information.ReparseTag = m_tag;
-        }
-        return result;
-    };
-};
-
-TEST_F(DeleteFolderTest, RemoveFolder_removes_a_folder_whose_reparse_point_is_no_link)
+TEST_F(DeleteReparsePointTest, RemoveFolder_removes_a_folder_whose_reparse_point_is_no_link)
 {
     // Of a cloud store, of a container, of a provider of files.
     for (const DWORD tag : {0x9000001AUL, 0x90001018UL, 0x9000001CUL})
     {
-        root.AddFile(L"folder\\data");
-        const ReparsePoint reparsePoint(root / L"folder", tag);
+        files.AddReparsePoint(L"C:\\folder", tag);
+        files.AddFile(L"C:\\folder\\data");
 
-        EXPECT_EQ(RemoveFolder(root / L"folder\\"), S_OK) << tag;
+        EXPECT_EQ(RemoveFolder(L"C:\\folder\\"), S_OK) << tag;
 
-        EXPECT_FALSE(Exists(root / L"folder")) << tag;
+        EXPECT_FALSE(files.Has(L"C:\\folder")) << tag;
     }
 }
 
 // Also with a long path, and before anything is opened.
-TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_link_of_every_kind_and_what_could_be_one)
+TEST_F(DeleteReparsePointTest, RemoveFolder_refuses_a_link_of_every_kind_and_what_could_be_one)
 {
-    const std::wstring name = std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    const std::wstring folder = L"C:\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    const PathLimits limits;
     // A junction, a symbolic link, one of another system; and one of a kind that is not told.
     for (const DWORD tag : {0xA0000003UL, 0xA000000CUL, 0xA0000027UL, 0UL})
     {
-        const std::wstring file = root.AddFile(name + L"\\data");
-        const ReparsePoint reparsePoint(root / name, tag);
-        const NothingIsOpened opened;
-        const PathLimits limits;
+        files.AddReparsePoint(folder, tag);
 
-        EXPECT_EQ(RemoveFolder(root / name + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
-
-        EXPECT_TRUE(Exists(file)) << tag;
+        EXPECT_EQ(RemoveFolder(folder + L"\\"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED)) << tag;
     }
+
+    EXPECT_EQ(journal.CallsOf({"CreateFileW"}), Calls{});
+    EXPECT_TRUE(files.Has(folder));
 }
 
-TEST_F(DeleteFolderTest, RemoveFolder_refuses_a_reparse_point_that_cannot_be_looked_at)
+TEST_F(DeleteReparsePointTest, RemoveFolder_refuses_a_reparse_point_that_cannot_be_looked_at)
 {
-    root.AddFile(L"folder\\data");
-    const ReparsePoint reparsePoint(root / L"folder", 0x9000001A);
-    Fake<&FindFirstFileW> find = [](LPCWSTR, LPWIN32_FIND_DATAW data) -> HANDLE {
+    files.AddReparsePoint(L"C:\\folder", 0x9000001A);
+    const Fake<&FindFirstFileW> find = [](LPCWSTR, LPWIN32_FIND_DATAW data) -> HANDLE {
         data->dwReserved0 = 0x9000001A; // it may be anything
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     };
-    const NothingIsOpened opened;
 
-    EXPECT_EQ(RemoveFolder(root / L"folder"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
+    EXPECT_EQ(RemoveFolder(L"C:\\folder"), HRESULT_FROM_WIN32(ERROR_REPARSE_POINT_ENCOUNTERED));
 
-    EXPECT_TRUE(Exists(root / L"folder\\data"));
+    EXPECT_TRUE(files.Has(L"C:\\folder"));
 }
 
 TEST_F(DeleteFolderTest, A_folder_with_a_long_path_is_found_and_removed)

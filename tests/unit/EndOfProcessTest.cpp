@@ -62,12 +62,16 @@ TEST_F(FinishProcessTest, Keeps_the_log_unless_told_otherwise_whether_or_not_the
     EXPECT_FALSE(machine.files.Has(c_report));
 }
 
-TEST_F(FinishProcessTest, Schedules_nothing_where_there_is_nothing_to_schedule)
+TEST_F(FinishProcessTest, Schedules_nothing_where_there_is_nothing_to_schedule_and_does_not_mind_what_is_not_there)
 {
+    finishProcess(c_log, L"", true);
+    EXPECT_FALSE(machine.files.Has(c_log));
+    Sentry().onClose = [] {};
+
     finishProcess(c_log, L"", true);
 
     EXPECT_EQ(machine.journal.CallsOf({"MoveFileExW"}), Calls{});
-    EXPECT_FALSE(machine.files.Has(c_log));
+    EXPECT_TRUE(machine.clock.Sleeps().empty());
 }
 
 TEST_F(FinishProcessTest, Does_not_mind_what_it_cannot_delete)
@@ -80,16 +84,6 @@ TEST_F(FinishProcessTest, Does_not_mind_what_it_cannot_delete)
     EXPECT_TRUE(machine.files.Has(c_log));
     EXPECT_TRUE(machine.files.Has(c_report));
     EXPECT_FALSE(Sentry().isStarted);
-    EXPECT_TRUE(machine.clock.Sleeps().empty());
-}
-
-TEST_F(FinishProcessTest, Does_not_mind_what_is_not_there)
-{
-    finishProcess(c_log, L"", true);
-    Sentry().onClose = [] {};
-
-    finishProcess(c_log, L"", true);
-
     EXPECT_TRUE(machine.clock.Sleeps().empty());
 }
 

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <cwctype>
 #include <functional>
 #include <initializer_list>
 #include <iterator>
@@ -132,7 +131,7 @@ TEST_P(KnownFolderTest, Is_protected_however_it_is_written_and_behind_a_link)
 {
     const std::wstring folder = Folder();
     std::wstring upper = folder;
-    std::ranges::transform(upper, upper.begin(), [](wchar_t character) { return std::towupper(character); });
+    CharUpperW(upper.data());
     std::wstring slashes = folder;
     std::ranges::replace(slashes, L'\\', L'/');
     const std::wstring link = root / L"link";
