@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace
@@ -138,10 +137,9 @@ TEST(CommandLineTest, The_argument_is_what_Windows_takes_for_it)
 TEST(CommandLineTest, The_argument_is_compared_in_the_8_bit_code_page)
 {
     std::vector<UINT> codePages;
-    Fake<&WideCharToMultiByte> convert = [&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size,
-                                             LPCCH replacement, LPBOOL used) {
+    Fake<&WideCharToMultiByte> convert = [&](UINT page, auto... others) {
         codePages.push_back(page);
-        return decltype(convert)::Real(page, flags, text, length, out, size, replacement, used);
+        return decltype(convert)::Real(page, others...);
     };
 
     ExpectRun(L" -s", RunType::Silent);
@@ -171,7 +169,7 @@ TEST(CommandLineTest, Switches_and_nothing_else_are_switches_in_every_code_page)
 
 TEST(CommandLineTest, An_argument_that_cannot_be_converted_asks_for_the_help)
 {
-    Fake<&WideCharToMultiByte> failing = [](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) -> int {
+    Fake<&WideCharToMultiByte> failing = [](auto...) -> int {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     };

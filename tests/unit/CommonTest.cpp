@@ -71,17 +71,17 @@ TEST(FoldersTest, Known_folders_end_in_a_backslash_and_have_a_fixed_fallback)
 TEST(FoldersTest, Known_folders_have_their_fallback_without_memory)
 {
     // A text of its own: nothing is allocated to tell it.
-    static constexpr wchar_t c_known[] = L"D:\\Some known folder";
+    static constexpr wchar_t known[] = L"D:\\Some known folder";
     const Fake<&SHGetKnownFolderPath> knownFolder = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) -> HRESULT {
-        *path = static_cast<PWSTR>(CoTaskMemAlloc(sizeof(c_known)));
-        std::wmemcpy(*path, c_known, std::size(c_known));
+        *path = static_cast<PWSTR>(CoTaskMemAlloc(sizeof(known)));
+        std::wmemcpy(*path, known, std::size(known));
         return S_OK;
     };
     for (const auto& [get, call, name, fallback] : c_knownFolders)
     {
         auto folders = ReturnedWithoutEachAllocation(get);
 
-        EXPECT_EQ(folders.back(), std::wstring(c_known) + L"\\");
+        EXPECT_EQ(folders.back(), std::wstring(known) + L"\\");
         folders.pop_back();
         EXPECT_THAT(folders, AllOf(Not(IsEmpty()), Each(fallback)));
         // Without any memory there is not even the text of the fixed place.

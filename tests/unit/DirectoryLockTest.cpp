@@ -54,15 +54,14 @@ protected:
     unsigned filesOpened = 0;
     // Why a file cannot be opened.
     std::function<DWORD(const std::wstring& path)> openError = [](const std::wstring&) { return ERROR_SUCCESS; };
-    Fake<&CreateFileW> createFile = [this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                           DWORD disposition, DWORD flags, HANDLE pattern) {
+    Fake<&CreateFileW> createFile = [this](LPCWSTR path, auto... others) {
         ++filesOpened;
         if (const DWORD error = openError(path); error != ERROR_SUCCESS)
         {
             SetLastError(error);
             return INVALID_HANDLE_VALUE;
         }
-        return Fake<&CreateFileW>::Real(path, access, sharing, security, disposition, flags, pattern);
+        return Fake<&CreateFileW>::Real(path, others...);
     };
 };
 

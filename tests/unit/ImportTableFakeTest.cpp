@@ -1,15 +1,12 @@
 #include "support/common/ImportTableFake.h"
 
 #include "Installer/GdiPlus.h"
-#include "support/unit/VirtualClock.h"
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace
 {
@@ -42,24 +39,6 @@ TEST(ImportTableFakeTest, Refuses_a_function_that_the_program_does_not_import)
 {
     EXPECT_THROW(ImportSlot("NoSuchFunctionAnywhere"), std::logic_error);
     EXPECT_EQ(FindImportSlot("NoSuchFunctionAnywhere"), nullptr);
-}
-
-TEST(VirtualClockTest, Passes_while_the_code_sleeps_and_lets_things_happen)
-{
-    VirtualClock clock;
-    std::string happened;
-    clock.At(1500, [&] { happened += "b at " + std::to_string(clock.Now()); });
-    clock.At(1000, [&] { happened += "a, "; });
-
-    Sleep(999);
-    EXPECT_EQ(happened, "");
-    Sleep(1);
-    EXPECT_EQ(happened, "a, ");
-    Sleep(5000);
-
-    EXPECT_EQ(happened, "a, b at 1500");
-    EXPECT_EQ(clock.Now(), 6000U);
-    EXPECT_EQ(clock.Sleeps(), (std::vector<DWORD>{999, 1, 5000}));
 }
 
 } // namespace

@@ -4,9 +4,9 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -17,7 +17,6 @@ namespace
 
 using namespace Installer;
 using namespace Testing;
-using testing::ElementsAre;
 
 std::wstring CurrentFolder()
 {

@@ -50,16 +50,12 @@ const KnownFolder c_knownFolders[]{
     {&FOLDERID_Public, "Public", L"Elsewhere\\Public"},
 };
 
-// The question where a folder is, and the one where it usually is, as the journal has them.
-std::string Ask(const char* folder)
+// The question where a folder is, or where it usually is, as the journal has it.
+std::string Ask(const char* folder, const char* flags = "0x4000")
 {
-    return "SHGetKnownFolderPath("s + folder + ", 0x4000)";
+    return "SHGetKnownFolderPath("s + folder + ", " + flags + ")";
 }
-
-std::string AskUsual(const char* folder)
-{
-    return "SHGetKnownFolderPath("s + folder + ", 0x4400)";
-}
+constexpr char c_usually[] = "0x4400";
 
 // Windows' own folders, moved below a folder of the test's own.
 class ProtectedFolderTest : public testing::Test
@@ -105,14 +101,13 @@ private:
         EXPECT_EQ(token, nullptr);
         return Find(id, flags, path);
     };
-    Fake<&CreateFileW> m_open = [this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                                       DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
+    Fake<&CreateFileW> m_open = [this](LPCWSTR path, auto... others) -> HANDLE {
         if (const DWORD error = openError(path))
         {
             SetLastError(error);
             return INVALID_HANDLE_VALUE;
         }
-        return Fake<&CreateFileW>::Real(path, access, share, security, disposition, flags, model);
+        return Fake<&CreateFileW>::Real(path, others...);
     };
 };
 
@@ -233,7 +228,7 @@ TEST_P(KnownFolderTest, That_is_not_told_protects_where_it_usually_is)
         EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << failure;
 
         // Nothing when that is not told either.
-        journal.Fail(AskUsual(GetParam().name), failure, 2);
+        journal.Fail(Ask(GetParam().name, c_usually), failure, 2);
         EXPECT_FALSE(IsProtectedFolder(root / L"Velmora")) << failure;
         EXPECT_FALSE(IsProtectedFolder(Folder())) << failure;
     }

@@ -9,7 +9,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace
 {

@@ -1,6 +1,5 @@
 #include "Installer/Text.h"
 
-#include "support/common/ImportTableFake.h"
 #include "support/unit/FakeCodePage.h"
 
 #include <windows.h>
@@ -9,15 +8,12 @@
 
 #include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 namespace
 {
 
 using namespace Installer;
 using namespace std::string_literals;
-using Testing::Fake;
 using Testing::FakeCodePage;
 
 // Every form of UTF-8, and a zero.
@@ -45,11 +41,6 @@ TEST(ConversionTest, Gives_nothing_for_invalid_text)
     EXPECT_EQ(Utf8ToWide("fine \xff not"), L"");
     EXPECT_EQ(Utf8ToWide("\xc3"), L"");
     EXPECT_EQ(WideToUtf8(L"lone \xd800 surrogate"), "");
-}
-
-TEST(TextTest, EncodeUtf8_converts_valid_text)
-{
-    EXPECT_EQ(EncodeUtf8(c_wide), c_utf8);
 }
 
 TEST(TextTest, EncodeUtf8_replaces_half_a_surrogate_pair)

@@ -298,10 +298,9 @@ INSTANTIATE_TEST_SUITE_P(UninstallerTempFolder, PlantedTempFolderTest, testing::
 TEST_F(UninstallerTempFolderTest, A_link_in_its_place_is_not_removed_as_a_tree)
 {
     files.AddReparsePoint(c_folder, IO_REPARSE_TAG_MOUNT_POINT, L"C:\\Windows\\System32");
-    const Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
-                                        DWORD disposition, DWORD flags, HANDLE like) {
+    const Fake<&CreateFileW> open = [&](LPCWSTR path, DWORD access, auto... others) {
         EXPECT_FALSE((access & DELETE) != 0 && std::wstring_view(path).ends_with(c_folder));
-        return open.Hidden(path, access, share, attributes, disposition, flags, like);
+        return open.Hidden(path, access, others...);
     };
 
     ExpectPrivate();

@@ -52,10 +52,9 @@ public:
     int dpiY = 96;
     RECT desktopArea{0, 0, 1920, 1080};
     RECT clientArea{0, 0, 498, 339};
-    RECT paintArea{0, 0, 498, 339}; // the part of it that Windows wants painted
-    std::optional<LONG_PTR> style;  // that the window gets; otherwise Windows adds a caption to what is asked for
-    ULONGLONG threadStart = 10;     // milliseconds after the thread was made
-    bool clientsListen = false;     // assistive programs
+    std::optional<LONG_PTR> style; // that the window gets; otherwise Windows adds a caption to what is asked for
+    ULONGLONG threadStart = 10;    // milliseconds after the thread was made
+    bool clientsListen = false;    // assistive programs
 
     // What the window procedure answers to a message.
     LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
@@ -303,7 +302,7 @@ private:
             return nullptr;
         }
         paint->hdc = m_paintDc;
-        paint->rcPaint = paintArea;
+        paint->rcPaint = {0, 0, 200, 339}; // only a part of the client area
         ++m_open["paint"];
         return m_paintDc;
     };
