@@ -182,6 +182,7 @@ TEST_F(CanonicalPathTest, Goes_as_far_as_there_is_something)
         {L"\\\\?\\C:\\gone\\\\", L"\\\\?\\C:\\gone"},
         {L"Q:\\", L"\\\\?\\Q:\\"},
         {L"Q:\\gone\\", L"\\\\?\\Q:\\gone"},
+        {L"", L""},
     };
     for (const auto& [path, canonical] : paths)
     {
@@ -215,7 +216,7 @@ TEST_F(CanonicalPathTest, Of_a_relative_path_is_looked_for_from_the_current_fold
 
     EXPECT_EQ(GetCanonicalPath(L"there"), L"\\\\?\\C:\\Windows\\System32\\there");
     EXPECT_EQ(GetCanonicalPath(L"%ProgramFiles%\\Velmora\\"), L"%ProgramFiles%\\Velmora");
-    for (const wchar_t* const path : {L"\\gone", L"C:gone", L"C:", L"C", L"..\\gone", L""})
+    for (const wchar_t* const path : {L"\\gone", L"C:gone", L"C:", L"C", L"..\\gone"})
     {
         EXPECT_EQ(GetCanonicalPath(path), path);
     }

@@ -74,7 +74,7 @@ TEST_F(FindProcessesLockingDirectoryTest, Finds_what_was_started_from_the_folder
     AddProgram(3400, L"Velmora\\b.exe");
     AddProgram(1200, L"Velmora\\bin\\deep\\a.exe");
     AddProgram(1200, L"Velmora\\given_twice.exe");
-    AddProgram(1300, L"Velmora\\.hidden\\c.exe"); // what begins with a full stop is left out
+    AddProgram(1300, L"Velmora\\.hidden\\c.exe"); // left out, as all that begins with a full stop
     AddProgram(1400, L"Velmora\\x.y\\d");
     AddProgram(1500, InUpperCase(folder) + L"bin\\gone.exe"); // its file has been deleted
     AddProgram(4, L"Velmora2\\a.exe");

@@ -105,11 +105,6 @@ struct FakeDesktopShell::Chain
             *result = m_next->m_self;
             return S_OK;
         }
-        template <class Interface>
-        HRESULT Give(Interface** result, const char* method) const
-        {
-            return Give(reinterpret_cast<void**>(result), __uuidof(Interface), method);
-        }
 
         FakeDesktopShell& m_shell;
         const std::string m_name;
@@ -214,7 +209,7 @@ struct FakeDesktopShell::Chain
 
         HRESULT WINAPI QueryActiveShellView(IShellView** result) override
         {
-            return Give(result, "QueryActiveShellView");
+            return Give(reinterpret_cast<void**>(result), __uuidof(IShellView), "QueryActiveShellView");
         }
 
         HRESULT WINAPI GetWindow(HWND*) override { return Unexpected(); }
@@ -265,7 +260,10 @@ struct FakeDesktopShell::Chain
     public:
         using Scriptable::Scriptable;
 
-        HRESULT WINAPI get_Application(IDispatch** result) override { return Give(result, "get_Application"); }
+        HRESULT WINAPI get_Application(IDispatch** result) override
+        {
+            return Give(reinterpret_cast<void**>(result), __uuidof(IDispatch), "get_Application");
+        }
 
         HRESULT WINAPI get_Parent(IDispatch**) override { return Unexpected(); }
         HRESULT WINAPI get_Folder(Folder**) override { return Unexpected(); }
