@@ -55,43 +55,18 @@ public:
         return node == nullptr ? std::nullopt : std::optional(AutomationElement(node));
     }
 
-    // Its properties; empty, 0 or all 0 when it does not have them.
-    std::wstring Name() const { return Value(*this, 30005).Text(); }
-    std::wstring AutomationId() const { return Value(*this, 30011).Text(); }
-    long ControlType() const { return Value(*this, 30003).Number(); }
-    std::array<double, 4> Bounds() const { return Value(*this, 30001).Numbers(); } // left, top, width, height
+    // Empty when it has none.
+    std::wstring Name() const
+    {
+        constexpr PROPERTYID c_name = 30005;
+        VARIANT value{};
+        UiaGetPropertyValue(m_node.get(), c_name, &value);
+        std::wstring name = value.vt == VT_BSTR ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal)) : L"";
+        VariantClear(&value);
+        return name;
+    }
 
 private:
-    class Value
-    {
-    public:
-        Value(const AutomationElement& element, PROPERTYID id)
-        {
-            UiaGetPropertyValue(element.m_node.get(), id, &m_value);
-        }
-        Value(const Value&) = delete;
-        Value& operator=(const Value&) = delete;
-        ~Value() { VariantClear(&m_value); }
-
-        std::wstring Text() const
-        {
-            return m_value.vt == VT_BSTR ? std::wstring(m_value.bstrVal, SysStringLen(m_value.bstrVal)) : L"";
-        }
-        long Number() const { return m_value.vt == VT_I4 ? m_value.lVal : 0; }
-        std::array<double, 4> Numbers() const
-        {
-            std::array<double, 4> numbers{};
-            for (LONG index = 0; m_value.vt == (VT_ARRAY | VT_R8) && index < 4; ++index)
-            {
-                SafeArrayGetElement(m_value.parray, &index, &numbers.at(static_cast<std::size_t>(index)));
-            }
-            return numbers;
-        }
-
-    private:
-        VARIANT m_value{};
-    };
-
     explicit AutomationElement(HUIANODE node) : m_node(node, UiaNodeRelease) {}
 
     std::shared_ptr<HUIANODE__> m_node;

@@ -31,8 +31,6 @@ protected:
         LayDownSample();
     }
 
-    void ExpectNoReportsLeft() const { EXPECT_EQ(After().Find(ReportFolder()), nullptr); }
-
     // What a run that crashed has left.
     static void LeaveCrash()
     {
@@ -86,40 +84,31 @@ private:
     }
 };
 
-TEST_F(CrashReportTest, A_copy_that_cannot_be_made_is_reported)
+TEST_F(CrashReportTest, A_copy_that_cannot_be_made_ends_the_run_and_is_reported)
 {
     const IngestionServer server;
     LayDownFor(server);
     WriteTestFile(RelocatedCopy(), 100);
-    const UniqueHandle reader = OwnFile(
-        CreateFileW(RelocatedCopy().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueHandle reader = Hold(RelocatedCopy());
     ASSERT_TRUE(reader);
     RunInstalled();
-    EXPECT_EQ(Result().exitCode, c_copyFailed);
+    // A sharing violation.
+    ExpectEnd(c_copyFailed, CopyFailedLog("Silent", "-2147024864"), UntouchedState(), true);
     ExpectEventOfTheLog(server);
-    ExpectNoReportsLeft();
 }
 
-TEST_F(CrashReportTest, A_run_that_succeeds_reports_nothing)
-{
-    const IngestionServer server;
-    LayDownFor(server);
-    Run();
-    ExpectFullSuccess();
-    EXPECT_TRUE(server.Requests().empty());
-}
-
-TEST_F(CrashReportTest, A_crash_of_an_earlier_run_is_sent)
+TEST_F(CrashReportTest, A_run_that_succeeds_sends_the_crash_of_an_earlier_one_and_nothing_else)
 {
     const IngestionServer server;
     LayDownFor(server);
     LeaveCrash();
     Run();
-    EXPECT_EQ(Result().exitCode, c_fullSuccess);
+    MachineState state = DeclaredState();
+    state.Erase(ReportFolder());
+    ExpectFullSuccess({}, state);
     const auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 1U);
     ExpectCrash(requests[0]);
-    ExpectNoReportsLeft();
 }
 
 // The first process waits two seconds for the server, while its copy already looks for what holds the folder.

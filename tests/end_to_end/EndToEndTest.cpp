@@ -70,21 +70,14 @@ DialogAnswer AnswerConfirmation(std::optional<int> button, std::optional<int> ra
 
 DialogAnswer FullSuccessMessage()
 {
-    return {.title = L"Velmora Uninstalled",
-            .message = {{L"Velmora has been successfully uninstalled.", MessageIcon::Information}}};
+    return {.title = L"Velmora Uninstalled", .message = L"Velmora has been successfully uninstalled."};
 }
 
 DialogAnswer PartialUninstallMessage()
 {
     return {.title = L"Velmora Partially Uninstalled",
-            .message = {{L"Velmora has been successfully uninstalled, but some files may remain. See the logs for more "
-                         L"information.",
-                         MessageIcon::Warning}}};
-}
-
-DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text)
-{
-    return {.title = title, .message = {{text, MessageIcon::Error}}};
+            .message = L"Velmora has been successfully uninstalled, but some files may remain. See the logs for more "
+                       L"information."};
 }
 
 EndToEndTest::EndToEndTest() : m_program(Expand(L"<Downloads>") + L"\\" + std::wstring(c_programName))
@@ -137,7 +130,7 @@ void EndToEndTest::RunAt(const std::wstring& program, const std::wstring& argume
     m_result = RunProgram(program, arguments, options);
     m_after = MachineState::Capture(m_furtherDrives);
     EXPECT_EQ(m_result.dialogsAnswered, options.answers.size());
-    std::vector<MessageBoxText> messages;
+    std::vector<std::wstring> messages;
     for (const DialogAnswer& answer : options.answers)
     {
         if (answer.message)

@@ -19,13 +19,11 @@ namespace Testing
 {
 // The exit codes of a run.
 inline constexpr unsigned long c_fullSuccess = 0;
-inline constexpr unsigned long c_windowsTooOld = 2;
 inline constexpr unsigned long c_notElevated = 9;
 inline constexpr unsigned long c_alreadyRunning = 10;
 inline constexpr unsigned long c_clientRunning = 12;
 inline constexpr unsigned long c_copyFailed = 16;
 inline constexpr unsigned long c_partialUninstall = 18;
-inline constexpr unsigned long c_folderLocked = 22;
 
 // How a user answers the question whether to uninstall.
 DialogAnswer AnswerConfirmation(std::optional<int> button, std::optional<int> radioButton = {});
@@ -33,7 +31,6 @@ DialogAnswer AnswerConfirmation(std::optional<int> button, std::optional<int> ra
 // What a run with a window tells the user in the end; the user closes it.
 DialogAnswer FullSuccessMessage();
 DialogAnswer PartialUninstallMessage();
-DialogAnswer ErrorMessage(const std::wstring& title, const std::wstring& text);
 
 class EndToEndTest : public ::testing::Test
 {
@@ -69,9 +66,6 @@ protected:
 
     // The same for a run that went on as its copy: that is left instead, with the log of the first process.
     MachineState RelocatedState(const std::wstring& temporaryFolder = TemporaryFolder()) const;
-
-    // The same for a run that could not make its log's folder where it usually is.
-    MachineState DeclaredStateWithoutLogFolder() const { return StateAfter(m_program); }
 
     // The state that a run must have led to that removed nothing at all, and asked no server for anything.
     MachineState UntouchedState() const;

@@ -14,8 +14,6 @@ namespace Testing
 {
 namespace
 {
-constexpr std::string_view c_version = "2.8.1.2171";
-
 std::string Warning(std::string_view message)
 {
     return std::string(c_warningTag) + std::string(message);
@@ -25,13 +23,6 @@ std::string Error(std::string_view message)
 {
     return std::string(c_errorTag) + std::string(message);
 }
-
-constexpr std::string_view c_differentUser =
-    "[ClientHelper] This process is likely running under a different user account. We cannot close this without "
-    "resorting to... undesirable methods. Restart the system to continue.";
-
-constexpr std::string_view c_notAsked = "[ClientHelper] Running as silent, cannot prompt user to terminate these "
-                                        "processes, so terminating automatically...";
 
 // A text of a step with the folders of this machine and of the run.
 std::string Fill(std::string_view text, std::string_view folder)
@@ -45,33 +36,29 @@ std::string TriedToEnd(unsigned long id)
                 "). Attempting to force close...");
 }
 
-std::vector<std::string> CheckVersion(std::string_view runType)
+std::vector<std::string> Begin(std::string_view runType)
 {
-    return {Info("Running the Velmora uninstaller (<pid>)..."), Info("Requested run type of " + std::string(runType)),
-            Info("Checking to sure we are running on Windows 10.0.19041 or higher...")};
+    return {Info("Running the Velmora uninstaller (<pid>)..."), Info("Requested run type of " + std::string(runType))};
 }
 
 std::vector<std::string> CheckElevation(std::string_view runType)
 {
-    return Join({CheckVersion(runType), {Info("Checking to see if elevated...")}});
+    return Join({Begin(runType),
+                 {Info("Checking to sure we are running on Windows 10.0.19041 or higher..."),
+                  Info("Checking to see if elevated...")}});
 }
 
-std::string FoundRecord(std::wstring_view location, std::string_view version = c_version)
+std::string FoundRecord(std::wstring_view location)
 {
-    return Info("Found Velmora install entry at '" + ToUtf8(location) + "', version " + std::string(version) + ".");
+    return Info("Found Velmora install entry at '" + ToUtf8(location) + "', version 2.8.1.2171.");
 }
 
-std::vector<std::string> BeginRelocation(std::string_view runType, std::wstring_view location = {})
+std::vector<std::string> BeginRelocation(std::string_view runType)
 {
     return Join({CheckElevation(runType),
-                 {FoundRecord(location.empty() ? InstallFolder() + L"\\" : std::wstring(location)),
+                 {FoundRecord(InstallFolder() + L"\\"),
                   Info("Uninstaller is running inside installation directory. Copying to temporary location so we can "
                        "continue...")}});
-}
-
-std::string StartText(std::wstring_view copy, std::string_view argument)
-{
-    return "\"" + ToUtf8(copy) + "\" process (with args of \"" + std::string(argument) + "\")";
 }
 
 // What a request to open the log leaves there: nothing of it is shown except in GUI runs.
@@ -103,18 +90,11 @@ std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists
 
 std::vector<std::string> HelpLog()
 {
-    std::vector<std::string> lines = CheckVersion("Verbose");
-    lines.back() = Info("-v  | --verbose            | Detailed uninstaller logging");
-    return Join({lines,
-                 {Info("-s  | --silent             | Don't show a status GUI"),
+    return Join({Begin("Verbose"),
+                 {Info("-v  | --verbose            | Detailed uninstaller logging"),
+                  Info("-s  | --silent             | Don't show a status GUI"),
                   Info("-g  | --gui                | Show a status GUI (default)"),
                   Info("-h  | --help               | Display this help screen")}});
-}
-
-std::vector<std::string> TooOldWindowsLog(std::string_view runType)
-{
-    return Join({CheckVersion(runType),
-                 {Error("You need at least Windows 10 20H1 - May 2020 Update (10.0.19041) to continue.")}});
 }
 
 std::vector<std::string> NotElevatedLog(std::string_view runType)
@@ -137,11 +117,10 @@ std::vector<std::string> CancelledLog(std::string_view runType)
         {CheckElevation(runType), {FoundRecord(InstallFolder() + L"\\"), Info("User canceled the uninstaller.")}});
 }
 
-std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
-                                       std::wstring_view location)
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument)
 {
-    return Join({BeginRelocation(runType, location),
-                 {Info("Starting " + StartText(copy, argument)),
+    return Join({BeginRelocation(runType),
+                 {Info("Starting \"" + ToUtf8(copy) + "\" process (with args of \"" + std::string(argument) + "\")"),
                   Info("This process will now exit (without waiting for user feedback)"), Info("----------")}});
 }
 
@@ -169,21 +148,15 @@ std::vector<std::string> EndedByForce(unsigned long id)
 
 std::vector<std::string> NotAllowedToEnd(unsigned long id)
 {
-    return {TriedToEnd(id), Warning(c_differentUser)};
+    return {TriedToEnd(id),
+            Warning("[ClientHelper] This process is likely running under a different user account. We cannot close "
+                    "this without resorting to... undesirable methods. Restart the system to continue.")};
 }
 
-std::string ClientsEnded(ClientsEnd end)
+std::string ClientsEnded(bool all)
 {
-    switch (end)
-    {
-    case ClientsEnd::ByThemselves:
-        return Info("[ClientHelper] Velmora process has terminated successfully.");
-    case ClientsEnd::ByForce:
-        return Info("[ClientHelper] Velmora process has been successfully terminated.");
-    case ClientsEnd::Not:
-        break;
-    }
-    return Error("[ClientHelper] Velmora process is still running after force termination attempt.");
+    return all ? Info("[ClientHelper] Velmora process has been successfully terminated.")
+               : Error("[ClientHelper] Velmora process is still running after force termination attempt.");
 }
 
 std::string CheckedFolder(std::string_view folder)
@@ -215,57 +188,15 @@ std::vector<std::string> EndedLockers(const std::vector<Locker>& lockers)
 
 std::vector<std::string> SilentlyEnded(const std::vector<Locker>& lockers)
 {
-    return Join({FoundLockers(lockers), {Info(c_notAsked)}, EndedLockers(lockers)});
-}
-
-std::vector<std::string> NotAllowedToEnd(const Locker& locker)
-{
-    return Join({FoundLockers({locker}),
-                 {Info(c_notAsked), Info("[ClientHelper] Attempting to terminate processes..."),
-                  Info("[ClientHelper] Terminating " + std::string(locker.name) + "..."), Warning(c_differentUser)}});
+    return Join({FoundLockers(lockers),
+                 {Info("[ClientHelper] Running as silent, cannot prompt user to terminate these processes, so "
+                       "terminating automatically...")},
+                 EndedLockers(lockers)});
 }
 
 std::vector<std::string> Retried()
 {
     return {Info("[ClientHelper] User prompted to retry...")};
-}
-
-MigratorLog& MigratorLog::Deprovisions()
-{
-    m_provisioned.push_back(Info("[Migrator] Deprovisioned Velmora Package to prevent future auto-installs..."));
-    return *this;
-}
-
-MigratorLog& MigratorLog::Removes(std::wstring_view folder)
-{
-    m_installed.push_back(Info("[Migrator] Preparing to remove legacy Velmora installation at: " + ToUtf8(folder)));
-    m_installed.push_back(Info("[Migrator] Successfully removed legacy Velmora installation!"));
-    return *this;
-}
-
-MigratorLog& MigratorLog::RemovesForOneUser(std::wstring_view folder, std::string_view code)
-{
-    Removes(folder);
-    m_installed.insert(m_installed.end() - 1,
-                       {Error("[Migrator] Failed to remove legacy Velmora installation: " + std::string(code)),
-                        Info("[Migrator] Attempting to remove for single user only...")});
-    return *this;
-}
-
-MigratorLog& MigratorLog::FailsToSearch()
-{
-    m_provisioned.push_back(
-        Error("[Migrator] Failed to search for provisioned Velmora legacy packages: Unknown Error"));
-    m_installed.push_back(Error("[Migrator] Failed to search for installed Velmora legacy packages: Unknown Error"));
-    return *this;
-}
-
-std::vector<std::string> MigratorLog::Lines() const
-{
-    return Join({{Info("[Migrator] Searching for provisioned Velmora legacy packages...")},
-                 m_provisioned,
-                 {Info("[Migrator] Searching for installed Velmora legacy packages...")},
-                 m_installed});
 }
 
 ExpectedLog& ExpectedLog::Runs(std::string_view type)
@@ -283,13 +214,12 @@ ExpectedLog& ExpectedLog::RemovesSettings()
 ExpectedLog::ExpectedLog()
 {
     FindsRecord(InstallFolder() + L"\\");
-    m_migration =
-        HasServers() ? MigratorLog().Deprovisions().Removes(LegacyPackageFolder()).Lines() : MigratorLog().Lines();
+    FindsPackage(HasServers(), HasServers());
 }
 
-ExpectedLog& ExpectedLog::FindsRecord(std::wstring_view location, std::string_view version)
+ExpectedLog& ExpectedLog::FindsRecord(std::wstring_view location)
 {
-    m_record = {FoundRecord(location, version)};
+    m_record = {FoundRecord(location)};
     m_folder = ToUtf8(location);
     return *this;
 }
@@ -321,16 +251,10 @@ ExpectedLog& ExpectedLog::Lockers(const std::vector<std::string>& lines)
     return *this;
 }
 
-ExpectedLog& ExpectedLog::EndsWithRunningClient()
+ExpectedLog& ExpectedLog::EndsWithClients(const std::vector<std::string>& lines)
 {
-    m_end = End::WithRunningClient;
-    return *this;
-}
-
-ExpectedLog& ExpectedLog::EndsWithLockedFolder()
-{
-    m_end = End::WithLockedFolder;
-    return *this;
+    m_endsWithClients = true;
+    return Clients(lines);
 }
 
 ExpectedLog& ExpectedLog::LeavesOut(Step step)
@@ -339,14 +263,20 @@ ExpectedLog& ExpectedLog::LeavesOut(Step step)
     return *this;
 }
 
-ExpectedLog& ExpectedLog::FindsNoPackage()
+ExpectedLog& ExpectedLog::FindsPackage(bool isProvisioned, bool isInstalled)
 {
-    return Migrates(MigratorLog().Lines());
-}
-
-ExpectedLog& ExpectedLog::Migrates(std::vector<std::string> lines)
-{
-    m_migration = std::move(lines);
+    m_migration = {Info("[Migrator] Searching for provisioned Velmora legacy packages...")};
+    if (isProvisioned)
+    {
+        m_migration.push_back(Info("[Migrator] Deprovisioned Velmora Package to prevent future auto-installs..."));
+    }
+    m_migration.push_back(Info("[Migrator] Searching for installed Velmora legacy packages..."));
+    if (isInstalled)
+    {
+        m_migration.push_back(
+            Info("[Migrator] Preparing to remove legacy Velmora installation at: " + ToUtf8(LegacyPackageFolder())));
+        m_migration.push_back(Info("[Migrator] Successfully removed legacy Velmora installation!"));
+    }
     return *this;
 }
 
@@ -362,7 +292,7 @@ std::vector<std::string> ExpectedLog::Lines() const
                                            m_record,
                                            {Info(m_removesSettings ? c_settingsGo : c_settingsStay), Info(c_stopping)},
                                            m_clients});
-    if (m_end == End::WithRunningClient)
+    if (m_endsWithClients)
     {
         return Join({lines, {Error("Is Client Stopped:0, Services Stopped Result: 0")}});
     }
@@ -372,10 +302,6 @@ std::vector<std::string> ExpectedLog::Lines() const
                                         ? "[ClientHelper] Directory does not exist, cannot be locked!"
                                         : "[ClientHelper] No processes found locking the directory.";
         lines = Join({lines, {CheckedFolder(m_folder)}, m_lockers.value_or(std::vector{Info(nothing)})});
-    }
-    if (m_end == End::WithLockedFolder)
-    {
-        return Join({lines, OpenLog(m_runType)});
     }
     bool isPartial = false;
     for (const StepRow& row : Steps())

@@ -14,15 +14,13 @@ namespace Testing
 {
 // The lines of runs that do not get to uninstalling. The process ID is "<pid>" in all of them.
 std::vector<std::string> HelpLog();
-std::vector<std::string> TooOldWindowsLog(std::string_view runType);
 std::vector<std::string> NotElevatedLog(std::string_view runType);
 std::vector<std::string> SecondInstanceLog(std::string_view runType);
 std::vector<std::string> CancelledLog(std::string_view runType);
 
-// The lines of a run that goes on as its copy, which is started with that argument; or cannot be copied or started, for
-// a reason in numbers. The record names the sample's own folder unless there is another location.
-std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument,
-                                       std::wstring_view location = {});
+// The lines of a run that goes on as its copy, which is started with that argument; or cannot be copied, for a reason
+// in numbers.
+std::vector<std::string> RelocationLog(std::string_view runType, std::wstring_view copy, std::string_view argument);
 std::vector<std::string> CopyFailedLog(std::string_view runType, std::string_view reason);
 
 // What a run says about a client: that it is asked to close, by so many windows; that it is ended, or cannot be because
@@ -31,14 +29,8 @@ std::vector<std::string> AskedToClose(unsigned long id, unsigned windows = 1);
 std::vector<std::string> EndedByForce(unsigned long id);
 std::vector<std::string> NotAllowedToEnd(unsigned long id);
 
-// And about all clients together.
-enum class ClientsEnd
-{
-    ByThemselves,
-    ByForce,
-    Not
-};
-std::string ClientsEnded(ClientsEnd end);
+// And about all clients together when some had to be ended: whether all of them have.
+std::string ClientsEnded(bool all);
 
 // A program that runs from the installation folder.
 struct Locker
@@ -54,9 +46,8 @@ std::string CheckedFolder(std::string_view folder);
 std::vector<std::string> FoundLockers(const std::vector<Locker>& lockers);
 std::vector<std::string> EndedLockers(const std::vector<Locker>& lockers);
 
-// Both for a silent run, which does not ask; and that the only one cannot be ended because it is somebody else's.
+// Both for a silent run, which does not ask.
 std::vector<std::string> SilentlyEnded(const std::vector<Locker>& lockers);
-std::vector<std::string> NotAllowedToEnd(const Locker& locker);
 
 // That the user presses "Retry".
 std::vector<std::string> Retried();
@@ -66,27 +57,6 @@ std::vector<std::string> Join(const std::vector<std::vector<std::string>>& lists
 
 // A single line.
 std::string Info(std::string_view message);
-
-// The lines of one attempt to remove the legacy package, put together from what it finds.
-class MigratorLog
-{
-public:
-    // A provisioned package that is deprovisioned.
-    MigratorLog& Deprovisions();
-
-    // An installed package that goes for all users; or, when that fails, for the current one alone.
-    MigratorLog& Removes(std::wstring_view folder);
-    MigratorLog& RemovesForOneUser(std::wstring_view folder, std::string_view code);
-
-    // Both searches end with an exception of no kind that is known.
-    MigratorLog& FailsToSearch();
-
-    std::vector<std::string> Lines() const;
-
-private:
-    std::vector<std::string> m_provisioned;
-    std::vector<std::string> m_installed;
-};
 
 class ExpectedLog
 {
@@ -102,7 +72,7 @@ public:
     ExpectedLog& RemovesSettings();
 
     // The run finds another record, or none that can be used.
-    ExpectedLog& FindsRecord(std::wstring_view location, std::string_view version = "2.8.1.2171");
+    ExpectedLog& FindsRecord(std::wstring_view location);
     ExpectedLog& FindsNoRecord();
 
     // The folder of that record is one of those that are never deleted: nobody is looked for in it, and the step fails.
@@ -112,16 +82,15 @@ public:
     ExpectedLog& Clients(const std::vector<std::string>& lines);
     ExpectedLog& Lockers(const std::vector<std::string>& lines);
 
-    // The run ends after that, with nothing removed.
-    ExpectedLog& EndsWithRunningClient();
-    ExpectedLog& EndsWithLockedFolder();
+    // The run ends after what is said about clients, with nothing removed.
+    ExpectedLog& EndsWithClients(const std::vector<std::string>& lines);
 
     // The step is not taken, so nothing is said about it.
     ExpectedLog& LeavesOut(Step step);
 
-    // The run finds no legacy package; or these are the lines of the attempts to remove it, one after the other.
-    ExpectedLog& FindsNoPackage();
-    ExpectedLog& Migrates(std::vector<std::string> lines);
+    // The run finds no legacy package, or a part of it.
+    ExpectedLog& FindsNoPackage() { return FindsPackage(false, false); }
+    ExpectedLog& FindsPackage(bool isProvisioned, bool isInstalled);
 
     // The step fails with an error number of Windows' or an HRESULT.
     ExpectedLog& Fails(Step step, unsigned long error);
@@ -130,13 +99,6 @@ public:
     std::vector<std::string> Lines() const;
 
 private:
-    enum class End
-    {
-        WhenAllIsDone,
-        WithRunningClient,
-        WithLockedFolder
-    };
-
     std::string m_runType = "Silent";
     bool m_removesSettings = false;
     bool m_refusesFolder = false;
@@ -144,7 +106,7 @@ private:
     std::string m_folder;
     std::vector<std::string> m_clients;
     std::optional<std::vector<std::string>> m_lockers;
-    End m_end = End::WhenAllIsDone;
+    bool m_endsWithClients = false;
     std::vector<std::string> m_migration;
     std::set<Step> m_leftOut;
     std::map<Step, unsigned long> m_failures;

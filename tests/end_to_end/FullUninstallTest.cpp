@@ -1,11 +1,14 @@
 // The product as it is installed, uninstalled as it is meant to be.
 #include "EndToEndTest.h"
 #include "support/end_to_end/Names.h"
+#include "support/end_to_end/Servers.h"
 
 namespace Testing
 {
 namespace
 {
+using Calls = std::vector<std::wstring>;
+
 class FullUninstallTest : public EndToEndTest
 {
 protected:
@@ -27,71 +30,19 @@ TEST_F(FullUninstallTest, A_silent_run_removes_exactly_what_the_installer_made_a
     {
         EXPECT_NE(Before().Find(item.path), nullptr) << ToUtf8(item.path);
     }
+    if (HasServers())
+    {
+        EXPECT_EQ(StateOf(Server::Firewall).Calls(), (Calls{L"create", L"rules", L"remove Velmora Login Server"}));
+        EXPECT_EQ(StateOf(Server::Packages).Calls(),
+                  (Calls{L"FindProvisionedPackages", L"DeprovisionPackageForAllUsersAsync Orvane.Velmora_k4wz81tqm0d3x",
+                         L"FindPackages", c_packageRemoval}));
+    }
     ExpectNothingToDo();
-}
-
-TEST_F(FullUninstallTest, What_follows_the_switch_is_ignored)
-{
-    LayDownSample();
-    Run(L"--silent --gui");
-    ExpectFullSuccess();
-}
-
-TEST_F(FullUninstallTest, Only_the_32_bit_programs_own_registry_looks_alike_and_stays)
-{
-    LayDownSample();
-    constexpr std::wstring_view c_key =
-        LR"(HKLM\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\Uninstall\Velmora)";
-    WriteValue(c_key, L"InstallLocation", REG_SZ, TextValue(REG_SZ, LR"(C:\Elsewhere)").data);
-    Run();
-    ExpectFullSuccess();
-    RemoveValue(c_key, L"InstallLocation");
 }
 
 TEST_F(FullUninstallTest, Nothing_installed_leaves_everything_as_it_is)
 {
     ExpectNothingToDo();
 }
-
-class MissingPartTest : public EndToEndTest, public ::testing::WithParamInterface<Step>
-{
-};
-
-TEST_P(MissingPartTest, A_part_that_is_missing_is_no_failure)
-{
-    LayDownSample({GetParam()});
-    Run();
-    ExpectedLog log;
-    if (GetParam() == Step::UninstallEntry)
-    {
-        log.FindsNoRecord();
-    }
-    if (GetParam() == Step::InstallFolder)
-    {
-        log.LeavesOut(Step::InstallFolder);
-    }
-    if (GetParam() == Step::LegacyPackage)
-    {
-        log.FindsNoPackage();
-    }
-    ExpectFullSuccess(log);
-}
-
-// Those that remove something which the sample lays down, and which does not stay in a silent run anyway.
-std::vector<Step> StepsOfSample()
-{
-    std::vector<Step> steps;
-    for (const StepRow& row : Steps())
-    {
-        if (!row.parts.empty() && row.parts.front().kind != ProductPart::Kind::Service && !row.isOnlyWithSettings)
-        {
-            steps.push_back(row.step);
-        }
-    }
-    return steps;
-}
-
-INSTANTIATE_TEST_SUITE_P(Without, MissingPartTest, ::testing::ValuesIn(StepsOfSample()),
-                         [](const auto& step) { return std::string(RowOf(step.param).name); });
 } // namespace
 } // namespace Testing

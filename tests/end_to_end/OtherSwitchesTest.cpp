@@ -1,14 +1,10 @@
 // The switches other than the silent one: consoles, the confirmation, and the help.
 #include "EndToEndTest.h"
-#include "support/end_to_end/Identity.h"
-#include "support/end_to_end/LimitedUser.h"
-#include "support/end_to_end/LogViewer.h"
 #include "support/end_to_end/Names.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,24 +49,11 @@ protected:
     }
 };
 
-class HelpTest : public OtherSwitchesTest, public ::testing::WithParamInterface<const wchar_t*>
+TEST_F(OtherSwitchesTest, What_is_no_switch_shows_the_help_in_a_console_and_nothing_is_removed)
 {
-};
-
-TEST_P(HelpTest, Is_shown_in_a_console_and_nothing_is_removed)
-{
-    Run(GetParam(), {.hasShortLog = true, .hasConsole = true});
+    Run(L"\u00e9\u0416\u65e5\U0001f600", {.hasShortLog = true, .hasConsole = true});
     ExpectEnd(c_fullSuccess, HelpLog(), UntouchedState(), false);
     ExpectConsole(HelpLog());
-}
-
-INSTANTIATE_TEST_SUITE_P(Switch, HelpTest, ::testing::Values(L"--help", L"-h -s", L"\u00e9\u0416\u65e5\U0001f600"));
-
-TEST_F(OtherSwitchesTest, A_yes_keeps_the_settings_and_a_run_with_a_window_has_no_console)
-{
-    Run(L"--gui", {.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}});
-    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
-    EXPECT_TRUE(Result().console.empty());
 }
 
 TEST_F(OtherSwitchesTest, A_verbose_run_shows_its_log_in_a_console_and_asks)
@@ -81,40 +64,11 @@ TEST_F(OtherSwitchesTest, A_verbose_run_shows_its_log_in_a_console_and_asks)
     ExpectConsole(log.Lines());
 }
 
-// A button of the confirmation, or the frame's close box.
-class CancelTest : public OtherSwitchesTest, public ::testing::WithParamInterface<std::optional<int>>
-{
-};
-
-TEST_P(CancelTest, Removes_nothing)
+TEST_F(OtherSwitchesTest, A_confirmation_that_is_closed_by_its_frame_removes_nothing)
 {
     constexpr int c_removeSettings = 1;
-    Run(L"", {.answers = {AnswerConfirmation(GetParam(), c_removeSettings)}});
+    Run(L"", {.answers = {AnswerConfirmation({}, c_removeSettings)}});
     ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
-}
-
-INSTANTIATE_TEST_SUITE_P(How, CancelTest,
-                         ::testing::Values(std::optional(IDNO), std::optional(IDCANCEL), std::nullopt));
-
-// The program is elevated, and the user's desktop is not. That one is there first.
-class DesktopUserTest : public LimitedDesktop, public EndToEndTest
-{
-};
-
-TEST_F(DesktopUserTest, Is_shown_a_log_that_tells_of_failures_without_elevation)
-{
-    LayDownSample();
-    const LogViewer viewer;
-    const std::wstring kept = InstallFolder() + L"\\read-only.txt";
-    WriteTestFile(kept, 10, FILE_ATTRIBUTE_READONLY);
-    Run(L"", {.answers = {AnswerConfirmation(IDYES), PartialUninstallMessage()}});
-    MachineState state = DeclaredState();
-    state.CopyWithParents(kept, Before());
-    ExpectPartialUninstall(ExpectedLog().Runs("Gui").Fails(Step::InstallFolder, ERROR_ACCESS_DENIED), state);
-    const LogViewer::Note note = viewer.Read();
-    EXPECT_EQ(note.file, ToUtf8(Result().logPath));
-    EXPECT_EQ(note.user, ToUtf8(UserOf(LimitedToken().get())));
-    EXPECT_EQ(note.elevation, "not elevated");
 }
 } // namespace
 } // namespace Testing

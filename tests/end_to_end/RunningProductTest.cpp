@@ -1,8 +1,6 @@
-// The tests' own means: what the running parts of the sample product leave behind, and what stands in for Windows.
+// The tests' own means: the sample product's client, and what stands in for Windows.
 #include "support/end_to_end/RunningProduct.h"
 
-#include "support/end_to_end/MachineState.h"
-#include "support/end_to_end/Names.h"
 #include "support/end_to_end/SampleInstallation.h"
 #include "support/end_to_end/Services.h"
 #include "support/end_to_end/StandIns.h"
@@ -20,28 +18,9 @@ namespace Testing
 {
 namespace
 {
-std::wstring ClientPath()
-{
-    return InstallFolder() + LR"(\current\Velmora.exe)";
-}
-
-TEST(RunningProductTest, Leaves_the_machine_as_it_was)
-{
-    const MachineState before = MachineState::Capture();
-    {
-        SampleService service(c_authService, ServiceMode::Refuses);
-        service.Start();
-        const SampleClient client(ClientPath(), ClientMode::Ignores);
-        const SampleProgram program(InstallFolder() + LR"(\tools\inner\Helper.exe)");
-        EXPECT_NE(Compare(before, MachineState::Capture()), std::vector<std::string>());
-    }
-    EXPECT_EQ(Compare(before, MachineState::Capture()), std::vector<std::string>());
-    EXPECT_EQ(TakeLeftOver(), std::vector<std::string>());
-}
-
 TEST(RunningProductTest, A_client_closes_at_the_command_and_at_no_other)
 {
-    const SampleClient client(ClientPath(), ClientMode::HasOtherWindows);
+    const SampleClient client(InstallFolder() + LR"(\current\Velmora.exe)", ClientMode::HasOtherWindows);
     HWND window = FindWindowW(L"Velmora_Main", nullptr);
     ASSERT_NE(window, nullptr);
     PostMessageW(window, WM_COMMAND, c_closeCommand - 1, 0);
@@ -59,7 +38,7 @@ TEST(StandInsTest, A_control_is_refused_as_Windows_refuses_it_and_written_down)
 {
     SampleService service(c_authService, ServiceMode::Ignores);
     service.Start();
-    const StandIns standIns({});
+    const StandIns standIns;
     const auto [name, value] = standIns.Variable();
     SetEnvironmentVariableW(name.c_str(), value.c_str());
     standIns.LoadInto(GetCurrentProcess());

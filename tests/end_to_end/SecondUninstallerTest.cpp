@@ -1,7 +1,5 @@
 // Two uninstallers at the same time: whichever is first, both come to an end, and the machine is clean.
 #include "EndToEndTest.h"
-#include "support/end_to_end/Names.h"
-#include "support/end_to_end/Owners.h"
 
 #include <windows.h>
 
@@ -41,33 +39,13 @@ private:
     std::optional<RunResult> m_second;
 };
 
-TEST_F(SecondUninstallerTest, Started_at_once_only_one_of_them_uninstalls)
-{
-    LayDownSample();
-    // Whoever uninstalls does not get to the end of it before the other one is refused: a file is in use until then.
-    UniqueHandle held = OwnFile(CreateFileW((InstallFolder() + LR"(\current\Velmora.exe)").c_str(), GENERIC_READ,
-                                            FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(held);
-    const RunOptions second{.whileRunning = [&](const std::string& log) {
-        if (log.find("Only one instance") != std::string::npos)
-        {
-            held.reset();
-        }
-    }};
-    // True before there is any log.
-    Run(L"-s", WithSecond("", ProgramPath(), L"-s", second));
-    // Either may be the first to find nobody else.
-    EXPECT_EQ(Result().exitCode + Second().exitCode, c_fullSuccess + c_alreadyRunning);
-    ExpectClean(DeclaredState());
-}
-
 TEST_F(SecondUninstallerTest, With_a_window_it_says_why_it_ends_and_the_first_goes_on_meanwhile)
 {
     LayDownSample();
-    const DialogAnswer refusal = ErrorMessage(
-        L"Velmora Uninstaller Failed",
-        L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no other "
-        L"instances are open and try again. If this fails to fix the problem, restart your device.");
+    const DialogAnswer refusal{
+        .title = L"Velmora Uninstaller Failed",
+        .message = L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no "
+                   L"other instances are open and try again. If this fails to fix the problem, restart your device."};
     // The first one waits for somebody who has seen its result: it does not get to its end before.
     RunOptions first = WithSecond("Deleting installation folder...", ProgramPath(), L"-g", {.answers = {refusal}});
     first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};

@@ -1,10 +1,8 @@
 // A product that is running when it is uninstalled: its services, its clients, and programs from its folder.
 #include "EndToEndTest.h"
 #include "support/common/DirectoryLink.h"
-#include "support/end_to_end/LogViewer.h"
 #include "support/end_to_end/Names.h"
 #include "support/end_to_end/RunningProduct.h"
-#include "support/end_to_end/Services.h"
 #include "support/end_to_end/StandIns.h"
 
 #include <windows.h>
@@ -13,9 +11,7 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <list>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -57,9 +53,6 @@ protected:
         }
         EXPECT_EQ(asked, processes);
     }
-
-    // A run that removed nothing.
-    MachineState NothingRemoved() const { return CancelledState(); }
 };
 
 // ---- Services ------------------------------------------------------------------------------------------------------
@@ -112,30 +105,6 @@ INSTANTIATE_TEST_SUITE_P(Modes, ServiceStopTest,
                                                       StoppedService{ServiceMode::ExitsUnreported, c_exitedUnreported},
                                                       StoppedService{ServiceMode::Obeys, c_endedByItself}}));
 
-TEST_F(ShutdownTest, A_service_that_refuses_to_stop_is_ended_with_what_else_runs_from_the_folder)
-{
-    SampleService service(c_updaterService, ServiceMode::Refuses);
-    service.Start();
-    Run();
-    ExpectFullSuccess(ExpectedLog().Lockers(SilentlyEnded({{service.Process().Id(), "VelmoraUpdaterService.exe"}})));
-    ExpectStopRequests({service.Process().Id()});
-    EXPECT_FALSE(service.IsInstalled());
-    EXPECT_EQ(service.Process().ExitCode(), c_ended);
-}
-
-TEST_F(ShutdownTest, A_service_that_cannot_be_deleted_makes_the_run_a_partial_one)
-{
-    const SampleService service(c_authService, ServiceMode::Obeys);
-    // As long as somebody has it open, a service that is to be deleted stays, and nobody can delete it again.
-    const UniqueService held = OpenServiceOf(service.Name(), DELETE);
-    ASSERT_TRUE(DeleteService(held.get()));
-    Run();
-    MachineState expected = DeclaredState();
-    expected.CopyTree(LR"(HKLM\SYSTEM\CurrentControlSet\Services\)" + service.Name(), After());
-    constexpr auto c_marked = static_cast<unsigned long>(HRESULT_FROM_WIN32(ERROR_SERVICE_MARKED_FOR_DELETE));
-    ExpectPartialUninstall(ExpectedLog().Fails(Step::AuthService, c_marked), expected);
-}
-
 TEST_F(ShutdownTest, The_copy_that_the_program_goes_on_as_stops_the_services_and_deletes_the_stopped_ones)
 {
     SampleService running(c_authService, ServiceMode::Obeys);
@@ -183,18 +152,9 @@ TEST_F(ShutdownTest, Clients_are_asked_to_close_by_their_windows_and_ended_when_
         EXPECT_EQ(client->Process().ExitCode(), closesItself ? c_endedByItself : c_ended);
         EXPECT_EQ(client->RequestsToClose(), static_cast<LONG>(windows));
     }
-    ExpectFullSuccess(ExpectedLog().Clients(Join({asked, ended, {ClientsEnded(ClientsEnd::ByForce)}})));
+    ExpectFullSuccess(ExpectedLog().Clients(Join({asked, ended, {ClientsEnded(true)}})));
     EXPECT_TRUE(bystander.Process().IsRunning());
     EXPECT_EQ(bystander.RequestsToClose(), 0);
-}
-
-TEST_F(ShutdownTest, A_client_that_closes_is_not_ended)
-{
-    const SampleClient client(Inside(L"current\\Velmora.exe"), ClientMode::Closes);
-    Run();
-    ExpectFullSuccess(
-        ExpectedLog().Clients(Join({AskedToClose(client.Process().Id()), {ClientsEnded(ClientsEnd::ByThemselves)}})));
-    EXPECT_EQ(client.Process().ExitCode(), c_endedByItself);
 }
 
 TEST_F(ShutdownTest, Nothing_is_removed_under_a_client_that_cannot_be_ended)
@@ -205,10 +165,10 @@ TEST_F(ShutdownTest, Nothing_is_removed_under_a_client_that_cannot_be_ended)
     const SampleProgram program(Inside(L"Helper.exe"));
     Run();
     const DWORD id = client.Process().Id();
-    const ExpectedLog log = ExpectedLog()
-                                .Clients(Join({AskedToClose(id), NotAllowedToEnd(id), {ClientsEnded(ClientsEnd::Not)}}))
-                                .EndsWithRunningClient();
-    ExpectEnd(c_clientRunning, log.Lines(), NothingRemoved(), true);
+    const ExpectedLog log =
+        ExpectedLog().EndsWithClients(Join({AskedToClose(id), NotAllowedToEnd(id), {ClientsEnded(false)}}));
+    // Nothing was removed, as in a run that is cancelled.
+    ExpectEnd(c_clientRunning, log.Lines(), CancelledState(), true);
     ExpectStopRequests({});
     EXPECT_TRUE(client.Process().IsRunning());
     EXPECT_TRUE(program.Process().IsRunning());
@@ -217,46 +177,23 @@ TEST_F(ShutdownTest, Nothing_is_removed_under_a_client_that_cannot_be_ended)
 
 // ---- Programs that run from the folder -----------------------------------------------------------------------------
 
-class LockerTest : public ShutdownTest
+// The name of a process's file as snapshots show it: as it is on the disk, or as it was started.
+std::string NameInSnapshot(const ProductProcess& process)
 {
-protected:
-    // The name of a process's file as snapshots show it: as it is on the disk, or as it was started.
-    static std::string NameInSnapshot(const ProductProcess& process)
+    const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL ok = Process32FirstW(snapshot.get(), &entry); ok; ok = Process32NextW(snapshot.get(), &entry))
     {
-        const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-        PROCESSENTRY32W entry{};
-        entry.dwSize = sizeof(entry);
-        for (BOOL ok = Process32FirstW(snapshot.get(), &entry); ok; ok = Process32NextW(snapshot.get(), &entry))
+        if (entry.th32ProcessID == process.Id())
         {
-            if (entry.th32ProcessID == process.Id())
-            {
-                return ToUtf8(entry.szExeFile);
-            }
+            return ToUtf8(entry.szExeFile);
         }
-        return {};
     }
+    return {};
+}
 
-    // A run whose user confirms, and then answers what to do about the programs.
-    void RunAnswered(std::vector<DialogAnswer> answers, const DialogAnswer& end)
-    {
-        answers.insert(answers.begin(), AnswerConfirmation(IDYES));
-        answers.push_back(end);
-        Run(L"-g", {.answers = answers});
-    }
-
-    static DialogAnswer Answer(std::optional<int> button, const std::function<void()>& before = [] {})
-    {
-        return {.title = L"Velmora", .button = button, .before = before};
-    }
-
-    // The log of such a run.
-    static ExpectedLog GuiLog(const std::vector<std::string>& lockers)
-    {
-        return ExpectedLog().Runs("Gui").Lockers(lockers);
-    }
-};
-
-TEST_F(LockerTest, Programs_from_the_folder_are_ended_without_asking_in_a_silent_run)
+TEST_F(ShutdownTest, Programs_from_the_folder_are_ended_without_asking_in_a_silent_run)
 {
     const std::wstring link = Outside(L"link");
     const std::size_t name = InstallFolder().rfind(L'\\');
@@ -298,54 +235,21 @@ TEST_F(LockerTest, Programs_from_the_folder_are_ended_without_asking_in_a_silent
     RemoveDirectoryLink(link);
 }
 
-TEST_F(LockerTest, Nothing_is_removed_under_a_program_that_cannot_be_ended)
-{
-    const SampleProgram program(Inside(L"Helper.exe"), {}, ClientMode::CannotBeEnded);
-    Run();
-    const Locker locker{program.Process().Id(), "Helper.exe"};
-    ExpectEnd(c_folderLocked, ExpectedLog().Lockers(NotAllowedToEnd(locker)).EndsWithLockedFolder().Lines(),
-              NothingRemoved(), true);
-    EXPECT_TRUE(program.Process().IsRunning());
-}
-
-TEST_F(LockerTest, The_user_tries_again_and_lets_the_program_be_ended)
+TEST_F(ShutdownTest, The_user_tries_again_and_lets_a_program_be_ended)
 {
     const SampleProgram program(Inside(L"Helper.exe"));
     const std::vector<Locker> lockers{{program.Process().Id(), "Helper.exe"}};
-    RunAnswered({Answer(IDRETRY), Answer(IDCONTINUE, [&] { EXPECT_TRUE(program.Process().IsRunning()); })},
-                FullSuccessMessage());
-    ExpectFullSuccess(GuiLog(Join({FoundLockers(lockers),
-                                   Retried(),
-                                   {CheckedFolder(ToUtf8(Inside(L"")))},
-                                   FoundLockers(lockers),
-                                   EndedLockers(lockers)})));
+    const auto expectRunning = [&] { EXPECT_TRUE(program.Process().IsRunning()); };
+    Run(L"-g", {.answers = {AnswerConfirmation(IDYES),
+                            {.title = L"Velmora", .button = IDRETRY},
+                            {.title = L"Velmora", .button = IDCONTINUE, .before = expectRunning},
+                            FullSuccessMessage()}});
+    ExpectFullSuccess(ExpectedLog().Runs("Gui").Lockers(Join({FoundLockers(lockers),
+                                                              Retried(),
+                                                              {CheckedFolder(ToUtf8(Inside(L"")))},
+                                                              FoundLockers(lockers),
+                                                              EndedLockers(lockers)})));
     EXPECT_EQ(program.Process().ExitCode(), c_ended);
 }
-
-// The button that cancels, or the frame's close box.
-class LockerCancelTest : public LockerTest, public ::testing::WithParamInterface<std::optional<int>>
-{
-};
-
-TEST_P(LockerCancelTest, A_user_who_cancels_is_shown_the_log_and_nothing_is_removed)
-{
-    const LogViewer viewer;
-    const SampleProgram program(Inside(L"Helper.exe"));
-    RunAnswered(
-        {Answer(GetParam())},
-        ErrorMessage(L"Velmora Uninstaller Failed",
-                     L"One or more processes are locking the Velmora installation directory. Please restart your "
-                     L"system and try again. See the logs for more information."));
-    ExpectEnd(c_folderLocked,
-              GuiLog(Join({FoundLockers({{program.Process().Id(), "Helper.exe"}}),
-                           {Info("[ClientHelper] User canceled the uninstaller.")}}))
-                  .EndsWithLockedFolder()
-                  .Lines(),
-              NothingRemoved(), true);
-    EXPECT_TRUE(program.Process().IsRunning());
-    EXPECT_EQ(viewer.Read().file, ToUtf8(Result().logPath));
-}
-
-INSTANTIATE_TEST_SUITE_P(How, LockerCancelTest, ::testing::Values(std::optional(IDCANCEL), std::nullopt));
 } // namespace
 } // namespace Testing

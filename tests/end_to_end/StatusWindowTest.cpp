@@ -3,19 +3,16 @@
 #include "EndToEndTest.h"
 #include "support/end_to_end/BuiltFiles.h"
 #include "support/end_to_end/Dialogs.h"
-#include "support/end_to_end/MachineState.h"
-#include "support/end_to_end/Names.h"
 #include "support/end_to_end/Owners.h"
 #include "support/end_to_end/SampleInstallation.h"
+#include "support/end_to_end/Servers.h"
 #include "support/end_to_end/StatusWindowLayout.h"
 #include "support/end_to_end/Waiting.h"
 #include "support/end_to_end/WindowCapture.h"
-#include "support/end_to_end/Wine.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <functional>
 #include <map>
@@ -29,8 +26,6 @@ namespace
 {
 constexpr wchar_t c_class[] = L"VELMORA_UNINSTALLER";
 constexpr UINT c_setProgress = WM_USER + 2;
-constexpr long c_windowType = 50032;
-constexpr long c_textType = 50020;
 
 // Programs that start from now on have a screen of that resolution; this thread sees every pixel of it.
 class Screen
@@ -85,11 +80,17 @@ void Move(HWND window, int x, int y)
     SetWindowPos(window, nullptr, x, y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
-std::wstring StatusTextOf(HWND window)
+// What assistive programs find: the names of the window and of the lines in it.
+std::vector<std::wstring> NamesIn(HWND window)
 {
+    std::vector<std::wstring> names;
     const auto root = AutomationElement::Of(window);
-    const auto status = root ? root->Go(NavigateDirection_LastChild) : std::nullopt;
-    return status ? status->Name() : L"(there is none)";
+    for (auto element = root; element;
+         element = element->Go(names.size() == 1 ? NavigateDirection_FirstChild : NavigateDirection_NextSibling))
+    {
+        names.push_back(element->Name());
+    }
+    return names;
 }
 
 // A picture of the window when nothing covers it and its progress is what it is to be, or when there is no hope of it.
@@ -180,7 +181,9 @@ protected:
         EXPECT_EQ(GetWindowLongW(window, GWL_EXSTYLE) & WS_EX_TOPMOST, WS_EX_TOPMOST);
         constexpr DWORD c_style = WS_BORDER | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE;
         EXPECT_EQ(static_cast<DWORD>(GetWindowLongW(window, GWL_STYLE)) & c_style, c_style);
-        EXPECT_TRUE(BecomesTrue([&] { return StatusTextOf(window) == status; }));
+        const std::vector<std::wstring> names{L"Velmora Installer",
+                                              L"Uninstalling Velmora\nThis may take a few seconds.", status};
+        EXPECT_TRUE(BecomesTrue([&] { return NamesIn(window) == names; }));
         ExpectProgress(window, percent, pictureName);
     }
 
@@ -224,7 +227,7 @@ TEST_P(ResolutionTest, Stands_in_the_middle_of_the_screen_from_the_question_to_t
     const auto atResult = [&](HWND result) {
         ExpectWindow(result, L"Uninstall Complete!", 100, "complete");
         Move(result, 0, 0);
-        std::optional<MessageBoxText> message;
+        std::optional<std::wstring> message;
         EXPECT_TRUE(
             BecomesTrue([&] { return (message = ReadAndCloseMessageBox(L"Velmora Uninstalled")).has_value(); }));
         EXPECT_EQ(message, FullSuccessMessage().message);
@@ -235,113 +238,52 @@ TEST_P(ResolutionTest, Stands_in_the_middle_of_the_screen_from_the_question_to_t
 
 INSTANTIATE_TEST_SUITE_P(DotsPerInch, ResolutionTest, ::testing::Values(96, 120, 144, 192));
 
-TEST_F(StatusWindowTest, Assistive_programs_find_two_lines_of_text_in_it)
+// Paints over what a window shows on the screen.
+void PaintOver(HWND window)
 {
-    using Bounds = std::array<double, 4>;
-    const Screen screen(96);
-    const auto expectLine = [](const std::optional<AutomationElement>& line, const wchar_t* text,
-                               const Bounds& bounds) {
-        ASSERT_TRUE(line);
-        EXPECT_EQ(line->Name(), text);
-        EXPECT_EQ(line->ControlType(), c_textType);
-        EXPECT_EQ(line->AutomationId(), L"");
-        EXPECT_FALSE(line->Go(NavigateDirection_FirstChild));
-        EXPECT_EQ(line->Bounds(), bounds);
-    };
-    RunLooking([&](HWND) {
-        HWND window = FindStatusWindow();
-        const auto root = AutomationElement::Of(window);
-        ASSERT_TRUE(root);
-        EXPECT_EQ(root->Name(), L"Velmora Installer");
-        EXPECT_EQ(root->AutomationId(), L"Velmora_Installer");
-        EXPECT_EQ(root->ControlType(), c_windowType);
-        RECT place{};
-        GetWindowRect(window, &place);
-        const auto at = [&](const Box& box) {
-            // Not every Wine passes rectangles on.
-            return root->Bounds() == Bounds{} ? Bounds{}
-                                              : Bounds{static_cast<double>(place.left) + static_cast<double>(box.left),
-                                                       static_cast<double>(place.top) + static_cast<double>(box.top),
-                                                       static_cast<double>(box.width), static_cast<double>(box.height)};
-        };
-        const StatusWindowLayout layout(96);
-        EXPECT_EQ(root->Bounds(), at({0, 0, static_cast<float>(layout.width), static_cast<float>(layout.height)}));
-
-        constexpr wchar_t c_headline[] = L"Uninstalling Velmora\nThis may take a few seconds.";
-        constexpr wchar_t c_status[] = L"Getting things ready...";
-        const auto headline = root->Go(NavigateDirection_FirstChild);
-        ASSERT_NO_FATAL_FAILURE(expectLine(headline, c_headline, at(layout.headline)));
-        const auto status = headline->Go(NavigateDirection_NextSibling);
-        ASSERT_NO_FATAL_FAILURE(expectLine(status, c_status, at(layout.status)));
-        EXPECT_FALSE(headline->Go(NavigateDirection_PreviousSibling));
-        EXPECT_FALSE(status->Go(NavigateDirection_NextSibling));
-        expectLine(root->Go(NavigateDirection_LastChild), c_status, at(layout.status));
-        expectLine(status->Go(NavigateDirection_PreviousSibling), c_headline, at(layout.headline));
-        const auto parent = status->Go(NavigateDirection_Parent);
-        ASSERT_TRUE(parent);
-        EXPECT_EQ(parent->AutomationId(), L"Velmora_Installer");
-        EXPECT_TRUE(AnswerDialog(AnswerConfirmation(IDNO)));
-    });
-    ExpectEnd(c_fullSuccess, CancelledLog("Gui"), CancelledState(), false);
+    RECT area{};
+    GetWindowRect(window, &area);
+    HDC screen = GetDC(nullptr);
+    FillRect(screen, &area, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
+    ReleaseDC(nullptr, screen);
 }
 
-// While it lives, GDI+ does not start in the uninstaller, and so no status window can be made. Wine only: Windows would
-// not let its own files be exchanged.
-class BrokenGdiPlus
+TEST_F(StatusWindowTest, Is_painted_while_the_package_manager_works)
 {
-public:
-    BrokenGdiPlus()
+    if (!HasServers())
     {
-        if (!MoveFileW(c_library, c_kept) ||
-            !CopyFileW(BuiltFile(L"Velmora.Sample.NoGdiPlus.dll").c_str(), c_library, TRUE))
-        {
-            ThrowWindowsError("GDI+ cannot be exchanged", GetLastError());
-        }
-        WriteValue(c_overrides, L"gdiplus", REG_SZ, TextValue(REG_SZ, L"native").data);
+        GTEST_SKIP() << "The package manager of a real Windows cannot be replaced.";
     }
-    BrokenGdiPlus(const BrokenGdiPlus&) = delete;
-    BrokenGdiPlus& operator=(const BrokenGdiPlus&) = delete;
-    ~BrokenGdiPlus()
-    {
-        RemoveValue(c_overrides, L"gdiplus");
-        DeleteFileW(c_library);
-        MoveFileW(c_kept, c_library);
-    }
-
-private:
-    static constexpr wchar_t c_library[] = LR"(C:\windows\system32\gdiplus.dll)";
-    static constexpr wchar_t c_kept[] = LR"(C:\windows\system32\gdiplus.kept)";
-    static constexpr wchar_t c_overrides[] = LR"(HKCU\Software\Wine\AppDefaults\Velmora.Uninstaller.exe\DllOverrides)";
-};
-
-TEST_F(StatusWindowTest, That_cannot_be_made_makes_the_run_a_verbose_one_with_message_boxes)
-{
-    if (!IsWine())
-    {
-        GTEST_SKIP() << "Windows' own GDI+ cannot be replaced.";
-    }
-    const BrokenGdiPlus broken;
-    std::vector<std::wstring> owned;
-    RunOptions options{.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}, .hasConsole = true};
+    constexpr wchar_t c_event[] = L"Velmora.Tests.RemovalMayEnd";
+    const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, c_event));
+    const ServerState packages = StateOf(Server::Packages);
+    const StatusWindowLayout layout(USER_DEFAULT_SCREEN_DPI);
+    bool isLookedAt = false;
+    bool isPainted = false;
+    RunOptions options{.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()}};
     options.whileRunning = [&](const std::string&) {
-        EXPECT_EQ(FindWindowW(c_class, nullptr), nullptr);
-        for (const DialogAnswer& answer : options.answers)
+        if (isLookedAt || std::ranges::count(packages.Calls(), c_packageRemoval) == 0)
         {
-            HWND dialog = FindDialog(answer.title);
-            if (dialog != nullptr && GetWindow(dialog, GW_OWNER) != nullptr)
-            {
-                owned.push_back(answer.title);
-            }
+            return;
         }
+        isLookedAt = true;
+        HWND window = FindStatusWindow();
+        const int percent = RowOf(Step::UserFolders).progress;
+        const Picture before = CaptureAtProgress(window, layout, percent);
+        EXPECT_EQ(CheckBar(layout, before, percent), "");
+        PaintOver(window);
+        EXPECT_TRUE(BecomesTrue([&] { return CaptureWindow(window).IsPlain(); }));
+        InvalidateRect(window, nullptr, TRUE);
+        isPainted = BecomesTrue([&] { return CaptureWindow(window) == before; });
+        EXPECT_EQ(packages.Calls().back(), c_packageRemoval);
+        EXPECT_FALSE(packages.KeysIn(L"Installed").empty()); // it still works
+        SetEvent(mayEnd.get());
     };
     LayDownSample();
-    Run(L"--gui", options);
-
-    EXPECT_TRUE(owned.empty());
-    std::vector<std::string> log = ExpectedLog().Runs("Verbose").Lines();
-    log.insert(log.begin() + 2, "|WARNING|: Failed to create the uninstaller window, running in verbose mode.");
-    ExpectEnd(c_fullSuccess, log, DeclaredState(), false);
-    EXPECT_FALSE(Result().console.empty());
+    packages.WriteText(L"Events", c_packageRemoval, c_event);
+    Run(L"-g", options);
+    EXPECT_TRUE(isPainted);
+    ExpectFullSuccess(ExpectedLog().Runs("Gui"));
 }
 } // namespace
 } // namespace Testing

@@ -5,31 +5,10 @@
 
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 
 namespace Testing
 {
-// What is drawn in a message box.
-enum class MessageIcon
-{
-    None, // or another one
-    Error,
-    Warning,
-    Information
-};
-
-// What a message box says.
-struct MessageBoxText
-{
-    std::wstring text;
-    MessageIcon icon = MessageIcon::None;
-
-    bool operator==(const MessageBoxText&) const = default;
-};
-
-void PrintTo(const MessageBoxText& box, std::ostream* stream);
-
 // A dialog and what a user does with it.
 struct DialogAnswer
 {
@@ -41,7 +20,7 @@ struct DialogAnswer
     // What the user does before the button is pressed.
     std::function<void()> before = [] {};
     // For a message box, which has one button only: what it is to say. It is closed whatever it says.
-    std::optional<MessageBoxText> message{};
+    std::optional<std::wstring> message{};
 };
 
 // The dialog with that title, if it is there.
@@ -53,6 +32,6 @@ bool AnswerDialog(const DialogAnswer& answer);
 // The same for dialogs that follow one another: not for the last one, which may take its time to go.
 bool AnswerDialog(const DialogAnswer& answer, HWND& last);
 
-// The same for a message box: reads what it says, and closes it. Nothing when it is not there, or not drawn yet.
-std::optional<MessageBoxText> ReadAndCloseMessageBox(const std::wstring& title);
+// The same for a message box: reads what it says, and closes it. Nothing when it is not there.
+std::optional<std::wstring> ReadAndCloseMessageBox(const std::wstring& title);
 } // namespace Testing

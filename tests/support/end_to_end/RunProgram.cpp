@@ -327,7 +327,7 @@ void ExpectNoViolations(const std::vector<std::string>& violations, const std::s
 }
 
 // Answers the dialog if it is there, and takes in what it says if it is a message box. Returns whether it was there.
-bool Answer(const DialogAnswer& answer, HWND& last, std::vector<MessageBoxText>& messages)
+bool Answer(const DialogAnswer& answer, HWND& last, std::vector<std::wstring>& messages)
 {
     if (!answer.message)
     {
@@ -352,9 +352,9 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     RunResult result;
     const auto startTime = std::chrono::steady_clock::now();
     std::optional<StandIns> standIns;
-    if (options.hasStandIns || options.killAt)
+    if (options.hasStandIns || options.killAfterLines > 0)
     {
-        standIns.emplace(options.killAt);
+        standIns.emplace(options.killAfterLines);
     }
     const auto [process, id] = Start(program, arguments, options, standIns);
     result.processId = id;

@@ -31,8 +31,8 @@ struct RunOptions
     std::wstring logFolder = LogFolderIn(TemporaryFolder());
     // Called again and again while the program runs, with all that is in the log by then.
     std::function<void(const std::string& log)> whileRunning{};
-    // When the process that does the work is ended in the middle of it.
-    std::optional<KillMoment> killAt{};
+    // The process that does the work is ended in the middle of it: when so many lines of the log are written; 0: not.
+    int killAfterLines = 0;
     // The dialogs that come, one after the other, and their answers.
     std::vector<DialogAnswer> answers{};
     // The program deletes its log as soon as it is written.
@@ -75,10 +75,10 @@ struct RunResult
     std::size_t dialogsAnswered = 0;
     // The controls that it and its copy have sent to services; nothing when it ran without stand-ins: nobody saw them.
     std::optional<std::vector<ServiceControl>> serviceControls{};
-    // Whether killAt has come.
+    // Whether killAfterLines were written.
     bool wasKilled = false;
     // What the message boxes among them said.
-    std::vector<MessageBoxText> messages;
+    std::vector<std::wstring> messages;
     std::chrono::milliseconds duration{};
 };
 

@@ -106,13 +106,12 @@ private:
     ProductProcess m_process;
 };
 
-// A running program under the name of no client, without any window unless the mode says otherwise.
+// A running program under the name of no client, without any window.
 class SampleProgram : public SampleClient
 {
 public:
-    explicit SampleProgram(std::wstring path, const std::wstring& startedAs = {},
-                           ClientMode mode = ClientMode::HasNoWindow)
-        : SampleClient(std::move(path), mode, startedAs)
+    explicit SampleProgram(std::wstring path, const std::wstring& startedAs = {})
+        : SampleClient(std::move(path), ClientMode::HasNoWindow, startedAs)
     {}
 };
 

@@ -69,6 +69,9 @@ inline constexpr std::wstring_view c_machinePathValue =
 inline constexpr std::wstring_view c_legacyPackage = L"Orvane.Velmora_1.4.2.0_x64__k4wz81tqm0d3x";
 std::wstring LegacyPackageFolder();
 
+// The call that removes it from the package manager.
+inline const std::wstring c_packageRemoval = L"RemovePackageAsync " + std::wstring(c_legacyPackage) + L" 80000";
+
 // Lays the installation and its bystanders down, except for what these steps remove.
 void LayDownSample(const std::set<Step>& leftOut = {});
 

@@ -16,15 +16,6 @@ using Buffer = std::array<wchar_t, 2048>;
 
 } // namespace
 
-std::optional<DWORD> ServerState::ReadNumber(const std::wstring& subKey, const std::wstring& name) const
-{
-    DWORD number = 0;
-    DWORD size = sizeof(number);
-    const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, PathOf(subKey).c_str(), name.c_str(), RRF_RT_REG_DWORD,
-                                        nullptr, &number, &size);
-    return status == ERROR_SUCCESS ? std::optional(number) : std::nullopt;
-}
-
 std::wstring ServerState::ReadText(const std::wstring& subKey, const std::wstring& name) const
 {
     Buffer text{};

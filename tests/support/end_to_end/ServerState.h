@@ -1,10 +1,9 @@
-// The state of a server that stands for a part of Windows, in a registry key below HKEY_LOCAL_MACHINE: what it shall
-// do, what it has, and what was asked of it.
+// The state of a server that stands for a part of Windows, in a registry key below HKEY_LOCAL_MACHINE: what it has, and
+// what was asked of it.
 #pragma once
 
 #include <windows.h>
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,7 +18,6 @@ public:
     explicit ServerState(std::wstring key) : m_key(std::move(key)) {}
 
     // Values of the key itself or of a key below it; nothing where there is no such value.
-    std::optional<DWORD> ReadNumber(const std::wstring& subKey, const std::wstring& name) const;
     std::wstring ReadText(const std::wstring& subKey, const std::wstring& name) const;
     void WriteNumber(const std::wstring& subKey, const std::wstring& name, DWORD number) const;
     void WriteText(const std::wstring& subKey, const std::wstring& name, const std::wstring& text) const;

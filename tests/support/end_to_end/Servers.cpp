@@ -29,11 +29,6 @@ constexpr std::array<ServerRow, 2> c_servers{
     {{L"Velmora.Testing.Firewall.dll", FirewallServer::c_key, FirewallServer::c_classKey, L"InprocServer32", L""},
      {L"Velmora.Testing.Packages.dll", PackageServer::c_key, PackageServer::c_classKey, L"", L"DllPath"}}};
 
-const ServerRow& RowOf(Server server)
-{
-    return c_servers.at(static_cast<std::size_t>(server));
-}
-
 std::wstring WindowsFolder()
 {
     std::array<wchar_t, MAX_PATH> folder{};
@@ -70,13 +65,8 @@ void RegisterServers()
     }
 }
 
-void UnregisterServer(Server server)
-{
-    ServerState(RowOf(server).classKey).DeleteKey({});
-}
-
 ServerState StateOf(Server server)
 {
-    return ServerState(RowOf(server).stateKey);
+    return ServerState(c_servers.at(static_cast<std::size_t>(server)).stateKey);
 }
 } // namespace Testing

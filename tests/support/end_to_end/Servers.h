@@ -23,9 +23,6 @@ bool HasServers();
 // far. Does nothing on a machine that has none. Throws std::runtime_error.
 void RegisterServers();
 
-// Takes a server's class out of the registry: nothing stands for that part of Windows any more.
-void UnregisterServer(Server server);
-
 // What a server has, shall do and was asked for.
 ServerState StateOf(Server server);
 } // namespace Testing

@@ -23,7 +23,7 @@ std::optional<DWORD> ActiveProcessOf(const std::wstring& name)
 }
 } // namespace
 
-StandIns::StandIns(const std::optional<KillMoment>& kill)
+StandIns::StandIns(int killAfterLines)
     : m_name(L"Local\\Velmora.StandIns." + std::to_wstring(GetCurrentProcessId()) + L"." +
              std::to_wstring(reinterpret_cast<std::uintptr_t>(this))),
       m_mapping(
@@ -47,14 +47,7 @@ StandIns::StandIns(const std::optional<KillMoment>& kill)
             m_services.push_back({std::wstring(name), *id, UniqueHandle(OpenProcess(SYNCHRONIZE, FALSE, *id))});
         }
     }
-    if (kill)
-    {
-        SharedMoment& end = m_record->end;
-        kill->line.copy(end.line.data(), end.line.size() - 1);
-        end.lines = kill->times;
-        end.deletions = kill->deletions;
-        end.exitCode = c_killed;
-    }
+    m_record->end = {.lines = killAfterLines, .exitCode = c_killed, .ended = 0};
 }
 
 void StandIns::Look()

@@ -19,24 +19,16 @@ namespace Testing
 // The exit code of a process that was ended in the middle of its work.
 inline constexpr DWORD c_killed = 0xDEAD;
 
-// When a process is ended in the middle of its work: as soon as a line that contains the text is in the log for the
-// n-th time, counted over the program and its copy, and so many files have been deleted after it.
-struct KillMoment
-{
-    std::string line;
-    int times = 1;
-    int deletions = 0;
-};
-
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
-//   ControlServiceExW in its import table and writes the calls down, ends the process at a given moment, and judges all
-//   calls of Windows by their contracts;
+//   ControlServiceExW in its import table and writes the calls down, ends the process after a given line of its log,
+//   and judges all calls of Windows by their contracts;
 // - somebody who tells Wine when the process of a service has ended.
 class StandIns
 {
 public:
-    explicit StandIns(const std::optional<KillMoment>& kill);
+    // The process is ended when so many lines of the log are written, by it and its copy together; 0: it is not.
+    explicit StandIns(int killAfterLines = 0);
 
     // The environment variable that the program must be started with.
     std::pair<std::wstring, std::wstring> Variable() const;
@@ -50,7 +42,7 @@ public:
     // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
     std::vector<ServiceControl> ServiceControls() const;
 
-    // Whether that moment has come.
+    // Whether it was ended.
     bool HasKilled() const noexcept;
 
     // The calls that Windows refuses, by their contracts: "function: rule".

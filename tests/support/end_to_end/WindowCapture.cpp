@@ -6,8 +6,6 @@
 
 #include <shlwapi.h>
 
-#include <cmath>
-#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -17,9 +15,6 @@ namespace Testing
 namespace
 {
 constexpr std::uint32_t c_colour = 0xFFFFFF; // the other bits mean nothing
-constexpr int c_redShift = 16;
-constexpr int c_greenShift = 8;
-constexpr std::uint32_t c_channel = 0xFF;
 constexpr CLSID c_pngEncoder = {0x557cf406, 0x1a04, 0x11d3, {0x9a, 0x73, 0x00, 0x00, 0xf8, 0x1e, 0xf3, 0x2e}};
 
 // A place in memory to draw in.
@@ -89,11 +84,6 @@ public:
 private:
     ULONG_PTR m_token = 0;
 };
-
-int Channel(std::uint32_t pixel, int shift)
-{
-    return static_cast<int>(pixel >> shift & c_channel);
-}
 } // namespace
 
 bool Picture::IsPlain() const
@@ -132,30 +122,5 @@ Picture CaptureWindow(HWND window)
     BitBlt(canvas.Dc(), 0, 0, area.right, area.bottom, dc, corner.x, corner.y, SRCCOPY);
     ReleaseDC(nullptr, dc);
     return canvas.ToPicture();
-}
-
-Picture DrawIconOnGround(HICON icon, int width, int height, std::uint32_t ground)
-{
-    const Canvas canvas(width, height);
-    const RECT area{0, 0, width, height};
-    HBRUSH brush =
-        CreateSolidBrush(RGB(Channel(ground, c_redShift), Channel(ground, c_greenShift), Channel(ground, 0)));
-    FillRect(canvas.Dc(), &area, brush);
-    DeleteObject(brush);
-    DrawIconEx(canvas.Dc(), 0, 0, icon, width, height, 0, nullptr, DI_NORMAL);
-    return canvas.ToPicture();
-}
-
-double Difference(const Picture& left, const Picture& right)
-{
-    double sum = 0;
-    left.Find([&](int x, int y, std::uint32_t colour) {
-        for (const int shift : {c_redShift, c_greenShift, 0})
-        {
-            sum += std::abs(Channel(colour, shift) - Channel(right.At(x, y), shift));
-        }
-        return false;
-    });
-    return sum;
 }
 } // namespace Testing

@@ -82,10 +82,4 @@ private:
 
 // The client area of a window as it stands on the screen, with whatever covers it.
 Picture CaptureWindow(HWND window);
-
-// An icon of that size on a plain ground.
-Picture DrawIconOnGround(HICON icon, int width, int height, std::uint32_t ground);
-
-// How much two pictures of the same size differ: 0 for not at all.
-double Difference(const Picture& left, const Picture& right);
 } // namespace Testing

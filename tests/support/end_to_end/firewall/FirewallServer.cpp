@@ -28,10 +28,6 @@ public:
         const ServerState state = State();
         const std::wstring wanted(name, SysStringLen(name));
         state.NoteCall(L"remove " + wanted);
-        if (const auto failure = state.ReadNumber({}, L"RemoveResult"))
-        {
-            return static_cast<HRESULT>(*failure);
-        }
         for (const std::wstring& rule : state.ValuesIn(L"Rules"))
         {
             if (state.ReadText(L"Rules", rule) == wanted)

@@ -2,7 +2,6 @@
 // a DLL for Windows' own firewall class.
 //
 //     Rules           a key; each of its values is a rule: its data (REG_SZ) is the rule's name
-//     RemoveResult    REG_DWORD: what Remove fails with; the rules stay
 //     Calls           a key; what was called, in order: the values 0001, 0002, ... with "create", "rules",
 //                     "remove <name>"
 #pragma once

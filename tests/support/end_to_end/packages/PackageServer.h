@@ -3,12 +3,10 @@
 //
 //     Provisioned, Installed   keys; each key in them is a package, with the values FamilyName, FullName, InstalledPath
 //                              (REG_SZ)
-//     Results                  a key; each value's name is a call, the function with what it is called with
-//                              ("RemovePackageAsync <full name> 80000"), and its data (REG_DWORD) the error code of the
-//                              operation that it starts. All others complete, and what they are for is done.
-//     Events                   a key; each value's name is a call as in Results and its data (REG_SZ) the name of an
-//                              event: its operations end, on another thread, when that is signaled; the others have
-//                              ended before their caller has them
+//     Events                   a key; each value's name is a call, the function with what it is called with
+//                              ("RemovePackageAsync <full name> 80000"), and its data (REG_SZ) the name of an event:
+//                              its operations end, on another thread, when that is signaled; the others have ended
+//                              before their caller has them. All complete, and what they are for is done.
 //     Calls                    a key; what was called, in order: the values 0001, 0002, ... Of the functions that only
 //                              read, none is there.
 #pragma once

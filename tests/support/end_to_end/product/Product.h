@@ -28,9 +28,7 @@ enum class ServiceMode
     // Goes on running as if nothing had been asked.
     Ignores,
     // Its process ends a second later, without having reported a stop.
-    ExitsUnreported,
-    // Does not accept the control at all.
-    Refuses
+    ExitsUnreported
 };
 
 // What a client does when its notification icon's window is asked to close it.

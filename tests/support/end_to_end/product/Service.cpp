@@ -20,7 +20,7 @@ struct Service
         SERVICE_STATUS status{};
         status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
         status.dwCurrentState = state;
-        if (state == SERVICE_RUNNING && mode != ServiceMode::Refuses)
+        if (state == SERVICE_RUNNING)
         {
             status.dwControlsAccepted = SERVICE_ACCEPT_STOP;
         }
@@ -70,7 +70,6 @@ void WINAPI RunService(DWORD, wchar_t** arguments)
         break;
     case ServiceMode::StaysPending:
     case ServiceMode::Ignores:
-    case ServiceMode::Refuses:
         Sleep(INFINITE);
         break;
     case ServiceMode::ExitsUnreported:

@@ -28,12 +28,9 @@ struct ServiceControl
 // When a process is to end in the middle of its work, and how.
 struct SharedMoment
 {
-    // A part of the line of the log after which it ends.
-    std::array<char, 128> line;
-    // How many such lines are still to be written, and how many files to be deleted after them. A process ends when
-    // both have come to 0; it does not when it began with no line.
+    // How many lines of the log are still to be written: a process ends when this comes to 0, and does not when it
+    // began so.
     LONG lines;
-    LONG deletions;
     DWORD exitCode;
     // How many processes have ended so.
     LONG ended;
