@@ -13,10 +13,8 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <exception>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -33,8 +31,8 @@ constexpr int c_wrongUse = 64;
 
 constexpr std::string_view c_help = R"(Velmora.Sample.exe: a sample installation of Velmora to uninstall
 
-  install --yes              lays the sample installation down, with bystanders that must survive;
-                             without --yes it only says what it would lay down
+  install --yes              lays the sample installation down, with bystanders that must survive; what is there under
+                             their names is overwritten, and "remove" deletes it
   show                       what of it is there
   remove                     removes everything that install makes, bystanders too
   uninstall [--running] [--recorded] PROGRAM ARGS...
@@ -74,71 +72,41 @@ std::string SizeOf(const SampleItem& item)
            std::to_string((size.bytes + 1023) / 1024) + " KB)";
 }
 
-constexpr std::array<std::pair<Fate, std::string_view>, 3> c_groups{
-    {{Fate::Removed, "the product"},
-     {Fate::RemovedWithSettings, "kept with the user's settings"},
-     {Fate::Stays, "bystanders"}}};
-
-// Prints a group's items: those for which wanted is true in full.
-void ShowGroup(Fate fate, const std::vector<SampleItem>& items, const std::function<bool(const SampleItem&)>& wanted)
+// Prints the items of a group that are there, or those that are not.
+void ShowGroup(std::string_view name, Fate fate, const std::vector<SampleItem>& items, bool isThere = true)
 {
     std::string lines;
     for (const SampleItem& item : items)
     {
-        if (item.fate == fate && wanted(item))
+        if (item.fate == fate && IsThere(item) == isThere)
         {
             lines += "    " + Padded(item.what, 52) + "  " + PlaceOf(item) + SizeOf(item) + "\n";
         }
     }
     if (!lines.empty())
     {
-        Print("  " + std::string(std::ranges::find(c_groups, fate, &decltype(c_groups)::value_type::first)->second) +
-              "\n" + lines);
+        Print("  " + std::string(name) + "\n" + lines);
     }
 }
 
 void Show()
 {
     const std::vector<SampleItem> items = SampleItems();
-    std::size_t ours = 0;
-    std::size_t oursThere = 0;
-    std::size_t bystanders = 0;
-    std::size_t bystandersThere = 0;
-    for (const SampleItem& item : items)
+    const auto count = [&](std::string_view what, bool isBystander) {
+        const auto isOfGroup = [&](const SampleItem& item) { return (item.fate == Fate::Stays) == isBystander; };
+        const auto all = std::ranges::count_if(items, isOfGroup);
+        const auto there =
+            std::ranges::count_if(items, [&](const SampleItem& item) { return isOfGroup(item) && IsThere(item); });
+        Print(std::string(what) + ": " + std::to_string(there) + " of " + std::to_string(all) + " are there.\n");
+        return there;
+    };
+    count("Velmora's own", false);
+    ShowGroup("the product", Fate::Removed, items);
+    ShowGroup("kept with the user's settings", Fate::RemovedWithSettings, items);
+    if (count("Bystanders, which no uninstall may touch", true) > 0)
     {
-        const std::size_t there = IsThere(item) ? 1 : 0;
-        (item.fate == Fate::Stays ? bystanders : ours) += 1;
-        (item.fate == Fate::Stays ? bystandersThere : oursThere) += there;
+        ShowGroup("missing bystanders", Fate::Stays, items, false);
     }
-    Print("Velmora's own: " + std::to_string(oursThere) + " of " + std::to_string(ours) + " are there.\n");
-    ShowGroup(Fate::Removed, items, IsThere);
-    ShowGroup(Fate::RemovedWithSettings, items, IsThere);
-    Print("Bystanders, which no uninstall may touch: " + std::to_string(bystandersThere) + " of " +
-          std::to_string(bystanders) + " are there.\n");
-    if (bystandersThere > 0 && bystandersThere < bystanders)
-    {
-        Print("  Missing:\n");
-        ShowGroup(Fate::Stays, items, [](const SampleItem& item) { return !IsThere(item); });
-    }
-}
-
-int Install(bool agreed)
-{
-    if (!agreed)
-    {
-        Print("This would lay down on this machine:\n");
-        const std::vector<SampleItem> items = SampleItems();
-        for (const auto& [fate, name] : c_groups)
-        {
-            ShowGroup(fate, items, [](const SampleItem&) { return true; });
-        }
-        Print("What is there under these names would be overwritten, and \"remove\" would delete it.\n"
-              "To do it, say: Velmora.Sample.exe install --yes\n");
-        return c_wrongUse;
-    }
-    RegisterServers();
-    LayDownSample();
-    return 0;
 }
 
 std::wstring FullPath(const wchar_t* path)
@@ -281,7 +249,8 @@ int Uninstall(std::span<wchar_t* const> rest)
 int Run(std::span<wchar_t* const> arguments)
 {
     const std::wstring_view command = arguments.empty() ? std::wstring_view{} : arguments.front();
-    if (command != L"install" && command != L"show" && command != L"remove" && command != L"uninstall")
+    const bool isAgreed = arguments.size() > 1 && std::wstring_view(arguments[1]) == L"--yes";
+    if ((command != L"install" || !isAgreed) && command != L"show" && command != L"remove" && command != L"uninstall")
     {
         Print(c_help);
         return command.empty() || command == L"--help" || command == L"-h" ? 0 : c_wrongUse;
@@ -291,15 +260,16 @@ int Run(std::span<wchar_t* const> arguments)
         Print("Please start this program as an administrator: it works on what is installed for all users.\n");
         return c_failed;
     }
-    if (command == L"install")
-    {
-        return Install(arguments.size() > 1 && std::wstring_view(arguments[1]) == L"--yes");
-    }
     if (command == L"uninstall")
     {
         return Uninstall(arguments.subspan(1));
     }
-    if (command == L"remove")
+    if (command == L"install")
+    {
+        RegisterServers();
+        LayDownSample();
+    }
+    else if (command == L"remove")
     {
         RemoveSample();
     }
