@@ -2,6 +2,7 @@
 
 #include "support/common/Text.h"
 #include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Search.h"
 
 #include <algorithm>
 #include <array>
@@ -12,9 +13,6 @@ namespace Testing
 {
 namespace
 {
-// Paths of any length, taken as they are.
-constexpr std::wstring_view c_anyLength = L"\\\\?\\";
-
 // The sub-trees of the registry that a product can touch.
 struct RegistryTree
 {
@@ -95,25 +93,11 @@ std::uint64_t Join(DWORD high, DWORD low)
 
 void CaptureFolder(MachineState& state, const std::wstring& folder)
 {
-    WIN32_FIND_DATAW found{};
-    const HANDLE handle = FindFirstFileW((std::wstring(c_anyLength) + folder + L"\\*").c_str(), &found);
-    if (handle == INVALID_HANDLE_VALUE)
-    {
-        // An empty root folder of a drive has not even "." in it.
-        if (const DWORD error = GetLastError(); error != ERROR_FILE_NOT_FOUND)
-        {
-            state.Set(folder + L"\\*", Unreadable(error));
-        }
-        return;
-    }
-    const UniqueSearch search(handle);
-    do
-    {
-        const std::wstring_view name = found.cFileName;
+    const DWORD error = ForEachFound(AnyLength(folder + L"\\*"), [&](const WIN32_FIND_DATAW& found) {
         const std::wstring path = folder + L"\\" + found.cFileName;
-        if (name == L"." || name == L".." || IsLeftOut(path))
+        if (IsLeftOut(path))
         {
-            continue;
+            return;
         }
         StateEntry entry{.detail = found.dwFileAttributes, .data = {}};
         if ((found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
@@ -130,15 +114,20 @@ void CaptureFolder(MachineState& state, const std::wstring& folder)
             entry.kind = StateEntry::Kind::File;
             entry.size = Join(found.nFileSizeHigh, found.nFileSizeLow);
             entry.lastWritten = Join(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime);
-            DWORD error = 0;
-            entry.contentHash = HashContent(std::wstring(c_anyLength) + path, error);
-            if (error != 0)
+            DWORD unreadable = 0;
+            entry.contentHash = HashContent(AnyLength(path), unreadable);
+            if (unreadable != 0)
             {
-                entry = Unreadable(error);
+                entry = Unreadable(unreadable);
             }
         }
         state.Set(path, std::move(entry));
-    } while (FindNextFileW(search.get(), &found));
+    });
+    // An empty root folder of a drive has not even "." in it.
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
+    {
+        state.Set(folder + L"\\*", Unreadable(error));
+    }
 }
 
 void CaptureValues(MachineState& state, const std::wstring& keyName, HKEY key)

@@ -2,6 +2,7 @@
 
 #include "support/end_to_end/Console.h"
 #include "support/end_to_end/Names.h"
+#include "support/end_to_end/Search.h"
 
 #include <windows.h>
 
@@ -167,19 +168,11 @@ private:
 
     void FindNewLogs(DWORD from)
     {
-        WIN32_FIND_DATAW found{};
-        const HANDLE handle = FindFirstFileW((m_folder + L"Uninstaller_*.log").c_str(), &found);
-        if (handle == INVALID_HANDLE_VALUE)
-        {
-            return;
-        }
-        const UniqueSearch search(handle);
-        do
-        {
+        ForEachFound(m_folder + L"Uninstaller_*.log", [&](const WIN32_FIND_DATAW& found) {
             const std::wstring path = m_folder + found.cFileName;
             if (std::ranges::find(m_logs, path, &Log::path) != m_logs.end())
             {
-                continue;
+                return;
             }
             UniqueHandle file =
                 OwnFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -189,7 +182,7 @@ private:
                 SetFilePointer(file.get(), 0, nullptr, from);
                 m_logs.push_back({path, std::move(file), {}});
             }
-        } while (FindNextFileW(search.get(), &found));
+        });
     }
 
     std::wstring m_folder;

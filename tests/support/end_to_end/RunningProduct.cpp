@@ -27,34 +27,6 @@ std::vector<std::string>& LeftOver()
     return lines;
 }
 
-bool IsThere(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-std::wstring ParentOf(const std::wstring& path)
-{
-    return path.substr(0, path.rfind(L'\\'));
-}
-
-// Makes a folder and those above it. Returns those that were missing, the innermost first.
-std::vector<std::wstring> MakeMissingFolders(const std::wstring& folder)
-{
-    std::vector<std::wstring> missing;
-    for (std::wstring one = folder; !IsThere(one); one = ParentOf(one))
-    {
-        missing.push_back(one);
-    }
-    for (const std::wstring& one : missing | std::views::reverse)
-    {
-        if (!CreateDirectoryW(one.c_str(), nullptr))
-        {
-            ThrowWindowsError("Cannot make the folder " + ToUtf8(one), GetLastError());
-        }
-    }
-    return missing;
-}
-
 std::wstring Quoted(const std::wstring& text)
 {
     return L'"' + text + L'"';
@@ -98,11 +70,11 @@ ProductProcess StartProcess(const std::wstring& program, const std::wstring& arg
 PlacedProgram::PlacedProgram(std::wstring_view builtName, std::wstring path) : m_path(std::move(path))
 {
     const std::wstring built = BuiltFile(builtName);
-    if (IsThere(m_path) && ReadText(m_path) == ReadText(built))
+    if (ReadText(m_path) == ReadText(built))
     {
         return;
     }
-    m_madeFolders = MakeMissingFolders(ParentOf(m_path));
+    MakeFolder(m_path.substr(0, m_path.rfind(L'\\')));
     if (!CopyFileW(built.c_str(), m_path.c_str(), FALSE))
     {
         ThrowWindowsError("Cannot copy " + ToUtf8(built) + " to " + ToUtf8(m_path), GetLastError());
@@ -112,18 +84,13 @@ PlacedProgram::PlacedProgram(std::wstring_view builtName, std::wstring path) : m
 
 PlacedProgram::~PlacedProgram()
 {
-    if (!m_isOwn)
-    {
-        return;
-    }
+    const auto isGone = [&] {
+        return DeleteFileW(m_path.c_str()) || GetFileAttributesW(m_path.c_str()) == INVALID_FILE_ATTRIBUTES;
+    };
     // The file of a process that has just ended may still be in use for a moment.
-    if (!BecomesTrue([&] { return DeleteFileW(m_path.c_str()) || !IsThere(m_path); }))
+    if (m_isOwn && !BecomesTrue(isGone))
     {
         LeftOver().push_back("The program " + ToUtf8(m_path) + " cannot be deleted.");
-    }
-    for (const std::wstring& folder : m_madeFolders)
-    {
-        RemoveDirectoryW(folder.c_str());
     }
 }
 

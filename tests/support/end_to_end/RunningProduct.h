@@ -20,11 +20,11 @@ namespace Testing
 class PlacedProgram
 {
 public:
-    // Makes the folders that are missing. One that is already there, because another object of the same path lives, is
-    // used and left to that object.
+    // Makes the folders that are missing, which stay. A program that is already there, because another object of the
+    // same path lives, is used and left to that object.
     PlacedProgram(std::wstring_view builtName, std::wstring path);
 
-    // Takes the program away, as far as it is still there, and the folders that were made and are empty.
+    // Takes the program away, as far as it is still there.
     ~PlacedProgram();
     PlacedProgram(const PlacedProgram&) = delete;
     PlacedProgram& operator=(const PlacedProgram&) = delete;
@@ -33,8 +33,6 @@ public:
 
 private:
     std::wstring m_path;
-    // The innermost first.
-    std::vector<std::wstring> m_madeFolders;
     bool m_isOwn = false;
 };
 

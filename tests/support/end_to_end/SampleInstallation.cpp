@@ -3,6 +3,7 @@
 #include "support/common/DirectoryLink.h"
 #include "support/end_to_end/Names.h"
 #include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Search.h"
 #include "support/end_to_end/Servers.h"
 #include "support/end_to_end/product/Product.h"
 
@@ -23,7 +24,6 @@ namespace Testing
 {
 namespace
 {
-constexpr std::wstring_view c_anyLength = L"\\\\?\\";
 constexpr std::wstring_view c_servicesKey = LR"(HKLM\SYSTEM\CurrentControlSet\Services)";
 constexpr std::wstring_view c_environmentKey = LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
 
@@ -175,11 +175,6 @@ const std::vector<ProductPart>& Bystanders()
 
 // ---- Files ---------------------------------------------------------------------------------------------------------
 
-std::wstring AnyLength(std::wstring_view path)
-{
-    return std::wstring(c_anyLength) + std::wstring(path);
-}
-
 std::wstring ParentOf(std::wstring_view path)
 {
     return std::wstring(path.substr(0, path.rfind(L'\\')));
@@ -188,19 +183,6 @@ std::wstring ParentOf(std::wstring_view path)
 bool Exists(std::wstring_view path)
 {
     return GetFileAttributesW(AnyLength(path).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-void MakeFolder(const std::wstring& folder)
-{
-    if (Exists(folder) || folder.ends_with(L':'))
-    {
-        return;
-    }
-    MakeFolder(ParentOf(folder));
-    if (!CreateDirectoryW(AnyLength(folder).c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
-    {
-        ThrowWindowsError("Cannot make the folder " + ToUtf8(folder), GetLastError());
-    }
 }
 
 void LayDownFiles(const TreeRow& tree)
@@ -225,26 +207,6 @@ void LayDownFiles(const TreeRow& tree)
             }
         }
     }
-}
-
-// Calls visit with the full path and the attributes of everything directly in the folder.
-template <typename Visit>
-void ForEachIn(const std::wstring& folder, Visit visit)
-{
-    WIN32_FIND_DATAW found{};
-    const HANDLE handle = FindFirstFileW((AnyLength(folder) + L"\\*").c_str(), &found);
-    if (handle == INVALID_HANDLE_VALUE)
-    {
-        return;
-    }
-    const UniqueSearch search(handle);
-    do
-    {
-        if (const std::wstring_view name = found.cFileName; name != L"." && name != L"..")
-        {
-            visit(folder + L"\\" + found.cFileName, found);
-        }
-    } while (FindNextFileW(search.get(), &found));
 }
 
 bool IsPlainFolder(DWORD attributes)
@@ -523,10 +485,10 @@ bool IsThere(const SampleItem& item)
 TreeSize MeasureTree(const std::wstring& folder)
 {
     TreeSize size;
-    ForEachIn(folder, [&](const std::wstring& path, const WIN32_FIND_DATAW& found) {
+    ForEachFound(AnyLength(folder + L"\\*"), [&](const WIN32_FIND_DATAW& found) {
         if (IsPlainFolder(found.dwFileAttributes))
         {
-            const TreeSize below = MeasureTree(path);
+            const TreeSize below = MeasureTree(folder + L"\\" + found.cFileName);
             size.files += below.files;
             size.bytes += below.bytes;
         }
@@ -650,10 +612,24 @@ void RemoveTree(const std::wstring& folder)
         RemoveDirectoryLink(folder);
         return;
     }
-    ForEachIn(folder, [](const std::wstring& path, const WIN32_FIND_DATAW&) { RemoveTree(path); });
+    ForEachFound(AnyLength(folder + L"\\*"),
+                 [&](const WIN32_FIND_DATAW& found) { RemoveTree(folder + L"\\" + found.cFileName); });
     if (!RemoveDirectoryW(AnyLength(folder).c_str()))
     {
         ThrowWindowsError("Cannot delete the folder " + ToUtf8(folder), GetLastError());
+    }
+}
+
+void MakeFolder(const std::wstring& folder)
+{
+    if (Exists(folder) || folder.ends_with(L':'))
+    {
+        return;
+    }
+    MakeFolder(ParentOf(folder));
+    if (!CreateDirectoryW(AnyLength(folder).c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+    {
+        ThrowWindowsError("Cannot make the folder " + ToUtf8(folder), GetLastError());
     }
 }
 

@@ -81,6 +81,9 @@ void RemoveSample();
 // Removes a tree of files, read-only ones too. Links in it are removed, never followed.
 void RemoveTree(const std::wstring& folder);
 
+// Makes a folder and those above it, as far as they are missing.
+void MakeFolder(const std::wstring& folder);
+
 // Writes one file and the folders above it. Paths may be longer than 260 characters.
 void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes = 0);
 

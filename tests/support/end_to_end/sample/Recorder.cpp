@@ -2,7 +2,7 @@
 
 #include "support/end_to_end/Dialogs.h"
 #include "support/end_to_end/Names.h"
-#include "support/end_to_end/Owners.h"
+#include "support/end_to_end/Search.h"
 
 #include <windows.h>
 
@@ -65,21 +65,6 @@ std::wstring FileName(std::size_t number, const std::string& name)
     return (number < 10 ? L"0" : L"") + std::to_wstring(number) + L"-" + std::wstring(name.begin(), name.end()) +
            L".png";
 }
-
-void DeletePictures(const std::wstring& folder)
-{
-    WIN32_FIND_DATAW found{};
-    const HANDLE handle = FindFirstFileW((folder + L"\\*.png").c_str(), &found);
-    if (handle == INVALID_HANDLE_VALUE)
-    {
-        return;
-    }
-    const UniqueSearch search(handle);
-    do
-    {
-        DeleteFileW((folder + L"\\" + found.cFileName).c_str());
-    } while (FindNextFileW(search.get(), &found));
-}
 } // namespace
 
 void Recorder::Look(const std::string& log)
@@ -128,7 +113,8 @@ std::size_t Recorder::Save(const std::wstring& folder) const
         CreateDirectoryW(folder.substr(0, end).c_str(), nullptr);
     }
     CreateDirectoryW(folder.c_str(), nullptr);
-    DeletePictures(folder);
+    ForEachFound(folder + L"\\*.png",
+                 [&](const WIN32_FIND_DATAW& found) { DeleteFileW((folder + L"\\" + found.cFileName).c_str()); });
     std::size_t number = 0;
     for (const Shot& shot : m_shots)
     {
