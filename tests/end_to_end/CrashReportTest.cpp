@@ -35,7 +35,6 @@ protected:
     static void LeaveCrash()
     {
         const std::wstring run = ReportFolder() + L"\\0123456789abcdef0123456789abcdef.run\\";
-        WriteTestFile(run + L"1.envelope", 1);
         WriteBytes(run + L"1.envelope", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n");
         WriteBytes(run + L"1.dmp", "MDMP and more");
     }

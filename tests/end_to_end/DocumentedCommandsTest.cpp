@@ -6,9 +6,8 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,7 +19,7 @@ namespace
 std::vector<std::vector<std::string>> ReadCommands(const std::wstring& document)
 {
     std::vector<std::vector<std::string>> blocks;
-    std::ifstream file{std::filesystem::path(document)};
+    std::istringstream file(ReadText(document));
     bool isInBlock = false;
     for (std::string line; std::getline(file, line);)
     {
@@ -44,14 +43,12 @@ protected:
     // Has Windows' command processor carry out the commands.
     void RunCommands(const std::vector<std::string>& lines)
     {
+        std::string script = "@echo off\n";
+        for (const std::string& line : lines)
         {
-            std::ofstream script{std::filesystem::path(m_script)};
-            script << "@echo off\n";
-            for (const std::string& line : lines)
-            {
-                script << line << "\n";
-            }
+            script += line + "\n";
         }
+        WriteBytes(m_script, script);
         wchar_t processor[MAX_PATH]{};
         GetSystemDirectoryW(processor, MAX_PATH);
         RunAt(processor + std::wstring(L"\\cmd.exe"), L"/d /c " + m_script + L" > " + m_output + L" 2>&1",
@@ -78,13 +75,8 @@ protected:
     // The last line of what the commands print; nothing when they print nothing.
     std::string LastOutput() const
     {
-        std::string last;
-        std::ifstream file{std::filesystem::path(m_output)};
-        for (std::string line; std::getline(file, line);)
-        {
-            last = line.substr(0, line.find_last_not_of("\r ") + 1);
-        }
-        return last;
+        const std::vector<std::string> lines = SplitLines(ReadText(m_output));
+        return lines.empty() ? "" : lines.back().substr(0, lines.back().find_last_not_of(' ') + 1);
     }
 
     static std::wstring Documented() { return InstallFolder() + LR"(\current\Velmora.Uninstaller.exe)"; }

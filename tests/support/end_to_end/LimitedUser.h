@@ -3,6 +3,7 @@
 
 #include "support/end_to_end/Names.h"
 #include "support/end_to_end/Owners.h"
+#include "support/end_to_end/SampleInstallation.h"
 #include "support/end_to_end/Waiting.h"
 #include "support/end_to_end/Wine.h"
 
@@ -11,7 +12,6 @@
 #include <exdisp.h>
 #include <shlguid.h>
 
-#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -40,24 +40,9 @@ inline UniqueHandle LimitedToken()
 inline void RunAsInvoker(const std::wstring& program)
 {
     constexpr std::string_view c_required = R"(level="requireAdministrator")";
-    constexpr std::string_view c_invoker = R"(level="asInvoker")";
-    const UniqueHandle file =
-        OwnFile(CreateFileW(program.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    std::string content(GetFileSize(file.get(), nullptr), '\0');
-    DWORD done = 0;
-    ReadFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &done, nullptr);
-    const std::size_t place = content.find(c_required);
-    if (done != content.size() || place == std::string::npos)
-    {
-        throw std::runtime_error(ToUtf8(program) + " has no manifest that requires elevation.");
-    }
-    std::string changed(c_invoker);
-    changed.resize(c_required.size(), ' ');
-    SetFilePointer(file.get(), static_cast<LONG>(place), nullptr, FILE_BEGIN);
-    if (!WriteFile(file.get(), changed.data(), static_cast<DWORD>(changed.size()), &done, nullptr))
-    {
-        ThrowWindowsError("Cannot write to " + ToUtf8(program), GetLastError());
-    }
+    constexpr std::string_view c_invoker = R"(level="asInvoker"           )";
+    static_assert(c_required.size() == c_invoker.size());
+    WriteBytes(program, ReplaceAll(ReadText(program), c_required, c_invoker));
 }
 
 // The user's desktop. On Windows every desktop is one. Wine makes one when it is needed for the first time, with the

@@ -14,21 +14,9 @@ namespace Testing
 namespace
 {
 // The sub-trees of the registry that a product can touch.
-struct RegistryTree
-{
-    std::wstring_view name;
-    HKEY root;
-    const wchar_t* key;
-};
-
-const std::array<RegistryTree, 5> c_registryTrees{{
-    {L"HKLM\\SOFTWARE", HKEY_LOCAL_MACHINE, L"SOFTWARE"},
-    {L"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager", HKEY_LOCAL_MACHINE,
-     L"SYSTEM\\CurrentControlSet\\Control\\Session Manager"},
-    {L"HKLM\\SYSTEM\\CurrentControlSet\\Services", HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services"},
-    {L"HKCU\\Software", HKEY_CURRENT_USER, L"Software"},
-    {L"HKCU\\Environment", HKEY_CURRENT_USER, L"Environment"},
-}};
+constexpr std::array<std::wstring_view, 5> c_registryTrees{
+    LR"(HKLM\SOFTWARE)", LR"(HKLM\SYSTEM\CurrentControlSet\Control\Session Manager)",
+    LR"(HKLM\SYSTEM\CurrentControlSet\Services)", LR"(HKCU\Software)", LR"(HKCU\Environment)"};
 
 // Where nothing of the product lies, and thousands of Windows' own.
 constexpr std::array<std::wstring_view, 16> c_leftOut{
@@ -247,6 +235,13 @@ std::string Describe(const StateEntry& entry)
     return {};
 }
 
+RootAndKey SplitKey(std::wstring_view path)
+{
+    const auto end = path.find(L'\\');
+    return {path.substr(0, end) == L"HKLM" ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER,
+            std::wstring(path.substr(end + 1))};
+}
+
 MachineState MachineState::Capture(std::wstring_view furtherDrives)
 {
     MachineState state;
@@ -254,9 +249,10 @@ MachineState MachineState::Capture(std::wstring_view furtherDrives)
     {
         CaptureFolder(state, std::wstring{letter, L':'});
     }
-    for (const RegistryTree& tree : c_registryTrees)
+    for (const std::wstring_view tree : c_registryTrees)
     {
-        CaptureKey(state, std::wstring(tree.name), tree.root, tree.key);
+        const auto [root, key] = SplitKey(tree);
+        CaptureKey(state, std::wstring(tree), root, key.c_str());
     }
     return state;
 }

@@ -45,6 +45,14 @@ StateEntry TextValue(DWORD type, std::wstring_view text);
 // An entry in one line for a person.
 std::string Describe(const StateEntry& entry);
 
+// The root of a registry key and its path below it.
+struct RootAndKey
+{
+    HKEY root;
+    std::wstring key;
+};
+RootAndKey SplitKey(std::wstring_view path);
+
 class MachineState
 {
 public:

@@ -2,10 +2,7 @@
 
 #include "ProductSettings.h"
 #include "support/end_to_end/Names.h"
-#include "support/end_to_end/Owners.h"
 #include "support/end_to_end/SampleInstallation.h"
-
-#include <windows.h>
 
 #include <stdexcept>
 #include <string_view>
@@ -44,17 +41,6 @@ void KeepReportsHere(const std::wstring& program)
     if (c_dsn.find(".invalid/") == std::string_view::npos)
     {
         ReplaceReportAddress(program, std::string(c_dsnOfNobody));
-    }
-}
-
-void WriteBytes(const std::wstring& path, const std::string& bytes)
-{
-    const UniqueHandle file =
-        OwnFile(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    DWORD written = 0;
-    if (!WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr))
-    {
-        throw std::runtime_error("Cannot write " + ToUtf8(path));
     }
 }
 } // namespace Testing

@@ -10,7 +10,4 @@ void ReplaceReportAddress(const std::wstring& program, const std::string& dsn);
 
 // Makes a program that was built with the product's own address report to nobody.
 void KeepReportsHere(const std::wstring& program);
-
-// Makes a file with that content. Throws std::runtime_error.
-void WriteBytes(const std::wstring& path, const std::string& bytes);
 } // namespace Testing

@@ -413,7 +413,6 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
         result.copy->exitCode = ExitCodeOf(copy);
         result.endedBeforeCopy = EndOf(process) < EndOf(copy);
     }
-    result.wasKilled = standIns && standIns->HasKilled();
     if (standIns)
     {
         ExpectNoViolations(standIns->Violations(), result.log);

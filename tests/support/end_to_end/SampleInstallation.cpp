@@ -226,19 +226,6 @@ void RemoveFile(const std::wstring& path)
 
 // ---- Registry ------------------------------------------------------------------------------------------------------
 
-struct RootAndKey
-{
-    HKEY root;
-    std::wstring key;
-};
-
-RootAndKey SplitKey(std::wstring_view path)
-{
-    const auto end = path.find(L'\\');
-    return {path.substr(0, end) == L"HKLM" ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER,
-            std::wstring(path.substr(end + 1))};
-}
-
 // A key and, of a value, its name.
 std::pair<std::wstring, std::optional<std::wstring>> SplitValue(const std::wstring& path)
 {
@@ -650,13 +637,6 @@ std::string ReadText(const std::wstring& path)
 
 void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes)
 {
-    MakeFolder(ParentOf(path));
-    const UniqueHandle file = OwnFile(
-        CreateFileW(AnyLength(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file)
-    {
-        ThrowWindowsError("Cannot write " + ToUtf8(path), GetLastError());
-    }
     // Every file has a content of its own, so that none can be mistaken for another.
     const std::string pattern = ToUtf8(path) + "\n";
     std::string content(size, ' ');
@@ -664,14 +644,22 @@ void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes)
     {
         content[i] = pattern[i % pattern.size()];
     }
-    DWORD written = 0;
-    if (!WriteFile(file.get(), content.data(), static_cast<DWORD>(size), &written, nullptr) || written != size)
-    {
-        ThrowWindowsError("Cannot write " + ToUtf8(path), GetLastError());
-    }
+    WriteBytes(path, content);
     if (attributes != 0)
     {
         SetFileAttributesW(AnyLength(path).c_str(), attributes);
+    }
+}
+
+void WriteBytes(const std::wstring& path, const std::string& bytes)
+{
+    MakeFolder(ParentOf(path));
+    const UniqueHandle file = OwnFile(
+        CreateFileW(AnyLength(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    if (!file || !WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr))
+    {
+        ThrowWindowsError("Cannot write " + ToUtf8(path), GetLastError());
     }
 }
 

@@ -87,6 +87,9 @@ void MakeFolder(const std::wstring& folder);
 // Writes one file and the folders above it. Paths may be longer than 260 characters.
 void WriteTestFile(const std::wstring& path, std::size_t size, DWORD attributes = 0);
 
+// The same with that content.
+void WriteBytes(const std::wstring& path, const std::string& bytes);
+
 // The bytes of a file; nothing when it cannot be read.
 std::string ReadText(const std::wstring& path);
 

@@ -47,7 +47,7 @@ StandIns::StandIns(int killAfterLines)
             m_services.push_back({std::wstring(name), *id, UniqueHandle(OpenProcess(SYNCHRONIZE, FALSE, *id))});
         }
     }
-    m_record->end = {.lines = killAfterLines, .exitCode = c_killed, .ended = 0};
+    m_record->linesLeft = killAfterLines;
 }
 
 void StandIns::Look()
@@ -104,10 +104,5 @@ std::vector<std::string> StandIns::Violations() const
         violations.emplace_back(m_record->violations[index].data());
     }
     return violations;
-}
-
-bool StandIns::HasKilled() const noexcept
-{
-    return m_record->end.ended > 0;
 }
 } // namespace Testing

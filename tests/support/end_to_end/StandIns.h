@@ -16,9 +16,6 @@
 
 namespace Testing
 {
-// The exit code of a process that was ended in the middle of its work.
-inline constexpr DWORD c_killed = 0xDEAD;
-
 // One program's stand-ins:
 // - a library, loaded into it before its first instruction and into every process that it starts, which replaces
 //   ControlServiceExW in its import table and writes the calls down, ends the process after a given line of its log,
@@ -41,9 +38,6 @@ public:
 
     // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
     std::vector<ServiceControl> ServiceControls() const;
-
-    // Whether it was ended.
-    bool HasKilled() const noexcept;
 
     // The calls that Windows refuses, by their contracts: "function: rule".
     std::vector<std::string> Violations() const;

@@ -8,7 +8,6 @@
 #include "support/end_to_end/stand_ins/DirectorySearch.h"
 #include "support/end_to_end/stand_ins/LoadIntoProcess.h"
 #include "support/end_to_end/stand_ins/SharedRecord.h"
-#include "support/end_to_end/stand_ins/SuddenEnd.h"
 
 #include <windows.h>
 
@@ -112,6 +111,19 @@ BOOL WINAPI StandInForCreateProcess(const wchar_t* program, wchar_t* commandLine
     return TRUE;
 }
 
+// Ends this process in the middle of the call that writes the last line: nothing runs afterwards, as when somebody else
+// ends it just then.
+BOOL WINAPI WriteAndEnd(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVERLAPPED* overlapped)
+{
+    const BOOL ok = WriteFile(file, buffer, size, written, overlapped);
+    const std::string_view text(static_cast<const char*>(buffer), size);
+    if (ok && text.starts_with('|') && InterlockedDecrement(&Record()->linesLeft) == 0)
+    {
+        TerminateProcess(GetCurrentProcess(), c_killed);
+    }
+    return ok;
+}
+
 SharedRecord* OpenRecord()
 {
     wchar_t name[MAX_PATH]{};
@@ -170,9 +182,9 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
         StandIn("FindNextFileW", reinterpret_cast<void*>(&StandInForFindNextFile));
         StandIn("FindClose", reinterpret_cast<void*>(&StandInForFindClose));
     }
-    if (Record()->end.lines > 0)
+    if (Record()->linesLeft > 0)
     {
-        EndAt(Record()->end);
+        StandIn("WriteFile", reinterpret_cast<void*>(&WriteAndEnd));
     }
     StandIn("CreateProcessW", reinterpret_cast<void*>(&StandInForCreateProcess));
     return TRUE;

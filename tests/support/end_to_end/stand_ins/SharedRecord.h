@@ -25,16 +25,8 @@ struct ServiceControl
     DWORD error;
 };
 
-// When a process is to end in the middle of its work, and how.
-struct SharedMoment
-{
-    // How many lines of the log are still to be written: a process ends when this comes to 0, and does not when it
-    // began so.
-    LONG lines;
-    DWORD exitCode;
-    // How many processes have ended so.
-    LONG ended;
-};
+// The exit code of a process that was ended in the middle of its work.
+inline constexpr DWORD c_killed = 0xDEAD;
 
 struct SharedRecord
 {
@@ -45,7 +37,9 @@ struct SharedRecord
     std::array<ServiceControl, 64> controls;
     // Why a process that the program has started runs without the library, as an error number; 0 when each has it.
     LONG notFollowed;
-    SharedMoment end;
+    // How many lines of the log are still to be written: the process ends when this comes to 0, and does not when it
+    // began so.
+    LONG linesLeft;
     // The calls that Windows refuses, as "function: rule"; of those beyond the array there is only the number.
     LONG violationCount;
     std::array<std::array<char, 256>, 32> violations;
