@@ -6,11 +6,7 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
-#include <regex>
-#include <string_view>
 
 namespace Testing
 {
@@ -46,37 +42,18 @@ Picture Cut(const Picture& picture, const RECT& area)
     }
     return {area.right - area.left, area.bottom - area.top, std::move(pixels)};
 }
-
-// A name for a picture from the last line of the log: its words, joined by hyphens.
-std::string NameFrom(const std::string& log)
-{
-    constexpr std::size_t c_longest = 48;
-    const std::string text = log.substr(0, log.find_last_not_of("\r\n") + 1);
-    std::string line = text.substr(text.find_last_of('\n') + 1);
-    line.erase(0, line.find(": ") + 1);
-    std::ranges::transform(line, line.begin(),
-                           [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    const std::string name = std::regex_replace(line, std::regex("^[^a-z0-9]+|[^a-z0-9]+$"), "");
-    return name.empty() ? "beginning" : std::regex_replace(name, std::regex("[^a-z0-9]+"), "-").substr(0, c_longest);
-}
-
-std::wstring FileName(std::size_t number, const std::string& name)
-{
-    return (number < 10 ? L"0" : L"") + std::to_wstring(number) + L"-" + std::wstring(name.begin(), name.end()) +
-           L".png";
-}
 } // namespace
 
-void Recorder::Look(const std::string& log)
+void Recorder::Look()
 {
-    TakePicture(log);
+    TakePicture();
     if (std::chrono::steady_clock::now() - m_lastChange > c_readingTime)
     {
         Answer();
     }
 }
 
-void Recorder::TakePicture(const std::string& log)
+void Recorder::TakePicture()
 {
     Picture screen = CaptureWindow(GetDesktopWindow());
     if (screen == m_screen)
@@ -86,9 +63,9 @@ void Recorder::TakePicture(const std::string& log)
     m_screen = std::move(screen);
     m_lastChange = std::chrono::steady_clock::now();
     const RECT content = FindContent(m_screen);
-    if (content.right != 0 && m_shots.size() < c_mostPictures)
+    if (content.right != 0 && m_pictures.size() < c_mostPictures)
     {
-        m_shots.push_back({Cut(m_screen, content), NameFrom(log)});
+        m_pictures.push_back(Cut(m_screen, content));
     }
 }
 
@@ -116,9 +93,10 @@ std::size_t Recorder::Save(const std::wstring& folder) const
     ForEachFound(folder + L"\\*.png",
                  [&](const WIN32_FIND_DATAW& found) { DeleteFileW((folder + L"\\" + found.cFileName).c_str()); });
     std::size_t number = 0;
-    for (const Shot& shot : m_shots)
+    for (const Picture& picture : m_pictures)
     {
-        shot.picture.SaveAsPng(folder + L"\\" + FileName(++number, shot.name));
+        ++number;
+        picture.SaveAsPng(folder + (number < 10 ? L"\\0" : L"\\") + std::to_wstring(number) + L".png");
     }
     return number;
 }

@@ -13,23 +13,17 @@ class Recorder
 {
 public:
     // Looks at the screen, and does what there is to do: says yes to uninstalling, has programs in the way ended, and
-    // closes what only tells something. To be called again and again, with what is in the log by then.
-    void Look(const std::string& log);
+    // closes what only tells something. To be called again and again.
+    void Look();
 
     // Writes the pictures to a folder, in their order, in place of those of an earlier run. Returns how many there are.
     std::size_t Save(const std::wstring& folder) const;
 
 private:
-    struct Shot
-    {
-        Picture picture;
-        std::string name;
-    };
-
-    void TakePicture(const std::string& log);
+    void TakePicture();
     void Answer();
 
-    std::vector<Shot> m_shots;
+    std::vector<Picture> m_pictures;
     Picture m_screen;
     std::chrono::steady_clock::time_point m_lastChange = std::chrono::steady_clock::now();
     int m_questions = 0;

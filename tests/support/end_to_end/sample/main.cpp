@@ -221,7 +221,7 @@ int Uninstall(std::span<wchar_t* const> rest)
         print(log);
         if (isRecorded)
         {
-            recorder.Look(log);
+            recorder.Look();
         }
     };
     const RunResult result = RunProgram(FullPath(rest.front()), commandLine, options);
