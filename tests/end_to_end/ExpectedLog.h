@@ -15,7 +15,6 @@ namespace Testing
 // The lines of runs that do not get to uninstalling. The process ID is "<pid>" in all of them.
 std::vector<std::string> HelpLog();
 std::vector<std::string> NotElevatedLog(std::string_view runType);
-std::vector<std::string> SecondInstanceLog(std::string_view runType);
 std::vector<std::string> CancelledLog(std::string_view runType);
 
 // The lines of a run that goes on as its copy, which is started with that argument; or cannot be copied, for a reason
@@ -88,9 +87,8 @@ public:
     // The step is not taken, so nothing is said about it.
     ExpectedLog& LeavesOut(Step step);
 
-    // The run finds no legacy package, or a part of it.
-    ExpectedLog& FindsNoPackage() { return FindsPackage(false, false); }
-    ExpectedLog& FindsPackage(bool isProvisioned, bool isInstalled);
+    // The run finds no legacy package.
+    ExpectedLog& FindsNoPackage();
 
     // The step fails with an error number of Windows' or an HRESULT.
     ExpectedLog& Fails(Step step, unsigned long error);
@@ -107,7 +105,7 @@ private:
     std::vector<std::string> m_clients;
     std::optional<std::vector<std::string>> m_lockers;
     bool m_endsWithClients = false;
-    std::vector<std::string> m_migration;
+    bool m_hasPackage;
     std::set<Step> m_leftOut;
     std::map<Step, unsigned long> m_failures;
 };

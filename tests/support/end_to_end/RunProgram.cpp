@@ -415,6 +415,7 @@ RunResult RunProgram(const std::wstring& program, const std::wstring& arguments,
     }
     if (standIns)
     {
+        result.wasKilled = options.killAfterLines > 0 && standIns->LinesLeft() <= 0;
         ExpectNoViolations(standIns->Violations(), result.log);
     }
     if (options.hasStandIns)

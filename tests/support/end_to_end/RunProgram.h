@@ -75,6 +75,8 @@ struct RunResult
     std::size_t dialogsAnswered = 0;
     // The controls that it and its copy have sent to services; nothing when it ran without stand-ins: nobody saw them.
     std::optional<std::vector<ServiceControl>> serviceControls{};
+    // Whether killAfterLines were written.
+    bool wasKilled = false;
     // What the message boxes among them said.
     std::vector<std::wstring> messages;
     std::chrono::milliseconds duration{};

@@ -39,6 +39,9 @@ public:
     // The calls so far, in their order. Throws std::runtime_error when a process that was started has no library.
     std::vector<ServiceControl> ServiceControls() const;
 
+    // How many lines are still to be written before the process is ended.
+    long LinesLeft() const { return m_record->linesLeft; }
+
     // The calls that Windows refuses, by their contracts: "function: rule".
     std::vector<std::string> Violations() const;
 
