@@ -88,7 +88,8 @@ TEST_F(CrashReportTest, A_copy_that_cannot_be_made_ends_the_run_and_is_reported)
     const IngestionServer server;
     LayDownFor(server);
     WriteTestFile(RelocatedCopy(), 100);
-    const UniqueHandle reader = Hold(RelocatedCopy());
+    const UniqueHandle reader = OwnFile(
+        CreateFileW(RelocatedCopy().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(reader);
     RunInstalled();
     // A sharing violation.

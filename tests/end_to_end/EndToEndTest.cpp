@@ -250,11 +250,6 @@ void EndToEndTest::CopyTraces(MachineState& state, const MachineState& source)
     }
 }
 
-UniqueHandle EndToEndTest::Hold(const std::wstring& path)
-{
-    return OwnFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
 MachineState EndToEndTest::UntouchedState() const
 {
     return WithLogFolder(m_before);

@@ -81,9 +81,6 @@ protected:
     // logs, the list of the files that Windows is to delete, and what the servers were asked for.
     static void CopyTraces(MachineState& state, const MachineState& source);
 
-    // Keeps a file from being deleted as long as the handle is there.
-    static UniqueHandle Hold(const std::wstring& path);
-
     // The program that Run starts.
     const std::wstring& ProgramPath() const { return m_program; }
 

@@ -20,8 +20,8 @@ namespace
 {
 TEST(RunningProductTest, A_client_closes_at_the_command_and_at_no_other)
 {
-    const SampleClient client(InstallFolder() + LR"(\current\Velmora.exe)", ClientMode::HasOtherWindows);
-    HWND window = FindWindowW(L"Velmora_Main", nullptr);
+    const SampleClient client(InstallFolder() + LR"(\current\Velmora.exe)", ClientMode::Closes);
+    HWND window = FindWindowW((std::wstring(c_iconClass) + L"7f3a").c_str(), nullptr);
     ASSERT_NE(window, nullptr);
     PostMessageW(window, WM_COMMAND, c_closeCommand - 1, 0);
     PostMessageW(window, WM_COMMAND, c_closeCommand, 1);

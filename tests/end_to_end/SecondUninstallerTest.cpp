@@ -1,5 +1,6 @@
 // Two uninstallers at the same time: whichever is first, both come to an end, and the machine is clean.
 #include "EndToEndTest.h"
+#include "support/end_to_end/Names.h"
 
 #include <windows.h>
 
@@ -42,19 +43,20 @@ private:
 TEST_F(SecondUninstallerTest, With_a_window_it_says_why_it_ends_and_the_first_goes_on_meanwhile)
 {
     LayDownSample();
-    const DialogAnswer refusal{
-        .title = L"Velmora Uninstaller Failed",
-        .message = L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no "
-                   L"other instances are open and try again. If this fails to fix the problem, restart your device."};
+    const std::wstring refusal =
+        L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no other "
+        L"instances are open and try again. If this fails to fix the problem, restart your device.";
     // The first one waits for somebody who has seen its result: it does not get to its end before.
-    RunOptions first = WithSecond("Deleting installation folder...", ProgramPath(), L"-g", {.answers = {refusal}});
+    RunOptions first = WithSecond("Deleting installation folder...", ProgramPath(), L"-g",
+                                  {.answers = {{.title = L"Velmora Uninstaller Failed", .message = refusal}}});
     first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};
     Run(L"-g", first);
     EXPECT_EQ(Result().exitCode, c_fullSuccess);
     EXPECT_EQ(Second().exitCode, c_alreadyRunning);
-    EXPECT_EQ(Second().messages, std::vector{*refusal.message});
+    EXPECT_EQ(Second().messages, std::vector{refusal});
     // Two that were started in the same second have one log, which the first one deletes.
-    EXPECT_NE((Second().log + Result().log).find(SecondInstanceLog("Gui").back() + "\r\n"), std::string::npos);
+    EXPECT_NE((Second().log + Result().log).find(std::string(c_errorTag) + ToUtf8(refusal) + "\r\n"),
+              std::string::npos);
     ExpectClean(DeclaredState());
 }
 

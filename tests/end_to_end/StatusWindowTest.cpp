@@ -14,8 +14,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -138,35 +136,10 @@ void ExpectLook(const StatusWindowLayout& layout, const Picture& picture)
     EXPECT_TRUE(HasColour(logo, picture, c_progressColour));
 }
 
-// The uninstaller, with a user who looks at its window before every answer.
 class StatusWindowTest : public EndToEndTest
 {
 protected:
-    // A run with a window; what is done when a dialog comes includes its answer.
-    void RunLooking(const std::function<void(HWND)>& atQuestion, const std::function<void(HWND)>& atResult = {})
-    {
-        std::map<std::wstring, std::function<void(HWND)>> coming{{L"Velmora", atQuestion}};
-        if (atResult)
-        {
-            coming.emplace(L"Velmora Uninstalled", atResult);
-        }
-        RunOptions options;
-        options.whileRunning = [&](const std::string&) {
-            std::erase_if(coming, [](const auto& one) {
-                HWND dialog = FindDialog(one.first);
-                if (dialog != nullptr)
-                {
-                    one.second(dialog);
-                }
-                return dialog != nullptr;
-            });
-        };
-        LayDownSample();
-        Run(L"-g", options);
-        EXPECT_TRUE(coming.empty());
-    }
-
-    Com com;
+    StatusWindowTest() { LayDownSample(); }
 };
 
 class ResolutionTest : public StatusWindowTest, public ::testing::WithParamInterface<int>
@@ -199,6 +172,7 @@ protected:
         Keep(picture, std::to_string(GetParam()) + "-dpi-" + pictureName);
     }
 
+    Com com;
     Screen screen{GetParam()};
     StatusWindowLayout layout{GetParam()};
 };
@@ -232,7 +206,23 @@ TEST_P(ResolutionTest, Stands_in_the_middle_of_the_screen_from_the_question_to_t
             BecomesTrue([&] { return (message = ReadAndCloseMessageBox(L"Velmora Uninstalled")).has_value(); }));
         EXPECT_EQ(message, FullSuccessMessage().message);
     };
-    RunLooking(atQuestion, atResult);
+    bool isAsked = false;
+    bool isTold = false;
+    RunOptions options;
+    options.whileRunning = [&](const std::string&) {
+        if (HWND question = FindDialog(L"Velmora"); question != nullptr && !isAsked)
+        {
+            isAsked = true;
+            atQuestion(question);
+        }
+        if (HWND result = FindDialog(L"Velmora Uninstalled"); result != nullptr && !isTold)
+        {
+            isTold = true;
+            atResult(result);
+        }
+    };
+    Run(L"-g", options);
+    EXPECT_TRUE(isAsked && isTold);
     ExpectFullSuccess(ExpectedLog().Runs("Gui"));
 }
 
@@ -279,7 +269,6 @@ TEST_F(StatusWindowTest, Is_painted_while_the_package_manager_works)
         EXPECT_FALSE(packages.KeysIn(L"Installed").empty()); // it still works
         SetEvent(mayEnd.get());
     };
-    LayDownSample();
     packages.WriteText(L"Events", c_packageRemoval, c_event);
     Run(L"-g", options);
     EXPECT_TRUE(isPainted);

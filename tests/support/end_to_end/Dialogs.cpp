@@ -46,7 +46,6 @@ bool AnswerDialog(const DialogAnswer& answer, HWND& last)
         return false;
     }
     last = dialog;
-    answer.before();
     if (answer.radioButton)
     {
         SendMessageW(dialog, TDM_CLICK_RADIO_BUTTON, static_cast<WPARAM>(*answer.radioButton), 0);

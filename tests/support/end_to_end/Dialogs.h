@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -17,8 +16,6 @@ struct DialogAnswer
     std::optional<int> button{};
     // The number of the radio button that is chosen before.
     std::optional<int> radioButton{};
-    // What the user does before the button is pressed.
-    std::function<void()> before = [] {};
     // For a message box, which has one button only: what it is to say. It is closed whatever it says.
     std::optional<std::wstring> message{};
 };

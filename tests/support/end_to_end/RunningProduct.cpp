@@ -6,11 +6,9 @@
 #include "support/end_to_end/Services.h"
 #include "support/end_to_end/Waiting.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <exception>
-#include <ranges>
 #include <stdexcept>
 #include <utility>
 
@@ -18,9 +16,6 @@ namespace Testing
 {
 namespace
 {
-constexpr std::chrono::seconds c_limit{30};
-constexpr DWORD c_limitMilliseconds = 30'000;
-
 std::vector<std::string>& LeftOver()
 {
     static std::vector<std::string> lines;
@@ -109,7 +104,8 @@ ReadyEvent::ReadyEvent()
 void ReadyEvent::WaitFor(HANDLE process, const std::wstring& program) const
 {
     const std::array<HANDLE, 2> handles{m_event.get(), process};
-    switch (WaitForMultipleObjects(2, handles.data(), FALSE, c_limitMilliseconds))
+    switch (WaitForMultipleObjects(2, handles.data(), FALSE,
+                                   static_cast<DWORD>(std::chrono::milliseconds(c_patience).count())))
     {
     case WAIT_OBJECT_0:
         return;
@@ -160,7 +156,7 @@ void ProductProcess::Terminate() noexcept
     if (IsRunning())
     {
         TerminateProcess(m_process.get(), 0);
-        if (!EndsWithin(c_limit))
+        if (!EndsWithin(c_patience))
         {
             LeftOver().push_back("The process " + std::to_string(m_id) + " still runs.");
         }

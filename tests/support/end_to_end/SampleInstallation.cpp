@@ -15,7 +15,6 @@
 #include <array>
 #include <cstring>
 #include <optional>
-#include <span>
 #include <sstream>
 #include <string>
 #include <utility>

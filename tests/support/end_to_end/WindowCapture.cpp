@@ -6,7 +6,6 @@
 
 #include <shlwapi.h>
 
-#include <memory>
 #include <stdexcept>
 #include <utility>
 

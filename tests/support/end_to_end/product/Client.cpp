@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <array>
 #include <string>
 
 namespace Testing
@@ -15,8 +14,6 @@ struct Client
 {
     ClientMode mode = ClientMode::Closes;
     UniqueHandle requests{};
-    // How many windows have yet to be asked before it closes.
-    std::size_t windowsToAsk = 1;
 };
 
 Client& TheClient()
@@ -25,18 +22,11 @@ Client& TheClient()
     return client;
 }
 
-void BeAskedToClose(HWND window)
+void BeAskedToClose()
 {
-    Client& client = TheClient();
+    const Client& client = TheClient();
     ReleaseSemaphore(client.requests.get(), 1, nullptr);
-    // Each window counts once.
-    if (client.mode == ClientMode::Ignores || client.mode == ClientMode::CannotBeEnded ||
-        GetPropW(window, L"asked") != nullptr)
-    {
-        return;
-    }
-    SetPropW(window, L"asked", window);
-    if (--client.windowsToAsk == 0)
+    if (client.mode == ClientMode::Closes)
     {
         PostQuitMessage(static_cast<int>(c_endedByItself));
     }
@@ -46,14 +36,15 @@ LRESULT CALLBACK HandleMessage(HWND window, UINT message, WPARAM first, LPARAM s
 {
     if (message == WM_COMMAND && first == c_closeCommand && second == 0)
     {
-        BeAskedToClose(window);
+        BeAskedToClose();
         return 0;
     }
     return DefWindowProcW(window, message, first, second);
 }
 
-bool MakeWindow(const std::wstring& className)
+bool MakeWindow()
 {
+    const std::wstring className = std::wstring(c_iconClass) + L"7f3a";
     WNDCLASSW windowClass{};
     windowClass.lpfnWndProc = HandleMessage;
     windowClass.hInstance = GetModuleHandleW(nullptr);
@@ -61,24 +52,6 @@ bool MakeWindow(const std::wstring& className)
     return RegisterClassW(&windowClass) != 0 &&
            CreateWindowExW(0, className.c_str(), L"", WS_POPUP, 0, 0, 0, 0, nullptr, nullptr, windowClass.hInstance,
                            nullptr) != nullptr;
-}
-
-bool MakeWindows(ClientMode mode)
-{
-    const std::wstring icon(c_iconClass);
-    switch (mode)
-    {
-    case ClientMode::HasNoWindow:
-        return true;
-    case ClientMode::HasOtherWindows:
-        // Too short, in other letter case, with something before it, and nothing alike.
-        return MakeWindow(icon.substr(0, icon.size() - 1)) && MakeWindow(L"velmora_notifyicon_handler_case") &&
-               MakeWindow(L"Old" + icon + L"8b11") && MakeWindow(L"Velmora_Main");
-    case ClientMode::HasTwoWindows:
-        return MakeWindow(icon + L"first") && MakeWindow(icon + L"second");
-    default:
-        return MakeWindow(icon + L"7f3a");
-    }
 }
 } // namespace
 } // namespace Testing
@@ -94,10 +67,10 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
     }
     Client& client = TheClient();
     client.mode = ModeFrom<ClientMode>(arguments[0]);
-    client.windowsToAsk = client.mode == ClientMode::HasTwoWindows ? 2 : 1;
     client.requests.reset(
         OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, (arguments[1] + std::wstring(c_requestsSuffix)).c_str()));
-    if (!MakeWindows(client.mode) || (client.mode == ClientMode::CannotBeEnded && !ForbidToEnd()))
+    if ((client.mode != ClientMode::HasNoWindow && !MakeWindow()) ||
+        (client.mode == ClientMode::CannotBeEnded && !ForbidToEnd()))
     {
         return static_cast<int>(c_wronglyStarted);
     }

@@ -23,12 +23,8 @@ enum class ServiceMode
     Obeys,
     // Is pending for three seconds, then stops.
     TakesThreeSeconds,
-    // Is pending for ever.
-    StaysPending,
     // Goes on running as if nothing had been asked.
-    Ignores,
-    // Its process ends a second later, without having reported a stop.
-    ExitsUnreported
+    Ignores
 };
 
 // What a client does when its notification icon's window is asked to close it.
@@ -40,10 +36,6 @@ enum class ClientMode
     Ignores,
     // There is no window that could be asked.
     HasNoWindow,
-    // Its windows have classes that only look like that of a notification icon. It would end if one of them was asked.
-    HasOtherWindows,
-    // Two windows for notification icons. It ends when both have been asked.
-    HasTwoWindows,
     // Goes on, and nobody else is allowed to end it, as if it were another user's.
     CannotBeEnded
 };
@@ -57,8 +49,7 @@ inline constexpr LONG c_mostRequests = 1000;
 
 // Exit codes, which tell an end of the program's own from one that somebody else has made.
 inline constexpr DWORD c_endedByItself = 71;
-inline constexpr DWORD c_exitedUnreported = 72;
-inline constexpr DWORD c_wronglyStarted = 73;
+inline constexpr DWORD c_wronglyStarted = 72;
 
 // How a client's request to close arrives: WM_COMMAND with this number.
 inline constexpr WPARAM c_closeCommand = 50001;

@@ -46,7 +46,7 @@ DWORD WINAPI HandleControl(DWORD control, DWORD, void*, void*)
     {
         return ERROR_CALL_NOT_IMPLEMENTED;
     }
-    if (service.mode == ServiceMode::TakesThreeSeconds || service.mode == ServiceMode::StaysPending)
+    if (service.mode == ServiceMode::TakesThreeSeconds)
     {
         service.Report(SERVICE_STOP_PENDING);
     }
@@ -61,21 +61,9 @@ void WINAPI RunService(DWORD, wchar_t** arguments)
     service.Report(SERVICE_RUNNING);
     TellThatItRuns(service.event);
     WaitForSingleObject(service.askedToStop.get(), INFINITE);
-    switch (service.mode)
+    if (service.mode != ServiceMode::Obeys)
     {
-    case ServiceMode::Obeys:
-        break;
-    case ServiceMode::TakesThreeSeconds:
-        Sleep(3'000);
-        break;
-    case ServiceMode::StaysPending:
-    case ServiceMode::Ignores:
-        Sleep(INFINITE);
-        break;
-    case ServiceMode::ExitsUnreported:
-        // The control has been answered by then; otherwise it would fail.
-        Sleep(1'000);
-        ExitProcess(c_exitedUnreported);
+        Sleep(service.mode == ServiceMode::TakesThreeSeconds ? 3'000 : INFINITE);
     }
     service.Report(SERVICE_STOPPED);
 }
