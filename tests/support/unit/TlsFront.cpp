@@ -23,19 +23,11 @@ constexpr long c_startLimit = 60;
 constexpr std::string_view c_program = VELMORA_TLS_FRONT; // a path of the system below Wine
 
 // This user's store of trusted authorities. What is changed there counts when it is closed.
-class RootStore
+std::shared_ptr<void> OpenRootStore()
 {
-public:
-    RootStore() = default;
-    ~RootStore() { CertCloseStore(m_store, 0); }
-    RootStore(const RootStore&) = delete;
-    RootStore& operator=(const RootStore&) = delete;
-
-    HCERTSTORE Get() const { return m_store; }
-
-private:
-    HCERTSTORE m_store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"Root");
-};
+    return {CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"Root"),
+            [](HCERTSTORE store) { CertCloseStore(store, 0); }};
+}
 
 const BYTE* Bytes(const std::string& certificate)
 {
@@ -122,9 +114,8 @@ const std::string& TlsFront::Authority() const
 
 TrustedAuthority::TrustedAuthority(std::string certificate) : m_certificate(std::move(certificate))
 {
-    const RootStore store;
-    if (!CertAddEncodedCertificateToStore(store.Get(), X509_ASN_ENCODING, Bytes(m_certificate), Size(m_certificate),
-                                          CERT_STORE_ADD_NEW, nullptr))
+    if (!CertAddEncodedCertificateToStore(OpenRootStore().get(), X509_ASN_ENCODING, Bytes(m_certificate),
+                                          Size(m_certificate), CERT_STORE_ADD_NEW, nullptr))
     {
         throw std::runtime_error("the authority cannot be trusted");
     }
@@ -134,11 +125,8 @@ TrustedAuthority::~TrustedAuthority()
 {
     const PCCERT_CONTEXT its =
         CertCreateCertificateContext(X509_ASN_ENCODING, Bytes(m_certificate), Size(m_certificate));
-    {
-        const RootStore store;
-        CertDeleteCertificateFromStore(
-            CertFindCertificateInStore(store.Get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, its, nullptr));
-    }
+    CertDeleteCertificateFromStore(
+        CertFindCertificateInStore(OpenRootStore().get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, its, nullptr));
     // Wine forgets it for this process alone: the store's own place in the registry.
     std::array<BYTE, 20> hash{};
     DWORD size = hash.size();

@@ -113,9 +113,7 @@ TEST_F(SentryHttpTest, Keeps_nothing_of_a_request_that_has_ended)
 {
     std::vector<HANDLE> made;
     std::vector<HANDLE> closed;
-    Fake<&CreateEventW> create = [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManual, BOOL isSet, LPCWSTR name) {
-        return made.emplace_back(create.Hidden(attributes, isManual, isSet, name));
-    };
+    Fake<&CreateEventW> create = [&](auto... arguments) { return made.emplace_back(create.Hidden(arguments...)); };
     {
         Fake<&CloseHandle> close = [&](HANDLE handle) { return close.Hidden(closed.emplace_back(handle)); };
         for (const char* const failing : {"", "ReceiveResponse", "OpenRequest"})
@@ -130,7 +128,7 @@ TEST_F(SentryHttpTest, Keeps_nothing_of_a_request_that_has_ended)
 
 TEST_F(SentryHttpTest, Sends_nothing_without_an_event_to_wait_for)
 {
-    Fake<&CreateEventW> create = [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE { return nullptr; };
+    Fake<&CreateEventW> create = [](auto...) -> HANDLE { return nullptr; };
     EXPECT_FALSE(Post());
     EXPECT_EQ(winHttp.requests.at(0).body, "");
 }

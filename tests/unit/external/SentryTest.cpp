@@ -243,8 +243,7 @@ TEST_F(SentryTest, Sends_nothing_to_a_reserved_address_or_to_none)
 {
     root.AddFile(L"Sentry\\x.run\\1.envelope");
     bool hasThread = false;
-    Fake<&CreateThread> thread = [&](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD,
-                                     LPDWORD) -> HANDLE {
+    Fake<&CreateThread> thread = [&](auto...) -> HANDLE {
         hasThread = true;
         return nullptr;
     };

@@ -107,9 +107,8 @@ protected:
     FakeWinHttp winHttp;
     wil::unique_handle thread; // the transport's
     int threads = 0;
-    Fake<&CreateThread> createThread = [this](LPSECURITY_ATTRIBUTES attributes, SIZE_T stack,
-                                              LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id) {
-        const HANDLE made = createThread.Hidden(attributes, stack, start, parameter, flags, id);
+    Fake<&CreateThread> createThread = [this](auto... arguments) {
+        const HANDLE made = createThread.Hidden(arguments...);
         DuplicateHandle(GetCurrentProcess(), made, GetCurrentProcess(), thread.put(), 0, FALSE, DUPLICATE_SAME_ACCESS);
         ++threads;
         return made;
@@ -315,8 +314,8 @@ TEST_F(SentryTransportTest, Does_not_spin_without_an_event_to_wait_for)
 {
     int events = 0;
     {
-        Fake<&CreateEventW> create = [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManual, BOOL isSet, LPCWSTR name) {
-            return ++events == 1 ? nullptr : create.Hidden(attributes, isManual, isSet, name);
+        Fake<&CreateEventW> create = [&](auto... arguments) {
+            return ++events == 1 ? nullptr : create.Hidden(arguments...);
         };
         transport = MakeTransport();
     }
