@@ -53,14 +53,10 @@ TYPED_TEST_SUITE(ComPtr, Owners, );
 
 } // namespace
 
-TYPED_TEST(ComPtr, holds_nothing_at_first)
+TYPED_TEST(ComPtr, gives_its_object_if_it_has_one_and_releases_it_at_the_end)
 {
     EXPECT_EQ(TypeParam().get(), nullptr);
     EXPECT_FALSE(TypeParam(nullptr));
-}
-
-TYPED_TEST(ComPtr, gives_its_object_and_releases_it_at_the_end)
-{
     const TypeParam owner = TestFixture::OwnerOf(this->object);
     EXPECT_EQ(this->object.references, 1);
     EXPECT_TRUE(owner);
