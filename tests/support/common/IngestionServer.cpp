@@ -85,6 +85,11 @@ struct IngestionServer::State
 
     void Run();
     void Serve(Socket connection);
+    std::size_t CountRequests()
+    {
+        const std::scoped_lock lock(mutex);
+        return requests.size();
+    }
 };
 
 // One connection, with one request.
@@ -104,16 +109,13 @@ void IngestionServer::State::Serve(Socket connection)
     std::size_t length = 0;
     const std::string header = request.Header("content-length");
     std::from_chars(header.data(), header.data() + header.size(), length);
-    std::unique_lock lock(mutex);
-    const std::size_t number = requests.size();
-    lock.unlock();
-    const IngestionAnswer its = answer(number);
+    const IngestionAnswer its = answer(CountRequests());
     const std::size_t wanted = std::min(length, its.mostOfBody);
     while (text.size() < wanted && Receive(connection, text))
     {
     }
     request.body = text.substr(0, wanted);
-    lock.lock();
+    const std::scoped_lock lock(mutex);
     requests.push_back(std::move(request)); // before the answer, after which the sender goes on
     hasCome.notify_all();
     send(connection.Get(), its.text.data(), static_cast<int>(its.text.size()), 0);

@@ -13,10 +13,10 @@
 #include <dbghelp.h>
 
 #include <gmock/gmock.h>
+#include <wil/resource.h>
 
 #include <algorithm>
 #include <bit>
-#include <cstddef>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -231,8 +231,11 @@ TEST(SentryHeldFolderTest, Is_that_of_a_store_which_lives_as_usual_on_this_machi
     {
         Machine machine;
         machine.files.isFat = isFat;
+        const wil::unique_hfile reader(CreateFileW((c_database + L"\\x.run\\2.envelope").c_str(), GENERIC_READ,
+                                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                   OPEN_EXISTING, 0, nullptr));
         EXPECT_THAT(Live(), UnorderedElementsAre("one", "MDMP one", "two", "three", ""));
-        EXPECT_FALSE(machine.files.Has(c_database + L"\\x.run"));
+        EXPECT_EQ(machine.files.Has(c_database + L"\\x.run"), isFat) << "deleted at once, with a reader";
         EXPECT_FALSE(machine.files.Has(c_database + L"\\y.run"));
         EXPECT_EQ(machine.files.ContentOf(PathOf(machine.files, L"own\\kept.envelope")), "kept");
         EXPECT_FALSE(machine.files.Has(PathOf(machine.files, L"own\\dropped.envelope")));
