@@ -11,6 +11,7 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -45,12 +46,11 @@ inline std::map<std::wstring, std::string> SystemFiles(const FakeFileSystem& fil
 // Deletes all that may be deleted below a folder.
 inline void Empty(FakeFileSystem& files, const std::wstring& folder)
 {
-    const std::vector<std::wstring> all = files.All();
-    for (auto path = all.rbegin(); path != all.rend(); ++path)
+    for (const std::wstring& path : files.All() | std::views::reverse)
     {
-        if (path->starts_with(folder + L'\\'))
+        if (path.starts_with(folder + L'\\'))
         {
-            files.Delete(*path);
+            files.Delete(path);
         }
     }
 }

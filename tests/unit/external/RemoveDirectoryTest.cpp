@@ -646,7 +646,7 @@ std::vector<Attack> AllAttacks()
 {
     const std::wstring product = c_product;
     const std::wstring system = c_system;
-    const PathIn target = [=](FakeFileSystem&) { return system; };
+    const PathIn target = [](FakeFileSystem&) { return std::wstring(c_system); };
     std::vector<Attack> attacks;
     for (const wchar_t* const name : {L"", L"\\a", L"\\a\\deep", L"\\b", L"\\deep"})
     {

@@ -286,15 +286,6 @@ TEST_F(SentryCrashHandlerTest, Tries_the_lock_of_the_breadcrumbs_a_thousand_time
     }
 }
 
-TEST_F(SentryCrashHandlerTest, Overwrites_nothing)
-{
-    root.AddFile(L"1.envelope", "somebody's");
-    root.AddFile(L"1.dmp", "somebody's");
-    RaiseUnhandled();
-    EXPECT_EQ(ReadFileText(envelopePath), "somebody's");
-    EXPECT_EQ(ReadFileText(minidumpPath), "somebody's");
-}
-
 TEST_F(SentryCrashHandlerTest, Does_without_a_minidump_where_the_library_is_not_there)
 {
     hasDebugHelp = false;

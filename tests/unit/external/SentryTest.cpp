@@ -213,12 +213,14 @@ TEST_F(SentryTest, Keeps_what_got_no_response_and_sends_it_in_the_next_session)
     StartWithFolder();
     winHttp.failing = {"ReceiveResponse"};
     Capture();
-    EXPECT_EQ(sentry_close(), 1);
+    Capture();
+    EXPECT_EQ(sentry_close(), 2);
+    EXPECT_EQ(winHttp.requests.size(), 2U);
 
     winHttp.failing.clear();
     winHttp.requests.clear();
     StartWithFolder();
-    EXPECT_EQ(Sent().size(), 1U);
+    EXPECT_EQ(Sent().size(), 2U);
     EXPECT_FALSE(Exists(database));
 }
 

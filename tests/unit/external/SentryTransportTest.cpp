@@ -56,10 +56,7 @@ protected:
 
     void Send(const std::string& id) const
     {
-        if (store)
-        {
-            EXPECT_TRUE(store->Keep(id, MakeText(id)));
-        }
+        EXPECT_TRUE(store->Keep(id, MakeText(id)));
         transport->Send(id, MakeText(id));
     }
 
@@ -152,15 +149,6 @@ TEST_F(SentryTransportTest, Reserves_stack_for_a_crash_report_on_its_thread)
     EXPECT_NE(reserving, GetCurrentThreadId());
 }
 
-TEST_F(SentryTransportTest, Keeps_what_got_no_response)
-{
-    winHttp.failing = {"ReceiveResponse"};
-    Send("1");
-    Send("2");
-    EXPECT_THAT(Sent(), ElementsAre("1", "2"));
-    EXPECT_EQ(store->Count(), 2U);
-}
-
 TEST_F(SentryTransportTest, Drops_what_exceeds_the_rate_limit)
 {
     winHttp.status = 429;
@@ -236,15 +224,6 @@ TEST_F(SentryTransportTest, Searches_again_when_it_is_told_so_during_a_search)
     WaitUntilHalted();
     transport->SendPending();
     SetEvent(goOn.get());
-    EXPECT_THAT(Sent(), ElementsAre("1"));
-}
-
-TEST_F(SentryTransportTest, Works_without_a_store)
-{
-    store.reset();
-    transport = MakeTransport();
-    Send("1");
-    transport->SendPending();
     EXPECT_THAT(Sent(), ElementsAre("1"));
 }
 
