@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,12 @@ protected:
         const std::wstring run = ReportFolder() + L"\\0123456789abcdef0123456789abcdef.run\\";
         WriteBytes(run + L"1.envelope", "{\"event_id\":\"1\"}\n{\"type\":\"event\"}\n{\"event_id\":\"1\"}\n");
         WriteBytes(run + L"1.dmp", "MDMP and more");
+    }
+
+    static MachineState WithoutReports(MachineState state)
+    {
+        state.Erase(ReportFolder());
+        return state;
     }
 
     // That crash, whole.
@@ -103,9 +110,7 @@ TEST_F(CrashReportTest, A_run_that_succeeds_sends_the_crash_of_an_earlier_one_an
     LayDownFor(server);
     LeaveCrash();
     Run();
-    MachineState state = DeclaredState();
-    state.Erase(ReportFolder());
-    ExpectFullSuccess({}, state);
+    ExpectFullSuccess({}, WithoutReports(DeclaredState()));
     const auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 1U);
     ExpectCrash(requests[0]);
@@ -120,9 +125,8 @@ TEST_F(CrashReportTest, What_the_first_process_cannot_send_is_sent_by_its_copy_w
     LayDownFor(server);
     LeaveCrash();
     RunInstalled();
-    MachineState state = RelocatedState();
-    state.Erase(ReportFolder());
-    ExpectRelocatedEnd(c_fullSuccess, RelocationLog("Silent", RelocatedCopy(), "-s"), ExpectedLog().Lines(), state);
+    ExpectRelocatedEnd(c_fullSuccess, RelocationLog("Silent", RelocatedCopy(), "-s"), ExpectedLog().Lines(),
+                       WithoutReports(RelocatedState()));
     const auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 2U);
     ExpectCrash(requests[1]);

@@ -37,7 +37,7 @@ class HardeningTest : public EndToEndTest
 {
 protected:
     // Each file becomes a part of the state before the run; one that is loaded leaves another.
-    void Plant(std::span<const wchar_t* const> names) const
+    static void Plant(std::span<const wchar_t* const> names)
     {
         for (const std::wstring name : names)
         {

@@ -251,8 +251,8 @@ MachineState MachineState::Capture(std::wstring_view furtherDrives)
     }
     for (const std::wstring_view tree : c_registryTrees)
     {
-        const auto [root, key] = SplitKey(tree);
-        CaptureKey(state, std::wstring(tree), root, key.c_str());
+        const RootAndKey place = SplitKey(tree);
+        CaptureKey(state, std::wstring(tree), place.root, place.key.c_str());
     }
     return state;
 }
