@@ -47,7 +47,7 @@ TEST_F(SecondUninstallerTest, With_a_window_it_says_why_it_ends_and_the_first_go
         L"Only one instance of the Velmora installer/uninstaller can run at a time. Please make sure no other "
         L"instances are open and try again. If this fails to fix the problem, restart your device.";
     // The first one waits for somebody who has seen its result: it does not get to its end before.
-    RunOptions first = WithSecond("Deleting installation folder...", ProgramPath(), L"-g",
+    RunOptions first = WithSecond(RowOf(Step::InstallFolder).shown, ProgramPath(), L"-g",
                                   {.answers = {{.title = L"Velmora Uninstaller Failed", .message = refusal}}});
     first.answers = {AnswerConfirmation(IDYES), FullSuccessMessage()};
     Run(L"-g", first);

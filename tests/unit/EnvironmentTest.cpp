@@ -189,6 +189,7 @@ TEST_F(EnvironmentTest, RemoveFromMachinePath_takes_out_the_last_entry_that_equa
         EXPECT_EQ(RemoveFrom(before), after);
     }
     EXPECT_EQ(RemoveFrom(L"C:\\A;C:\\B", L"C:\\B;"), L"C:\\A;"); // an entry that ends itself
+    EXPECT_EQ(RemoveFrom(L";A;", L"A"), L";");
     EXPECT_EQ(RemoveFrom(L"C:\\\u00c4", L"C:\\\u00e4"), L"");
 }
 

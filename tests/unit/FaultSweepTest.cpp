@@ -193,7 +193,7 @@ private:
     bool Failed(std::string_view function) const { return m_outcome.faults.Function() == function; }
     bool IsAbout(std::string_view text) const { return m_outcome.faults.Subject().find(text) != std::string::npos; }
     bool IsAbsence() const { return m_fault.error == ERROR_FILE_NOT_FOUND || m_fault.error == ERROR_PATH_NOT_FOUND; }
-    bool HasBegunRemoving() const { return Contains(m_outcome.log, "Deleting desktop shortcut..."); }
+    bool HasBegunRemoving() const { return Contains(m_outcome.log, Steps().front().shown); }
     bool SettingsGo() const { return Contains(m_outcome.log, "Velmora will attempt to delete user data directories."); }
 
     // The failures that are to end the run as an exception.

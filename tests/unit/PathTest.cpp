@@ -123,7 +123,7 @@ TEST(IsInsideTest, Knows_both_paths_in_every_spelling)
 {
     for (const wchar_t* const folder :
          {L"C:\\Program Files\\Velmora\\", L"c:\\PROGRAM FILES\\velmora", L"C:/Program Files/Velmora/",
-          L"C:\\Program Files\\\\Velmora\\\\", L"C:\\Program Files\\X\\..\\Velmora\\",
+          L"C:\\\\Program Files\\\\Velmora\\\\", L"C:\\Program Files\\X\\..\\Velmora\\",
           L"C:\\Program Files\\.\\Velmora\\.\\", L"C:\\..\\Program Files\\Velmora\\",
           L"\\\\?\\C:\\Program Files\\Velmora\\", L"\\\\?\\C:\\Program Files\\X\\..\\Velmora\\",
           L"\\\\?\\c:\\program files\\velmora", L"//?/C:/Program Files/Velmora/", L"\\\\.\\C:\\Program Files\\Velmora"})

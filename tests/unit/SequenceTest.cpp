@@ -197,7 +197,7 @@ TEST_F(SequenceTest, A_second_run_has_nothing_left_to_remove)
 
     const Lines log = Log();
     EXPECT_EQ(Gone(), Things{});
-    EXPECT_EQ(std::ranges::count(log, "|INFO|:    Deleting installation folder..."), 1);
+    EXPECT_EQ(std::ranges::count(log, "|INFO|:    " + std::string(RowOf(Step::InstallFolder).shown)), 1);
     EXPECT_EQ(std::ranges::count(log, "|INFO|:    [ClientHelper] Directory does not exist, cannot be locked!"), 1);
     EXPECT_EQ(Retries(), std::vector<DWORD>{200}); // the start of the second run
 }
