@@ -947,37 +947,35 @@ struct FakeFileSystem::Functions
             return FALSE;
         }
         const bool isExtended = kind == FileDispositionInfoEx;
-        ULONG flags = FILE_DISPOSITION_FLAG_DELETE;
-        if (size != (isExtended ? sizeof(flags) : sizeof(FILE_DISPOSITION_INFO)))
-        {
-            return Succeeds(ERROR_BAD_LENGTH);
-        }
-        if (isExtended)
-        {
-            std::memcpy(&flags, data, sizeof(flags));
-        }
-        else if (kind != FileDispositionInfo || !static_cast<const FILE_DISPOSITION_INFO*>(data)->DeleteFile)
-        {
-            flags = 0;
-        }
-        constexpr ULONG known = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS;
-        if ((files.isFat && isExtended) || (flags & FILE_DISPOSITION_FLAG_DELETE) == 0 || (flags & ~known) != 0)
+        if (!isExtended && kind != FileDispositionInfo)
         {
             return Succeeds(ERROR_INVALID_PARAMETER);
         }
-        const DWORD error =
-            (opened->m_access & DELETE) == 0 ? ERROR_ACCESS_DENIED : files.RefuseDeletion(opened->m_place);
+        if (size != (isExtended ? sizeof(ULONG) : sizeof(FILE_DISPOSITION_INFO)))
+        {
+            return Succeeds(ERROR_BAD_LENGTH);
+        }
+        ULONG flags = 0;
+        std::memcpy(&flags, data, size); // the shorter one is a BOOLEAN, and FILE_DISPOSITION_FLAG_DELETE is 1
+        constexpr ULONG known = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS;
+        if ((files.isFat && isExtended) || (flags & ~known) != 0)
+        {
+            return Succeeds(ERROR_INVALID_PARAMETER);
+        }
+        const bool isToGo = (flags & FILE_DISPOSITION_FLAG_DELETE) != 0;
+        DWORD error = (opened->m_access & DELETE) == 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+        error = error == ERROR_SUCCESS && isToGo ? files.RefuseDeletion(opened->m_place) : error;
         if (error != ERROR_SUCCESS)
         {
             return Succeeds(error);
         }
-        if ((flags & FILE_DISPOSITION_FLAG_POSIX_SEMANTICS) != 0)
+        if (isToGo && (flags & FILE_DISPOSITION_FLAG_POSIX_SEMANTICS) != 0)
         {
             opened->m_place.Unlink();
         }
         else
         {
-            opened->m_place.node->isDeletePending = true;
+            opened->m_place.node->isDeletePending = isToGo;
         }
         return TRUE;
     };
