@@ -409,10 +409,7 @@ TEST_F(StopRunningClientTest, Lets_other_exceptions_pass)
 
 TEST_F(StopRunningClientTest, Fails_when_memory_runs_out)
 {
-    const Fake<&CreateToolhelp32Snapshot> snapshot = [](DWORD, DWORD) -> HANDLE {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    };
+    const Fake<&CreateToolhelp32Snapshot> snapshot = Fails(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
     bool stopped = true;
     {
         const OutOfMemory outOfMemory;

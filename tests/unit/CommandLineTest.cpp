@@ -169,10 +169,7 @@ TEST(CommandLineTest, Switches_and_nothing_else_are_switches_in_every_code_page)
 
 TEST(CommandLineTest, An_argument_that_cannot_be_converted_asks_for_the_help)
 {
-    Fake<&WideCharToMultiByte> failing = [](auto...) -> int {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    };
+    Fake<&WideCharToMultiByte> failing = Fails(ERROR_INVALID_PARAMETER);
 
     ExpectHelp(L" -s");
 }

@@ -367,10 +367,7 @@ TEST_F(OpenLogTest, Shows_nothing_in_other_runs)
 
 TEST_F(OpenLogTest, Ignores_a_log_that_is_not_there)
 {
-    const Fake<&GetFileAttributesW> attributes = [](LPCWSTR) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return INVALID_FILE_ATTRIBUTES;
-    };
+    const Fake<&GetFileAttributesW> attributes = Fails(ERROR_PATH_NOT_FOUND, INVALID_FILE_ATTRIBUTES);
 
     logger.OpenLog();
 
@@ -380,10 +377,7 @@ TEST_F(OpenLogTest, Ignores_a_log_that_is_not_there)
 
 TEST_F(OpenLogTest, Throws_when_the_file_system_cannot_tell)
 {
-    const Fake<&GetFileAttributesW> attributes = [](LPCWSTR) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_FILE_ATTRIBUTES;
-    };
+    const Fake<&GetFileAttributesW> attributes = Fails(ERROR_ACCESS_DENIED, INVALID_FILE_ATTRIBUTES);
 
     try
     {

@@ -124,10 +124,7 @@ TEST_F(ParentProcessTest, Is_nothing_when_it_cannot_be_examined)
 
 TEST_F(ParentProcessTest, Is_looked_for_without_a_pause_where_the_temporary_folder_cannot_be_made)
 {
-    const Fake<&CreateDirectoryW> refuse = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    };
+    const Fake<&CreateDirectoryW> refuse = Fails(ERROR_ACCESS_DENIED);
 
     EXPECT_TRUE(Wait());
     EXPECT_THAT(clock.Sleeps(), IsEmpty());

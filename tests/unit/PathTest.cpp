@@ -66,10 +66,7 @@ TEST(ToExtendedPathTest, Takes_a_path_of_any_length)
 TEST(ToExtendedPathTest, Leaves_a_path_that_Windows_does_not_make_full)
 {
     EXPECT_EQ(ToExtendedPath(L""), L"");
-    Fake<&GetFullPathNameW> failing = [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) -> DWORD {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return 0;
-    };
+    Fake<&GetFullPathNameW> failing = Fails(ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(ToExtendedPath(L"C:\\Velmora"), L"C:\\Velmora");
 }
 

@@ -246,10 +246,7 @@ TEST_F(ProtectedFolderTest, Each_known_folder_is_asked_for_once)
 
 TEST_F(ProtectedFolderTest, The_root_of_a_volume_that_the_mount_manager_does_not_know_is_protected)
 {
-    Fake<&GetVolumePathNameW> unknown = [](LPCWSTR, LPWSTR, DWORD) -> BOOL {
-        SetLastError(ERROR_INVALID_FUNCTION);
-        return FALSE;
-    };
+    Fake<&GetVolumePathNameW> unknown = Fails(ERROR_INVALID_FUNCTION);
     Fake<&GetFinalPathNameByHandleW> objectNames = [&](HANDLE file, LPWSTR name, DWORD size, DWORD kind) -> DWORD {
         if (kind == VOLUME_NAME_DOS)
         {
@@ -271,10 +268,7 @@ TEST_F(ProtectedFolderTest, The_root_of_a_volume_that_the_mount_manager_does_not
 
 TEST_F(ProtectedFolderTest, A_folder_that_cannot_be_examined_is_protected)
 {
-    Fake<&GetFinalPathNameByHandleW> failing = [](HANDLE, LPWSTR, DWORD, DWORD) -> DWORD {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return 0;
-    };
+    Fake<&GetFinalPathNameByHandleW> failing = Fails(ERROR_ACCESS_DENIED);
 
     EXPECT_TRUE(IsProtectedFolder(root.AddFolder(L"Velmora")));
 }

@@ -244,10 +244,7 @@ TEST_F(RelocateTest, A_copy_that_cannot_be_started_ends_the_run_and_schedules_th
 
 TEST_F(RelocateTest, A_start_that_fails_without_an_error_is_a_failure_all_the_same)
 {
-    const Fake<&CreateProcessW> failing = [](auto...) -> BOOL {
-        SetLastError(ERROR_SUCCESS);
-        return FALSE;
-    };
+    const Fake<&CreateProcessW> failing = Fails(ERROR_SUCCESS);
 
     EXPECT_EQ(Run(), EXIT_ERROR_RUN_FROM_TEMP);
 

@@ -158,10 +158,7 @@ TEST_F(ShellExecuteFromExplorerTest, Fails_when_the_shell_shows_no_desktop)
 
 TEST_F(ShellExecuteFromExplorerTest, Throws_when_it_cannot_be_told_whether_the_process_is_elevated)
 {
-    const Fake<&GetTokenInformation> token = [](auto...) -> BOOL {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    };
+    const Fake<&GetTokenInformation> token = Fails(ERROR_INVALID_HANDLE);
 
     EXPECT_THAT(OpenFile, ThrowsResult(HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE)));
 

@@ -108,4 +108,14 @@ private:
     static constinit inline Pointer s_real = nullptr;
 };
 
+// The body of a fake that always fails as most functions do: with that last error, and 0 or another result.
+template <class Result = int>
+auto Fails(DWORD error, Result result = {})
+{
+    return [=](auto...) {
+        SetLastError(error);
+        return result;
+    };
+}
+
 } // namespace Testing

@@ -283,10 +283,7 @@ TEST_F(SentryStoreTest, Is_not_there_without_a_folder)
     EXPECT_FALSE(Store::Open(Narrow(database + L"\\below a file")));
     EXPECT_FALSE(Store::Open(""));
     EXPECT_FALSE(Store::Open("\xFF\xFF"));
-    Fake<&CreateDirectoryW> create = [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    };
+    Fake<&CreateDirectoryW> create = Fails(ERROR_ACCESS_DENIED);
     EXPECT_FALSE(Store::Open(Narrow(root / L"c")));
 }
 

@@ -40,10 +40,7 @@ TEST(GetModuleFileNameTest, Grows_its_buffer_until_the_path_fits)
 
 TEST(GetModuleFileNameTest, Throws_the_last_error)
 {
-    const Fake<&GetModuleFileNameW> name = [](HMODULE, wchar_t*, DWORD) -> DWORD {
-        SetLastError(ERROR_MOD_NOT_FOUND);
-        return 0;
-    };
+    const Fake<&GetModuleFileNameW> name = Fails(ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(CodeThrownBy([] { wil::GetModuleFileNameW<std::wstring>(); }), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
 }
 
@@ -78,10 +75,7 @@ TEST(ProcessImageNameTest, Grows_its_buffer_until_the_path_fits)
 
 TEST(ProcessImageNameTest, Returns_the_last_error)
 {
-    const Fake<&QueryFullProcessImageNameW> query = [](HANDLE, DWORD, wchar_t*, DWORD*) {
-        SetLastError(ERROR_GEN_FAILURE);
-        return FALSE;
-    };
+    const Fake<&QueryFullProcessImageNameW> query = Fails(ERROR_GEN_FAILURE);
     wil::unique_cotaskmem_string path;
     EXPECT_EQ(wil::QueryFullProcessImageNameW(GetCurrentProcess(), 0, path), HRESULT_FROM_WIN32(ERROR_GEN_FAILURE));
     EXPECT_FALSE(path);
