@@ -191,8 +191,8 @@ TEST_F(UninstallerTempFolderTest, Is_not_private_while_somebody_has_it_open_for_
 TEST_F(UninstallerTempFolderTest, Is_not_private_whichever_call_fails)
 {
     files.AddFolder(c_folder);
-    for (const char* const function : {"CreateFileW", "GetVolumeInformationByHandleW", "GetFileInformationByHandleEx",
-                                       "GetSecurityInfo", "SetKernelObjectSecurity"})
+    for (const char* const function : {"CreateDirectoryW", "CreateFileW", "GetVolumeInformationByHandleW",
+                                       "GetFileInformationByHandleEx", "GetSecurityInfo", "SetKernelObjectSecurity"})
     {
         journal.Fail(function, ERROR_GEN_FAILURE);
 
