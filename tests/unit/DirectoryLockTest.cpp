@@ -367,7 +367,7 @@ TEST_F(CheckDirectoryLockedTest, Logs_a_process_that_cannot_be_terminated_and_te
         long error;
         std::string line;
         bool isTakenForGone = false;
-    } const failures[] = {
+    } const ways[] = {
         {"OpenProcess(0x1, 1200)", ERROR_ACCESS_DENIED, c_differentUser},
         {"OpenProcess(0x1, 1200)", ERROR_INVALID_PARAMETER, c_alreadyClosed, true},
         {"OpenProcess(0x1, 1200)", ERROR_GEN_FAILURE, "captured " + c_openFailed + "-2147024865"},
@@ -380,7 +380,7 @@ TEST_F(CheckDirectoryLockedTest, Logs_a_process_that_cannot_be_terminated_and_te
     };
     AddProgram(1200, L"Velmora\\a.exe");
     Lines lines;
-    for (const auto& [call, error, line, isTakenForGone] : failures)
+    for (const auto& [call, error, line, isTakenForGone] : ways)
     {
         AddProgram(1300, L"Velmora\\b.exe");
         journal.Fail(call, error, 1);

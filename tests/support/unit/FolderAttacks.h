@@ -147,7 +147,7 @@ void RunUnder(const std::vector<Attack>& attacks, const std::function<void(const
         std::optional<bool> isMade;
         for (std::size_t at = 1; (isMade = runUnder(attack, at, 0)); ++at)
         {
-            made += *isMade ? 1 : 0;
+            made += *isMade ? 1U : 0U;
             for (std::size_t undoneAt = at + 1; *isMade && attack.undo && undoneAt <= at + 4; ++undoneAt)
             {
                 runUnder(attack, at, undoneAt);
