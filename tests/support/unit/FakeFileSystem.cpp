@@ -2,6 +2,7 @@
 
 #include "support/common/ImportTableFake.h"
 #include "support/common/Text.h"
+#include "support/unit/FakeFolders.h"
 
 #include <windows.h>
 
@@ -1008,22 +1009,10 @@ struct FakeFileSystem::Functions
             return 0;
         }
         const bool isRoot = opened->m_place.node == files.m_root;
-        const std::wstring name = L"\\\\?\\" + opened->m_place.Path() + (isRoot ? L"\\" : L"");
-        if (size <= name.size())
-        {
-            return static_cast<DWORD>(name.size() + 1);
-        }
-        path[name.copy(path, name.size())] = L'\0';
-        return static_cast<DWORD>(name.size());
+        return GivePath(L"\\\\?\\" + opened->m_place.Path() + (isRoot ? L"\\" : L""), size, path);
     };
     Fake<&GetVolumePathNameW> getVolumePath = [](LPCWSTR, LPWSTR volume, DWORD size) -> BOOL {
-        constexpr std::wstring_view root = L"C:\\";
-        if (size <= root.size())
-        {
-            return Succeeds(ERROR_FILENAME_EXCED_RANGE);
-        }
-        volume[root.copy(volume, root.size())] = L'\0';
-        return TRUE;
+        return GivePath(L"C:\\", size, volume) < size || Succeeds(ERROR_FILENAME_EXCED_RANGE);
     };
     Fake<&GetVolumeInformationByHandleW> getVolumeInformation = [this](HANDLE handle, LPWSTR, DWORD, LPDWORD, LPDWORD,
                                                                        LPDWORD flags, LPWSTR, DWORD) -> BOOL {
