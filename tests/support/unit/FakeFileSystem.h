@@ -19,8 +19,7 @@ namespace Testing
 // The files of a whole machine in memory, on its one drive C:, which is NTFS unless a test says otherwise. Nothing real
 // is touched: what a test did not put there is not there. Each call of the program is in the journal, with the full
 // path of what it is about; planned failures are Win32 codes. What Windows refuses is refused: rights, sharing,
-// deleting what is read-only or not empty. Names are compared without regard to letter case. Handles of Windows' own
-// pass through to Windows.
+// deleting what is read-only or not empty. Names are compared without regard to letter case.
 class FakeFileSystem
 {
 public:
